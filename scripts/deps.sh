@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs the Debian packages a step needs, asking apt only for those that are missing.
+# Usage: scripts/deps.sh build|test|run
+set -euo pipefail
+
+build=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libssl-dev)
+test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev)
+run=()
+
+case "${1:-build}" in
+  build) want=("${build[@]}") ;;
+  test) want=("${build[@]}" "${test[@]}") ;;
+  run) want=("${build[@]}" "${run[@]}") ;;
+  *) echo "deps.sh: unknown set '$1' (build, test or run)" >&2; exit 2 ;;
+esac
+
+missing=()
+for p in "${want[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

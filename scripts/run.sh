@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Builds Vantorel (release) and runs it with the arguments given.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/deps.sh run
+cmake --preset release -DVANTOREL_TESTS=OFF -DVANTOREL_BENCH=OFF >/dev/null
+cmake --build --preset release -j "$(nproc)" --target vantorel >/dev/null
+exec build/release/src/main/vantorel "$@"

@@ -1,0 +1,577 @@
+// SPDX-License-Identifier: MIT
+#include "kit/storage/library_store.h"
+
+#include "kit/library/library_json.h"
+#include "kit/support/log.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+namespace kit::storage {
+
+using namespace kit::library;
+
+namespace {
+
+constexpr support::Logger kLog("storage");
+
+std::string trimmed(const std::string& text)
+{
+    constexpr const char* kSpace = " \t\r\n\f\v";
+    auto first = text.find_first_not_of(kSpace);
+    if (first == std::string::npos) {
+        return {};
+    }
+    auto last = text.find_last_not_of(kSpace);
+    return text.substr(first, last - first + 1);
+}
+
+template <class Value>
+JsonCoding<Value> coding(std::string (*encode)(const Value&), Value (*decode)(std::string_view))
+{
+    return {encode, decode};
+}
+
+// Puts an unreadable file aside under a name of its own, so a fresh one can take its place.
+void keepAside(const std::filesystem::path& file)
+{
+    std::error_code ec;
+    for (int n = 1; n < 1000; ++n) {
+        std::filesystem::path aside = file;
+        aside += ".unreadable-" + std::to_string(n);
+        if (!std::filesystem::exists(aside, ec)) {
+            std::filesystem::copy_file(file, aside, ec);
+            kLog.error("kept the unreadable " + file.filename().string() + " as "
+                       + aside.filename().string());
+            return;
+        }
+    }
+}
+
+} // namespace
+
+LibraryStore::LibraryStore(SupportDirectory directory, Options options)
+    : m_directory(std::move(directory))
+    , m_options(std::move(options))
+{
+    // 1. An index kept under an earlier name is adopted once.
+    std::error_code ec;
+    auto indexFile = m_directory.file(BarIndex::kFileName);
+    auto earlier = m_directory.file(kEarlierIndexName);
+    if (!std::filesystem::exists(indexFile, ec) && std::filesystem::exists(earlier, ec)) {
+        std::filesystem::rename(earlier, indexFile, ec);
+    }
+
+    // 2. The bar list; a missing, unreadable or empty one becomes the standard list.
+    m_indexStore = std::make_unique<JsonStore<BarIndex>>(indexFile,
+                                                         m_options.interval,
+                                                         coding(&encodeBarIndex, &decodeBarIndex),
+                                                         m_options.scheduler);
+    auto index = m_indexStore->load();
+    if (auto* value = std::get_if<BarIndex>(&index); value && !value->bars.empty()) {
+        m_index = std::move(*value);
+    } else {
+        if (auto* unreadable = std::get_if<LoadUnreadable>(&index)) {
+            kLog.error("the bar list cannot be read: " + unreadable->message);
+            keepAside(indexFile);
+        }
+        m_index = BarIndex::standard();
+        saveIndex();
+    }
+
+    // 3. Sessions, gathered once from older bar files when there is no list yet.
+    m_sessionStore =
+        std::make_unique<JsonStore<SessionIndex>>(m_directory.file(SessionIndex::kFileName),
+                                                  m_options.interval,
+                                                  coding(&encodeSessionIndex, &decodeSessionIndex),
+                                                  m_options.scheduler);
+    auto sessions = m_sessionStore->load();
+    bool gathered = false;
+    if (auto* value = std::get_if<SessionIndex>(&sessions)) {
+        m_sessions = std::move(value->sessions);
+    } else if (auto* unreadable = std::get_if<LoadUnreadable>(&sessions)) {
+        kLog.error("the session list cannot be read: " + unreadable->message);
+        m_sessionsHeld = true;
+    } else {
+        for (const auto& bar : m_index.bars) {
+            auto file = m_directory.file(bar.file);
+            if (!std::filesystem::exists(file, ec)) {
+                continue;
+            }
+            try {
+                std::ifstream in(file, std::ios::binary);
+                std::string text{std::istreambuf_iterator<char>(in), {}};
+                for (auto& session : decodeLegacySessions(text)) {
+                    bool known = std::any_of(m_sessions.begin(),
+                                             m_sessions.end(),
+                                             [&](const Session& s) { return s.id == session.id; });
+                    if (!known) {
+                        m_sessions.push_back(std::move(session));
+                        gathered = true;
+                    }
+                }
+            } catch (const std::exception&) {
+                // An unreadable bar file brings no sessions; step 4 reports it.
+            }
+        }
+    }
+    if (!m_sessionsHeld && (Session::spreadColours(m_sessions) || gathered)) {
+        saveSessions();
+    }
+
+    // 4. The showing bar.
+    openActiveBar();
+}
+
+std::unique_ptr<LibraryStore> LibraryStore::standard(SupportDirectory directory)
+{
+    return std::make_unique<LibraryStore>(std::move(directory));
+}
+
+LibraryStore::~LibraryStore()
+{
+    flush();
+}
+
+std::unique_ptr<JsonStore<Library>> LibraryStore::makeLibraryStore(const std::string& file) const
+{
+    return std::make_unique<JsonStore<Library>>(m_directory.file(file),
+                                                m_options.interval,
+                                                coding(&encodeLibrary, &decodeLibrary),
+                                                m_options.scheduler);
+}
+
+void LibraryStore::openActiveBar()
+{
+    const Bar& bar = m_index.active();
+    m_libraryStore = makeLibraryStore(bar.file);
+    m_repairs.clear();
+    m_startedFresh = false;
+    auto loaded = m_libraryStore->load();
+    if (std::holds_alternative<LoadMissing>(loaded)) {
+        m_loadState = {LoadState::Kind::Fresh, {}};
+        m_library = Library::empty();
+        return;
+    }
+    if (auto* unreadable = std::get_if<LoadUnreadable>(&loaded)) {
+        kLog.error("the bar “" + bar.name + "” cannot be read: " + unreadable->message);
+        m_loadState = {LoadState::Kind::Unreadable, unreadable->message};
+        m_library = Library::empty();
+        return;
+    }
+    m_library = std::move(std::get<Library>(loaded));
+    m_loadState = {LoadState::Kind::Loaded, {}};
+    // With the session list held, every named session counts as known so no link loses its own.
+    auto known = m_sessionsHeld ? m_library.sessionIDsInUse() : knownSessionIDs();
+    m_repairs = m_library.validate(known);
+    if (!m_repairs.empty()) {
+        for (const auto& violation : m_repairs) {
+            kLog.error("repaired " + bar.file + ": " + violation.description());
+        }
+        std::unordered_set<ShortcutID> seen;
+        m_library = m_library.repaired(seen, known);
+        m_libraryStore->save(m_library);
+    }
+}
+
+const Library& LibraryStore::library() const
+{
+    return m_preview ? *m_preview : m_library;
+}
+
+std::optional<Library> LibraryStore::libraryOf(const Bar& bar) const
+{
+    if (bar.id == activeBarID()) {
+        if (m_loadState.kind == LoadState::Kind::Unreadable && !m_startedFresh) {
+            return std::nullopt;
+        }
+        return m_library;
+    }
+    auto loaded = makeLibraryStore(bar.file)->load();
+    if (auto* value = std::get_if<Library>(&loaded)) {
+        return std::move(*value);
+    }
+    if (std::holds_alternative<LoadMissing>(loaded)) {
+        return Library::empty();
+    }
+    return std::nullopt;
+}
+
+std::optional<Library> LibraryStore::library(const BarID& id) const
+{
+    const Bar* bar = m_index.bar(id);
+    return bar ? libraryOf(*bar) : std::nullopt;
+}
+
+std::unordered_set<SessionID> LibraryStore::knownSessionIDs() const
+{
+    std::unordered_set<SessionID> ids;
+    for (const auto& session : m_sessions) {
+        ids.insert(session.id);
+    }
+    return ids;
+}
+
+std::optional<std::unordered_set<SessionID>> LibraryStore::sessionIDsAcrossBars() const
+{
+    std::unordered_set<SessionID> ids;
+    for (const auto& bar : m_index.bars) {
+        auto library = libraryOf(bar);
+        if (!library) {
+            return std::nullopt;
+        }
+        ids.merge(library->sessionIDsInUse());
+    }
+    return ids;
+}
+
+std::optional<int> LibraryStore::usage(const SessionID& session) const
+{
+    if (!knownSessionIDs().contains(session)) {
+        return std::nullopt;
+    }
+    int count = 0;
+    for (const auto& bar : m_index.bars) {
+        if (auto library = libraryOf(bar)) {
+            for (const Shortcut* s : library->allShortcuts()) {
+                if (const auto* url = s->target.urlTarget(); url && url->sessionID == session) {
+                    ++count;
+                }
+            }
+        }
+    }
+    return count;
+}
+
+bool LibraryStore::isHeldAfterCorruption() const
+{
+    return m_loadState.kind == LoadState::Kind::Unreadable && !m_startedFresh;
+}
+
+std::optional<std::string> LibraryStore::saveError() const
+{
+    if (auto error = m_libraryStore->lastSaveError()) {
+        return error;
+    }
+    if (auto error = m_indexStore->lastSaveError()) {
+        return error;
+    }
+    return m_sessionStore->lastSaveError();
+}
+
+bool LibraryStore::canSaveLibrary() const
+{
+    return !isHeldAfterCorruption() && !m_preview;
+}
+
+void LibraryStore::mutate(const std::function<void(Library&)>& change)
+{
+    if (m_preview) {
+        change(*m_preview);
+    } else {
+        change(m_library);
+        if (canSaveLibrary()) {
+            m_libraryStore->save(m_library);
+        }
+    }
+    notify(LibraryChanged);
+}
+
+bool LibraryStore::writeLibrary(const Bar& bar, const Library& library)
+{
+    auto store = makeLibraryStore(bar.file);
+    store->save(library);
+    store->flush();
+    return !store->lastSaveError();
+}
+
+bool LibraryStore::mutate(const BarID& id, const std::function<void(Library&)>& change)
+{
+    const Bar* bar = m_index.bar(id);
+    if (!bar) {
+        return false;
+    }
+    if (id == activeBarID() && !m_preview) {
+        if (isHeldAfterCorruption()) {
+            return false;
+        }
+        mutate(change);
+        return true;
+    }
+    auto library = libraryOf(*bar);
+    if (!library) {
+        return false;
+    }
+    change(*library);
+    // Written at once: another bar's file is read straight from disk, so nothing may wait.
+    bool written = writeLibrary(*bar, *library);
+    notify(LibraryChanged);
+    return written;
+}
+
+std::optional<BarID> LibraryStore::addBar(const std::string& name)
+{
+    std::string clean = trimmed(name);
+    if (clean.empty()) {
+        return std::nullopt;
+    }
+    Bar bar{BarID::make(), clean, m_index.unusedFileName()};
+    m_index.bars.push_back(bar);
+    saveIndex();
+    notify(BarsChanged);
+    return bar.id;
+}
+
+bool LibraryStore::renameBar(const BarID& id, const std::string& name)
+{
+    std::string clean = trimmed(name);
+    auto it = std::find_if(
+        m_index.bars.begin(), m_index.bars.end(), [&](const Bar& b) { return b.id == id; });
+    if (clean.empty() || it == m_index.bars.end()) {
+        return false;
+    }
+    if (it->name != clean) {
+        it->name = clean;
+        saveIndex();
+        notify(BarsChanged);
+    }
+    return true;
+}
+
+std::optional<std::string> LibraryStore::removeBar(const BarID& id)
+{
+    auto it = std::find_if(
+        m_index.bars.begin(), m_index.bars.end(), [&](const Bar& b) { return b.id == id; });
+    if (it == m_index.bars.end()) {
+        return "That bar no longer exists.";
+    }
+    if (m_index.bars.size() <= 1) {
+        return kLastBarRefusal;
+    }
+    bool wasActive = id == activeBarID();
+    size_t position = static_cast<size_t>(it - m_index.bars.begin());
+    std::string file = it->file;
+    if (wasActive) {
+        m_libraryStore->flush();
+    }
+    m_index.bars.erase(it);
+    unsigned changes = BarsChanged;
+    if (wasActive) {
+        // The neighbour that slides into its place shows next.
+        m_index.activeID = m_index.bars[std::min(position, m_index.bars.size() - 1)].id;
+        openActiveBar();
+        changes |= LibraryChanged;
+    }
+    saveIndex();
+    std::error_code ec;
+    std::filesystem::remove(m_directory.file(file), ec);
+    notify(changes);
+    return std::nullopt;
+}
+
+void LibraryStore::moveBars(const std::vector<size_t>& fromOffsets, size_t toOffset)
+{
+    auto before = m_index.bars;
+    moveOffsets(m_index.bars, fromOffsets, toOffset);
+    if (m_index.bars != before) {
+        saveIndex();
+        notify(BarsChanged);
+    }
+}
+
+void LibraryStore::activate(const BarID& id)
+{
+    if (!m_index.bar(id) || id == activeBarID()) {
+        return;
+    }
+    m_libraryStore->flush();
+    m_preview.reset();
+    m_index.activeID = id;
+    saveIndex();
+    openActiveBar();
+    notify(BarsChanged | LibraryChanged);
+}
+
+bool LibraryStore::move(const ShortcutID& shortcut, const BarID& toBar)
+{
+    const Bar* destination = m_index.bar(toBar);
+    if (!destination) {
+        return false;
+    }
+    for (const auto& bar : m_index.bars) {
+        auto library = libraryOf(bar);
+        if (!library || !library->shortcut(shortcut)) {
+            continue;
+        }
+        if (bar.id == toBar) {
+            return false;
+        }
+        auto target = libraryOf(*destination);
+        if (!target) {
+            return false;
+        }
+        Shortcut moving = *library->shortcut(shortcut);
+        BarID from = bar.id;
+        mutate(from, [&](Library& l) { l.remove(shortcut); });
+        return mutate(toBar, [&](Library& l) { l.add(moving); });
+    }
+    return false;
+}
+
+std::optional<SessionID> LibraryStore::addSession(const std::string& name)
+{
+    std::string clean = trimmed(name);
+    if (clean.empty()) {
+        return std::nullopt;
+    }
+    Session session{SessionID::make(), clean, Session::nextColour(m_sessions)};
+    m_sessions.push_back(session);
+    saveSessions();
+    notify(SessionsChanged);
+    return session.id;
+}
+
+void LibraryStore::upsertSession(const Session& session)
+{
+    auto it = std::find_if(
+        m_sessions.begin(), m_sessions.end(), [&](const Session& s) { return s.id == session.id; });
+    if (it != m_sessions.end()) {
+        if (*it == session) {
+            return;
+        }
+        *it = session;
+    } else {
+        m_sessions.push_back(session);
+        if (!session.colour) {
+            m_sessions.back().colour =
+                Session::nextColour({m_sessions.begin(), m_sessions.end() - 1});
+        }
+    }
+    saveSessions();
+    notify(SessionsChanged);
+}
+
+bool LibraryStore::renameSession(const SessionID& id, const std::string& name)
+{
+    std::string clean = trimmed(name);
+    auto it = std::find_if(
+        m_sessions.begin(), m_sessions.end(), [&](const Session& s) { return s.id == id; });
+    if (clean.empty() || it == m_sessions.end()) {
+        return false;
+    }
+    if (it->name != clean) {
+        it->name = clean;
+        saveSessions();
+        notify(SessionsChanged);
+    }
+    return true;
+}
+
+void LibraryStore::removeSession(const SessionID& id)
+{
+    auto it = std::find_if(
+        m_sessions.begin(), m_sessions.end(), [&](const Session& s) { return s.id == id; });
+    if (it == m_sessions.end()) {
+        return;
+    }
+    m_sessions.erase(it);
+    saveSessions();
+    for (const auto& bar : m_index.bars) {
+        auto library = libraryOf(bar);
+        if (library && library->sessionIDsInUse().contains(id)) {
+            mutate(bar.id, [&](Library& l) { l.forget(id); });
+        }
+    }
+    notify(SessionsChanged);
+}
+
+void LibraryStore::startPreview(const std::filesystem::path& file, const Library& fallback)
+{
+    JsonStore<Library> store(
+        file, m_options.interval, coding(&encodeLibrary, &decodeLibrary), m_options.scheduler);
+    auto loaded = store.load();
+    auto* value = std::get_if<Library>(&loaded);
+    m_preview = value ? std::move(*value) : fallback;
+    notify(LibraryChanged);
+}
+
+void LibraryStore::endPreview()
+{
+    if (m_preview) {
+        m_preview.reset();
+        notify(LibraryChanged);
+    }
+}
+
+bool LibraryStore::startFreshAfterCorruption()
+{
+    if (!isHeldAfterCorruption()) {
+        return false;
+    }
+    m_startedFresh = true;
+    m_loadState = {LoadState::Kind::Fresh, {}};
+    m_libraryStore->save(m_library);
+    m_libraryStore->flush();
+    notify(LibraryChanged);
+    return true;
+}
+
+void LibraryStore::flush()
+{
+    if (m_libraryStore) {
+        m_libraryStore->flush();
+    }
+    if (m_indexStore) {
+        m_indexStore->flush();
+    }
+    if (m_sessionStore) {
+        m_sessionStore->flush();
+    }
+}
+
+void LibraryStore::requestEdit(EditRequest request)
+{
+    m_editRequest = std::move(request);
+    notify(EditRequested);
+}
+
+void LibraryStore::clearEditRequest()
+{
+    m_editRequest.reset();
+}
+
+size_t LibraryStore::observe(Observer observer)
+{
+    size_t token = m_nextObserver++;
+    m_observers.emplace_back(token, std::move(observer));
+    return token;
+}
+
+void LibraryStore::removeObserver(size_t token)
+{
+    std::erase_if(m_observers, [&](const auto& entry) { return entry.first == token; });
+}
+
+void LibraryStore::notify(unsigned changes)
+{
+    // A copy, so an observer may add or remove observers while being told.
+    auto observers = m_observers;
+    for (const auto& [token, observer] : observers) {
+        observer(changes);
+    }
+}
+
+void LibraryStore::saveIndex()
+{
+    m_indexStore->save(m_index);
+}
+
+void LibraryStore::saveSessions()
+{
+    if (!m_sessionsHeld) {
+        m_sessionStore->save(SessionIndex{m_sessions});
+    }
+}
+
+} // namespace kit::storage

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+#include "kit/storage/support_directory.h"
+
+#include <cstdlib>
+#include <vector>
+
+namespace kit::storage {
+
+std::optional<std::filesystem::path> xdgDataHome()
+{
+    // getenv is only read here, before any thread that could set the environment exists.
+    if (const char* data = std::getenv("XDG_DATA_HOME");
+        data && *data == '/') { // NOLINT(concurrency-mt-unsafe)
+        return std::filesystem::path(data);
+    }
+    if (const char* home = std::getenv("HOME"); home && *home) { // NOLINT(concurrency-mt-unsafe)
+        return std::filesystem::path(home) / ".local" / "share";
+    }
+    return std::nullopt;
+}
+
+std::optional<SupportDirectory> SupportDirectory::application(std::string_view name,
+                                                              std::string* error)
+{
+    auto base = xdgDataHome();
+    if (!base) {
+        if (error) {
+            *error = "Neither XDG_DATA_HOME nor HOME is set, so there is no place for the library.";
+        }
+        return std::nullopt;
+    }
+    std::filesystem::path folder = *base / name;
+    std::error_code ec;
+    std::filesystem::create_directories(folder, ec);
+    if (ec || !std::filesystem::is_directory(folder)) {
+        if (error) {
+            *error = "Could not make the folder “" + folder.string() + "”: "
+                     + (ec ? ec.message() : std::string("a file stands in its place")) + ".";
+        }
+        return std::nullopt;
+    }
+    return SupportDirectory{folder, false};
+}
+
+std::optional<SupportDirectory> SupportDirectory::temporary(std::string_view name)
+{
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / (std::string(name) + "-XXXXXX")).string();
+    std::vector<char> buffer(pattern.begin(), pattern.end());
+    buffer.push_back('\0');
+    if (mkdtemp(buffer.data()) == nullptr) {
+        return std::nullopt;
+    }
+    return SupportDirectory{std::filesystem::path(buffer.data()), true};
+}
+
+} // namespace kit::storage

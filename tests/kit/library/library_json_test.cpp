@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: MIT
+#include "kit/library/library_json.h"
+
+#include "kit/library/fixtures.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace kit::library;
+using namespace testing_support;
+using ::testing::HasSubstr;
+
+namespace {
+
+Library serializedAndReadBack(const Library& library)
+{
+    return decodeLibrary(encodeLibrary(library));
+}
+
+std::string decodeFailure(const std::string& text)
+{
+    try {
+        decodeLibrary(text);
+    } catch (const DecodeError& error) {
+        return error.what();
+    }
+    return "decoded";
+}
+
+Shortcut everyField()
+{
+    URLTarget url;
+    url.url = "https://mail.example.com/inbox?a=1&b=2";
+    url.templateID = "com.example.mail/Open the inbox";
+    url.openMode = OpenMode::Window;
+    url.sessionID = SessionID::make();
+    url.browserBundleID = "org.mozilla.firefox";
+    url.userAgent = BrowserAgent::Custom;
+    url.customUserAgent = "Agent/1.0";
+    url.pageAppearance = PageAppearance::ForcedDark;
+    url.blocksAds = false;
+    url.popoverSize = ContentSize{420.5, 600};
+    url.windowSize = ContentSize{1200, 900};
+    url.lastVisitedURL = "https://mail.example.com/thread/7";
+    url.isPrivate = true;
+    url.staysOnTop = true;
+    url.reloadsOnOpen = true;
+    url.keepsPlaying = true;
+    url.newWindowLinks = NewWindowLinks::NewWindow;
+    url.pageZoom = 1.25;
+    Shortcut s = Shortcut::make("Mail “work” ✉", Target::url(url));
+    s.icon = IconOverride::image({0, 1, 2, 250, 251, 255});
+    s.iconTint = IconTint::colour("#FF8800");
+    s.iconOpacity = 0.6;
+    s.isInMenuBar = false;
+    return s;
+}
+
+} // namespace
+
+TEST(LibraryJson, EveryKindAndFieldSurvivesARoundTrip)
+{
+    Library library;
+    library.add(everyField());
+    library.add(
+        Shortcut::make("Editor",
+                       Target::app(AppTarget{"org.gnome.TextEditor",
+                                             Bookmark{{9}, "/usr/share/applications/x.desktop"}})));
+    library.add(fileShortcut("Notes", "/home/me/notes.txt"));
+    library.add(Shortcut::make(
+        "Home", Target::folder(FileTarget{Bookmark{{}, "/home/me"}, "org.gnome.Nautilus"})));
+    library.add(Shortcut::make("", Target::divider()));
+    Shortcut nested = group("Inner", {webLink("Deep")});
+    nested.icon = IconOverride::emoji("🚀");
+    Shortcut outer = group("Outer", {webLink("A"), nested, Shortcut::make("", Target::divider())});
+    outer.icon = IconOverride::symbol("folder");
+    outer.iconTint = IconTint::monochrome();
+    library.add(outer);
+
+    EXPECT_EQ(serializedAndReadBack(library), library);
+}
+
+TEST(LibraryJson, FilesArePrettySortedAndKeepSlashes)
+{
+    Library library;
+    library.add(webLink("Docs", "https://example.com/a/b"));
+    std::string text = encodeLibrary(library);
+    EXPECT_THAT(text, HasSubstr("\n  \"schemaVersion\": 1"));
+    EXPECT_THAT(text, HasSubstr("https://example.com/a/b"));
+    EXPECT_LT(text.find("\"schemaVersion\""), text.find("\"shortcuts\"") + 1000);
+    EXPECT_LT(text.find("\"isInMenuBar\""), text.find("\"name\""));
+    EXPECT_LT(text.find("\"kind\""), text.find("\"url\""));
+    // Absent settings are left out; whole sizes carry no fraction.
+    EXPECT_EQ(text.find("openMode"), std::string::npos);
+    library.shortcuts[0].target.urlTarget()->popoverSize = ContentSize{400, 600};
+    EXPECT_THAT(encodeLibrary(library), HasSubstr("\"width\": 400\n"));
+}
+
+TEST(LibraryJson, ReadsLeniently)
+{
+    EXPECT_EQ(decodeLibrary("{}"), Library::empty());
+    Library library = decodeLibrary(R"({"shortcuts": [
+        {"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10", "target": {"kind": "divider"}},
+        {"id": "2B0F6F0E-8B7A-4C39-9A0E-3F5C1D2E4A11", "name": "Site",
+         "target": {"kind": "url", "url": "https://x.org", "openMode": null}}]})");
+    ASSERT_EQ(library.shortcuts.size(), 2u);
+    EXPECT_TRUE(library.shortcuts[0].target.isDivider());
+    EXPECT_TRUE(library.shortcuts[0].isInMenuBar);
+    EXPECT_EQ(library.shortcuts[0].name, "");
+    const URLTarget* url = library.shortcuts[1].target.urlTarget();
+    ASSERT_NE(url, nullptr);
+    EXPECT_FALSE(url->openMode.has_value());
+    EXPECT_FALSE(url->isPrivate);
+    EXPECT_EQ(library.shortcuts[1].id.string(), "2B0F6F0E-8B7A-4C39-9A0E-3F5C1D2E4A11");
+}
+
+TEST(LibraryJson, RefusesWithAReadableReason)
+{
+    EXPECT_EQ(decodeFailure(R"({"schemaVersion": 2})"),
+              "written by a newer Vantorel (schema 2, this build reads up to 1)");
+    EXPECT_EQ(decodeFailure(R"({"shortcuts": [{"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10",
+              "target": {"kind": "link"}}]})"),
+              "unknown target kind: link");
+    EXPECT_THAT(decodeFailure("not json"), HasSubstr("syntax error"));
+    EXPECT_THAT(decodeFailure("[]"), HasSubstr("must be an object"));
+    EXPECT_THAT(decodeFailure(R"({"shortcuts": [{"id": "nope", "target": {"kind": "divider"}}]})"),
+                HasSubstr("not a valid identifier"));
+    EXPECT_THAT(decodeFailure(R"({"shortcuts": [{"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10",
+              "target": {"kind": "url"}}]})"),
+                HasSubstr("\"url\" is missing"));
+    EXPECT_THAT(decodeFailure(R"({"shortcuts": [{"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10",
+              "target": {"kind": "url", "url": "x", "openMode": "sideways"}}]})"),
+                HasSubstr("unknown value: sideways"));
+    EXPECT_THAT(decodeFailure(R"({"shortcuts": [{"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10",
+              "icon": {"kind": "image", "value": "***"}, "target": {"kind": "divider"}}]})"),
+                HasSubstr("base64"));
+}
+
+TEST(LibraryJson, DeepNestingIsRefusedNotOverflowed)
+{
+    // Within the bound: 64 nested groups read back.
+    Shortcut inner = webLink("leaf");
+    for (int i = 0; i < kMaxGroupDepth; ++i) {
+        inner = group("g", {inner});
+    }
+    Library ok;
+    ok.add(inner);
+    EXPECT_EQ(serializedAndReadBack(ok), ok);
+
+    Library tooDeep;
+    tooDeep.add(group("g", {inner}));
+    EXPECT_THAT(decodeFailure(encodeLibrary(tooDeep)), HasSubstr("nested deeper than 64"));
+
+    // Raw brackets far beyond any real file fail before the parser recurses or allocates.
+    std::string bomb = R"({"shortcuts":)" + std::string(200000, '[');
+    EXPECT_THAT(decodeFailure(bomb), HasSubstr("nested too deeply"));
+}
+
+TEST(BarIndexJson, RoundTripAndActiveFallback)
+{
+    BarIndex index = BarIndex::standard();
+    index.bars.push_back(Bar{BarID::make(), "Work", index.unusedFileName()});
+    EXPECT_EQ(decodeBarIndex(encodeBarIndex(index)), index);
+
+    index.activeID = BarID::make();
+    EXPECT_EQ(index.active().name, "Shortcuts");
+    EXPECT_THAT(index.unusedFileName(), ::testing::MatchesRegex("library-[0-9a-f]{8}\\.json"));
+}
+
+TEST(SessionJson, RoundTripAndLegacyGathering)
+{
+    SessionIndex index{
+        {Session{SessionID::make(), "Work", 3}, Session{SessionID::make(), "Home", std::nullopt}}};
+    EXPECT_EQ(decodeSessionIndex(encodeSessionIndex(index)), index);
+    EXPECT_EQ(encodeSessionIndex(index).find("\"colour\": null"), std::string::npos);
+
+    auto legacy = decodeLegacySessions(R"({"schemaVersion": 1, "shortcuts": [],
+        "sessions": [{"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10", "name": "Old", "colour": -1}]})");
+    ASSERT_EQ(legacy.size(), 1u);
+    EXPECT_EQ(legacy[0].name, "Old");
+    EXPECT_EQ(Session::colourIndex(legacy[0]), 7);
+    EXPECT_TRUE(decodeLegacySessions("{}").empty());
+}
