@@ -445,6 +445,8 @@ void from_json(const json& j, SessionIndex& v)
     readOr(j, "sessions", v.sessions);
 }
 
+namespace reference {
+
 Library decodeLibrary(std::string_view text)
 {
     return decodeWhole<Library>(text, [](const json& j) { return j.get<Library>(); });
@@ -454,6 +456,8 @@ std::string encodeLibrary(const Library& library)
 {
     return prettyJson(library);
 }
+
+} // namespace reference
 
 BarIndex decodeBarIndex(std::string_view text)
 {

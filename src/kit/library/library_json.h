@@ -32,9 +32,15 @@ std::string compactJson(const nlohmann::json& value);
 // nlohmann's messages carry a "[json.exception...] " prefix that means nothing to a person.
 std::string plainMessage(const std::exception& error);
 
-// Whole files, throwing DecodeError with the reason.
+// Whole files, throwing DecodeError with the reason. Bar files are streamed (library_file.cpp).
 Library decodeLibrary(std::string_view text);
 std::string encodeLibrary(const Library& library);
+// The same through a JSON tree and the record codings below: the yardstick the streamed coding is
+// tested against.
+namespace reference {
+Library decodeLibrary(std::string_view text);
+std::string encodeLibrary(const Library& library);
+} // namespace reference
 BarIndex decodeBarIndex(std::string_view text);
 std::string encodeBarIndex(const BarIndex& index);
 SessionIndex decodeSessionIndex(std::string_view text);

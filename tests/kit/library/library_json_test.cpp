@@ -2,6 +2,7 @@
 #include "kit/library/library_json.h"
 
 #include "kit/library/fixtures.h"
+#include "support/library_generator.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -153,7 +154,13 @@ TEST(LibraryJson, DeepNestingIsRefusedNotOverflowed)
 
     // Raw brackets far beyond any real file fail before the parser recurses or allocates.
     std::string bomb = R"({"shortcuts":)" + std::string(200000, '[');
-    EXPECT_THAT(decodeFailure(bomb), HasSubstr("nested too deeply"));
+    EXPECT_THAT(decodeFailure(bomb), HasSubstr("must be an object"));
+    std::string objects;
+    for (int i = 0; i < 100000; ++i) {
+        objects += R"({"x":)";
+    }
+    EXPECT_THAT(decodeFailure(objects), HasSubstr("nested too deeply"));
+    EXPECT_THROW(reference::decodeLibrary(objects), DecodeError);
 }
 
 TEST(BarIndexJson, RoundTripAndActiveFallback)
@@ -180,4 +187,49 @@ TEST(SessionJson, RoundTripAndLegacyGathering)
     EXPECT_EQ(legacy[0].name, "Old");
     EXPECT_EQ(Session::colourIndex(legacy[0]), 7);
     EXPECT_TRUE(decodeLegacySessions("{}").empty());
+}
+
+TEST(LibraryFile, StreamedCodingMatchesTheRecordCodings)
+{
+    auto library = testing_support::generateLibrary(600, {SessionID::make()});
+    library.add(everyField());
+    library.add(Shortcut::make("Tab\there \"quoted\" \\ \x01 ünï 🚀", Target::divider()));
+    std::string streamed = encodeLibrary(library);
+    EXPECT_EQ(streamed, reference::encodeLibrary(library));
+    EXPECT_EQ(decodeLibrary(streamed), library);
+    EXPECT_EQ(reference::decodeLibrary(streamed), library);
+}
+
+TEST(LibraryFile, ReadsKeysInAnyOrderAndEscapes)
+{
+    // "kind" last, escapes in keys and values, unknown keys with nested values skipped.
+    Library library = decodeLibrary(R"({"shortcuts": [{"target": {"url": "https:\/\/x.org\u00e9",
+        "openMode": "window", "extra": {"a": [1, {"b": null}]}, "kind": "url"},
+        "n\u0061me": "\ud83d\ude80", "id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a10"},
+        {"id": "2b0f6f0e-8b7a-4c39-9a0e-3f5c1d2e4a11", "target": {"members": [], "kind": "group"}}],
+        "schemaVersion": 1})");
+    ASSERT_EQ(library.shortcuts.size(), 2u);
+    EXPECT_EQ(library.shortcuts[0].name, "🚀");
+    EXPECT_EQ(library.shortcuts[0].target.urlTarget()->url, "https://x.orgé");
+    EXPECT_EQ(library.shortcuts[0].target.urlTarget()->openMode, OpenMode::Window);
+    EXPECT_TRUE(library.shortcuts[1].target.isGroup());
+}
+
+TEST(LibraryFile, RefusesMalformedText)
+{
+    for (const char* bad : {"",
+                            "{",
+                            R"({"shortcuts": [}", R"({"a" 1})",
+                            R"({"a": 01})",
+                            R"({"a": "\x"})",
+                            "{\"a\": \"\xff\"}",
+                            R"({"a": "\ud800"})",
+                            R"({} trailing)",
+                            R"({"a": tru})",
+                            "{\"a\": \"line\nbreak\"}",
+                            R"({"a": 1e999})",
+                            R"({"a": -})"}) {
+        EXPECT_THROW(decodeLibrary(bad), DecodeError) << bad;
+        EXPECT_THROW(reference::decodeLibrary(bad), DecodeError) << bad;
+    }
 }

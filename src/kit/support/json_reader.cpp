@@ -1,0 +1,460 @@
+// SPDX-License-Identifier: MIT
+#include "kit/support/json_reader.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+namespace kit::support {
+
+namespace {
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+int hexValue(char c)
+{
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+void appendUtf8(std::string& out, uint32_t code)
+{
+    if (code < 0x80) {
+        out.push_back(static_cast<char>(code));
+    } else if (code < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (code >> 6)));
+        out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    } else if (code < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (code >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (code >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((code >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((code >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (code & 0x3F)));
+    }
+}
+
+// Length of the well-formed UTF-8 sequence at s (not ASCII), or 0 when it is ill-formed.
+size_t utf8Length(const unsigned char* s, size_t available)
+{
+    unsigned char c = s[0];
+    size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+        length = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        length = 3;
+        if (c == 0xE0) {
+            low = 0xA0;
+        } else if (c == 0xED) {
+            high = 0x9F;
+        }
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        length = 4;
+        if (c == 0xF0) {
+            low = 0x90;
+        } else if (c == 0xF4) {
+            high = 0x8F;
+        }
+    } else {
+        return 0;
+    }
+    if (available < length || s[1] < low || s[1] > high) {
+        return 0;
+    }
+    for (size_t i = 2; i < length; ++i) {
+        if (s[i] < 0x80 || s[i] > 0xBF) {
+            return 0;
+        }
+    }
+    return length;
+}
+
+} // namespace
+
+JsonReader::JsonReader(std::string_view text, int maxDepth)
+    : m_text(text)
+    , m_maxDepth(maxDepth)
+{}
+
+void JsonReader::fail(const std::string& message) const
+{
+    size_t line = 1;
+    size_t column = 1;
+    for (size_t i = 0; i < m_pos && i < m_text.size(); ++i) {
+        if (m_text[i] == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    throw JsonReadError("syntax error at line " + std::to_string(line) + ", column "
+                        + std::to_string(column) + ": " + message);
+}
+
+void JsonReader::typeError(const char* wanted)
+{
+    throw JsonReadError(std::string("type must be ") + wanted + ", but is " + typeName(peek()));
+}
+
+const char* JsonReader::typeName(Type type)
+{
+    switch (type) {
+    case Type::Null:
+        return "null";
+    case Type::Boolean:
+        return "boolean";
+    case Type::Number:
+        return "number";
+    case Type::String:
+        return "string";
+    case Type::Array:
+        return "array";
+    case Type::Object:
+        return "object";
+    }
+    return "value";
+}
+
+void JsonReader::skipSpace()
+{
+    while (m_pos < m_text.size()) {
+        char c = m_text[m_pos];
+        if (c != ' ' && c != '\n' && c != '\r' && c != '\t') {
+            return;
+        }
+        ++m_pos;
+    }
+}
+
+bool JsonReader::consume(char c)
+{
+    if (m_pos < m_text.size() && m_text[m_pos] == c) {
+        ++m_pos;
+        return true;
+    }
+    return false;
+}
+
+void JsonReader::enter()
+{
+    if (++m_depth > m_maxDepth) {
+        throw JsonReadError("the data is nested too deeply");
+    }
+}
+
+JsonReader::Type JsonReader::peek()
+{
+    skipSpace();
+    if (m_pos >= m_text.size()) {
+        fail("unexpected end of input");
+    }
+    switch (m_text[m_pos]) {
+    case '{':
+        return Type::Object;
+    case '[':
+        return Type::Array;
+    case '"':
+        return Type::String;
+    case 't':
+    case 'f':
+        if (m_text.substr(m_pos, 4) != "true" && m_text.substr(m_pos, 5) != "false") {
+            fail("invalid literal");
+        }
+        return Type::Boolean;
+    case 'n':
+        if (m_text.substr(m_pos, 4) != "null") {
+            fail("invalid literal");
+        }
+        return Type::Null;
+    default:
+        if (isDigit(m_text[m_pos]) || m_text[m_pos] == '-') {
+            return Type::Number;
+        }
+        fail("unexpected character");
+    }
+}
+
+bool JsonReader::skipNull()
+{
+    if (peek() != Type::Null) {
+        return false;
+    }
+    if (m_text.substr(m_pos, 4) != "null") {
+        fail("invalid literal");
+    }
+    m_pos += 4;
+    return true;
+}
+
+bool JsonReader::readBool()
+{
+    if (peek() != Type::Boolean) {
+        typeError("boolean");
+    }
+    if (m_text.substr(m_pos, 4) == "true") {
+        m_pos += 4;
+        return true;
+    }
+    if (m_text.substr(m_pos, 5) == "false") {
+        m_pos += 5;
+        return false;
+    }
+    fail("invalid literal");
+}
+
+void JsonReader::skipNumber()
+{
+    size_t p = m_pos;
+    auto digits = [&] {
+        size_t start = p;
+        while (p < m_text.size() && isDigit(m_text[p])) {
+            ++p;
+        }
+        return p > start;
+    };
+    if (p < m_text.size() && m_text[p] == '-') {
+        ++p;
+    }
+    if (p < m_text.size() && m_text[p] == '0') {
+        ++p;
+    } else if (!digits()) {
+        m_pos = p;
+        fail("invalid number");
+    }
+    if (p < m_text.size() && m_text[p] == '.') {
+        ++p;
+        if (!digits()) {
+            m_pos = p;
+            fail("invalid number");
+        }
+    }
+    if (p < m_text.size() && (m_text[p] == 'e' || m_text[p] == 'E')) {
+        ++p;
+        if (p < m_text.size() && (m_text[p] == '+' || m_text[p] == '-')) {
+            ++p;
+        }
+        if (!digits()) {
+            m_pos = p;
+            fail("invalid number");
+        }
+    }
+    m_pos = p;
+}
+
+double JsonReader::readDouble()
+{
+    if (peek() != Type::Number) {
+        typeError("number");
+    }
+    size_t start = m_pos;
+    skipNumber();
+    double value = 0;
+    const char* first = m_text.data() + start;
+    const char* last = m_text.data() + m_pos;
+    auto result = std::from_chars(first, last, value);
+    if (result.ec == std::errc::result_out_of_range) {
+        // Tiny numbers round to zero as other parsers do; huge ones are refused.
+        std::string_view number(first, static_cast<size_t>(last - first));
+        bool negativeExponent = number.find("e-") != std::string_view::npos
+                                || number.find("E-") != std::string_view::npos;
+        if (!negativeExponent) {
+            m_pos = start;
+            fail("number overflow");
+        }
+        value = 0;
+    } else if (result.ec != std::errc() || result.ptr != last) {
+        m_pos = start;
+        fail("invalid number");
+    }
+    return value;
+}
+
+std::string JsonReader::readString()
+{
+    if (peek() != Type::String) {
+        typeError("string");
+    }
+    std::string out;
+    readStringInto(out);
+    return out;
+}
+
+std::string_view JsonReader::readKey()
+{
+    if (m_pos >= m_text.size() || m_text[m_pos] != '"') {
+        fail("expected a string as an object key");
+    }
+    // Keys without escapes are read in place.
+    size_t p = m_pos + 1;
+    while (p < m_text.size()) {
+        auto c = static_cast<unsigned char>(m_text[p]);
+        if (c == '"') {
+            std::string_view key = m_text.substr(m_pos + 1, p - m_pos - 1);
+            m_pos = p + 1;
+            return key;
+        }
+        if (c == '\\' || c < 0x20 || c >= 0x80) {
+            break;
+        }
+        ++p;
+    }
+    m_key.clear();
+    readStringInto(m_key);
+    return m_key;
+}
+
+void JsonReader::readStringInto(std::string& out)
+{
+    ++m_pos; // the opening quote
+    const auto* text = reinterpret_cast<const unsigned char*>(m_text.data());
+    const size_t size = m_text.size();
+    for (;;) {
+        size_t run = m_pos;
+        while (run < size && text[run] >= 0x20 && text[run] < 0x80 && text[run] != '"'
+               && text[run] != '\\') {
+            ++run;
+        }
+        out.append(m_text.data() + m_pos, run - m_pos);
+        m_pos = run;
+        if (m_pos >= size) {
+            fail("unterminated string");
+        }
+        unsigned char c = text[m_pos];
+        if (c == '"') {
+            ++m_pos;
+            return;
+        }
+        if (c < 0x20) {
+            fail("control character in a string must be escaped");
+        }
+        if (c >= 0x80) {
+            size_t length = utf8Length(text + m_pos, size - m_pos);
+            if (length == 0) {
+                fail("ill-formed UTF-8 in a string");
+            }
+            out.append(m_text.data() + m_pos, length);
+            m_pos += length;
+            continue;
+        }
+        // An escape.
+        if (m_pos + 1 >= size) {
+            fail("unterminated string");
+        }
+        char e = m_text[m_pos + 1];
+        m_pos += 2;
+        switch (e) {
+        case '"':
+            out.push_back('"');
+            break;
+        case '\\':
+            out.push_back('\\');
+            break;
+        case '/':
+            out.push_back('/');
+            break;
+        case 'b':
+            out.push_back('\b');
+            break;
+        case 'f':
+            out.push_back('\f');
+            break;
+        case 'n':
+            out.push_back('\n');
+            break;
+        case 'r':
+            out.push_back('\r');
+            break;
+        case 't':
+            out.push_back('\t');
+            break;
+        case 'u': {
+            auto hex4 = [&]() -> uint32_t {
+                if (m_pos + 4 > size) {
+                    fail("invalid \\u escape");
+                }
+                uint32_t value = 0;
+                for (int i = 0; i < 4; ++i) {
+                    int h = hexValue(m_text[m_pos + static_cast<size_t>(i)]);
+                    if (h < 0) {
+                        fail("invalid \\u escape");
+                    }
+                    value = value * 16 + static_cast<uint32_t>(h);
+                }
+                m_pos += 4;
+                return value;
+            };
+            uint32_t code = hex4();
+            if (code >= 0xD800 && code <= 0xDBFF) {
+                if (m_text.substr(m_pos, 2) != "\\u") {
+                    fail("a high surrogate must be followed by a low one");
+                }
+                m_pos += 2;
+                uint32_t low = hex4();
+                if (low < 0xDC00 || low > 0xDFFF) {
+                    fail("a high surrogate must be followed by a low one");
+                }
+                code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
+            } else if (code >= 0xDC00 && code <= 0xDFFF) {
+                fail("a low surrogate must follow a high one");
+            }
+            appendUtf8(out, code);
+            break;
+        }
+        default:
+            m_pos -= 1;
+            fail("invalid escape in a string");
+        }
+    }
+}
+
+void JsonReader::skipValue()
+{
+    switch (peek()) {
+    case Type::Null:
+        skipNull();
+        break;
+    case Type::Boolean:
+        readBool();
+        break;
+    case Type::Number:
+        readDouble(); // an overflowing number is an error even where it is not wanted
+        break;
+    case Type::String: {
+        std::string ignored;
+        readStringInto(ignored);
+        break;
+    }
+    case Type::Array:
+        readArray([&] { skipValue(); });
+        break;
+    case Type::Object:
+        readObject([&](std::string_view) { skipValue(); });
+        break;
+    }
+}
+
+void JsonReader::expectEnd()
+{
+    skipSpace();
+    if (m_pos != m_text.size()) {
+        fail("unexpected text after the end");
+    }
+}
+
+} // namespace kit::support
