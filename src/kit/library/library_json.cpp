@@ -10,19 +10,19 @@ using nlohmann::json;
 namespace {
 
 // Group nesting of the Target being decoded; bounds the recursion of from_json.
-thread_local int t_groupDepth = 0;
+thread_local int decodingGroupDepth = 0;
 
 struct GroupDepthGuard
 {
     GroupDepthGuard()
     {
-        if (++t_groupDepth > kMaxGroupDepth) {
-            --t_groupDepth;
+        if (++decodingGroupDepth > kMaxGroupDepth) {
+            --decodingGroupDepth;
             throw DecodeError("groups are nested deeper than " + std::to_string(kMaxGroupDepth)
                               + " levels");
         }
     }
-    ~GroupDepthGuard() { --t_groupDepth; }
+    ~GroupDepthGuard() { --decodingGroupDepth; }
     GroupDepthGuard(const GroupDepthGuard&) = delete;
     GroupDepthGuard& operator=(const GroupDepthGuard&) = delete;
 };

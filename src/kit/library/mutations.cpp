@@ -29,6 +29,25 @@ Place find(std::vector<Shortcut>& list, const ShortcutID& id)
     return {};
 }
 
+Shortcut takeOut(const Place& place)
+{
+    Shortcut taken = std::move((*place.list)[place.index]);
+    place.list->erase(place.list->begin() + static_cast<std::ptrdiff_t>(place.index));
+    return taken;
+}
+
+// Inserts beside the anchor, wherever it stands; at the end of the top level when it is gone.
+void putBeside(std::vector<Shortcut>& top, const ShortcutID& anchor, Shortcut shortcut, bool after)
+{
+    Place at = find(top, anchor);
+    if (at.list == nullptr) {
+        top.push_back(std::move(shortcut));
+        return;
+    }
+    at.list->insert(at.list->begin() + static_cast<std::ptrdiff_t>(at.index + (after ? 1 : 0)),
+                    std::move(shortcut));
+}
+
 std::vector<Shortcut>* listOf(Library& library, const std::optional<ShortcutID>& parent)
 {
     if (!parent) {
@@ -243,7 +262,8 @@ void Library::forget(const SessionID& session)
 
 bool Library::move(const ShortcutID& id, const OutlineDestination& destination)
 {
-    if (!shortcut(id)) {
+    Place place = find(shortcuts, id);
+    if (place.list == nullptr) {
         return false;
     }
     if (destination.parent) {
@@ -252,10 +272,11 @@ bool Library::move(const ShortcutID& id, const OutlineDestination& destination)
             return false;
         }
     }
-    Place place = find(shortcuts, id);
-    Shortcut moving = std::move((*place.list)[place.index]);
-    place.list->erase(place.list->begin() + static_cast<std::ptrdiff_t>(place.index));
+    Shortcut moving = takeOut(place);
     std::vector<Shortcut>* list = listOf(*this, destination.parent);
+    if (list == nullptr) {
+        list = &shortcuts; // unreachable: the destination was checked above
+    }
     size_t index = std::min(destination.index, list->size());
     list->insert(list->begin() + static_cast<std::ptrdiff_t>(index), std::move(moving));
     return true;
@@ -263,20 +284,17 @@ bool Library::move(const ShortcutID& id, const OutlineDestination& destination)
 
 void Library::move(const ShortcutID& id, const ShortcutID& toPositionOf)
 {
-    if (id == toPositionOf || !shortcut(id) || !shortcut(toPositionOf)
-        || isSelfOrInside(toPositionOf, id)) {
+    if (id == toPositionOf || isSelfOrInside(toPositionOf, id)) {
         return;
     }
     Place from = find(shortcuts, id);
     Place to = find(shortcuts, toPositionOf);
+    if (from.list == nullptr || to.list == nullptr) {
+        return;
+    }
     // Moving down within one list lands after the other shortcut, so it takes that position.
     bool after = from.list == to.list && from.index < to.index;
-    Shortcut moving = std::move((*from.list)[from.index]);
-    from.list->erase(from.list->begin() + static_cast<std::ptrdiff_t>(from.index));
-    Place anchor = find(shortcuts, toPositionOf);
-    anchor.list->insert(anchor.list->begin()
-                            + static_cast<std::ptrdiff_t>(anchor.index + (after ? 1 : 0)),
-                        std::move(moving));
+    putBeside(shortcuts, toPositionOf, takeOut(from), after);
 }
 
 void Library::outlineMove(const std::vector<size_t>& fromRows,
@@ -316,10 +334,9 @@ void Library::outlineMove(const std::vector<size_t>& fromRows,
             continue;
         }
         Place place = find(shortcuts, id);
-        Shortcut moved = std::move((*place.list)[place.index]);
-        place.list->erase(place.list->begin() + static_cast<std::ptrdiff_t>(place.index));
-        Place at = find(shortcuts, *anchor);
-        at.list->insert(at.list->begin() + static_cast<std::ptrdiff_t>(at.index), std::move(moved));
+        if (place.list != nullptr) {
+            putBeside(shortcuts, *anchor, takeOut(place), false);
+        }
     }
 }
 

@@ -9,8 +9,8 @@ namespace kit::library {
 
 ContentSize ContentSize::unbounded()
 {
-    constexpr double inf = std::numeric_limits<double>::infinity();
-    return {inf, inf};
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    return {kInf, kInf};
 }
 
 ContentSize ContentSize::clamped(const ContentSize& min, const ContentSize& max) const
@@ -19,9 +19,7 @@ ContentSize ContentSize::clamped(const ContentSize& min, const ContentSize& max)
             std::clamp(height, min.height, std::max(min.height, max.height))};
 }
 
-namespace PageZoom {
-
-double clamped(double zoom)
+double PageZoom::clamped(double zoom)
 {
     if (std::isnan(zoom)) {
         return kNormal;
@@ -29,7 +27,7 @@ double clamped(double zoom)
     return std::clamp(zoom, kSmallest, kLargest);
 }
 
-double larger(double than)
+double PageZoom::larger(double than)
 {
     for (double step : kSteps) {
         if (step > than + 0.001) {
@@ -39,7 +37,7 @@ double larger(double than)
     return kLargest;
 }
 
-double smaller(double than)
+double PageZoom::smaller(double than)
 {
     for (auto it = kSteps.rbegin(); it != kSteps.rend(); ++it) {
         if (*it < than - 0.001) {
@@ -49,12 +47,10 @@ double smaller(double than)
     return kSmallest;
 }
 
-std::string title(double zoom)
+std::string PageZoom::title(double zoom)
 {
     return std::to_string(static_cast<long long>(std::lround(zoom * 100))) + "%";
 }
-
-} // namespace PageZoom
 
 const std::vector<Shortcut>& Target::members() const
 {

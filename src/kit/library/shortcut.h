@@ -35,19 +35,21 @@ struct SurfaceLimits
     static constexpr ContentSize kMinimum{240, 240};
 };
 
-namespace PageZoom {
-inline constexpr double kNormal = 1.0;
-inline constexpr double kSmallest = 0.5;
-inline constexpr double kLargest = 3.0;
-inline constexpr std::array<double, 11> kSteps{
-    0.5, 0.75, 0.9, 1.0, 1.1, 1.25, 1.5, 1.75, 2.0, 2.5, 3.0};
+// Page zoom factors: the steps the zoom keys walk and the bounds every zoom is held to.
+struct PageZoom
+{
+    static constexpr double kNormal = 1.0;
+    static constexpr double kSmallest = 0.5;
+    static constexpr double kLargest = 3.0;
+    static constexpr std::array<double, 11> kSteps{
+        0.5, 0.75, 0.9, 1.0, 1.1, 1.25, 1.5, 1.75, 2.0, 2.5, 3.0};
 
-double clamped(double zoom);
-double larger(double than);
-double smaller(double than);
-// "125%" for 1.25.
-std::string title(double zoom);
-} // namespace PageZoom
+    static double clamped(double zoom);
+    static double larger(double than);
+    static double smaller(double than);
+    // "125%" for 1.25.
+    static std::string title(double zoom);
+};
 
 // A chosen icon: a symbol name from the icon theme, an emoji or up to three letters, or image data.
 struct IconOverride
@@ -164,14 +166,21 @@ public:
         Divider,
     };
 
-    Target() = default; // a divider
-    static Target app(AppTarget app) { return Target(Kind::App, std::move(app)); }
-    static Target file(FileTarget file) { return Target(Kind::File, std::move(file)); }
-    static Target folder(FileTarget folder) { return Target(Kind::Folder, std::move(folder)); }
-    static Target url(URLTarget url) { return Target(Kind::Url, std::move(url)); }
-    static Target group(GroupTarget group) { return Target(Kind::Group, std::move(group)); }
+    // A divider.
+    Target();
+    Target(const Target&);
+    Target(Target&&) noexcept;
+    Target& operator=(const Target&);
+    Target& operator=(Target&&) noexcept;
+    ~Target();
+
+    static Target app(AppTarget app);
+    static Target file(FileTarget file);
+    static Target folder(FileTarget folder);
+    static Target url(URLTarget url);
+    static Target group(GroupTarget group);
     static Target group(std::vector<Shortcut> members);
-    static Target divider() { return {}; }
+    static Target divider();
 
     Kind kind() const { return m_kind; }
     bool isGroup() const { return m_kind == Kind::Group; }
@@ -196,10 +205,7 @@ private:
     using Payload = std::variant<std::monostate, AppTarget, FileTarget, URLTarget, GroupTarget>;
 
     template <class P>
-    Target(Kind kind, P payload)
-        : m_kind(kind)
-        , m_payload(std::move(payload))
-    {}
+    Target(Kind kind, P payload);
 
     Kind m_kind = Kind::Divider;
     Payload m_payload;
@@ -238,9 +244,48 @@ inline bool GroupTarget::operator==(const GroupTarget& other) const
     return members == other.members;
 }
 
+// Defined here, where Shortcut is complete: a group's payload holds shortcuts.
+inline Target::Target() = default;
+inline Target::Target(const Target&) = default;
+inline Target::Target(Target&&) noexcept = default;
+inline Target& Target::operator=(const Target&) = default;
+inline Target& Target::operator=(Target&&) noexcept = default;
+inline Target::~Target() = default;
+
+template <class P>
+Target::Target(Kind kind, P payload)
+    : m_kind(kind)
+    , m_payload(std::move(payload))
+{
+}
+
+inline Target Target::app(AppTarget app)
+{
+    return Target(Kind::App, std::move(app));
+}
+inline Target Target::file(FileTarget file)
+{
+    return Target(Kind::File, std::move(file));
+}
+inline Target Target::folder(FileTarget folder)
+{
+    return Target(Kind::Folder, std::move(folder));
+}
+inline Target Target::url(URLTarget url)
+{
+    return Target(Kind::Url, std::move(url));
+}
+inline Target Target::group(GroupTarget group)
+{
+    return Target(Kind::Group, std::move(group));
+}
 inline Target Target::group(std::vector<Shortcut> members)
 {
     return group(GroupTarget{std::move(members)});
+}
+inline Target Target::divider()
+{
+    return {};
 }
 
 // What a url target follows where it says nothing of its own; kept in the settings.

@@ -8,12 +8,13 @@ namespace kit::storage {
 
 std::optional<std::filesystem::path> xdgDataHome()
 {
-    // getenv is only read here, before any thread that could set the environment exists.
-    if (const char* data = std::getenv("XDG_DATA_HOME");
-        data && *data == '/') { // NOLINT(concurrency-mt-unsafe)
+    // Nothing in this program sets the environment, so reading it from any thread is safe.
+    const char* data = std::getenv("XDG_DATA_HOME"); // NOLINT(concurrency-mt-unsafe)
+    if (data != nullptr && *data == '/') {
         return std::filesystem::path(data);
     }
-    if (const char* home = std::getenv("HOME"); home && *home) { // NOLINT(concurrency-mt-unsafe)
+    const char* home = std::getenv("HOME"); // NOLINT(concurrency-mt-unsafe)
+    if (home != nullptr && *home != '\0') {
         return std::filesystem::path(home) / ".local" / "share";
     }
     return std::nullopt;
