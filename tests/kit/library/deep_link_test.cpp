@@ -1,0 +1,469 @@
+// SPDX-License-Identifier: MIT
+#include "kit/library/deep_link.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <unordered_set>
+
+using namespace kit::library;
+
+namespace {
+
+using Values = std::map<std::string, std::string>;
+
+const std::string kNote = "obsidian://open?vault={vault}&file={note}";
+const std::string kPhone = "whatsapp://send?phone={phone number}";
+
+TEST(DeepLinkFilling, FollowsTheEncodingRules)
+{
+    struct Row
+    {
+        std::string address;
+        Values values;
+        std::string expected;
+    };
+    const std::vector<Row> rows{
+        {kPhone, {{"phone number", "+90 532 123 45 67"}}, "whatsapp://send?phone=905321234567"},
+        {kNote,
+         {{"vault", "My Notes"}, {"note", "a/b"}},
+         "obsidian://open?vault=My%20Notes&file=a/b"},
+        // Empty, blank-only and missing values keep the blank so the editor can flag it.
+        {kNote, {{"vault", ""}, {"note", " \n\t"}}, kNote},
+        {kNote, {{"vault", "V"}}, "obsidian://open?vault=V&file={note}"},
+        {"things:///show?id=today", {{"id", "x"}}, "things:///show?id=today"},
+        {"x://{a}", {{"a", "\u00A0 padded\u2003\n"}}, "x://padded"},
+        {"x://{a}", {{"a", "-._~/@:"}}, "x://-._~/@:"},
+        {"x://{a}", {{"a", "a&b=c?d#e%f+g"}}, "x://a%26b%3Dc%3Fd%23e%25f%2Bg"},
+        {"x://{a}", {{"a", "Çalışma 日本"}}, "x://Çalışma%20日本"},
+        {"x://{a}", {{"a", "😀€"}}, "x://%F0%9F%98%80%E2%82%AC"},
+        {"x://{a}", {{"a", "bad\xFFutf"}}, "x://bad%FFutf"},
+        // A value cannot smuggle in a blank of its own.
+        {"x://{a}/{b}", {{"a", "{b}"}, {"b", "2"}}, "x://%7Bb%7D/2"},
+        {"x://{a}/{a}", {{"a", "1"}}, "x://1/1"},
+        {"zoommtg://zoom.us/join?confno={meeting number}",
+         {{"meeting number", "812 3456-7890"}},
+         "zoommtg://zoom.us/join?confno=81234567890"},
+        // Digits from other scripts' keyboards count as numbers.
+        {kPhone, {{"phone number", "٠٥٣٢ ۱۲"}}, "whatsapp://send?phone=053212"},
+        {kPhone, {{"phone number", "call me"}}, kPhone},
+        // Only blanks ending in "number" are reduced to digits.
+        {"x://{numbers}", {{"numbers", "1 2"}}, "x://1%202"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.address + " <- " + (row.values.empty() ? "" : row.values.begin()->second));
+        EXPECT_EQ(DeepLinkTemplates::filled(row.address, row.values), row.expected);
+    }
+}
+
+TEST(DeepLinkBlanks, NamesInOrderOfFirstAppearance)
+{
+    struct Row
+    {
+        std::string address;
+        std::vector<std::string> names;
+    };
+    const std::vector<Row> rows{
+        {"slack://channel?team={workspace}&id={channel}", {"workspace", "channel"}},
+        {"raycast://extensions/{author/extension/command}", {"author/extension/command"}},
+        {kPhone, {"phone number"}},
+        {"x://{b}/{a}/{b}", {"b", "a"}},
+        {"things:///show?id=today", {}},
+        {"x://{unclosed", {}},
+        {"x://{}", {}},
+        {"x://{a{b}", {"b"}},
+        {"x://}{a}", {"a"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.address);
+        EXPECT_EQ(DeepLinkTemplates::blanks(row.address), row.names);
+        EXPECT_EQ(DeepLinkTemplates::hasBlank(row.address), !row.names.empty());
+    }
+}
+
+TEST(DeepLinkMatching, IsExactCharacterForCharacter)
+{
+    auto slack = DeepLinkTemplates::matching("slack://open?team={workspace}");
+    ASSERT_TRUE(slack);
+    EXPECT_EQ(slack->title, "Open a workspace");
+    EXPECT_FALSE(DeepLinkTemplates::matching("SLACK://open?team={workspace}"));
+    EXPECT_FALSE(DeepLinkTemplates::matching("slack://open?team={Workspace}"));
+    EXPECT_FALSE(DeepLinkTemplates::matching("slack://open?team={workspace} "));
+    EXPECT_FALSE(DeepLinkTemplates::matching("slack://open?team=T123"));
+}
+
+class DeepLinkCatalogue : public testing::Test
+{
+protected:
+    const std::vector<DeepLinkTemplate>& all = DeepLinkTemplates::all();
+};
+
+TEST_F(DeepLinkCatalogue, IsBuiltOnce)
+{
+    EXPECT_EQ(&DeepLinkTemplates::all(), &all);
+}
+
+TEST_F(DeepLinkCatalogue, IdsAndAddressesAreUnique)
+{
+    std::set<std::string> ids;
+    std::set<std::string> addresses;
+    for (const auto& link : all) {
+        EXPECT_TRUE(ids.insert(link.id()).second) << link.id();
+        EXPECT_TRUE(addresses.insert(link.address).second) << link.address;
+    }
+}
+
+TEST_F(DeepLinkCatalogue, RowsAreWellFormed)
+{
+    for (const auto& link : all) {
+        SCOPED_TRACE(link.id());
+        EXPECT_FALSE(link.appName.empty());
+        EXPECT_FALSE(link.bundleID.empty());
+        EXPECT_FALSE(link.title.empty());
+        EXPECT_FALSE(link.suggestedName.empty());
+        EXPECT_EQ(link.placeholder.has_value(), DeepLinkTemplates::hasBlank(link.address))
+            << "a placeholder exactly when there is something to fill in";
+        EXPECT_EQ(link.isComplete(), !DeepLinkTemplates::hasBlank(link.address));
+        if (link.placeholder) {
+            EXPECT_FALSE(link.placeholder->empty());
+        }
+        Values sample;
+        for (const auto& name : DeepLinkTemplates::blanks(link.address)) {
+            sample[name] = "1";
+        }
+        EXPECT_EQ(DeepLinkTemplates::filled(link.address, sample).find(' '), std::string::npos)
+            << "only blank names may hold spaces";
+        auto found = DeepLinkTemplates::matching(link.address);
+        ASSERT_TRUE(found);
+        EXPECT_EQ(*found, link);
+    }
+}
+
+TEST_F(DeepLinkCatalogue, HoldsTheApplicationsLinks)
+{
+    const std::vector<std::string> addresses{
+        "slack://channel?team={workspace}&id={channel}",
+        "slack://user?team={workspace}&id={person}",
+        "slack://file?team={workspace}&id={file}",
+        "slack://open?team={workspace}",
+        "whatsapp://send?phone={phone number}",
+        "whatsapp://send?phone={phone number}&text={message}",
+        "figma://file/{file key}",
+        "notion://www.notion.so/{page}",
+        "zoommtg://zoom.us/join?confno={meeting number}",
+        "tg://resolve?domain={username}",
+        "spotify:playlist:{playlist id}",
+        "spotify:album:{album id}",
+        "shortcuts://run-shortcut?name={name}",
+        "raycast://extensions/{author/extension/command}",
+        "obsidian://open?vault={vault}",
+        "obsidian://open?vault={vault}&file={note}",
+        "bear://x-callback-url/open-note?title={title}",
+        "vscode://file/{path}",
+        "things:///show?id=today",
+        "things:///show?id=inbox",
+        "omnifocus:///inbox",
+        "msteams:/l/chat/0/0?users={email}",
+        "discord://discord.com/channels/{server}/{channel}",
+        "x-apple.systempreferences:com.apple.{pane}",
+    };
+    for (const auto& address : addresses) {
+        EXPECT_TRUE(DeepLinkTemplates::matching(address)) << address;
+    }
+    auto whatsApp = DeepLinkTemplates::matching(kPhone);
+    ASSERT_TRUE(whatsApp);
+    EXPECT_EQ(whatsApp->title, "Message a number");
+    EXPECT_EQ(whatsApp->placeholder, "the number with its country code; a + or spaces are fine");
+    EXPECT_TRUE(whatsApp->typed);
+}
+
+TEST_F(DeepLinkCatalogue, HasOneCompleteLinkPerSettingsPane)
+{
+    std::vector<DeepLinkTemplate> panes;
+    for (const auto& link : all) {
+        if (link.bundleID == "com.apple.systempreferences" && link.isComplete()) {
+            panes.push_back(link);
+        }
+    }
+    ASSERT_EQ(panes.size(), 37u);
+    for (const auto& pane : panes) {
+        SCOPED_TRACE(pane.title);
+        EXPECT_TRUE(pane.address.starts_with("x-apple.systempreferences:com.apple."));
+        EXPECT_EQ(pane.suggestedName, pane.title);
+        ASSERT_TRUE(pane.icon);
+        EXPECT_EQ(pane.icon->kind, IconOverride::Kind::Symbol);
+    }
+    auto icloud = DeepLinkTemplates::matching(
+        "x-apple.systempreferences:com.apple.systempreferences.AppleIDSettings:icloud");
+    ASSERT_TRUE(icloud);
+    EXPECT_EQ(icloud->title, "iCloud");
+}
+
+TEST_F(DeepLinkCatalogue, EqualityAndHashingCoverEveryField)
+{
+    std::unordered_set<DeepLinkTemplate> set(all.begin(), all.end());
+    EXPECT_EQ(set.size(), all.size());
+
+    const DeepLinkTemplate& base = all.front();
+    std::vector<DeepLinkTemplate> changed(8, base);
+    changed[0].appName += "x";
+    changed[1].bundleID += "x";
+    changed[2].title += "x";
+    changed[3].address += "x";
+    changed[4].placeholder.reset();
+    changed[5].suggestedName += "x";
+    changed[6].typed = !base.typed;
+    changed[7].icon = IconOverride::emoji("💬");
+    for (const auto& other : changed) {
+        EXPECT_NE(other, base);
+        set.insert(other);
+    }
+    EXPECT_EQ(set.size(), all.size() + changed.size());
+    EXPECT_EQ(std::hash<DeepLinkTemplate>()(DeepLinkTemplate(base)),
+              std::hash<DeepLinkTemplate>()(base));
+}
+
+TEST_F(DeepLinkCatalogue, ReadingAFilledAddressGivesBackItsValues)
+{
+    for (const auto& link : all) {
+        if (link.isComplete()) {
+            continue;
+        }
+        SCOPED_TRACE(link.address);
+        Values values;
+        int index = 0;
+        for (const auto& name : DeepLinkTemplates::blanks(link.address)) {
+            values[name] = name.ends_with("number") ? "4412345" + std::to_string(index)
+                                                    : "v" + std::to_string(index) + "&é x=?";
+            ++index;
+        }
+        std::string address = DeepLinkTemplates::filled(link.address, values);
+        ASSERT_FALSE(DeepLinkTemplates::hasBlank(address));
+        auto reading = DeepLinkTemplates::reading(address);
+        ASSERT_TRUE(reading);
+        EXPECT_EQ(reading->link.id(), link.id());
+        EXPECT_EQ(reading->values, values);
+        EXPECT_EQ(reading->address, address);
+    }
+}
+
+TEST(DeepLinkCatalogueLinux, MapsBundleIdsToDesktopEntries)
+{
+    auto slack = DeepLinkTemplates::desktopEntryIDs("com.tinyspeck.slackmacgap");
+    EXPECT_EQ(std::vector<std::string_view>(slack.begin(), slack.end()),
+              (std::vector<std::string_view>{"slack", "com.slack.Slack"}));
+    EXPECT_EQ(DeepLinkTemplates::desktopEntryIDs("org.telegram.desktop").size(), 0u)
+        << "keys are the catalogue's bundle ids";
+    EXPECT_TRUE(DeepLinkTemplates::desktopEntryIDs("com.apple.systempreferences").empty());
+    for (const auto& link : DeepLinkTemplates::all()) {
+        for (auto id : DeepLinkTemplates::desktopEntryIDs(link.bundleID)) {
+            EXPECT_FALSE(id.empty()) << link.bundleID;
+        }
+    }
+}
+
+struct ReadingRow
+{
+    std::string name;
+    std::string pasted;
+    std::string templateAddress; // empty: nothing fits
+    Values values;
+    std::string address;
+};
+
+void PrintTo(const ReadingRow& row, std::ostream* out)
+{
+    *out << row.pasted;
+}
+
+class DeepLinkReadingTest : public testing::TestWithParam<ReadingRow>
+{};
+
+TEST_P(DeepLinkReadingTest, FitsThePastedLink)
+{
+    const ReadingRow& row = GetParam();
+    auto reading = DeepLinkTemplates::reading(row.pasted);
+    if (row.templateAddress.empty()) {
+        EXPECT_FALSE(reading) << reading->link.id();
+        return;
+    }
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->link.address, row.templateAddress);
+    EXPECT_EQ(reading->values, row.values);
+    EXPECT_EQ(reading->address, row.address);
+}
+
+const std::string kSlackChannel = "slack://channel?team={workspace}&id={channel}";
+const std::string kSlackOpen = "slack://open?team={workspace}";
+const std::string kSpotifyAlbum = "spotify:album:{album id}";
+const std::string kTelegram = "tg://resolve?domain={username}";
+const std::string kDiscord = "discord://discord.com/channels/{server}/{channel}";
+
+INSTANTIATE_TEST_SUITE_P(
+    AppLinks,
+    DeepLinkReadingTest,
+    testing::Values(ReadingRow{"CatalogueAddress",
+                               "things:///show?id=today",
+                               "things:///show?id=today",
+                               {},
+                               "things:///show?id=today"},
+                    ReadingRow{"NamedPaneBeatsPaneByIdentifier",
+                               "x-apple.systempreferences:com.apple.Bluetooth-Settings.extension",
+                               "x-apple.systempreferences:com.apple.Bluetooth-Settings.extension",
+                               {},
+                               "x-apple.systempreferences:com.apple.Bluetooth-Settings.extension"},
+                    ReadingRow{"PaneByIdentifier",
+                               "x-apple.systempreferences:com.apple.Mouse-Settings.extension",
+                               "x-apple.systempreferences:com.apple.{pane}",
+                               {{"pane", "Mouse-Settings.extension"}},
+                               "x-apple.systempreferences:com.apple.Mouse-Settings.extension"},
+                    ReadingRow{"SecondBlankPicksTheLongerTemplate",
+                               "obsidian://open?vault=My%20Notes&file=a/b",
+                               kNote,
+                               {{"vault", "My Notes"}, {"note", "a/b"}},
+                               "obsidian://open?vault=My%20Notes&file=a/b"},
+                    ReadingRow{"SurroundingSpaceIgnored",
+                               "  slack://open?team=T1 \n",
+                               kSlackOpen,
+                               {{"workspace", "T1"}},
+                               "slack://open?team=T1"},
+                    ReadingRow{
+                        "NumberWithoutDigits", "zoommtg://zoom.us/join?confno=abc", "", {}, ""},
+                    ReadingRow{"SchemeCaseDiffers", "SPOTIFY:album:1", "", {}, ""},
+                    ReadingRow{"UnknownScheme", "raycast-x://whatever", "", {}, ""},
+                    ReadingRow{"Empty", "  ", "", {}, ""}),
+    [](const auto& info) { return info.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(
+    WebLinks,
+    DeepLinkReadingTest,
+    testing::Values(ReadingRow{"SlackWebClient",
+                               "https://app.slack.com/client/T0123ABC/C0456DEF",
+                               kSlackChannel,
+                               {{"workspace", "T0123ABC"}, {"channel", "C0456DEF"}},
+                               "slack://channel?team=T0123ABC&id=C0456DEF"},
+                    ReadingRow{"SlackWorkspace",
+                               "https://app.slack.com/client/T0123ABC",
+                               kSlackOpen,
+                               {{"workspace", "T0123ABC"}},
+                               "slack://open?team=T0123ABC"},
+                    ReadingRow{"SlackRedirect",
+                               "https://slack.com/app_redirect?team=T1&channel=C2",
+                               kSlackChannel,
+                               {{"workspace", "T1"}, {"channel", "C2"}},
+                               "slack://channel?team=T1&id=C2"},
+                    // A subdomain is not the workspace's id: that blank stays to be filled.
+                    ReadingRow{"SlackCopiedChannelLink",
+                               "https://acme.slack.com/archives/C0456DEF/p17000",
+                               kSlackChannel,
+                               {{"channel", "C0456DEF"}},
+                               "slack://channel?team={workspace}&id=C0456DEF"},
+                    ReadingRow{"SlackPerson",
+                               "https://acme.slack.com/team/U0789",
+                               "slack://user?team={workspace}&id={person}",
+                               {{"person", "U0789"}},
+                               "slack://user?team={workspace}&id=U0789"},
+                    ReadingRow{"SlackFile",
+                               "https://acme.slack.com/files/U0789/F0ABC/report.pdf",
+                               "slack://file?team={workspace}&id={file}",
+                               {{"file", "F0ABC"}},
+                               "slack://file?team={workspace}&id=F0ABC"},
+                    ReadingRow{"WhatsAppShortLink",
+                               "https://wa.me/905321234567",
+                               kPhone,
+                               {{"phone number", "905321234567"}},
+                               "whatsapp://send?phone=905321234567"},
+                    ReadingRow{"WhatsAppWithText",
+                               "https://wa.me/905321234567?text=See%20you+soon",
+                               "whatsapp://send?phone={phone number}&text={message}",
+                               {{"phone number", "905321234567"}, {"message", "See you soon"}},
+                               "whatsapp://send?phone=905321234567&text=See%20you%20soon"},
+                    ReadingRow{"WhatsAppApi",
+                               "https://api.whatsapp.com/send?phone=%2B905321234567",
+                               kPhone,
+                               {{"phone number", "+905321234567"}},
+                               "whatsapp://send?phone=905321234567"},
+                    ReadingRow{"FigmaDesign",
+                               "https://www.figma.com/design/AbC123/My-File?node-id=1-2",
+                               "figma://file/{file key}",
+                               {{"file key", "AbC123"}},
+                               "figma://file/AbC123"},
+                    ReadingRow{"NotionPage",
+                               "https://www.notion.so/acme/Roadmap-0123abcd?pvs=4",
+                               "notion://www.notion.so/{page}",
+                               {{"page", "acme/Roadmap-0123abcd"}},
+                               "notion://www.notion.so/acme/Roadmap-0123abcd"},
+                    ReadingRow{"ZoomInvitation",
+                               "https://us02web.zoom.us/j/81234567890?pwd=abc",
+                               "zoommtg://zoom.us/join?confno={meeting number}",
+                               {{"meeting number", "81234567890"}},
+                               "zoommtg://zoom.us/join?confno=81234567890"},
+                    ReadingRow{"ZoomPersonalLink", "https://zoom.us/my/someone", "", {}, ""},
+                    ReadingRow{"TelegramName",
+                               "https://t.me/durov",
+                               kTelegram,
+                               {{"username", "durov"}},
+                               "tg://resolve?domain=durov"},
+                    ReadingRow{"TelegramWithoutScheme",
+                               "t.me/s/durov",
+                               kTelegram,
+                               {{"username", "durov"}},
+                               "tg://resolve?domain=durov"},
+                    ReadingRow{"TelegramInvitation", "https://t.me/+AbCdEf", "", {}, ""},
+                    ReadingRow{"TelegramJoinChat", "https://t.me/joinchat/AbCdEf", "", {}, ""},
+                    ReadingRow{"SpotifyPlaylist",
+                               "https://open.spotify.com/playlist/37i9dQZF1DXcBWIGoYBM5M?si=abc",
+                               "spotify:playlist:{playlist id}",
+                               {{"playlist id", "37i9dQZF1DXcBWIGoYBM5M"}},
+                               "spotify:playlist:37i9dQZF1DXcBWIGoYBM5M"},
+                    ReadingRow{"SpotifyLocalisedAlbum",
+                               "HTTPS://OPEN.SPOTIFY.COM/intl-de/album/4aawyAB9",
+                               kSpotifyAlbum,
+                               {{"album id", "4aawyAB9"}},
+                               "spotify:album:4aawyAB9"},
+                    ReadingRow{
+                        "SpotifyTrack", "https://open.spotify.com/track/4aawyAB9", "", {}, ""},
+                    ReadingRow{"TeamsChat",
+                               "https://teams.microsoft.com/l/chat/0/0?users=ada@example.com",
+                               "msteams:/l/chat/0/0?users={email}",
+                               {{"email", "ada@example.com"}},
+                               "msteams:/l/chat/0/0?users=ada@example.com"},
+                    ReadingRow{"DiscordChannel",
+                               "https://discord.com/channels/123/456",
+                               kDiscord,
+                               {{"server", "123"}, {"channel", "456"}},
+                               "discord://discord.com/channels/123/456"},
+                    ReadingRow{"DiscordMessage",
+                               "https://ptb.discord.com/channels/@me/456/789",
+                               kDiscord,
+                               {{"server", "@me"}, {"channel", "456"}},
+                               "discord://discord.com/channels/@me/456"},
+                    ReadingRow{"LookalikeHost", "https://notdiscord.com/channels/1/2", "", {}, ""},
+                    ReadingRow{"OtherSite", "https://example.com/channels/1/2", "", {}, ""}),
+    [](const auto& info) { return info.param.name; });
+
+// A template whose blanks come from a pasted link must be readable from its app's web link.
+TEST(DeepLinkReadingCoverage, EveryPastedTemplateHasAWebLink)
+{
+    std::set<std::string> read;
+    for (const auto& rows : {"https://app.slack.com/client/T1/C2",
+                             "https://acme.slack.com/team/U1",
+                             "https://acme.slack.com/files/U1/F2/x",
+                             "https://app.slack.com/client/T1",
+                             "https://www.figma.com/file/K/x",
+                             "https://notion.so/p",
+                             "https://open.spotify.com/playlist/P",
+                             "https://open.spotify.com/album/A",
+                             "https://discord.com/channels/1/2"}) {
+        auto reading = DeepLinkTemplates::reading(rows);
+        ASSERT_TRUE(reading) << rows;
+        read.insert(reading->link.id());
+    }
+    for (const auto& link : DeepLinkTemplates::all()) {
+        if (!link.typed && !link.isComplete()) {
+            EXPECT_TRUE(read.contains(link.id())) << link.id();
+        }
+    }
+}
+
+} // namespace
