@@ -51,6 +51,10 @@ void keepAside(const std::filesystem::path& file)
 
 } // namespace
 
+LibraryStore::LibraryStore(SupportDirectory directory)
+    : LibraryStore(std::move(directory), Options{})
+{}
+
 LibraryStore::LibraryStore(SupportDirectory directory, Options options)
     : m_directory(std::move(directory))
     , m_options(std::move(options))
@@ -145,39 +149,68 @@ std::unique_ptr<JsonStore<Library>> LibraryStore::makeLibraryStore(const std::st
 void LibraryStore::openActiveBar()
 {
     const Bar& bar = m_index.active();
-    m_libraryStore = makeLibraryStore(bar.file);
+    auto file = m_directory.file(bar.file);
+    m_libraryWriter =
+        std::make_unique<DebouncedWriter>(file, m_options.interval, m_options.scheduler);
+    m_live = std::make_shared<Live>();
     m_repairs.clear();
     m_startedFresh = false;
-    auto loaded = m_libraryStore->load();
-    if (std::holds_alternative<LoadMissing>(loaded)) {
+    auto read = readStoreFile(file);
+    if (std::holds_alternative<LoadMissing>(read)) {
         m_loadState = {LoadState::Kind::Fresh, {}};
-        m_library = Library::empty();
         return;
     }
-    if (auto* unreadable = std::get_if<LoadUnreadable>(&loaded)) {
-        kLog.error("the bar “" + bar.name + "” cannot be read: " + unreadable->message);
-        m_loadState = {LoadState::Kind::Unreadable, unreadable->message};
-        m_library = Library::empty();
+    std::string message;
+    if (auto* unreadable = std::get_if<LoadUnreadable>(&read)) {
+        message = unreadable->message;
+    } else {
+        try {
+            m_live->library = decodeLibrary(std::get<std::string>(read));
+        } catch (const DecodeError& error) {
+            message = error.what();
+        }
+    }
+    if (!message.empty()) {
+        kLog.error("the bar “" + bar.name + "” cannot be read: " + message);
+        m_loadState = {LoadState::Kind::Unreadable, message};
         return;
     }
-    m_library = std::move(std::get<Library>(loaded));
     m_loadState = {LoadState::Kind::Loaded, {}};
+    Library& library = m_live->library;
     // With the session list held, every named session counts as known so no link loses its own.
-    auto known = m_sessionsHeld ? m_library.sessionIDsInUse() : knownSessionIDs();
-    m_repairs = m_library.validate(known);
+    auto known = m_sessionsHeld ? library.sessionIDsInUse() : knownSessionIDs();
+    m_repairs = library.validate(known);
     if (!m_repairs.empty()) {
         for (const auto& violation : m_repairs) {
             kLog.error("repaired " + bar.file + ": " + violation.description());
         }
         std::unordered_set<ShortcutID> seen;
-        m_library = m_library.repaired(seen, known);
-        m_libraryStore->save(m_library);
+        library = library.repaired(seen, known);
+        saveLibrary();
     }
+}
+
+void LibraryStore::saveLibrary()
+{
+    m_libraryWriter->submit([live = m_live] {
+        Library copy;
+        {
+            std::lock_guard guard(live->lock);
+            copy = live->library;
+        }
+        return encodeLibrary(copy);
+    });
+}
+
+template <class Edit> void LibraryStore::changeLibrary(Edit&& edit)
+{
+    std::lock_guard guard(m_live->lock);
+    edit(m_live->library);
 }
 
 const Library& LibraryStore::library() const
 {
-    return m_preview ? *m_preview : m_library;
+    return m_preview ? *m_preview : m_live->library;
 }
 
 std::optional<Library> LibraryStore::libraryOf(const Bar& bar) const
@@ -186,7 +219,7 @@ std::optional<Library> LibraryStore::libraryOf(const Bar& bar) const
         if (m_loadState.kind == LoadState::Kind::Unreadable && !m_startedFresh) {
             return std::nullopt;
         }
-        return m_library;
+        return m_live->library;
     }
     auto loaded = makeLibraryStore(bar.file)->load();
     if (auto* value = std::get_if<Library>(&loaded)) {
@@ -251,7 +284,7 @@ bool LibraryStore::isHeldAfterCorruption() const
 
 std::optional<std::string> LibraryStore::saveError() const
 {
-    if (auto error = m_libraryStore->lastSaveError()) {
+    if (auto error = m_libraryWriter->lastSaveError()) {
         return error;
     }
     if (auto error = m_indexStore->lastSaveError()) {
@@ -270,9 +303,9 @@ void LibraryStore::mutate(const std::function<void(Library&)>& change)
     if (m_preview) {
         change(*m_preview);
     } else {
-        change(m_library);
+        changeLibrary(change);
         if (canSaveLibrary()) {
-            m_libraryStore->save(m_library);
+            saveLibrary();
         }
     }
     notify(LibraryChanged);
@@ -353,7 +386,7 @@ std::optional<std::string> LibraryStore::removeBar(const BarID& id)
     size_t position = static_cast<size_t>(it - m_index.bars.begin());
     std::string file = it->file;
     if (wasActive) {
-        m_libraryStore->flush();
+        m_libraryWriter->flush();
     }
     m_index.bars.erase(it);
     unsigned changes = BarsChanged;
@@ -385,7 +418,7 @@ void LibraryStore::activate(const BarID& id)
     if (!m_index.bar(id) || id == activeBarID()) {
         return;
     }
-    m_libraryStore->flush();
+    m_libraryWriter->flush();
     m_preview.reset();
     m_index.activeID = id;
     saveIndex();
@@ -511,16 +544,16 @@ bool LibraryStore::startFreshAfterCorruption()
     }
     m_startedFresh = true;
     m_loadState = {LoadState::Kind::Fresh, {}};
-    m_libraryStore->save(m_library);
-    m_libraryStore->flush();
+    saveLibrary();
+    m_libraryWriter->flush();
     notify(LibraryChanged);
     return true;
 }
 
 void LibraryStore::flush()
 {
-    if (m_libraryStore) {
-        m_libraryStore->flush();
+    if (m_libraryWriter) {
+        m_libraryWriter->flush();
     }
     if (m_indexStore) {
         m_indexStore->flush();

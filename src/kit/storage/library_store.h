@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_set>
@@ -67,7 +68,8 @@ public:
     static constexpr const char* kEarlierIndexName = "bar-index.json";
 
     // Opens the library in the folder: migration, bar list, sessions, then the showing bar.
-    explicit LibraryStore(SupportDirectory directory, Options options = Options{});
+    explicit LibraryStore(SupportDirectory directory);
+    LibraryStore(SupportDirectory directory, Options options);
     static std::unique_ptr<LibraryStore> standard(SupportDirectory directory);
     ~LibraryStore();
     LibraryStore(const LibraryStore&) = delete;
@@ -95,6 +97,8 @@ public:
     bool isTemporary() const { return m_directory.isTemporary; }
     bool isPreviewing() const { return m_preview.has_value(); }
     const SupportDirectory& directory() const { return m_directory; }
+    // Writes of the showing bar's file so far, for benchmarks and tests.
+    size_t libraryWriteCount() const { return m_libraryWriter->writeCount(); }
 
     // Changing. `change` must leave the library whole if it throws (the library's own operations
     // do).
@@ -130,8 +134,19 @@ public:
     void removeObserver(size_t token);
 
 private:
+    // The showing bar's library, shared with its pending write: the main thread changes it under
+    // the lock and the writer copies it under the lock when the write comes due, so a change costs
+    // no copy of a large bar.
+    struct Live
+    {
+        std::mutex lock;
+        library::Library library;
+    };
+
     std::unique_ptr<JsonStore<library::Library>> makeLibraryStore(const std::string& file) const;
     void openActiveBar();
+    void saveLibrary();
+    template <class Edit> void changeLibrary(Edit&& edit);
     void saveIndex();
     void saveSessions();
     bool canSaveLibrary() const;
@@ -144,13 +159,13 @@ private:
     Options m_options;
     std::unique_ptr<JsonStore<library::BarIndex>> m_indexStore;
     std::unique_ptr<JsonStore<library::SessionIndex>> m_sessionStore;
-    std::unique_ptr<JsonStore<library::Library>> m_libraryStore;
+    std::unique_ptr<DebouncedWriter> m_libraryWriter;
 
     library::BarIndex m_index;
     std::vector<library::Session> m_sessions;
     // An unreadable session list is kept as it is: never saved over, and its links never repaired.
     bool m_sessionsHeld = false;
-    library::Library m_library;
+    std::shared_ptr<Live> m_live;
     LoadState m_loadState;
     bool m_startedFresh = false;
     std::vector<library::Violation> m_repairs;

@@ -1,1 +1,273 @@
 // SPDX-License-Identifier: MIT
+#include "kit/storage/library_store.h"
+
+#include "kit/library/fixtures.h"
+#include "kit/library/library_json.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace kit::library;
+using namespace kit::storage;
+using namespace testing_support;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+namespace {
+
+class LibraryStoreTest : public ::testing::Test
+{
+protected:
+    std::unique_ptr<LibraryStore> open()
+    {
+        // A long debounce: nothing reaches disk unless flushed, so tests see exactly what flush
+        // wrote.
+        LibraryStore::Options options;
+        options.interval = std::chrono::milliseconds(60'000);
+        return std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+    }
+
+    std::string file(const std::string& name) const { return readFile(dir.file(name)); }
+    bool exists(const std::string& name) const { return std::filesystem::exists(dir.file(name)); }
+
+    TempDir dir;
+};
+
+} // namespace
+
+TEST_F(LibraryStoreTest, AFreshFolderGetsOneBarAndWritesTheLibraryOnTheFirstChange)
+{
+    auto store = open();
+    store->flush();
+    ASSERT_EQ(store->bars().size(), 1u);
+    EXPECT_EQ(store->activeBar().name, "Shortcuts");
+    EXPECT_EQ(store->activeBar().file, "library.json");
+    EXPECT_EQ(store->loadState().kind, LibraryStore::LoadState::Kind::Fresh);
+    EXPECT_TRUE(store->sessions().empty());
+    EXPECT_EQ(decodeBarIndex(file("bars.json")), store->barIndex());
+    EXPECT_FALSE(exists("library.json"));
+
+    store->mutate([](Library& l) { l.add(webLink("Docs")); });
+    store->flush();
+    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 1u);
+
+    // Reopening reads back what was written.
+    store.reset();
+    auto again = open();
+    EXPECT_EQ(again->loadState().kind, LibraryStore::LoadState::Kind::Loaded);
+    EXPECT_EQ(again->library().shortcuts[0].name, "Docs");
+}
+
+TEST_F(LibraryStoreTest, UnreadableBarIsKeptByteForByteUntilStartedFresh)
+{
+    open().reset();
+    const std::string garbage = "{\"schemaVersion\": 1, \"shortcuts\": [oops";
+    writeFile(dir.file("library.json"), garbage);
+
+    auto store = open();
+    EXPECT_EQ(store->loadState().kind, LibraryStore::LoadState::Kind::Unreadable);
+    EXPECT_THAT(store->loadState().message, HasSubstr("syntax error"));
+    EXPECT_TRUE(store->isHeldAfterCorruption());
+    store->mutate([](Library& l) { l.add(webLink("Kept in memory")); });
+    EXPECT_EQ(store->library().shortcuts.size(), 1u);
+    store->flush();
+    store.reset();
+    EXPECT_EQ(file("library.json"), garbage);
+    EXPECT_EQ(open()->sessionIDsAcrossBars(), std::nullopt);
+
+    store = open();
+    EXPECT_TRUE(store->startFreshAfterCorruption());
+    EXPECT_FALSE(store->startFreshAfterCorruption()) << "only once";
+    store->flush();
+    EXPECT_EQ(decodeLibrary(file("library.json")), Library::empty());
+    EXPECT_FALSE(store->isHeldAfterCorruption());
+}
+
+TEST_F(LibraryStoreTest, NewerSchemaIsRefusedAndNeverOverwritten)
+{
+    open().reset();
+    const std::string newer = R"({"schemaVersion": 2, "shortcuts": []})";
+    writeFile(dir.file("library.json"), newer);
+    auto store = open();
+    EXPECT_EQ(store->loadState().message,
+              "written by a newer Vantorel (schema 2, this build reads up to 1)");
+    store->mutate([](Library& l) { l.add(webLink("x")); });
+    store.reset();
+    EXPECT_EQ(file("library.json"), newer);
+}
+
+TEST_F(LibraryStoreTest, DuplicateIdsAreRepairedOnLoadAndWrittenBack)
+{
+    open().reset();
+    Library broken;
+    broken.add(webLink("First"));
+    Shortcut again = broken.shortcuts[0];
+    again.name = "Second";
+    broken.add(group("Group", {again}));
+    writeFile(dir.file("library.json"), encodeLibrary(broken));
+
+    auto store = open();
+    ASSERT_EQ(store->repairs().size(), 1u);
+    EXPECT_EQ(store->repairs()[0].kind, Violation::Kind::DuplicateShortcut);
+    EXPECT_TRUE(store->library().shortcuts[1].target.members().empty());
+    store->flush();
+    EXPECT_EQ(decodeLibrary(file("library.json")), store->library());
+}
+
+TEST_F(LibraryStoreTest, SessionsAreGatheredFromOlderBarFilesAndColoured)
+{
+    open().reset();
+    std::filesystem::remove(dir.file("sessions.json"));
+    SessionID work = SessionID::make();
+    writeFile(dir.file("library.json"),
+              R"({"schemaVersion": 1, "shortcuts": [], "sessions": [{"id": ")" + work.string()
+                  + R"(", "name": "Work"}]})");
+    auto store = open();
+    ASSERT_EQ(store->sessions().size(), 1u);
+    EXPECT_EQ(store->sessions()[0].name, "Work");
+    EXPECT_EQ(store->sessions()[0].colour, 0);
+    store->flush();
+    EXPECT_EQ(decodeSessionIndex(file("sessions.json")).sessions, store->sessions());
+}
+
+TEST_F(LibraryStoreTest, AnUnreadableSessionListKeepsEveryLinksSession)
+{
+    SessionID work;
+    {
+        auto store = open();
+        work = *store->addSession("Work");
+        store->mutate([&](Library& l) {
+            l.add(webLink("Mail"));
+            l.apply(change::Account{work}, l.shortcuts[0].id);
+        });
+    }
+    writeFile(dir.file("sessions.json"), "not json");
+    auto store = open();
+    EXPECT_TRUE(store->repairs().empty());
+    EXPECT_EQ(store->library().shortcuts[0].target.urlTarget()->sessionID, work);
+    store->addSession("Home");
+    store.reset();
+    EXPECT_EQ(file("sessions.json"), "not json");
+}
+
+TEST_F(LibraryStoreTest, BarsAreAddedRenamedMovedSwitchedAndRemoved)
+{
+    auto store = open();
+    BarID first = store->activeBarID();
+    store->mutate([](Library& l) { l.add(webLink("On first")); });
+    auto work = store->addBar("  Work  ");
+    ASSERT_TRUE(work);
+    EXPECT_EQ(store->addBar("   "), std::nullopt);
+    EXPECT_EQ(store->bars()[1].name, "Work");
+    EXPECT_THAT(store->bars()[1].file, ::testing::MatchesRegex("library-[0-9a-f]{8}\\.json"));
+
+    EXPECT_TRUE(store->mutate(*work, [](Library& l) { l.add(webLink("On work")); }));
+    EXPECT_EQ(store->library(*work)->shortcuts[0].name, "On work");
+    EXPECT_EQ(store->library().shortcuts[0].name, "On first");
+
+    store->activate(*work);
+    EXPECT_EQ(store->activeBarID(), *work);
+    EXPECT_EQ(store->library().shortcuts[0].name, "On work");
+    EXPECT_EQ(store->library(first)->shortcuts[0].name, "On first") << "the switch flushed it";
+
+    EXPECT_TRUE(store->renameBar(*work, "Office"));
+    EXPECT_FALSE(store->renameBar(*work, ""));
+    store->moveBars({1}, 0);
+    EXPECT_EQ(store->bars()[0].name, "Office");
+
+    ShortcutID moving = store->library().shortcuts[0].id;
+    EXPECT_TRUE(store->move(moving, first));
+    EXPECT_TRUE(store->library().shortcuts.empty());
+    EXPECT_EQ(store->library(first)->shortcuts.size(), 2u);
+    EXPECT_FALSE(store->move(moving, first)) << "already there";
+
+    // Removing the showing bar shows its neighbour; the last bar stays.
+    std::string officeFile = store->activeBar().file;
+    EXPECT_EQ(store->removeBar(*work), std::nullopt);
+    EXPECT_EQ(store->activeBarID(), first);
+    EXPECT_FALSE(exists(officeFile));
+    EXPECT_EQ(store->removeBar(first), LibraryStore::kLastBarRefusal);
+    store->flush();
+    EXPECT_EQ(decodeBarIndex(file("bars.json")), store->barIndex());
+    EXPECT_EQ(store->library().shortcuts.size(), 2u);
+}
+
+TEST_F(LibraryStoreTest, RemovingASessionSendsItsLinksBackOnEveryBar)
+{
+    auto store = open();
+    SessionID work = *store->addSession("Work");
+    SessionID home = *store->addSession("Home");
+    EXPECT_NE(store->sessions()[0].colour, store->sessions()[1].colour);
+    auto other = *store->addBar("Other");
+    auto useSession = [&](SessionID session) {
+        return [session](Library& l) {
+            l.add(webLink("Linked"));
+            l.apply(change::Account{session}, l.shortcuts.back().id);
+        };
+    };
+    store->mutate(useSession(work));
+    store->mutate(other, useSession(work));
+    store->mutate(other, useSession(home));
+    EXPECT_EQ(store->usage(work), 2);
+    EXPECT_EQ(store->usage(SessionID::make()), std::nullopt);
+    EXPECT_EQ(store->sessionIDsAcrossBars()->size(), 2u);
+
+    store->removeSession(work);
+    EXPECT_EQ(store->sessions().size(), 1u);
+    EXPECT_EQ(*store->sessionIDsAcrossBars(), (std::unordered_set<SessionID>{home}));
+    EXPECT_TRUE(store->renameSession(home, "House"));
+    EXPECT_EQ(store->sessions()[0].name, "House");
+}
+
+TEST_F(LibraryStoreTest, ObserversAreToldOncePerChange)
+{
+    auto store = open();
+    std::vector<unsigned> told;
+    size_t token = store->observe([&](unsigned changes) { told.push_back(changes); });
+    store->mutate([](Library& l) { l.add(webLink("x")); });
+    store->addBar("Second");
+    store->addSession("Work");
+    EXPECT_THAT(told,
+                ElementsAre(LibraryStore::LibraryChanged,
+                            LibraryStore::BarsChanged,
+                            LibraryStore::SessionsChanged));
+    store->removeObserver(token);
+    store->mutate([](Library& l) { l.add(webLink("y")); });
+    EXPECT_EQ(told.size(), 3u);
+}
+
+TEST_F(LibraryStoreTest, AFailedWriteKeepsTheChangeAndTheNextSaveTriesAgain)
+{
+    auto store = open();
+    // A folder where the file should be: the rename over it fails, whoever runs the test.
+    std::filesystem::create_directory(dir.file("library.json"));
+    store->mutate([](Library& l) { l.add(webLink("Precious")); });
+    store->flush();
+    ASSERT_TRUE(store->saveError().has_value());
+    EXPECT_THAT(*store->saveError(), HasSubstr("library.json"));
+    EXPECT_EQ(store->library().shortcuts.size(), 1u);
+
+    std::filesystem::remove(dir.file("library.json"));
+    store->mutate([](Library& l) { l.add(webLink("More")); });
+    store->flush();
+    EXPECT_FALSE(store->saveError().has_value());
+    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 2u);
+}
+
+TEST_F(LibraryStoreTest, PreviewShowsAnotherFileAndWritesNothing)
+{
+    auto store = open();
+    store->mutate([](Library& l) { l.add(webLink("Real")); });
+    Library other;
+    other.add(webLink("Preview"));
+    writeFile(dir.file("preview.json"), encodeLibrary(other));
+    store->startPreview(dir.file("preview.json"), Library::empty());
+    EXPECT_EQ(store->library().shortcuts[0].name, "Preview");
+    store->mutate([](Library& l) { l.add(webLink("Only in the preview")); });
+    store->endPreview();
+    EXPECT_EQ(store->library().shortcuts.size(), 1u);
+    store->flush();
+    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 1u);
+    EXPECT_EQ(decodeLibrary(file("preview.json")), other);
+}

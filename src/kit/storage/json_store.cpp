@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+#include "kit/storage/json_store.h"
+
+#include "kit/support/atomic_file.h"
+#include "kit/support/log.h"
+
+#include <mutex>
+
+namespace kit::storage {
+
+namespace {
+
+constexpr support::Logger kLog("storage");
+
+// Old enough that no write of a living process can still be using the temporary file.
+constexpr std::chrono::seconds kLeftoverAge{60};
+
+} // namespace
+
+struct DebouncedWriter::State
+{
+    explicit State(std::filesystem::path file)
+        : file(std::move(file))
+    {}
+
+    // Runs on the scheduler only, so writes of one file never overlap.
+    void writeNow()
+    {
+        Encode encode;
+        {
+            std::lock_guard guard(lock);
+            encode = std::move(pending);
+            pending = nullptr;
+            writeScheduled = false;
+        }
+        if (!encode) {
+            return;
+        }
+
+        std::optional<std::string> error;
+        try {
+            error = support::writeFileAtomically(file, encode());
+        } catch (const std::exception& e) {
+            std::string reason = e.what();
+            if (!reason.ends_with('.')) {
+                reason += '.';
+            }
+            error = "Could not save “" + file.filename().string() + "”: " + reason;
+        } catch (...) {
+            error = "Could not save “" + file.filename().string() + "”: it could not be encoded.";
+        }
+        if (!error && !sweptLeftovers) {
+            // Temporaries of a process killed mid-write would otherwise stay forever.
+            sweptLeftovers = true;
+            support::removeLeftoverTemporaries(file, kLeftoverAge);
+        }
+        if (error) {
+            kLog.error(*error + " (" + file.string() + ")");
+        }
+
+        std::lock_guard guard(lock);
+        lastSaveError = std::move(error);
+        if (!lastSaveError) {
+            ++writeCount;
+        }
+    }
+
+    const std::filesystem::path file;
+    mutable std::mutex lock;
+    Encode pending;
+    bool writeScheduled = false;
+    std::optional<std::string> lastSaveError;
+    size_t writeCount = 0;
+    bool sweptLeftovers = false; // scheduler only
+};
+
+DebouncedWriter::DebouncedWriter(std::filesystem::path file,
+                                 std::chrono::milliseconds interval,
+                                 std::shared_ptr<support::Scheduler> scheduler)
+    : m_file(std::move(file))
+    , m_interval(interval)
+    , m_state(std::make_shared<State>(m_file))
+    , m_scheduler(std::move(scheduler))
+{
+    if (!m_scheduler) {
+        m_scheduler = std::make_shared<support::SerialQueue>("store." + m_file.filename().string());
+    }
+}
+
+DebouncedWriter::~DebouncedWriter()
+{
+    flush();
+}
+
+void DebouncedWriter::submit(Encode encode)
+{
+    {
+        std::lock_guard guard(m_state->lock);
+        m_state->pending = std::move(encode);
+        if (m_state->writeScheduled) {
+            return;
+        }
+        m_state->writeScheduled = true;
+    }
+    // Scheduling outside the lock: a scheduler that runs the task at once must not deadlock.
+    m_scheduler->after(m_interval, [weak = std::weak_ptr<State>(m_state)] {
+        if (auto state = weak.lock()) {
+            state->writeNow();
+        }
+    });
+}
+
+void DebouncedWriter::flush()
+{
+    // Always through the scheduler: a write taken off `pending` may still be under way there.
+    m_scheduler->sync([state = m_state] { state->writeNow(); });
+}
+
+std::optional<std::string> DebouncedWriter::lastSaveError() const
+{
+    std::lock_guard guard(m_state->lock);
+    return m_state->lastSaveError;
+}
+
+size_t DebouncedWriter::writeCount() const
+{
+    std::lock_guard guard(m_state->lock);
+    return m_state->writeCount;
+}
+
+std::variant<std::string, LoadUnreadable, LoadMissing>
+readStoreFile(const std::filesystem::path& file)
+{
+    auto read = support::readWholeFile(file);
+    if (auto* error = std::get_if<support::ReadError>(&read)) {
+        if (error->isMissing()) {
+            return LoadMissing{};
+        }
+        return LoadUnreadable{std::move(error->message)};
+    }
+    return std::move(std::get<std::string>(read));
+}
+
+} // namespace kit::storage
