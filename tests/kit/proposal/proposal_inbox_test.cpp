@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: MIT
+#include "kit/proposal/proposal_inbox.h"
+
+#include "kit/library/fixtures.h"
+#include "kit/proposal/root_grant_store.h"
+#include "kit/storage/library_store.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+using namespace kit::library;
+using namespace kit::proposal;
+using namespace kit::storage;
+using namespace testing_support;
+using ::testing::ElementsAre;
+
+namespace {
+
+using Decision = ProposalInbox::Decision;
+
+ProposedShortcut proposed(const Shortcut& shortcut, std::optional<Placement> placement = {})
+{
+    ProposedShortcut p = ProposedShortcut::from(shortcut);
+    p.placement = placement;
+    return p;
+}
+
+std::vector<std::string> namesOf(const Library& library)
+{
+    return names(library.shortcuts);
+}
+
+// A store in a temporary folder with two bars; the showing one holds Mail (a group with Inbox),
+// Docs and News.
+class ProposalInboxTest : public ::testing::Test
+{
+protected:
+    ProposalInboxTest()
+    {
+        LibraryStore::Options options;
+        options.interval = std::chrono::milliseconds(60'000);
+        store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+        work = *store->addSession("Work");
+        side = *store->addBar("Side");
+        inbox = webLink("Inbox");
+        inbox.target.urlTarget()->sessionID = work;
+        mail = group("Mail", {inbox});
+        store->mutate([&](Library& l) {
+            l.add(mail);
+            l.add(webLink("Docs"));
+            l.add(webLink("News"));
+        });
+        store->flush();
+    }
+
+    ProposalInbox::DecisionCallback record()
+    {
+        return [this](const Decision& decision) { decisions.push_back(decision); };
+    }
+
+    static Proposal onActiveBar(std::vector<ProposedShortcut> shortcuts,
+                                std::vector<ShortcutID> removals = {})
+    {
+        Proposal proposal;
+        proposal.bars.push_back(
+            {BarDestination::active(), std::move(shortcuts), std::move(removals)});
+        return proposal;
+    }
+
+    std::map<std::string, std::string> files() const
+    {
+        std::map<std::string, std::string> out;
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+            out[entry.path().filename().string()] = readFile(entry.path());
+        }
+        return out;
+    }
+
+    const Shortcut& shortcutNamed(const std::string& name) const
+    {
+        for (const Shortcut* s : store->library().allShortcuts()) {
+            if (s->name == name) {
+                return *s;
+            }
+        }
+        throw std::runtime_error("no " + name);
+    }
+
+    TempDir dir;
+    std::unique_ptr<LibraryStore> store;
+    SessionID work;
+    BarID side;
+    Shortcut inbox;
+    Shortcut mail;
+    // Before the inbox: a proposal still pending when the test ends is declined into it.
+    std::vector<Decision> decisions;
+    ProposalInbox inboxUnderTest;
+};
+
+} // namespace
+
+TEST_F(ProposalInboxTest, ASecondProposalReplacesTheFirstAndItsProposerHearsSo)
+{
+    inboxUnderTest.receive(onActiveBar({proposed(webLink("First"))}), record(), *store);
+    std::vector<Decision> second;
+    inboxUnderTest.receive(
+        onActiveBar({proposed(webLink("Second"))}),
+        [&](const Decision& d) { second.push_back(d); },
+        *store,
+        "second.vantorel");
+    ASSERT_EQ(decisions.size(), 1u);
+    EXPECT_EQ(decisions[0].kind, Decision::Kind::Replaced);
+    ASSERT_TRUE(inboxUnderTest.review());
+    ASSERT_EQ(inboxUnderTest.review()->items().size(), 1u);
+    EXPECT_EQ(inboxUnderTest.review()->items()[0]->name, "Second");
+    EXPECT_EQ(inboxUnderTest.fileName(), "second.vantorel");
+    EXPECT_TRUE(second.empty());
+    inboxUnderTest.dismiss();
+    EXPECT_EQ(second.size(), 1u);
+}
+
+TEST_F(ProposalInboxTest, DecliningChangesNoFileAndTellsTheProposerOnce)
+{
+    auto before = files();
+    int observed = 0;
+    inboxUnderTest.observe([&] { ++observed; });
+    inboxUnderTest.receive(
+        onActiveBar({proposed(webLink("New"))}, {shortcutNamed("Docs").id}), record(), *store);
+    inboxUnderTest.dismiss();
+    inboxUnderTest.dismiss();
+    store->flush();
+    EXPECT_EQ(files(), before);
+    ASSERT_EQ(decisions.size(), 1u);
+    EXPECT_EQ(decisions[0].kind, Decision::Kind::Declined);
+    EXPECT_FALSE(inboxUnderTest.isPending());
+    EXPECT_EQ(observed, 2);
+}
+
+TEST_F(ProposalInboxTest, ApplyingWritesEveryKindOfRowInOrder)
+{
+    Proposal proposal = onActiveBar({proposed(webLink("Top"), Placement::top(0)),
+                                     proposed(webLink("Filed"), Placement::inGroup(mail.id, 0))},
+                                    {shortcutNamed("News").id});
+    Session renamed{work, "Office", {}};
+    proposal.sessions = {renamed, Session{SessionID::make(), "Private", {}}};
+    proposal.bars.push_back({BarDestination::newBar("Project"), {proposed(webLink("Plan"))}, {}});
+    proposal.moves = {{shortcutNamed("Docs").id, std::nullopt, BarDestination::newBar("Project")}};
+    proposal.renameBars = {{side, "Sidebar"}};
+
+    inboxUnderTest.receive(proposal, record(), *store);
+    ASSERT_TRUE(inboxUnderTest.apply(*store));
+
+    EXPECT_THAT(namesOf(store->library()), ElementsAre("Top", "Mail"));
+    EXPECT_THAT(names(store->library().members(mail.id)), ElementsAre("Filed", "Inbox"));
+    ASSERT_EQ(store->bars().size(), 3u);
+    EXPECT_EQ(store->bars()[1].name, "Sidebar");
+    EXPECT_EQ(store->bars()[2].name, "Project");
+    EXPECT_THAT(namesOf(*store->library(store->bars()[2].id)), ElementsAre("Plan", "Docs"));
+    ASSERT_EQ(store->sessions().size(), 2u);
+    EXPECT_EQ(store->sessions()[0].name, "Office");
+    ASSERT_EQ(decisions.size(), 1u);
+    EXPECT_EQ(decisions[0].kind, Decision::Kind::Applied);
+    EXPECT_TRUE(decisions[0].leftOut.empty());
+    EXPECT_FALSE(inboxUnderTest.isPending());
+}
+
+TEST_F(ProposalInboxTest, UncheckingAGroupLeavesOutItsMembersAndUncheckingARemovalKeepsTheAccount)
+{
+    Shortcut newGroup = group("Reading", {webLink("Paper")});
+    Proposal proposal = onActiveBar({proposed(newGroup), proposed(webLink("Kept"))});
+    proposal.removeSessions = {work};
+    inboxUnderTest.receive(proposal, record(), *store);
+    inboxUnderTest.setLeftOut(ProposalEntry::shortcut(newGroup.id), true, *store);
+    inboxUnderTest.setLeftOut(ProposalEntry::session(work), true, *store);
+    EXPECT_EQ(inboxUnderTest.review()->items().size(), 3u);
+    EXPECT_EQ(inboxUnderTest.applying()->items().size(), 1u);
+
+    ASSERT_TRUE(inboxUnderTest.apply(*store));
+    EXPECT_THAT(namesOf(store->library()), ElementsAre("Mail", "Docs", "News", "Kept"));
+    EXPECT_EQ(store->sessions().size(), 1u);
+    EXPECT_EQ(shortcutNamed("Inbox").target.urlTarget()->sessionID, work);
+    EXPECT_THAT(decisions.at(0).leftOut, ElementsAre("Work", "Reading"));
+}
+
+TEST_F(ProposalInboxTest, ApplyingWithEveryRowUncheckedWritesNothingAndKeepsItPending)
+{
+    Shortcut added = webLink("Added");
+    inboxUnderTest.receive(onActiveBar({proposed(added)}), record(), *store);
+    inboxUnderTest.setLeftOut(ProposalEntry::shortcut(added.id), true, *store);
+    auto before = files();
+    EXPECT_FALSE(inboxUnderTest.apply(*store));
+    store->flush();
+    EXPECT_EQ(files(), before);
+    EXPECT_TRUE(inboxUnderTest.isPending());
+    EXPECT_TRUE(decisions.empty());
+}
+
+TEST_F(ProposalInboxTest, ApplyingReviewsAgainstTheLibraryAsItIsNow)
+{
+    // Reviewed while Mail stands; Mail goes before the person applies.
+    inboxUnderTest.receive(onActiveBar({proposed(webLink("Filed"), Placement::inGroup(mail.id)),
+                                        proposed(webLink("Loose"))}),
+                           record(),
+                           *store);
+    EXPECT_EQ(inboxUnderTest.review()->items()[0]->verdict, Verdict::added());
+    store->mutate([&](Library& l) { l.remove(mail.id); });
+
+    ASSERT_TRUE(inboxUnderTest.apply(*store));
+    EXPECT_THAT(namesOf(store->library()), ElementsAre("Docs", "News", "Loose"));
+    const ProposalReview& written = *decisions.at(0).review;
+    EXPECT_EQ(written.items()[0]->verdict, Verdict::refused(Refusal::UnknownGroup));
+}
+
+TEST_F(ProposalInboxTest, PlacingAndMovingOntoOneNewNameMakesOneBar)
+{
+    Proposal proposal;
+    proposal.bars.push_back({BarDestination::newBar("Later"), {proposed(webLink("A"))}, {}});
+    proposal.bars.push_back({BarDestination::newBar("Later"), {proposed(webLink("B"))}, {}});
+    proposal.moves = {{shortcutNamed("News").id, std::nullopt, BarDestination::newBar("Later")}};
+    inboxUnderTest.receive(proposal, record(), *store);
+    EXPECT_EQ(ReviewSummary::of(*inboxUnderTest.review()).barsToMake, 1);
+    ASSERT_TRUE(inboxUnderTest.apply(*store));
+    ASSERT_EQ(store->bars().size(), 3u);
+    EXPECT_THAT(namesOf(*store->library(store->bars()[2].id)), ElementsAre("A", "B", "News"));
+}
+
+TEST_F(ProposalInboxTest, RemovingTheShowingBarAndAnAccountWithItsLinks)
+{
+    std::vector<SessionID> removedWithData;
+    ProposalInbox withData({}, [&](const SessionID& id) {
+        removedWithData.push_back(id);
+        store->removeSession(id);
+    });
+    Proposal proposal;
+    proposal.removeBars = {store->activeBarID()};
+    proposal.removeSessions = {work};
+    withData.receive(proposal, record(), *store);
+    EXPECT_EQ(withData.review()->sessions[0].verdict.shortcutCount, 1);
+    ASSERT_TRUE(withData.apply(*store));
+    EXPECT_THAT(removedWithData, ElementsAre(work));
+    ASSERT_EQ(store->bars().size(), 1u);
+    EXPECT_EQ(store->bars()[0].name, "Side");
+}
+
+TEST_F(ProposalInboxTest, APendingProposalIsDeclinedWhenTheInboxGoes)
+{
+    {
+        ProposalInbox shortLived;
+        shortLived.receive(onActiveBar({proposed(webLink("x"))}), record(), *store);
+    }
+    ASSERT_EQ(decisions.size(), 1u);
+    EXPECT_EQ(decisions[0].kind, Decision::Kind::Declined);
+}
+
+TEST_F(ProposalInboxTest, PickingTheFileARowNeedsLetsItThrough)
+{
+    ProposedShortcut file{ShortcutID::make(),
+                          "Notes",
+                          ProposedTarget::file("/nowhere/notes.txt"),
+                          {},
+                          {},
+                          {},
+                          true,
+                          {}};
+    inboxUnderTest.receive(onActiveBar({file}), record(), *store);
+    EXPECT_EQ(inboxUnderTest.review()->items()[0]->verdict,
+              Verdict::needsAccess("/nowhere/notes.txt"));
+    EXPECT_FALSE(inboxUnderTest.applying()->hasWork());
+    ASSERT_TRUE(inboxUnderTest.reach(file.id, Bookmark{{1, 2}, "/nowhere/notes.txt"}, *store));
+    EXPECT_EQ(inboxUnderTest.review()->items()[0]->verdict, Verdict::added());
+}
+
+TEST(BarReviewApply, ReplacesInPlaceMovesIntoGroupsAndTakesMembersFromWhereTheyStood)
+{
+    Shortcut loose = webLink("Loose");
+    Shortcut folder = group("Folder", {webLink("Old member")});
+    Shortcut other = webLink("Other");
+    Library library{1, {loose, folder, other}};
+    LibrarySnapshot snapshot(library, {});
+
+    ProposedShortcut regrouped = ProposedShortcut::from(folder);
+    regrouped.target.members = {ProposedShortcut::from(loose)};
+    ProposedShortcut renamed = ProposedShortcut::from(other);
+    renamed.name = "Renamed";
+    ProposedShortcut first = ProposedShortcut::from(webLink("First"));
+    first.placement = Placement::top(0);
+    Proposal proposal;
+    proposal.bars.push_back({BarDestination::active(), {regrouped, renamed, first}, {}});
+
+    ProposalReview result = review(proposal, snapshot, {});
+    result.bars[0].apply(library);
+    EXPECT_THAT(names(library.shortcuts), ElementsAre("First", "Folder", "Renamed"));
+    EXPECT_THAT(names(library.members(folder.id)), ElementsAre("Loose"));
+    EXPECT_TRUE(library.validate({}).empty());
+}
+
+TEST(RootGrantStoreTest, ReachesPathsInsideGrantedFoldersOnly)
+{
+    TempDir dir;
+    std::filesystem::create_directories(dir.file("docs/inner"));
+    std::filesystem::create_directories(dir.file("docs-other"));
+    {
+        RootGrantStore grants(dir.file(RootGrantStore::kFileName));
+        EXPECT_TRUE(grants.grant(dir.file("docs")));
+        EXPECT_TRUE(grants.grant(dir.file("docs/inner/")));
+        EXPECT_FALSE(grants.grant(dir.file("missing")));
+        EXPECT_FALSE(grants.grant("relative/path"));
+    }
+    RootGrantStore again(dir.file(RootGrantStore::kFileName));
+    ASSERT_EQ(again.grants().size(), 2u);
+    const std::string docs = dir.file("docs").string();
+    EXPECT_EQ(again.reach(docs + "/a.txt")->displayPath, docs);
+    EXPECT_EQ(again.reach(docs + "/inner/b/c.txt")->displayPath, docs + "/inner");
+    EXPECT_EQ(again.reach(docs)->displayPath, docs);
+    EXPECT_FALSE(again.reach(dir.file("docs-other/a.txt").string()));
+    EXPECT_FALSE(again.reach(docs + "/../docs-other/a.txt"));
+    EXPECT_FALSE(again.reach("docs/a.txt"));
+    EXPECT_EQ(again.grants()[0].data.size(), 16u);
+    EXPECT_TRUE(again.revoke(docs));
+    EXPECT_EQ(again.reach(docs + "/a.txt"), std::nullopt);
+}
+
+TEST(RootGrantStoreTest, AnUnreadableFileIsNeverWrittenOver)
+{
+    TempDir dir;
+    writeFile(dir.file(RootGrantStore::kFileName), "{not json");
+    std::filesystem::create_directories(dir.file("docs"));
+    {
+        RootGrantStore grants(dir.file(RootGrantStore::kFileName));
+        EXPECT_TRUE(grants.isHeld());
+        grants.grant(dir.file("docs"));
+    }
+    EXPECT_EQ(readFile(dir.file(RootGrantStore::kFileName)), "{not json");
+}
