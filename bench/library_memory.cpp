@@ -3,6 +3,7 @@
 // cold, resident memory after, and how many writes a burst of 1,000 renames makes.
 // Run from the release preset: build/release/bench/library_memory
 #include "kit/storage/library_store.h"
+#include "kit/support/memory.h"
 #include "library_fixture.h"
 #include "support/temp_dir.h"
 
@@ -33,6 +34,7 @@ long statusKiB(const char* field)
 
 int main()
 {
+    kit::support::returnFreedMemoryPromptly();
     testing_support::TempDir dir;
     bench_support::writeRealisticLibrary(dir.path());
     long before = statusKiB("VmRSS:");

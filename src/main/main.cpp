@@ -2,6 +2,7 @@
 // The vantorel executable. Until the desktop layer and the tool server exist it opens the
 // person's library, reports what it holds, and says what could not be read.
 #include "kit/storage/library_store.h"
+#include "kit/support/memory.h"
 
 #include <cstdio>
 #include <cstring>
@@ -24,6 +25,7 @@ std::string plural(size_t count, const char* one, const char* many)
 
 int main(int argc, char** argv)
 {
+    kit::support::returnFreedMemoryPromptly();
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
             std::fputs(kUsage, stdout);

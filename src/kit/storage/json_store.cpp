@@ -6,11 +6,18 @@
 
 #include <mutex>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace kit::storage {
 
 namespace {
 
 constexpr support::Logger kLog("storage");
+
+// Files larger than this leave enough freed memory behind to be worth returning to the system.
+constexpr size_t kTrimAfterBytes = size_t{1} << 20;
 
 // Old enough that no write of a living process can still be using the temporary file.
 constexpr std::chrono::seconds kLeftoverAge{60};
@@ -38,8 +45,11 @@ struct DebouncedWriter::State
         }
 
         std::optional<std::string> error;
+        size_t written = 0;
         try {
-            error = support::writeFileAtomically(file, encode());
+            std::string data = encode();
+            written = data.size();
+            error = support::writeFileAtomically(file, data);
         } catch (const std::exception& e) {
             std::string reason = e.what();
             if (!reason.ends_with('.')) {
@@ -57,6 +67,13 @@ struct DebouncedWriter::State
         if (error) {
             kLog.error(*error + " (" + file.string() + ")");
         }
+#ifdef __GLIBC__
+        // Encoding a large file leaves megabytes free in this thread's arena that glibc would
+        // otherwise keep for good; give them back while the process idles between writes.
+        if (written > kTrimAfterBytes) {
+            malloc_trim(0);
+        }
+#endif
 
         std::lock_guard guard(lock);
         lastSaveError = std::move(error);
