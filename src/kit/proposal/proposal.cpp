@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/proposal/proposal.h"
 
-#include "kit/library/library_json.h"
+#include "kit/proposal/proposal_json.h"
 
 #include <cmath>
 #include <limits>
@@ -15,7 +15,7 @@ using library::readOr;
 using library::writeOptional;
 using nlohmann::json;
 
-namespace {
+namespace document {
 
 // Whole numbers are written without a fraction, as the library files write them.
 json number(double value)
@@ -288,6 +288,17 @@ int readFormatVersion(const json& document)
     return static_cast<int>(it->get<int64_t>());
 }
 
+ProposedBar readBarHead(const json& item)
+{
+    requireObject(item, "a bar");
+    ProposedBar bar;
+    if (auto d = item.find("destination"); d != item.end() && !d->is_null()) {
+        bar.destination = readDestination(*d);
+    }
+    bar.removals = readArray<ShortcutID>(item, "removals");
+    return bar;
+}
+
 Proposal readProposal(const json& document)
 {
     requireObject(document, "a document");
@@ -301,13 +312,8 @@ Proposal readProposal(const json& document)
             throw DecodeError("bars must be an array");
         }
         for (const json& item : *it) {
-            requireObject(item, "a bar");
-            ProposedBar bar;
-            if (auto d = item.find("destination"); d != item.end() && !d->is_null()) {
-                bar.destination = readDestination(*d);
-            }
+            ProposedBar bar = readBarHead(item);
             bar.shortcuts = readShortcuts(item, "shortcuts");
-            bar.removals = readArray<ShortcutID>(item, "removals");
             proposal.bars.push_back(std::move(bar));
         }
     }
@@ -376,6 +382,10 @@ json writeProposal(const Proposal& proposal)
     }
     return j;
 }
+
+} // namespace document
+
+namespace {
 
 void flattenInto(const std::vector<ProposedShortcut>& list,
                  std::vector<const ProposedShortcut*>& out)
@@ -538,10 +548,10 @@ ProposedShortcut::flatten(const std::vector<ProposedShortcut>& list)
     return out;
 }
 
-Proposal Proposal::decode(std::string_view data)
+Proposal reference::decode(std::string_view data)
 {
     try {
-        return readProposal(library::parseJson(data));
+        return document::readProposal(library::parseJson(data));
     } catch (const DecodeError&) {
         throw;
     } catch (const std::exception& error) {
@@ -549,9 +559,9 @@ Proposal Proposal::decode(std::string_view data)
     }
 }
 
-std::string Proposal::encoded() const
+std::string reference::encode(const Proposal& proposal)
 {
-    return library::prettyJson(writeProposal(*this));
+    return library::prettyJson(document::writeProposal(proposal));
 }
 
 Proposal Proposal::exportBars(const std::vector<std::pair<Bar, Library>>& bars,

@@ -258,4 +258,10 @@ inline bool ProposedTarget::operator==(const ProposedTarget& other) const
            && members == other.members;
 }
 
+// The same codings through a JSON tree: the yardstick the streamed coding is tested against.
+namespace reference {
+Proposal decode(std::string_view data);
+std::string encode(const Proposal& proposal);
+} // namespace reference
+
 } // namespace kit::proposal

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/proposal/proposal_review.h"
 
+#include <algorithm>
 #include <limits>
 #include <unordered_map>
 #include <unordered_set>
@@ -81,6 +82,72 @@ public:
                                         position.value_or(std::numeric_limits<size_t>::max())});
     }
 
+    // Shortcuts already on the bar, none of them a group, each placed at the end of a group or of
+    // the top level: the common shape of "move these into that group". Done in two walks of the
+    // tree when the moves cannot interfere with each other, one by one otherwise.
+    struct Append
+    {
+        const Shortcut* shortcut;
+        std::optional<ShortcutID> group;
+    };
+
+    void appendAll(const std::vector<Append>& run)
+    {
+        settleRemovals();
+        for (const auto& append : run) {
+            collectDescendants(*append.shortcut, m_relocated);
+        }
+        settleWrites();
+        if (!canAppendTogether(run)) {
+            for (const auto& append : run) {
+                m_library.update(*append.shortcut);
+                m_library.move(append.shortcut->id,
+                               Library::OutlineDestination{append.group,
+                                                           std::numeric_limits<size_t>::max()});
+            }
+            return;
+        }
+        std::unordered_set<ShortcutID> moving;
+        for (const auto& append : run) {
+            moving.insert(append.shortcut->id);
+        }
+        auto takeOut = [&](const auto& self, std::vector<Shortcut>& list) -> void {
+            std::erase_if(list, [&](const Shortcut& s) { return moving.contains(s.id); });
+            for (auto& shortcut : list) {
+                if (auto* group = shortcut.target.groupTarget()) {
+                    self(self, group->members);
+                }
+            }
+        };
+        takeOut(takeOut, m_library.shortcuts);
+        std::unordered_map<ShortcutID, std::vector<const Shortcut*>> intoGroups;
+        for (const auto& append : run) {
+            if (append.group) {
+                intoGroups[*append.group].push_back(append.shortcut);
+            }
+        }
+        auto putIn = [&](const auto& self, std::vector<Shortcut>& list) -> void {
+            for (auto& shortcut : list) {
+                if (auto* group = shortcut.target.groupTarget()) {
+                    self(self, group->members);
+                    if (auto it = intoGroups.find(shortcut.id); it != intoGroups.end()) {
+                        for (const Shortcut* member : it->second) {
+                            group->members.push_back(*member);
+                        }
+                    }
+                }
+            }
+        };
+        if (!intoGroups.empty()) {
+            putIn(putIn, m_library.shortcuts);
+        }
+        for (const auto& append : run) {
+            if (!append.group) {
+                m_library.shortcuts.push_back(*append.shortcut);
+            }
+        }
+    }
+
     void finish()
     {
         settleWrites();
@@ -136,6 +203,54 @@ private:
         }
     }
 
+    // True when every shortcut of the run stands on the bar once, outside the others, and every
+    // group it goes into stands outside all of them: then the order of the moves cannot matter
+    // beyond the order of the appends.
+    bool canAppendTogether(const std::vector<Append>& run) const
+    {
+        std::unordered_map<ShortcutID, int> found;
+        std::unordered_set<ShortcutID> groups;
+        std::unordered_set<ShortcutID> carried;
+        for (const auto& append : run) {
+            if (!found.emplace(append.shortcut->id, 0).second) {
+                return false;
+            }
+            if (append.group) {
+                groups.insert(*append.group);
+            }
+            collectDescendants(*append.shortcut, carried);
+        }
+        std::unordered_set<ShortcutID> groupsFound;
+        bool clear = true;
+        auto visit = [&](const auto& self, const std::vector<Shortcut>& list, bool inside) -> void {
+            for (const auto& shortcut : list) {
+                auto it = found.find(shortcut.id);
+                bool moving = it != found.end();
+                if (moving) {
+                    clear = clear && !inside && ++it->second == 1;
+                }
+                if (groups.contains(shortcut.id)) {
+                    clear = clear && !inside && !moving && shortcut.target.isGroup();
+                    groupsFound.insert(shortcut.id);
+                }
+                if (const auto* group = shortcut.target.groupTarget()) {
+                    self(self, group->members, inside || moving);
+                }
+            }
+        };
+        visit(visit, m_library.shortcuts, false);
+        if (!clear || groupsFound.size() != groups.size()) {
+            return false;
+        }
+        for (const auto& [id, count] : found) {
+            if (count != 1 || carried.contains(id) || groups.contains(id)) {
+                return false;
+            }
+        }
+        return std::none_of(groups.begin(), groups.end(),
+                            [&](const ShortcutID& g) { return carried.contains(g); });
+    }
+
     Library& m_library;
     std::unordered_map<ShortcutID, const Shortcut*> m_replacements;
     std::unordered_set<ShortcutID> m_relocated;
@@ -148,11 +263,19 @@ private:
 void BarReview::apply(Library& library) const
 {
     BarWriter writer(library);
+    std::vector<BarWriter::Append> run;
+    auto flushRun = [&] {
+        if (!run.empty()) {
+            writer.appendAll(run);
+            run.clear();
+        }
+    };
     for (const auto& row : items) {
         if (row.depth > 0 || !row.verdict.writes()) {
             continue;
         }
         if (row.verdict.kind == Verdict::Kind::Removed) {
+            flushRun();
             writer.remove(row.id);
             continue;
         }
@@ -163,6 +286,12 @@ void BarReview::apply(Library& library) const
         bool positioned =
             row.placement
             && (row.placement->kind == Placement::Kind::Group || row.placement->position || !isNew);
+        // A group brings members that may be mentioned elsewhere, so it is placed on its own.
+        if (positioned && !isNew && !row.placement->position && !row.shortcut->target.isGroup()) {
+            run.push_back({&*row.shortcut, row.placement->groupID()});
+            continue;
+        }
+        flushRun();
         if (positioned) {
             writer.place(*row.shortcut, *row.placement, isNew);
         } else if (isNew) {
@@ -171,6 +300,7 @@ void BarReview::apply(Library& library) const
             writer.replace(*row.shortcut);
         }
     }
+    flushRun();
     writer.finish();
 }
 

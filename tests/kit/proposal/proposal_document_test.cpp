@@ -59,6 +59,10 @@ TEST(ProposalDocument, ANewerFormatIsRefusedBeforeAnythingElseIsRead)
     // The rest of the document would fail too, but the version speaks first.
     EXPECT_EQ(decodeFailure(R"({"formatVersion": 3, "bars": 7})"),
               "written by a newer Vantorel (format 3, this build reads up to 1)");
+    // Even when the bars come first and hold what this build cannot read.
+    EXPECT_EQ(
+        decodeFailure(R"({"bars": [{"shortcuts": [{"target": {"kind": "teleport"}}]}], "formatVersion": 3})"),
+        "written by a newer Vantorel (format 3, this build reads up to 1)");
     EXPECT_EQ(Proposal::decode(R"({"formatVersion": 0})").formatVersion, 0);
     EXPECT_EQ(Proposal::decode(R"({"formatVersion": -4})").formatVersion, -4);
 }
@@ -217,8 +221,16 @@ TEST(ProposalDocument, ReadingWhatWasWrittenGivesTheSameProposal)
     proposal.moves = {{ShortcutID::make(), BarID::make(), BarDestination::newBar("Later")},
                       {ShortcutID::make(), std::nullopt, BarDestination::active()}};
 
+    ProposedShortcut files;
+    files.name = "Files";
+    files.target = ProposedTarget::app("org.gnome.Nautilus");
+    proposal.bars.back().shortcuts.push_back(files);
+
     EXPECT_EQ(serializedAndReadBack(proposal), proposal);
     EXPECT_EQ(serializedAndReadBack(proposal).encoded(), proposal.encoded());
+    // The streamed coding writes and reads exactly what the tree coding does.
+    EXPECT_EQ(proposal.encoded(), kit::proposal::reference::encode(proposal));
+    EXPECT_EQ(kit::proposal::reference::decode(proposal.encoded()), proposal);
 }
 
 TEST(ProposalExport, ABarWhoseLinksUseNoAccountWritesNoAccountsAndNoRemovals)

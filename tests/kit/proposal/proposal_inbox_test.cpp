@@ -4,12 +4,15 @@
 #include "kit/library/fixtures.h"
 #include "kit/proposal/root_grant_store.h"
 #include "kit/storage/library_store.h"
+#include "support/library_generator.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
+#include <random>
+#include <unordered_set>
 
 using namespace kit::library;
 using namespace kit::proposal;
@@ -295,6 +298,48 @@ TEST(BarReviewApply, ReplacesInPlaceMovesIntoGroupsAndTakesMembersFromWhereTheyS
     EXPECT_THAT(names(library.shortcuts), ElementsAre("First", "Folder", "Renamed"));
     EXPECT_THAT(names(library.members(folder.id)), ElementsAre("Loose"));
     EXPECT_TRUE(library.validate({}).empty());
+}
+
+// Moves to the end of a group or of the bar are written together when they cannot interfere;
+// either way the bar must end as moving them one by one leaves it.
+TEST(BarReviewApply, MovesToTheEndEndAsMovingThemOneByOne)
+{
+    std::mt19937 random(7);
+    for (int round = 0; round < 100; ++round) {
+        Library library = generateLibrary(40, {}, static_cast<unsigned>(round + 1));
+        std::vector<const Shortcut*> all = library.allShortcuts();
+        std::vector<ShortcutID> groups;
+        for (const Shortcut* s : all) {
+            if (s->target.isGroup()) {
+                groups.push_back(s->id);
+            }
+        }
+        ASSERT_FALSE(groups.empty());
+        std::vector<ProposedShortcut> moves;
+        std::unordered_set<ShortcutID> picked;
+        for (int i = 0; i < 8; ++i) {
+            const Shortcut* s = all[random() % all.size()];
+            if (s->target.isGroup() || !picked.insert(s->id).second) {
+                continue;
+            }
+            ProposedShortcut moved = ProposedShortcut::from(*s);
+            moved.placement = random() % 4 == 0 ? Placement::top()
+                                                : Placement::inGroup(groups[random() % groups.size()]);
+            moves.push_back(std::move(moved));
+        }
+        Proposal proposal;
+        proposal.bars.push_back({BarDestination::active(), moves, {}});
+        ProposalReview result = review(proposal, LibrarySnapshot(library, {}), {});
+
+        Library oneByOne = library;
+        for (const auto& row : result.bars[0].items) {
+            if (row.depth == 0 && row.verdict.writes() && row.placement) {
+                oneByOne.move(row.id, Library::OutlineDestination{row.placement->groupID(), SIZE_MAX});
+            }
+        }
+        result.bars[0].apply(library);
+        ASSERT_EQ(library, oneByOne) << "round " << round;
+    }
 }
 
 TEST(RootGrantStoreTest, ReachesPathsInsideGrantedFoldersOnly)
