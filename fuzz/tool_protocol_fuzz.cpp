@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// One received line through the protocol, with a small tool list and tools that answer canned
+// texts or fail. Whatever the bytes: no crash, at most one reply, and a reply is one line of JSON
+// with the JSON-RPC shape, due exactly when expectsReply says so.
+#include "kit/mcp/tool_protocol.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using kit::mcp::ToolDescription;
+using kit::mcp::ToolError;
+using kit::mcp::ToolProtocol;
+using kit::mcp::ToolResult;
+using nlohmann::json;
+
+namespace {
+
+std::vector<ToolDescription> tools()
+{
+    return {
+        {"list_bars", "The bars.", R"({"type":"object","properties":{"bar":{"type":"string"}}})"},
+        {"broken", "Bad schema.", "{\"type\":"},
+        {"nested", "Deep schema.", std::string(600, '[') + std::string(600, ']')}};
+}
+
+ToolResult call(const std::string& name, const std::optional<std::string>& arguments)
+{
+    if (name == "list_bars") {
+        return ToolResult::success(R"({"bars":[{"name":"Main","url":"https://example.com/"}]})");
+    }
+    if (name == "echo") {
+        // Arguments travel back as the answer's text, bytes and all.
+        return ToolResult::success(arguments.value_or(""));
+    }
+    if (name == "decode") {
+        return ToolResult::failure(std::string("type must be string, but is number"));
+    }
+    if (name == "writes") {
+        return ToolResult::failure(ToolError::writesOff());
+    }
+    return ToolResult::failure(ToolError::unknownTool(name));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    std::string_view line(reinterpret_cast<const char*>(data), size);
+    (void)ToolProtocol::method(line);
+    std::optional<std::string> reply = ToolProtocol::respond(line, "0.1", &tools, &call);
+    if (reply.has_value() != ToolProtocol::expectsReply(line)) {
+        std::abort();
+    }
+    if (!reply) {
+        return 0;
+    }
+    if (reply->empty() || reply->back() != '\n' || reply->find('\n') != reply->size() - 1) {
+        std::abort();
+    }
+    json parsed = json::parse(*reply, nullptr, false);
+    if (parsed.is_discarded() || !parsed.is_object() || parsed.value("jsonrpc", "") != "2.0"
+        || !parsed.contains("id") || (parsed.contains("result") == parsed.contains("error"))) {
+        std::abort();
+    }
+    return 0;
+}

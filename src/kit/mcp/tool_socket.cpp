@@ -1,0 +1,353 @@
+// SPDX-License-Identifier: MIT
+#include "kit/mcp/tool_socket.h"
+
+#include "kit/mcp/tool_socket_path.h"
+#include "kit/support/log.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace kit::mcp {
+
+namespace {
+
+constexpr support::Logger kLog("tools");
+
+std::string systemError(int error)
+{
+    return std::system_category().message(error);
+}
+
+// Linux keeps thread names to 15 bytes.
+void nameThisThread(const char* name)
+{
+    pthread_setname_np(pthread_self(), name);
+}
+
+bool writeAll(int fd, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        // MSG_NOSIGNAL: a client that hung up must not take the process down with SIGPIPE.
+        ssize_t written = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+} // namespace
+
+struct ToolSocket::Client
+{
+    std::mutex mutex;
+    std::condition_variable answered;
+    // Guarded by mutex: closed and set to -1 by the client's own thread as it ends.
+    int fd = -1;
+    // The request now waiting for its reply; a completion for any other is ignored.
+    uint64_t request = 0;
+    bool hasReply = false;
+    std::optional<std::string> reply;
+    bool closing = false;
+    std::atomic<bool> finished = false;
+    std::thread thread;
+
+    void deliver(uint64_t forRequest, std::optional<std::string> line)
+    {
+        {
+            std::lock_guard lock(mutex);
+            if (forRequest != request || hasReply) {
+                return;
+            }
+            reply = std::move(line);
+            hasReply = true;
+        }
+        answered.notify_one();
+    }
+
+    // Wakes the thread from its read and from its wait for a reply.
+    void close()
+    {
+        {
+            std::lock_guard lock(mutex);
+            closing = true;
+            if (fd >= 0) {
+                ::shutdown(fd, SHUT_RDWR);
+            }
+        }
+        answered.notify_one();
+    }
+};
+
+ToolSocket::ToolSocket(std::string path, Respond respond, support::MainQueue& mainQueue)
+    : m_path(std::move(path))
+    , m_respond(std::make_shared<const Respond>(std::move(respond)))
+    , m_mainQueue(mainQueue)
+{}
+
+ToolSocket::~ToolSocket()
+{
+    stop();
+    std::vector<std::shared_ptr<Client>> clients;
+    {
+        std::lock_guard lock(m_clientsMutex);
+        clients.swap(m_clients);
+    }
+    for (const auto& client : clients) {
+        client->close();
+    }
+    for (const auto& client : clients) {
+        if (client->thread.joinable()) {
+            client->thread.join();
+        }
+    }
+    m_respond.reset();
+}
+
+bool ToolSocket::start()
+{
+    std::lock_guard lock(m_lock);
+    if (m_fd >= 0) {
+        return true;
+    }
+    ::unlink(m_path.c_str());
+
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        kLog.error("tool socket: socket() failed: " + systemError(errno));
+        return false;
+    }
+    if (!ToolSocketPath::fits(m_path)) {
+        kLog.error("tool socket: path too long: " + m_path);
+        ::close(fd);
+        return false;
+    }
+    // Linux gives the file the socket's own mode at bind, so no other user can ever connect in
+    // the moment between bind and chmod.
+    ::fchmod(fd, S_IRUSR | S_IWUSR);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, m_path.data(), m_path.size());
+    if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        kLog.error("tool socket: bind failed: " + systemError(errno));
+        ::close(fd);
+        return false;
+    }
+    ::chmod(m_path.c_str(), S_IRUSR | S_IWUSR);
+    if (::listen(fd, kBacklog) != 0) {
+        kLog.error("tool socket: listen failed: " + systemError(errno));
+        ::unlink(m_path.c_str());
+        ::close(fd);
+        return false;
+    }
+    try {
+        m_acceptThread = std::thread([this, fd] { acceptLoop(fd); });
+    } catch (const std::exception& error) {
+        kLog.error(std::string("tool socket: no accept thread: ") + error.what());
+        ::unlink(m_path.c_str());
+        ::close(fd);
+        return false;
+    }
+    m_fd = fd;
+    kLog.info("tool socket listening at " + m_path);
+    return true;
+}
+
+void ToolSocket::stop()
+{
+    std::lock_guard lock(m_lock);
+    if (m_fd < 0) {
+        return;
+    }
+    // Closing alone does not wake a thread blocked in accept on Linux; shutting down does. The
+    // descriptor is closed only after the accept thread is gone, so its number is not reused
+    // under it.
+    ::shutdown(m_fd, SHUT_RDWR);
+    if (m_acceptThread.joinable()) {
+        m_acceptThread.join();
+    }
+    ::close(m_fd);
+    m_fd = -1;
+    ::unlink(m_path.c_str());
+}
+
+bool ToolSocket::isListening() const
+{
+    std::lock_guard lock(m_lock);
+    return m_fd >= 0;
+}
+
+std::size_t ToolSocket::clientCount() const
+{
+    std::lock_guard lock(m_clientsMutex);
+    return static_cast<std::size_t>(std::count_if(
+        m_clients.begin(), m_clients.end(), [](const auto& client) { return !client->finished; }));
+}
+
+void ToolSocket::acceptLoop(int listener)
+{
+    nameThisThread("tools.accept");
+    for (;;) {
+        int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) {
+            int error = errno;
+            if (error == EINTR || error == ECONNABORTED || error == EPROTO) {
+                continue;
+            }
+            if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
+                // Out of descriptors or memory for now: pending clients wait in the backlog.
+                kLog.error("tool socket: accept failed: " + systemError(error));
+                pollfd wait{listener, 0, 0};
+                ::poll(&wait, 1, 100);
+                continue;
+            }
+            // The listener was shut down (or is broken): the loop ends.
+            return;
+        }
+        reapFinished();
+        auto client = std::make_shared<Client>();
+        client->fd = fd;
+        try {
+            client->thread = std::thread([this, client] { serve(client); });
+        } catch (const std::exception& error) {
+            kLog.error(std::string("tool socket: no thread for a client: ") + error.what());
+            ::close(fd);
+            continue;
+        }
+        std::lock_guard lock(m_clientsMutex);
+        m_clients.push_back(std::move(client));
+    }
+}
+
+void ToolSocket::reapFinished()
+{
+    std::vector<std::shared_ptr<Client>> finished;
+    {
+        std::lock_guard lock(m_clientsMutex);
+        auto done = std::stable_partition(
+            m_clients.begin(), m_clients.end(), [](const auto& c) { return !c->finished; });
+        finished.assign(std::make_move_iterator(done), std::make_move_iterator(m_clients.end()));
+        m_clients.erase(done, m_clients.end());
+    }
+    for (const auto& client : finished) {
+        client->thread.join();
+    }
+}
+
+void ToolSocket::serve(const std::shared_ptr<Client>& client)
+{
+    nameThisThread("tools.client");
+    int fd = client->fd;
+    std::vector<char> chunk(kChunkBytes);
+    std::string pending;
+    // Where the search for the next newline resumes, so a long line is scanned once.
+    size_t scanned = 0;
+    bool open = true;
+    while (open) {
+        ssize_t count = ::read(fd, chunk.data(), chunk.size());
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            break;
+        }
+        pending.append(chunk.data(), static_cast<size_t>(count));
+        size_t start = 0;
+        for (;;) {
+            size_t newline = pending.find('\n', scanned);
+            if (newline == std::string::npos) {
+                scanned = pending.size();
+                break;
+            }
+            std::string line;
+            if (start == 0 && newline >= kChunkBytes) {
+                // A long line takes the buffer itself rather than a copy of it.
+                std::string rest = pending.substr(newline + 1);
+                pending.resize(newline);
+                line = std::exchange(pending, std::move(rest));
+                start = 0;
+            } else {
+                line = pending.substr(start, newline - start);
+                start = newline + 1;
+            }
+            scanned = start;
+            if (line.empty()) {
+                continue;
+            }
+            auto reply = ask(client, std::move(line));
+            if (!reply || (*reply && !writeAll(fd, **reply))) {
+                open = false;
+                break;
+            }
+        }
+        pending.erase(0, start);
+        scanned -= std::min(scanned, start);
+        if (pending.empty() && pending.capacity() > 4 * kChunkBytes) {
+            // Give a huge request's memory back rather than keep it for the life of the client.
+            std::string().swap(pending);
+        }
+    }
+    {
+        std::lock_guard lock(client->mutex);
+        ::close(client->fd);
+        client->fd = -1;
+    }
+    client->finished = true;
+}
+
+std::optional<std::optional<std::string>> ToolSocket::ask(const std::shared_ptr<Client>& client,
+                                                          std::string line)
+{
+    uint64_t request = 0;
+    {
+        std::lock_guard lock(client->mutex);
+        if (client->closing) {
+            return std::nullopt;
+        }
+        request = ++client->request;
+        client->hasReply = false;
+        client->reply.reset();
+    }
+    std::weak_ptr<const Respond> respond = m_respond;
+    m_mainQueue.post([respond, client, request, line = std::move(line)]() mutable {
+        auto handler = respond.lock();
+        if (!handler) {
+            return;
+        }
+        try {
+            (*handler)(std::move(line), [client, request](std::optional<std::string> reply) {
+                client->deliver(request, std::move(reply));
+            });
+        } catch (const std::exception& error) {
+            kLog.error(std::string("tool socket: a request failed: ") + error.what());
+            client->deliver(request, std::nullopt);
+        }
+    });
+    std::unique_lock lock(client->mutex);
+    client->answered.wait(lock, [&] { return client->hasReply || client->closing; });
+    if (!client->hasReply) {
+        return std::nullopt;
+    }
+    return std::move(client->reply);
+}
+
+} // namespace kit::mcp

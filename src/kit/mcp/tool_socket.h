@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/support/main_queue.h"
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kit::mcp {
+
+// Serves request lines on a Unix-domain socket: an accept thread and a thread per client, which
+// hands each line to `respond` on the main queue and waits for its reply. start() and stop() are
+// safe from any thread; destruction disconnects clients and joins them, never from inside respond.
+class ToolSocket
+{
+public:
+    // The reply line, or nothing when none is due. May be called later, on any thread.
+    using Completion = std::function<void(std::optional<std::string> reply)>;
+    // Always called on the main queue.
+    using Respond = std::function<void(std::string line, Completion completion)>;
+
+    // Bytes read at a time; the line being gathered grows as needed.
+    static constexpr std::size_t kChunkBytes = 65536;
+    static constexpr int kBacklog = 8;
+
+    // `mainQueue` must outlive the socket.
+    ToolSocket(std::string path, Respond respond, support::MainQueue& mainQueue);
+    ~ToolSocket();
+    ToolSocket(const ToolSocket&) = delete;
+    ToolSocket& operator=(const ToolSocket&) = delete;
+
+    // Listens at the path, replacing a stale socket file, with the file readable and writable by
+    // the owner only. True when listening afterwards; failures are logged and leave it off.
+    bool start();
+    // Stops listening and removes the socket file. Clients already connected are served until
+    // they hang up.
+    void stop();
+
+    bool isListening() const;
+    const std::string& path() const { return m_path; }
+    // Client threads not yet finished (for tests and figures).
+    std::size_t clientCount() const;
+
+private:
+    struct Client;
+
+    void acceptLoop(int listener);
+    void serve(const std::shared_ptr<Client>& client);
+    // The reply to one line, or nothing when the socket is closing.
+    std::optional<std::optional<std::string>> ask(const std::shared_ptr<Client>& client,
+                                                  std::string line);
+    // Joins the threads of clients that have hung up.
+    void reapFinished();
+
+    const std::string m_path;
+    // Shared so that a task still queued on the main thread after destruction finds it gone.
+    std::shared_ptr<const Respond> m_respond;
+    support::MainQueue& m_mainQueue;
+
+    mutable std::mutex m_lock;
+    int m_fd = -1;
+    std::thread m_acceptThread;
+
+    mutable std::mutex m_clientsMutex;
+    std::vector<std::shared_ptr<Client>> m_clients;
+};
+
+} // namespace kit::mcp

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#include "kit/support/run_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using kit::support::RunLoop;
+
+TEST(RunLoop, RunsPostedTasksInOrderAndDelayedOnesWhenDue)
+{
+    RunLoop loop;
+    std::vector<int> order;
+    loop.postAfter(40ms, [&] { order.push_back(3); });
+    loop.postAfter(20ms, [&] { order.push_back(2); });
+    loop.post([&] { order.push_back(0); });
+    loop.post([&] { order.push_back(1); });
+    loop.runFor(5ms);
+    EXPECT_EQ(order, (std::vector<int>{0, 1}));
+    EXPECT_TRUE(loop.runUntil([&] { return order.size() == 4; }, 2s));
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+}
+
+TEST(RunLoop, RunEndsOnQuitFromAnotherThreadAfterItsTasks)
+{
+    RunLoop loop;
+    std::atomic<int> ran = 0;
+    std::thread other([&] {
+        for (int i = 0; i < 100; ++i) {
+            loop.post([&] { ++ran; });
+        }
+        loop.post([&] { loop.quit(); });
+    });
+    loop.run();
+    other.join();
+    EXPECT_EQ(ran, 100);
+}
+
+TEST(RunLoop, QuitBeforeRunEndsTheNextRunAtOnce)
+{
+    RunLoop loop;
+    loop.quit();
+    loop.run();
+    bool ran = false;
+    loop.post([&] { ran = true; });
+    loop.runFor(1ms);
+    EXPECT_TRUE(ran);
+}
+
+TEST(RunLoop, RunUntilTimesOutAndSeesOtherThreads)
+{
+    RunLoop loop;
+    auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(loop.runUntil([] { return false; }, 30ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 30ms);
+
+    std::atomic<bool> flag = false;
+    std::thread setter([&] {
+        std::this_thread::sleep_for(10ms);
+        flag = true;
+    });
+    EXPECT_TRUE(loop.runUntil([&] { return flag.load(); }, 2s));
+    setter.join();
+}
+
+TEST(RunLoop, ATaskThatThrowsDoesNotStopTheLoop)
+{
+    RunLoop loop;
+    bool after = false;
+    loop.post([] { throw std::runtime_error("boom"); });
+    loop.post([&] { after = true; });
+    testing::internal::CaptureStderr();
+    loop.runFor(5ms);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("boom"), std::string::npos);
+    EXPECT_TRUE(after);
+}
+
+TEST(RunLoop, TasksPostedByTasksRun)
+{
+    RunLoop loop;
+    int depth = 0;
+    std::function<void()> again = [&] {
+        if (++depth < 10) {
+            loop.post(again);
+        }
+    };
+    loop.post(again);
+    EXPECT_TRUE(loop.runUntil([&] { return depth == 10; }, 1s));
+}
+
+} // namespace

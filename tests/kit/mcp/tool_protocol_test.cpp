@@ -1,0 +1,299 @@
+// SPDX-License-Identifier: MIT
+#include "kit/mcp/tool_protocol.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using kit::mcp::ToolDescription;
+using kit::mcp::ToolError;
+using kit::mcp::ToolProtocol;
+using kit::mcp::ToolResult;
+using nlohmann::json;
+
+std::vector<ToolDescription> tools()
+{
+    return {
+        {"list_bars", "The bars.", R"({"type":"object","properties":{}})"},
+        {"broken", "Schema is not JSON.", "{not json"},
+        {"array_schema", "Schema is not an object.", "[1]"},
+    };
+}
+
+// Answers each tool by name: "echo" returns its arguments (or "none"), "fail" a ToolError,
+// "bytes" a text with invalid UTF-8 and a URL.
+ToolResult cannedCall(const std::string& name, const std::optional<std::string>& arguments)
+{
+    if (name == "echo") {
+        return ToolResult::success(arguments.value_or("none"));
+    }
+    if (name == "bytes") {
+        return ToolResult::success("{\"url\":\"https://example.com/a\",\"bad\":\"\xff\xfe\"}");
+    }
+    if (name == "decode") {
+        return ToolResult::failure(std::string("key 'name' not found"));
+    }
+    return ToolResult::failure(ToolError::unknownTool(name));
+}
+
+std::optional<std::string> answer(std::string_view line)
+{
+    return ToolProtocol::respond(line, "1.2.3", &tools, &cannedCall);
+}
+
+struct LineCase
+{
+    const char* name;
+    const char* line;
+    // Nothing when no reply is due.
+    std::optional<std::string> reply;
+};
+
+class ToolProtocolLines : public testing::TestWithParam<LineCase>
+{};
+
+TEST_P(ToolProtocolLines, AnswerExactly)
+{
+    const LineCase& c = GetParam();
+    std::optional<std::string> expected;
+    if (c.reply) {
+        expected = *c.reply + "\n";
+    }
+    EXPECT_EQ(answer(c.line), expected);
+    EXPECT_EQ(ToolProtocol::expectsReply(c.line), expected.has_value());
+}
+
+const LineCase kLines[] = {
+    {"Ping",
+     R"({"jsonrpc":"2.0","id":1,"method":"ping"})",
+     R"({"id":1,"jsonrpc":"2.0","result":{}})"},
+    {"StringIDEchoed",
+     R"({"id":"abc","method":"ping"})",
+     R"({"id":"abc","jsonrpc":"2.0","result":{}})"},
+    {"FractionalIDEchoed",
+     R"({"id":2.5,"method":"ping"})",
+     R"({"id":2.5,"jsonrpc":"2.0","result":{}})"},
+    {"ArrayIsParseError",
+     "[1,2]",
+     R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
+    {"GarbageIsParseError",
+     "{\"id\":1,",
+     R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
+    {"EmptyLineIsParseError",
+     "",
+     R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
+    {"TooDeepIsParseError",
+     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
+     "[[[["
+     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
+     "[[["
+     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
+     "[[["
+     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
+     "[[["
+     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
+     "[[["
+     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
+     "[[[",
+     R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
+    {"NotificationWithoutID", R"({"method":"tools/list"})", std::nullopt},
+    {"NotificationWithNullID", R"({"id":null,"method":"tools/list"})", std::nullopt},
+    {"InitializedNotification",
+     R"({"jsonrpc":"2.0","method":"notifications/initialized"})",
+     std::nullopt},
+    {"NotificationOfToolCallDoesNothing",
+     R"({"method":"tools/call","params":{"name":"echo"}})",
+     std::nullopt},
+    {"NoMethodWithID",
+     R"({"id":"a"})",
+     R"({"error":{"code":-32600,"message":"Invalid request: no method"},"id":"a","jsonrpc":"2.0"})"},
+    {"NumericMethodWithID",
+     R"({"id":3,"method":4})",
+     R"({"error":{"code":-32600,"message":"Invalid request: no method"},"id":3,"jsonrpc":"2.0"})"},
+    {"NoMethodNoID", "{}", std::nullopt},
+    {"UnknownMethod",
+     R"({"id":7,"method":"resources/list"})",
+     R"({"error":{"code":-32601,"message":"Method not found: resources/list"},"id":7,"jsonrpc":"2.0"})"},
+    {"MethodIsCaseSensitive",
+     R"({"id":7,"method":"Ping"})",
+     R"({"error":{"code":-32601,"message":"Method not found: Ping"},"id":7,"jsonrpc":"2.0"})"},
+    {"CallWithoutName",
+     R"({"id":8,"method":"tools/call","params":{"arguments":{}}})",
+     R"({"error":{"code":-32602,"message":"Invalid params: no tool name"},"id":8,"jsonrpc":"2.0"})"},
+    {"CallWithParamsNotAnObject",
+     R"({"id":8,"method":"tools/call","params":["echo"]})",
+     R"({"error":{"code":-32602,"message":"Invalid params: no tool name"},"id":8,"jsonrpc":"2.0"})"},
+    {"CallArgumentsSortedCompact",
+     R"({"id":9,"method":"tools/call","params":{"name":"echo","arguments":{"b":1, "a":"x/y"}}})",
+     R"({"id":9,"jsonrpc":"2.0","result":{"content":[{"text":"{\"a\":\"x/y\",\"b\":1}","type":"text"}],"isError":false}})"},
+    {"CallArgumentsNotAnObjectPassNothing",
+     R"({"id":9,"method":"tools/call","params":{"name":"echo","arguments":[1]}})",
+     R"({"id":9,"jsonrpc":"2.0","result":{"content":[{"text":"none","type":"text"}],"isError":false}})"},
+    {"CallFailureIsAResult",
+     R"({"id":10,"method":"tools/call","params":{"name":"create_apple_shortcut"}})",
+     "{\"id\":10,\"jsonrpc\":\"2.0\",\"result\":{\"content\":[{\"text\":\"There is no tool called "
+     "\u201Ccreate_apple_shortcut\u201D.\",\"type\":\"text\"}],\"isError\":true}}"},
+    {"DecoderMessagePassesThrough",
+     R"({"id":11,"method":"tools/call","params":{"name":"decode"}})",
+     R"({"id":11,"jsonrpc":"2.0","result":{"content":[{"text":"key 'name' not found","type":"text"}],"isError":true}})"},
+    {"AnswerSlashesUnescapedAndBadBytesReplaced",
+     R"({"id":12,"method":"tools/call","params":{"name":"bytes"}})",
+     "{\"id\":12,\"jsonrpc\":\"2.0\",\"result\":{\"content\":[{\"text\":\"{\\\"url\\\":\\\"https://"
+     "example.com/"
+     "a\\\",\\\"bad\\\":\\\"\uFFFD\uFFFD\\\"}\",\"type\":\"text\"}],\"isError\":false}}"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Lines, ToolProtocolLines, testing::ValuesIn(kLines), [](const auto& info) {
+    return std::string(info.param.name);
+});
+
+struct VersionCase
+{
+    const char* name;
+    const char* params;
+    const char* expected;
+};
+
+class ToolProtocolInitialize : public testing::TestWithParam<VersionCase>
+{};
+
+TEST_P(ToolProtocolInitialize, EchoesAStringVersionElseTheDefault)
+{
+    std::string line = std::string(R"({"id":1,"method":"initialize")") + GetParam().params + "}";
+    json reply = json::parse(*answer(line));
+    const json& result = reply.at("result");
+    EXPECT_EQ(result.at("protocolVersion"), GetParam().expected);
+    EXPECT_EQ(result.at("capabilities"), json::parse(R"({"tools":{}})"));
+    EXPECT_EQ(result.at("serverInfo"), json::parse(R"({"name":"Vantorel","version":"1.2.3"})"));
+    EXPECT_EQ(result.at("instructions"), ToolProtocol::instructions());
+}
+
+const VersionCase kVersions[] = {
+    {"Given", R"(,"params":{"protocolVersion":"2024-11-05"})", "2024-11-05"},
+    {"Future", R"(,"params":{"protocolVersion":"2099-01-01"})", "2099-01-01"},
+    {"EmptyString", R"(,"params":{"protocolVersion":""})", ""},
+    {"NoParams", "", "2025-06-18"},
+    {"NumericVersion", R"(,"params":{"protocolVersion":20250618})", "2025-06-18"},
+    {"ParamsNotObject", R"(,"params":"2024-11-05")", "2025-06-18"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Versions,
+                         ToolProtocolInitialize,
+                         testing::ValuesIn(kVersions),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ToolProtocol, InstructionsAreInThisBuildsWords)
+{
+    const std::string& text = ToolProtocol::instructions();
+    EXPECT_EQ(text.find("macOS"), std::string::npos);
+    EXPECT_NE(text.find("in the menu bar: websites"), std::string::npos);
+    EXPECT_NE(text.find("rather than guessing names or URL schemes."), std::string::npos);
+}
+
+TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemas)
+{
+    json reply = json::parse(*answer(R"({"id":1,"method":"tools/list"})"));
+    const json& listed = reply.at("result").at("tools");
+    ASSERT_EQ(listed.size(), 3U);
+    EXPECT_EQ(listed[0].at("name"), "list_bars");
+    EXPECT_EQ(listed[0].at("description"), "The bars.");
+    EXPECT_EQ(listed[0].at("inputSchema"), json::parse(R"({"type":"object","properties":{}})"));
+    EXPECT_EQ(listed[1].at("inputSchema"), json::parse(R"({"type":"object"})"));
+    EXPECT_EQ(listed[2].at("inputSchema"), json::parse(R"({"type":"object"})"));
+}
+
+TEST(ToolProtocol, AnswersToolsBeforeInitialize)
+{
+    EXPECT_TRUE(answer(R"({"id":1,"method":"tools/call","params":{"name":"echo"}})"));
+    EXPECT_EQ(answer(R"({"id":1,"method":"initialize"})"),
+              answer(R"({"id":1,"method":"initialize"})"));
+}
+
+// The socket's form: the call completes later, from elsewhere, exactly once.
+TEST(ToolProtocol, AsynchronousCallRepliesWhenTheToolCompletes)
+{
+    ToolProtocol::ToolCompletion later;
+    std::string calledName;
+    std::optional<std::string> calledArguments = "unset";
+    int replies = 0;
+    std::optional<std::string> reply;
+    ToolProtocol::respond(
+        R"({"id":"w","method":"tools/call","params":{"name":"add_bar","arguments":{"name":"Home"}}})",
+        "1",
+        &tools,
+        [&](const std::string& name,
+            std::optional<std::string> arguments,
+            ToolProtocol::ToolCompletion completion) {
+            calledName = name;
+            calledArguments = std::move(arguments);
+            later = std::move(completion);
+        },
+        [&](std::optional<std::string> line) {
+            ++replies;
+            reply = std::move(line);
+        });
+    EXPECT_EQ(replies, 0);
+    EXPECT_EQ(calledName, "add_bar");
+    EXPECT_EQ(calledArguments, R"({"name":"Home"})");
+
+    later(ToolResult::success(R"({"status":"applied"})"));
+    later(ToolResult::success(R"({"status":"twice"})"));
+    EXPECT_EQ(replies, 1);
+    EXPECT_EQ(
+        reply,
+        R"({"id":"w","jsonrpc":"2.0","result":{"content":[{"text":"{\"status\":\"applied\"}","type":"text"}],"isError":false}})"
+        "\n");
+}
+
+TEST(ToolProtocol, AThrowingToolStillGetsOneResult)
+{
+    auto reply =
+        ToolProtocol::respond(R"({"id":1,"method":"tools/call","params":{"name":"x"}})",
+                              "1",
+                              &tools,
+                              [](const std::string&, std::optional<std::string>) -> ToolResult {
+                                  throw std::runtime_error("disk on fire");
+                              });
+    ASSERT_TRUE(reply);
+    json parsed = json::parse(*reply);
+    EXPECT_EQ(parsed.at("result").at("isError"), true);
+    EXPECT_EQ(parsed.at("result").at("content")[0].at("text"), "disk on fire");
+}
+
+TEST(ToolProtocol, MethodOfALine)
+{
+    EXPECT_EQ(ToolProtocol::method(R"({"method":"ping"})"), "ping");
+    EXPECT_EQ(ToolProtocol::method(R"({"method":1})"), std::nullopt);
+    EXPECT_EQ(ToolProtocol::method(R"([{"method":"ping"}])"), std::nullopt);
+    EXPECT_EQ(ToolProtocol::method("not json"), std::nullopt);
+}
+
+TEST(ToolProtocol, RefusalKeepsTheIDAndSkipsNotifications)
+{
+    EXPECT_EQ(ToolProtocol::refuse(R"({"id":"r","method":"ping"})", -32000, "Start it."),
+              R"({"error":{"code":-32000,"message":"Start it."},"id":"r","jsonrpc":"2.0"})"
+              "\n");
+    EXPECT_EQ(ToolProtocol::refuse(R"({"method":"notifications/initialized"})", -32000, "x"),
+              std::nullopt);
+    EXPECT_EQ(
+        ToolProtocol::refuse("nonsense", -32000, "x"),
+        R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"
+        "\n");
+}
+
+TEST(ToolProtocol, ErrorAndResultShapes)
+{
+    EXPECT_EQ(ToolProtocol::error(5, -1, "a/b"),
+              R"({"error":{"code":-1,"message":"a/b"},"id":5,"jsonrpc":"2.0"})"
+              "\n");
+    EXPECT_EQ(ToolProtocol::result(nullptr, json::parse(R"({"z":1,"a":[]})")),
+              R"({"id":null,"jsonrpc":"2.0","result":{"a":[],"z":1}})"
+              "\n");
+}
+
+} // namespace

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include "kit/mcp/tool_socket_path.h"
+
+#include "kit/mcp/assistant_setup.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace {
+
+using kit::mcp::AssistantSetup;
+using kit::mcp::ToolSocketPath;
+
+TEST(ToolSocketPath, InsideAndOutsideTheContainer)
+{
+    EXPECT_EQ(ToolSocketPath::inside("/run/user/1000"), "/run/user/1000/vantorel.sock");
+    EXPECT_EQ(ToolSocketPath::outside("/Users/ann"),
+              "/Users/ann/Library/Containers/com.quennick.Vantorel/Data/vantorel.sock");
+    EXPECT_EQ(ToolSocketPath::kMaxPathBytes, 107U);
+    EXPECT_TRUE(ToolSocketPath::fits(std::string(107, 'a')));
+    EXPECT_FALSE(ToolSocketPath::fits(std::string(108, 'a')));
+}
+
+struct HomeCase
+{
+    const char* name;
+    std::map<std::string, std::string> environment;
+    std::optional<std::string> home;
+};
+
+class ToolSocketHome : public testing::TestWithParam<HomeCase>
+{};
+
+TEST_P(ToolSocketHome, FollowsTheRuntimeFolderThenTheSupportFolder)
+{
+    const auto& environment = GetParam().environment;
+    auto home = ToolSocketPath::containerHome([&](const char* name) -> std::optional<std::string> {
+        auto it = environment.find(name);
+        return it == environment.end() ? std::nullopt : std::optional(it->second);
+    });
+    EXPECT_EQ(home, GetParam().home);
+}
+
+const HomeCase kHomes[] = {
+    {"Runtime",
+     {{"XDG_RUNTIME_DIR", "/run/user/1000"}, {"XDG_DATA_HOME", "/d"}, {"HOME", "/h"}},
+     "/run/user/1000"},
+    {"DataHome", {{"XDG_DATA_HOME", "/d"}, {"HOME", "/h"}}, "/d/Vantorel"},
+    {"Home", {{"HOME", "/home/ann"}}, "/home/ann/.local/share/Vantorel"},
+    {"RelativeAndEmptyIgnored",
+     {{"XDG_RUNTIME_DIR", "run"}, {"XDG_DATA_HOME", ""}, {"HOME", "/h"}},
+     "/h/.local/share/Vantorel"},
+    {"Nothing", {}, std::nullopt},
+};
+
+INSTANTIATE_TEST_SUITE_P(Environments,
+                         ToolSocketHome,
+                         testing::ValuesIn(kHomes),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AssistantSetup, ConfigurationNamesTheBridge)
+{
+    EXPECT_EQ(AssistantSetup::configJSON("/usr/bin/vantorel-mcp"),
+              "{\n  \"mcpServers\": {\n    \"vantorel\": {\n      \"command\": "
+              "\"/usr/bin/vantorel-mcp\"\n    }\n  }\n}");
+    EXPECT_NE(AssistantSetup::configJSON(R"(/opt/a "b"\c)").find(R"("/opt/a \"b\"\\c")"),
+              std::string::npos);
+    EXPECT_EQ(AssistantSetup::kGuideURL.substr(AssistantSetup::kGuideURL.find("/docs")),
+              "/docs/assistants/");
+}
+
+TEST(AssistantSetup, AddCommandWithAndWithoutFlags)
+{
+    EXPECT_EQ(AssistantSetup::addCommand("claude", "/usr/bin/vantorel-mcp"),
+              "claude mcp add vantorel -- \"/usr/bin/vantorel-mcp\"");
+    EXPECT_EQ(AssistantSetup::addCommand("claude", "/usr/bin/vantorel-mcp", "--scope user"),
+              "claude mcp add --scope user vantorel -- \"/usr/bin/vantorel-mcp\"");
+    EXPECT_EQ(AssistantSetup::addCommand("codex", "/home/a/$x/vantorel-mcp"),
+              "codex mcp add vantorel -- \"/home/a/\\$x/vantorel-mcp\"");
+}
+
+} // namespace

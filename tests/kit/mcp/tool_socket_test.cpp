@@ -1,0 +1,392 @@
+// SPDX-License-Identifier: MIT
+#include "kit/mcp/tool_socket.h"
+
+#include "kit/mcp/tool_protocol.h"
+#include "kit/mcp/tool_socket_path.h"
+#include "kit/support/run_loop.h"
+#include "socket_client.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using kit::mcp::ToolProtocol;
+using kit::mcp::ToolResult;
+using kit::mcp::ToolSocket;
+using kit::support::RunLoop;
+using testing_support::SocketClient;
+
+size_t countEntries(const char* folder)
+{
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) {
+        ++count;
+    }
+    return count;
+}
+
+// A socket in a temporary folder, served by a RunLoop on the test's own thread. By default each
+// line is answered with "re:" and the line; lines starting with "hold" keep their completion in
+// `m_held` until the test answers them, and lines starting with "quiet" get no reply.
+class ToolSocketTest : public testing::Test
+{
+protected:
+    void SetUp() override { startSocket(); }
+
+    void startSocket()
+    {
+        m_socket = std::make_unique<ToolSocket>(
+            m_path,
+            [this](std::string line, ToolSocket::Completion completion) {
+                EXPECT_EQ(std::this_thread::get_id(), m_testThread);
+                m_received.push_back(line);
+                if (line.rfind("hold", 0) == 0) {
+                    m_held.push_back(std::move(completion));
+                } else if (line.rfind("quiet", 0) == 0) {
+                    completion(std::nullopt);
+                } else {
+                    completion("re:" + line + "\n");
+                }
+            },
+            m_loop);
+        ASSERT_TRUE(m_socket->start());
+    }
+
+    // Serves until the client holds `count` lines; answers them.
+    std::vector<std::string>
+    awaitLines(SocketClient& client, size_t count, std::chrono::milliseconds timeout = 5s)
+    {
+        m_loop.runUntil([&] { return client.poll().size() >= count; }, timeout);
+        return client.lines();
+    }
+
+    testing_support::TempDir m_dir;
+    std::string m_path = m_dir.file("vantorel.sock").string();
+    RunLoop m_loop;
+    std::vector<std::string> m_received;
+    std::vector<ToolSocket::Completion> m_held;
+    std::unique_ptr<ToolSocket> m_socket;
+    std::thread::id m_testThread = std::this_thread::get_id();
+};
+
+using Lines = std::vector<std::string>;
+
+TEST_F(ToolSocketTest, TwoLinesInOneWriteGetTwoRepliesInOrder)
+{
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("first\nsecond\n"));
+    EXPECT_EQ(awaitLines(client, 2), (Lines{"re:first", "re:second"}));
+}
+
+TEST_F(ToolSocketTest, SplitRequestIsAnsweredOnceItsNewlineArrives)
+{
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("{\"id\":1,"));
+    m_loop.runFor(30ms);
+    ASSERT_TRUE(client.send("\"method\":"));
+    m_loop.runFor(30ms);
+    EXPECT_TRUE(m_received.empty());
+    ASSERT_TRUE(client.send("\"ping\"}\nnext"));
+    EXPECT_EQ(awaitLines(client, 1), (Lines{R"(re:{"id":1,"method":"ping"})"}));
+    ASSERT_TRUE(client.send("\n"));
+    EXPECT_EQ(awaitLines(client, 2).back(), "re:next");
+}
+
+TEST_F(ToolSocketTest, BlankLinesAreSkippedAndKeepTheConnection)
+{
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("\n\n\nonly\n\n"));
+    EXPECT_EQ(awaitLines(client, 1), (Lines{"re:only"}));
+    EXPECT_EQ(m_received, (Lines{"only"}));
+    ASSERT_TRUE(client.send("again\n"));
+    EXPECT_EQ(awaitLines(client, 2).back(), "re:again");
+}
+
+TEST_F(ToolSocketTest, NoReplyIsWrittenWhenNoneIsDue)
+{
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("quiet please\nthen this\n"));
+    EXPECT_EQ(awaitLines(client, 1), (Lines{"re:then this"}));
+    m_loop.runFor(20ms);
+    EXPECT_EQ(client.poll().size(), 1U);
+}
+
+TEST_F(ToolSocketTest, ServesTheProtocol)
+{
+    m_socket.reset();
+    m_socket = std::make_unique<ToolSocket>(
+        m_path,
+        [](std::string line, ToolSocket::Completion completion) {
+            ToolProtocol::respond(
+                line,
+                "9.9",
+                [] { return std::vector<kit::mcp::ToolDescription>{}; },
+                [](const std::string&,
+                   std::optional<std::string>,
+                   const ToolProtocol::ToolCompletion& done) {
+                    done(ToolResult::success(R"({"url":"https://example.com/x"})"));
+                },
+                std::move(completion));
+        },
+        m_loop);
+    ASSERT_TRUE(m_socket->start());
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}\n"
+                            "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ping\"}\n"
+                            "{\"id\":2,\"method\":\"tools/call\",\"params\":{\"name\":\"t\"}}\n"));
+    auto lines = awaitLines(client, 2);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], R"({"id":1,"jsonrpc":"2.0","result":{}})");
+    EXPECT_NE(lines[1].find(R"(https://example.com/x)"), std::string::npos);
+}
+
+TEST_F(ToolSocketTest, FileIsOwnerOnlyAndExistsExactlyWhileListening)
+{
+    struct stat info
+    {};
+    ASSERT_EQ(::stat(m_path.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 0777, 0600U);
+    EXPECT_TRUE(m_socket->start());
+
+    m_socket->stop();
+    EXPECT_FALSE(m_socket->isListening());
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+    EXPECT_FALSE(SocketClient(m_path).connected());
+    m_socket->stop();
+
+    ASSERT_TRUE(m_socket->start());
+    ASSERT_EQ(::stat(m_path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600U);
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("back\n"));
+    EXPECT_EQ(awaitLines(client, 1), (Lines{"re:back"}));
+}
+
+TEST_F(ToolSocketTest, AStaleFileIsReplaced)
+{
+    m_socket.reset();
+    testing_support::writeFile(m_path, "left over");
+    startSocket();
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("hi\n"));
+    EXPECT_EQ(awaitLines(client, 1), (Lines{"re:hi"}));
+}
+
+TEST_F(ToolSocketTest, StopKeepsConnectedClients)
+{
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.connected());
+    ASSERT_TRUE(client.send("one\n"));
+    awaitLines(client, 1);
+    m_socket->stop();
+    ASSERT_TRUE(client.send("two\n"));
+    EXPECT_EQ(awaitLines(client, 2), (Lines{"re:one", "re:two"}));
+}
+
+struct StartFailure
+{
+    const char* name;
+    std::string (*path)(const std::filesystem::path& dir);
+    const char* logged;
+};
+
+class ToolSocketStartFailure : public testing::TestWithParam<StartFailure>
+{};
+
+TEST_P(ToolSocketStartFailure, LeavesTheServerOffAndSaysWhy)
+{
+    testing_support::TempDir dir;
+    RunLoop loop;
+    std::string path = GetParam().path(dir.path());
+    ToolSocket socket(
+        path, [](std::string, ToolSocket::Completion) {}, loop);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(socket.start());
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(socket.isListening());
+    EXPECT_NE(log.find(GetParam().logged), std::string::npos) << log;
+}
+
+const StartFailure kStartFailures[] = {
+    {"PathTooLong",
+     [](const std::filesystem::path& dir) {
+         return (dir / std::string(kit::mcp::ToolSocketPath::kMaxPathBytes, 'x')).string();
+     },
+     "tools: error: tool socket: path too long: /"},
+    {"FolderMissing",
+     [](const std::filesystem::path& dir) { return (dir / "missing" / "vantorel.sock").string(); },
+     "tools: error: tool socket: bind failed: No such file or directory"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Paths,
+                         ToolSocketStartFailure,
+                         testing::ValuesIn(kStartFailures),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ToolSocketPathLimit, TheLongestPathThatFitsIsServed)
+{
+    testing_support::TempDir dir;
+    RunLoop loop;
+    std::string path = dir.path().string() + "/";
+    path += std::string(kit::mcp::ToolSocketPath::kMaxPathBytes - path.size(), 's');
+    ToolSocket socket(
+        path, [](std::string line, ToolSocket::Completion done) { done(line + "\n"); }, loop);
+    ASSERT_TRUE(socket.start());
+    SocketClient client(path);
+    ASSERT_TRUE(client.send("edge\n"));
+    loop.runUntil([&] { return !client.poll().empty(); }, 5s);
+    EXPECT_EQ(client.lines(), (Lines{"edge"}));
+}
+
+TEST_F(ToolSocketTest, AClientThatHangsUpBeforeItsReplyDoesNotHurtTheServer)
+{
+    {
+        SocketClient client(m_path);
+        ASSERT_TRUE(client.send("hold this\n"));
+        m_loop.runUntil([&] { return !m_held.empty(); }, 5s);
+        ASSERT_EQ(m_held.size(), 1U);
+    }
+    // Large enough that the write meets the closed connection rather than a kernel buffer.
+    m_held[0](std::string(4 << 20, 'r') + "\n");
+    m_loop.runUntil([&] { return m_socket->clientCount() == 0; }, 5s);
+    EXPECT_EQ(m_socket->clientCount(), 0U);
+
+    SocketClient next(m_path);
+    ASSERT_TRUE(next.send("still here\n"));
+    EXPECT_EQ(awaitLines(next, 1), (Lines{"re:still here"}));
+}
+
+TEST_F(ToolSocketTest, AThousandDroppedConnectionsLeakNoDescriptorsOrThreads)
+{
+    {
+        SocketClient warmUp(m_path);
+        ASSERT_TRUE(warmUp.send("warm\n"));
+        awaitLines(warmUp, 1);
+    }
+    m_loop.runUntil([&] { return m_socket->clientCount() == 0; }, 5s);
+    size_t descriptors = countEntries("/proc/self/fd");
+    size_t threads = countEntries("/proc/self/task");
+
+    for (int i = 0; i < 1000; ++i) {
+        SocketClient client(m_path);
+        ASSERT_TRUE(client.connected()) << i;
+        // Every third leaves a request behind, every seventh half a line.
+        if (i % 3 == 0) {
+            client.send("gone " + std::to_string(i) + "\n");
+        } else if (i % 7 == 0) {
+            client.send("{\"id\":");
+        }
+        if (i % 50 == 0) {
+            m_loop.runFor(1ms);
+        }
+    }
+    // Connections still in the backlog are accepted and served after the loop above ends.
+    m_loop.runUntil(
+        [&] {
+            return countEntries("/proc/self/fd") <= descriptors
+                   && countEntries("/proc/self/task") <= threads;
+        },
+        10s);
+    EXPECT_LE(countEntries("/proc/self/fd"), descriptors);
+    EXPECT_LE(countEntries("/proc/self/task"), threads);
+    EXPECT_EQ(m_socket->clientCount(), 0U);
+
+    SocketClient last(m_path);
+    ASSERT_TRUE(last.send("last\n"));
+    EXPECT_EQ(awaitLines(last, 1), (Lines{"re:last"}));
+}
+
+TEST_F(ToolSocketTest, ReadsASixtyFourMebibyteLine)
+{
+    constexpr size_t kSize = 64 << 20;
+    std::string big(kSize, 'a');
+    big.front() = '<';
+    big.back() = '>';
+    m_socket.reset();
+    m_socket = std::make_unique<ToolSocket>(
+        m_path,
+        [&big](std::string line, ToolSocket::Completion done) {
+            done(std::to_string(line.size()) + (line == big ? " intact" : "") + "\n");
+        },
+        m_loop);
+    ASSERT_TRUE(m_socket->start());
+    SocketClient client(m_path);
+    std::thread writer([&] {
+        client.send(big);
+        client.send("\nsmall\n");
+    });
+    auto lines = awaitLines(client, 2, 20s);
+    writer.join();
+    EXPECT_EQ(lines, (Lines{std::to_string(kSize) + " intact", "5"}));
+}
+
+TEST_F(ToolSocketTest, ASilentHalfLineDoesNotHoldUpOthers)
+{
+    SocketClient silent(m_path);
+    ASSERT_TRUE(silent.send("{\"id\":1,\"method\":"));
+    m_loop.runFor(10ms);
+    SocketClient other(m_path);
+    ASSERT_TRUE(other.send("served\n"));
+    EXPECT_EQ(awaitLines(other, 1), (Lines{"re:served"}));
+    EXPECT_TRUE(silent.poll().empty());
+}
+
+TEST_F(ToolSocketTest, ALongWaitForOneReplyDoesNotHoldUpOthers)
+{
+    SocketClient waiting(m_path);
+    ASSERT_TRUE(waiting.send("hold for the person\nafter\n"));
+    m_loop.runUntil([&] { return !m_held.empty(); }, 5s);
+
+    for (int i = 0; i < 3; ++i) {
+        SocketClient other(m_path);
+        ASSERT_TRUE(other.send("quick\n"));
+        EXPECT_EQ(awaitLines(other, 1), (Lines{"re:quick"}));
+    }
+    EXPECT_TRUE(waiting.poll().empty());
+
+    m_held[0]("decided\n");
+    EXPECT_EQ(awaitLines(waiting, 2), (Lines{"decided", "re:after"}));
+}
+
+TEST_F(ToolSocketTest, DestroyingWithClientsConnectedEndsThemPromptly)
+{
+    SocketClient idle(m_path);
+    SocketClient half(m_path);
+    SocketClient waiting(m_path);
+    ASSERT_TRUE(half.send("{\"id\""));
+    ASSERT_TRUE(waiting.send("hold forever\n"));
+    m_loop.runUntil([&] { return !m_held.empty(); }, 5s);
+    SocketClient queued(m_path);
+    ASSERT_TRUE(queued.send("never served\n"));
+    // Let the line reach the main queue without running it.
+    std::this_thread::sleep_for(20ms);
+
+    auto begin = std::chrono::steady_clock::now();
+    m_socket.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+
+    // What was queued for the main thread finds the socket gone and does nothing.
+    m_loop.runFor(10ms);
+    EXPECT_EQ(m_received, (Lines{"hold forever"}));
+    m_held[0]("too late\n");
+    for (SocketClient* client : {&idle, &half, &waiting, &queued}) {
+        client->poll();
+        EXPECT_TRUE(client->ended());
+        EXPECT_TRUE(client->lines().empty());
+    }
+}
+
+} // namespace
