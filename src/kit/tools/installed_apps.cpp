@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include "kit/tools/installed_apps.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <string_view>
+#include <system_error>
+
+namespace kit::tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct DesktopEntry
+{
+    std::string name;
+    std::string type;
+    bool hidden = false;
+};
+
+std::string_view trim(std::string_view text)
+{
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// Only the [Desktop Entry] group counts; actions and other groups may repeat its keys.
+std::optional<DesktopEntry> readEntry(const fs::path& file)
+{
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        return std::nullopt;
+    }
+    DesktopEntry entry;
+    bool inMain = false;
+    std::string line;
+    while (std::getline(in, line)) {
+        std::string_view text = trim(line);
+        if (text.empty() || text.front() == '#') {
+            continue;
+        }
+        if (text.front() == '[') {
+            if (inMain) {
+                break;
+            }
+            inMain = text == "[Desktop Entry]";
+            continue;
+        }
+        if (!inMain) {
+            continue;
+        }
+        auto equals = text.find('=');
+        if (equals == std::string_view::npos) {
+            continue;
+        }
+        std::string_view key = trim(text.substr(0, equals));
+        std::string_view value = trim(text.substr(equals + 1));
+        if (key == "Name") {
+            entry.name = value;
+        } else if (key == "Type") {
+            entry.type = value;
+        } else if ((key == "NoDisplay" || key == "Hidden") && value == "true") {
+            entry.hidden = true;
+        }
+    }
+    return entry;
+}
+
+std::string lowered(std::string_view text)
+{
+    std::string out(text);
+    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) {
+        return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    });
+    return out;
+}
+
+} // namespace
+
+std::vector<fs::path> xdgDataFolders()
+{
+    std::vector<fs::path> folders;
+    const char* dataHome = std::getenv("XDG_DATA_HOME");
+    if (dataHome && *dataHome) {
+        folders.emplace_back(dataHome);
+    } else if (const char* home = std::getenv("HOME"); home && *home) {
+        folders.push_back(fs::path(home) / ".local/share");
+    }
+    const char* dataDirs = std::getenv("XDG_DATA_DIRS");
+    std::string_view dirs =
+        dataDirs && *dataDirs ? std::string_view(dataDirs) : "/usr/local/share:/usr/share";
+    while (!dirs.empty()) {
+        auto colon = dirs.find(':');
+        std::string_view dir = dirs.substr(0, colon);
+        if (!dir.empty()) {
+            folders.emplace_back(std::string(dir));
+        }
+        dirs = colon == std::string_view::npos ? std::string_view() : dirs.substr(colon + 1);
+    }
+    return folders;
+}
+
+InstalledApps::InstalledApps(std::optional<std::vector<fs::path>> dataFolders)
+    : m_dataFolders(std::move(dataFolders))
+{}
+
+std::vector<InstalledApp> InstalledApps::scan()
+{
+    std::vector<InstalledApp> apps;
+    std::set<std::string> seen;
+    for (const auto& folder : m_dataFolders ? *m_dataFolders : xdgDataFolders()) {
+        const fs::path root = folder / "applications";
+        std::error_code error;
+        // Sorted so that two entries of one id in one folder tree resolve the same way each time.
+        std::vector<fs::path> files;
+        for (fs::recursive_directory_iterator
+                 it(root, fs::directory_options::follow_directory_symlink, error),
+             end;
+             !error && it != end;
+             it.increment(error)) {
+            if (it->path().extension() == ".desktop" && it->is_regular_file(error)) {
+                files.push_back(it->path());
+            }
+        }
+        std::sort(files.begin(), files.end());
+        for (const auto& file : files) {
+            // Entries in subfolders take their folder names as a prefix: kde/okular -> kde-okular.
+            std::string id = file.lexically_relative(root).replace_extension().generic_string();
+            std::replace(id.begin(), id.end(), '/', '-');
+            if (id.empty() || id.front() == '.' || !seen.insert(id).second) {
+                continue;
+            }
+            auto entry = readEntry(file);
+            if (!entry || entry->hidden || entry->name.empty()
+                || (!entry->type.empty() && entry->type != "Application")) {
+                continue;
+            }
+            apps.push_back({std::move(entry->name), std::move(id)});
+        }
+    }
+    std::stable_sort(apps.begin(), apps.end(), [](const InstalledApp& a, const InstalledApp& b) {
+        return lowered(a.name) < lowered(b.name);
+    });
+    m_cached = std::make_shared<const std::vector<InstalledApp>>(apps);
+    return apps;
+}
+
+AppList InstalledApps::list()
+{
+    if (!m_cached) {
+        scan();
+    }
+    return m_cached;
+}
+
+} // namespace kit::tools

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/mcp/tool_error.h"
+#include "kit/proposal/proposal_inbox.h"
+#include "kit/support/main_queue.h"
+#include "kit/tools/action_tools.h"
+#include "kit/tools/icon_provider.h"
+#include "kit/tools/installed_apps.h"
+#include "kit/tools/tool_context.h"
+#include "kit/tools/write_tools.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kit::storage {
+class LibraryStore;
+}
+
+namespace kit::tools {
+
+// Carries out the assistants' tool calls against the running app: read tools first, then the
+// writes gate, then the action and write tools. Main thread only. Every call completes exactly
+// once; a write call completes when the person decides or when the decision wait runs out.
+class ToolService
+{
+public:
+    static constexpr std::chrono::milliseconds kDecisionWait{120'000};
+
+    // What the service asks of the rest of the app; each has a harmless default.
+    struct Bindings
+    {
+        std::function<library::BrowsingDefaults()> browsing;
+        // Shows a proposal to the person; the callback is told what they decided.
+        std::function<void(proposal::Proposal, proposal::ProposalInbox::DecisionCallback)>
+            onProposal;
+        proposal::Reach reach;
+        // Unset means writes are allowed.
+        std::function<bool()> allowsWrites;
+        std::function<bool(const library::Shortcut&, const library::BarID&)> openShortcut;
+        // Unset: the store's own activation.
+        std::function<void(const library::BarID&)> switchBar;
+        std::chrono::milliseconds decisionWait = kDecisionWait;
+        std::string appVersion;
+    };
+
+    using Completion = std::function<void(mcp::ToolResult)>;
+
+    // The apps and icons may be null: the tools then see none.
+    ToolService(storage::LibraryStore& store,
+                support::MainQueue& mainQueue,
+                std::shared_ptr<InstalledApps> installedApps,
+                std::shared_ptr<IconProvider> icons,
+                Bindings bindings);
+
+    Bindings& bindings() { return m_bindings; }
+
+    void call(const std::string& name,
+              const std::optional<std::string>& arguments,
+              const std::string& source,
+              Completion completion);
+
+    // A picture of the app as it is now, as every call gets.
+    ToolContext context() const;
+    ActionTools::Answer perform(const ActionTools::Action& action);
+
+    // Read, write, action, then the two tools the bridge carries out.
+    static const std::vector<mcp::ToolDescription>& descriptions();
+    static const std::vector<mcp::ToolDescription>& serverDescriptions();
+
+private:
+    ToolContext context(bool withApps, bool withIcons) const;
+    bool allowsWrites() const;
+    void propose(WriteTools::Call call, Completion completion);
+
+    storage::LibraryStore& m_store;
+    support::MainQueue& m_mainQueue;
+    std::shared_ptr<InstalledApps> m_installedApps;
+    std::shared_ptr<IconProvider> m_icons;
+    Bindings m_bindings;
+};
+
+} // namespace kit::tools

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+#include "kit/tools/tool_service.h"
+
+#include "kit/tools/read_tools.h"
+#include "kit/tools/tools_fixture.h"
+#include "support/library_generator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+using namespace testing_support;
+using kit::mcp::ToolError;
+using kit::proposal::ProposalInbox;
+using kit::tools::ActionTools;
+using kit::tools::ToolService;
+using nlohmann::json;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+namespace {
+
+class ToolServiceTest : public ToolsTest
+{
+protected:
+    std::string rename(const Shortcut& shortcut, const std::string& name)
+    {
+        return R"({"id":")" + idOf(shortcut) + R"(","name":")" + name + R"("})";
+    }
+};
+
+TEST_F(ToolServiceTest, DescriptionsAreReadWriteActionThenServerTools)
+{
+    const auto& all = ToolService::descriptions();
+    ASSERT_EQ(all.size(), 32u);
+    EXPECT_EQ(all[0].name, "list_bars");
+    EXPECT_EQ(all[9].name, "find_apps");
+    EXPECT_EQ(all[10].name, "add_shortcuts");
+    EXPECT_EQ(all[27].name, "propose");
+    EXPECT_EQ(all[28].name, "switch_bar");
+    EXPECT_EQ(all[29].name, "open_shortcut");
+    EXPECT_EQ(all[30].name, "list_apple_shortcuts");
+    EXPECT_EQ(all[31].name, "create_apple_shortcut");
+    for (const auto& description : all) {
+        EXPECT_TRUE(json::parse(description.inputSchema).is_object()) << description.name;
+    }
+}
+
+TEST_F(ToolServiceTest, WithWritesOffReadingWorksAndEverythingElseAnswersWritesOff)
+{
+    writesAllowed = false;
+    EXPECT_TRUE(one("list_bars").ok());
+    const std::string off = ToolError::writesOff().message();
+    EXPECT_EQ(failure("switch_bar", R"({"bar":"Home"})"), off);
+    EXPECT_EQ(failure("add_bar", R"({"name":"Travel"})"), off);
+    // The gate comes before parsing.
+    EXPECT_EQ(failure("open_shortcut", "not json"), off);
+    EXPECT_EQ(failure("create_apple_shortcut", R"({"name":"x"})"), off);
+    EXPECT_TRUE(proposals.empty());
+    EXPECT_EQ(store->activeBarID(), work);
+}
+
+TEST_F(ToolServiceTest, ServerToolsAndUnknownNamesAreUnknownTools)
+{
+    EXPECT_EQ(failure("create_apple_shortcut", R"({"name":"x"})"),
+              "There is no tool called “create_apple_shortcut”.");
+    EXPECT_EQ(failure("list_apple_shortcuts"), "There is no tool called “list_apple_shortcuts”.");
+    EXPECT_EQ(failure("format_disk"), "There is no tool called “format_disk”.");
+}
+
+TEST_F(ToolServiceTest, AProposalThatChangesNothingAnswersAtOnceAndShowsNothing)
+{
+    auto a = answer("rename_shortcut", rename(docs, "Docs"));
+    EXPECT_EQ(a["status"], "nothing");
+    EXPECT_TRUE(proposals.empty());
+    EXPECT_EQ(queue.delayedCount(), 0u);
+}
+
+TEST_F(ToolServiceTest, AWriteWaitsForTheDecisionAndAnswersOnce)
+{
+    auto results = call("rename_shortcut", rename(docs, "Documents"));
+    EXPECT_TRUE(results.empty());
+    ASSERT_EQ(proposals.size(), 1u);
+    EXPECT_EQ(proposals[0].source, "An assistant");
+    EXPECT_THAT(queue.delays, ElementsAre(std::chrono::milliseconds(120'000)));
+
+    std::vector<kit::mcp::ToolResult> answers;
+    service->call("rename_shortcut", rename(acme, "Acme Ltd"), "An assistant", [&](auto result) {
+        answers.push_back(std::move(result));
+    });
+    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
+    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
+    queue.fireDelayed();
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(json::parse(answers[0].text())["status"], "declined");
+}
+
+TEST_F(ToolServiceTest, TheWaitRunningOutAnswersWaitingAndALaterDecisionIsDropped)
+{
+    std::vector<kit::mcp::ToolResult> answers;
+    service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", [&](auto result) {
+        answers.push_back(std::move(result));
+    });
+    queue.fireDelayed();
+    ASSERT_EQ(answers.size(), 1u);
+    auto waiting = json::parse(answers[0].text());
+    EXPECT_EQ(waiting["status"], "waiting");
+    EXPECT_EQ(waiting["title"], "Rename “Docs”");
+    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Applied, {}, {}});
+    EXPECT_EQ(answers.size(), 1u);
+}
+
+TEST_F(ToolServiceTest, ADecisionAfterTheServiceIsGoneStillAnswers)
+{
+    std::vector<kit::mcp::ToolResult> answers;
+    service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", [&](auto result) {
+        answers.push_back(std::move(result));
+    });
+    service.reset();
+    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
+    queue.fireDelayed();
+    EXPECT_EQ(answers.size(), 1u);
+}
+
+// Through the real inbox: applying writes the change, and a second proposal replaces the first.
+class ToolServiceInboxTest : public ToolServiceTest
+{
+protected:
+    ToolServiceInboxTest()
+    {
+        service->bindings().onProposal = [this](kit::proposal::Proposal proposal,
+                                                ProposalInbox::DecisionCallback callback) {
+            inbox.receive(std::move(proposal), std::move(callback), *store);
+        };
+    }
+
+    std::vector<kit::mcp::ToolResult> answers;
+    ToolService::Completion record()
+    {
+        return [this](kit::mcp::ToolResult result) { answers.push_back(std::move(result)); };
+    }
+
+    ProposalInbox inbox;
+};
+
+TEST_F(ToolServiceInboxTest, ApplyingAnswersAppliedAndChangesTheBar)
+{
+    service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", record());
+    ASSERT_TRUE(inbox.apply(*store));
+    ASSERT_EQ(answers.size(), 1u);
+    auto a = json::parse(answers[0].text());
+    EXPECT_EQ(a["status"], "applied");
+    EXPECT_EQ(a["items"][0]["verdict"], "changed");
+    EXPECT_EQ(store->library().shortcut(docs.id)->name, "Documents");
+}
+
+TEST_F(ToolServiceInboxTest, ASecondProposalReplacesTheFirst)
+{
+    service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", record());
+    service->call("rename_shortcut", rename(acme, "Acme Ltd"), "An assistant", record());
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(json::parse(answers[0].text())["status"], "replaced");
+    inbox.dismiss();
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(json::parse(answers[1].text())["status"], "declined");
+    queue.fireDelayed();
+    EXPECT_EQ(answers.size(), 2u);
+}
+
+TEST_F(ToolServiceTest, SwitchBarShowsTheBarEvenWhenItIsShowing)
+{
+    auto a = answer("switch_bar", R"({"bar":"home"})");
+    EXPECT_EQ(a, (json{{"done", true}, {"message", "The menu bar is showing “Home”."}}));
+    EXPECT_EQ(store->activeBarID(), home);
+    EXPECT_EQ(answer("switch_bar", R"({"bar":"Home"})")["message"],
+              "The menu bar is showing “Home”.");
+}
+
+TEST_F(ToolServiceTest, ActionAnswersArePrettyPrinted)
+{
+    auto result = one("switch_bar", R"({"bar":"Work"})");
+    EXPECT_EQ(result.text(),
+              "{\n  \"done\": true,\n  \"message\": \"The menu bar is showing “Work”.\"\n}");
+}
+
+TEST_F(ToolServiceTest, OpenShortcutOpensThroughTheBindingAndSaysSo)
+{
+    EXPECT_EQ(answer("open_shortcut", R"({"id":")" + idOf(news) + R"("})")["message"],
+              "Opened “News”.");
+    ASSERT_EQ(opened.size(), 1u);
+    EXPECT_EQ(opened[0], std::make_pair(news.id, home));
+
+    openSucceeds = false;
+    auto failed = one("open_shortcut", R"({"id":")" + idOf(acme) + R"(","bar":"work"})");
+    EXPECT_TRUE(failed.ok()); // a failed open is an answer
+    EXPECT_EQ(json::parse(failed.text()),
+              (json{{"done", false},
+                    {"message", "“Acme” could not be opened; what it points at may be missing."}}));
+}
+
+struct ActionRefusal
+{
+    const char* tool;
+    std::string arguments;
+    std::string message;
+};
+
+class ActionRefusalTest : public ToolsTest, public ::testing::WithParamInterface<ActionRefusal>
+{};
+
+TEST_P(ActionRefusalTest, RefusesWithItsSentence)
+{
+    std::string arguments = GetParam().arguments;
+    for (auto [token, shortcut] :
+         {std::pair{"$DIVIDER", &divider}, {"$MAIL", &mail}, {"$NEWS", &news}}) {
+        if (auto at = arguments.find(token); at != std::string::npos) {
+            arguments.replace(at, std::string(token).size(), idOf(*shortcut));
+        }
+    }
+    std::string message = GetParam().message;
+    if (auto at = message.find("$NEWS"); at != std::string::npos) {
+        message.replace(at, 5, idOf(news));
+    }
+    EXPECT_EQ(failure(GetParam().tool, arguments), message);
+    EXPECT_TRUE(opened.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Actions,
+    ActionRefusalTest,
+    ::testing::Values(
+        ActionRefusal{"open_shortcut",
+                      R"({"id":"abc"})",
+                      "The arguments could not be read: abc is not an id"},
+        ActionRefusal{"open_shortcut",
+                      R"({"id":"$DIVIDER"})",
+                      "The arguments could not be read: A divider opens nothing."},
+        ActionRefusal{"open_shortcut",
+                      R"({"id":"$MAIL"})",
+                      "The arguments could not be read: “Mail” is a group; open one of its "
+                      "members, from list_shortcuts."},
+        ActionRefusal{"open_shortcut",
+                      R"({"id":"$NEWS","bar":"Work"})",
+                      "There is no shortcut with the id $NEWS on that bar."},
+        ActionRefusal{"open_shortcut", "{}", "The arguments could not be read: id is required."},
+        ActionRefusal{"switch_bar", "{}", "The arguments could not be read: bar is required."},
+        ActionRefusal{"switch_bar",
+                      R"({"bar":"Attic"})",
+                      "There is no bar “Attic”. list_bars says which there are."}));
+
+TEST_F(ToolServiceTest, AbsentArgumentsReadAsAnEmptyObject)
+{
+    EXPECT_EQ(failure("switch_bar"), "The arguments could not be read: bar is required.");
+    EXPECT_EQ(answer("list_shortcuts")["bar"], "Work");
+}
+
+TEST_F(ToolServiceTest, ListShortcutsOfAThousandIsQuick)
+{
+    store->mutate([](Library& l) { l = generateLibrary(1000, {}); });
+    auto started = std::chrono::steady_clock::now();
+    constexpr int kRounds = 20;
+    for (int i = 0; i < kRounds; ++i) {
+        ASSERT_TRUE(one("list_shortcuts").ok());
+    }
+    auto each = (std::chrono::steady_clock::now() - started) / kRounds;
+    // Generous for a debug build with sanitizers; the release figure is far below.
+    EXPECT_LT(each, std::chrono::milliseconds(200));
+    std::cout << "list_shortcuts of 1000: "
+              << std::chrono::duration_cast<std::chrono::microseconds>(each).count() << " µs\n";
+}
+
+} // namespace

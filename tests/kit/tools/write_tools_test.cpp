@@ -1,0 +1,440 @@
+// SPDX-License-Identifier: MIT
+#include "kit/tools/write_tools.h"
+
+#include "kit/tools/tools_fixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace testing_support;
+using namespace kit::proposal;
+using kit::tools::Setting;
+using kit::tools::WriteTools;
+using nlohmann::json;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+namespace {
+
+class WriteToolsTest : public ToolsTest
+{
+protected:
+    WriteTools::Call write(const std::string& name, const std::string& arguments)
+    {
+        return WriteTools::call(name, arguments, service->context(), "An assistant");
+    }
+
+    std::string refusal(const std::string& name, const std::string& arguments)
+    {
+        try {
+            write(name, arguments);
+        } catch (const kit::mcp::ToolError& error) {
+            return error.message();
+        }
+        return "no error";
+    }
+
+    // The one shortcut a change tool proposes.
+    ProposedShortcut changed(const std::string& name, const std::string& arguments)
+    {
+        auto call = write(name, arguments);
+        EXPECT_EQ(call.proposal.bars.size(), 1u);
+        EXPECT_EQ(call.proposal.bars.at(0).shortcuts.size(), 1u);
+        return call.proposal.bars.at(0).shortcuts.at(0);
+    }
+
+    std::string withId(const Shortcut& shortcut, const std::string& rest = "")
+    {
+        return R"({"id":")" + idOf(shortcut) + "\"" + (rest.empty() ? "" : "," + rest) + "}";
+    }
+};
+
+TEST_F(WriteToolsTest, DescriptionsAreTheEighteenAndEachEndsWithTheReviewSentence)
+{
+    EXPECT_EQ(WriteTools::names().size(), 18u);
+    EXPECT_EQ(WriteTools::names().front(), "add_shortcuts");
+    EXPECT_EQ(WriteTools::names().back(), "propose");
+    for (const auto& description : WriteTools::descriptions()) {
+        EXPECT_TRUE(description.description.ends_with(
+            "Nothing changes until the person reviews it in Vantorel and applies; the answer says "
+            "what would happen."))
+            << description.name;
+        auto schema = json::parse(description.inputSchema);
+        EXPECT_EQ(schema["additionalProperties"], false) << description.name;
+    }
+    auto propose = json::parse(WriteTools::descriptions().back().inputSchema);
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : propose["properties"].items()) {
+        keys.push_back(key);
+    }
+    EXPECT_THAT(keys, ElementsAre("bars", "removeBars", "sessions", "title"));
+}
+
+TEST_F(WriteToolsTest, AddShortcutsProposesOnTheShowingBarOrANamedOne)
+{
+    auto call = write(
+        "add_shortcuts",
+        R"({"shortcuts":[{"name":"Wiki","target":{"kind":"url","url":"https://wiki.example.com/"}}]})");
+    ASSERT_EQ(call.proposal.bars.size(), 1u);
+    EXPECT_EQ(call.proposal.bars[0].destination, BarDestination::active());
+    EXPECT_EQ(call.proposal.source, "An assistant");
+    EXPECT_EQ(call.answer.title, "Add “Wiki”");
+    EXPECT_EQ(call.answer.status, WriteTools::Status::Waiting);
+    ASSERT_EQ(call.answer.items.size(), 1u);
+    EXPECT_EQ(call.answer.items[0].verdict, "added");
+
+    auto named = write(
+        "add_shortcuts",
+        R"({"bar":"home","title":"Reading","shortcuts":[{"target":{"kind":"divider"}},{"name":"B","target":{"kind":"divider"}}]})");
+    EXPECT_EQ(named.proposal.bars[0].destination, BarDestination::existing(home));
+    EXPECT_EQ(named.answer.title, "Reading");
+}
+
+TEST_F(WriteToolsTest, AddShortcutsCarriesNewAccounts)
+{
+    const std::string id = SessionID::make().string();
+    auto call = write(
+        "add_shortcuts",
+        R"({"sessions":[{"id":")" + id
+            + R"(","name":"Side"}],"shortcuts":[{"name":"S","target":{"kind":"url","url":"https://s.example.com/","sessionID":")"
+            + id + R"("}}]})");
+    ASSERT_EQ(call.proposal.sessions.size(), 1u);
+    EXPECT_EQ(call.proposal.sessions[0].name, "Side");
+    EXPECT_THAT(call.answer.newSessions, ElementsAre("Side"));
+}
+
+struct Refusal
+{
+    const char* tool;
+    std::string arguments; // "$ID" stands for the shortcut's id
+    const char* shortcut;  // whose id
+    std::string message;
+};
+
+class WriteRefusalTest : public WriteToolsTest, public ::testing::WithParamInterface<Refusal>
+{};
+
+TEST_P(WriteRefusalTest, RefusesWithItsSentence)
+{
+    const Refusal& r = GetParam();
+    std::map<std::string, Shortcut> byName{{"Docs", docs},
+                                           {"Mail", mail},
+                                           {"Calculator", calculator},
+                                           {"Acme", acme},
+                                           {"Report", report},
+                                           {"Divider", divider}};
+    std::string arguments = r.arguments;
+    if (auto at = arguments.find("$ID"); at != std::string::npos) {
+        arguments.replace(at, 3, idOf(byName.at(r.shortcut)));
+    }
+    EXPECT_EQ(refusal(r.tool, arguments), r.message);
+}
+
+const std::string kRead = "The arguments could not be read: ";
+
+INSTANTIATE_TEST_SUITE_P(
+    Tools,
+    WriteRefusalTest,
+    ::testing::Values(
+        Refusal{"add_shortcuts", R"({"shortcuts":[]})", "", kRead + "shortcuts is empty."},
+        Refusal{"add_shortcuts", R"({})", "", kRead + "shortcuts is required."},
+        Refusal{"add_shortcuts",
+                R"({"shortcuts":[{"name":"x"}]})",
+                "",
+                kRead + "key \"target\" is missing"},
+        Refusal{"add_shortcuts",
+                R"({"bar":"Nope","shortcuts":[{"target":{"kind":"divider"}}]})",
+                "",
+                "There is no bar “Nope”. list_bars says which there are."},
+        Refusal{"add_group", R"({"name":"  "})", "", kRead + "A group needs a name."},
+        Refusal{"set_open_mode",
+                R"({"id":"$ID","openMode":"window"})",
+                "Calculator",
+                kRead + "“Calculator” is not a link; only a link has an open mode."},
+        Refusal{"set_open_mode",
+                R"({"id":"$ID","openMode":"sideways"})",
+                "Docs",
+                kRead + "openMode must be one of system, popover, window, but is “sideways”."},
+        Refusal{"set_icon",
+                R"({"id":"$ID","colour":"red"})",
+                "Docs",
+                kRead + "“red” is not a colour; use #RRGGBB."},
+        Refusal{"set_icon",
+                R"({"id":"$ID","colour":"#12345"})",
+                "Docs",
+                kRead + "“#12345” is not a colour; use #RRGGBB."},
+        Refusal{"show_in_menu_bar",
+                R"({"id":"$ID","shown":false})",
+                "Acme",
+                kRead + "“Acme” is inside a group; it is behind the group's icon either way."},
+        Refusal{"show_in_menu_bar", R"({"id":"$ID"})", "Docs", kRead + "shown is required."},
+        Refusal{"set_account",
+                R"({"id":"$ID","session":"Work"})",
+                "Report",
+                kRead + "“Report” is not a link; only a link has an account."},
+        Refusal{"set_link_options",
+                R"({"id":"$ID","staysOnTop":true})",
+                "Mail",
+                kRead + "“Mail” is not a link; these options are a link's."},
+        Refusal{"add_bar", R"({"name":""})", "", kRead + "A bar needs a name."},
+        Refusal{"add_session", R"({"name":" "})", "", kRead + "An account needs a name."},
+        Refusal{"rename_session",
+                R"({"session":"Nobody","name":"X"})",
+                "",
+                "There is no account “Nobody”. list_sessions says which there are."},
+        Refusal{"rename_shortcut",
+                R"({"id":"abc","name":"X"})",
+                "",
+                "There is no shortcut with the id abc on that bar."},
+        Refusal{"remove_shortcuts", R"({"ids":[]})", "", kRead + "ids is empty."},
+        Refusal{"remove_bar",
+                R"({"bar":"Gone"})",
+                "",
+                "There is no bar “Gone”. list_bars says which there are."},
+        Refusal{"propose",
+                R"({"bars":[{"shortcuts":[{"target":{"kind":"teleport"}}]}]})",
+                "",
+                kRead + "unknown target kind: teleport"}));
+
+TEST_F(WriteToolsTest, MoveShortcutIntoSomethingThatIsNotAGroupIsRefused)
+{
+    EXPECT_EQ(refusal("move_shortcut", withId(docs, R"("group":")" + idOf(calculator) + "\"")),
+              "The arguments could not be read: " + idOf(calculator) + " is not a group id.");
+    auto moved =
+        changed("move_shortcut", withId(docs, R"("group":")" + idOf(mail) + R"(","position":0)"));
+    EXPECT_EQ(moved.placement, Placement::inGroup(mail.id, 0));
+    EXPECT_EQ(changed("move_shortcut", withId(acme)).placement, Placement::top());
+}
+
+TEST_F(WriteToolsTest, OnlyAWebAddressOpensInThePanelOrAWindow)
+{
+    Shortcut zoom = webLink("Zoom", "zoommtg://zoom.us/join?confno=1");
+    store->mutate([&](Library& l) { l.add(zoom); });
+    EXPECT_EQ(refusal("set_open_mode", withId(zoom, R"("openMode":"popover")")),
+              "The arguments could not be read: “Zoom” is not a web address, so it can only open "
+              "in its app (system).");
+    EXPECT_EQ(changed("set_open_mode", withId(zoom, R"("openMode":"system")")).target.url.openMode,
+              OpenMode::System);
+    EXPECT_EQ(changed("set_open_mode", withId(docs, R"("openMode":null)")).target.url.openMode,
+              std::nullopt);
+}
+
+TEST_F(WriteToolsTest, ChangeToolsProposeTheShortcutWithOneThingChanged)
+{
+    auto renamed = changed("rename_shortcut", withId(acme, R"("name":"Acme Ltd")"));
+    EXPECT_EQ(renamed.id, acme.id);
+    EXPECT_EQ(renamed.name, "Acme Ltd");
+    EXPECT_EQ(renamed.target, ProposedTarget::from(acme.target));
+    EXPECT_FALSE(renamed.placement.has_value());
+
+    auto icon =
+        write("set_icon",
+              withId(docs, R"("icon":{"kind":"symbol","value":"folder"},"colour":"#aabbcc")"));
+    EXPECT_EQ(icon.answer.title, "Change the icon of “Docs”");
+    const auto& withIcon = icon.proposal.bars[0].shortcuts[0];
+    EXPECT_EQ(withIcon.icon, IconOverride::symbol("folder"));
+    EXPECT_EQ(withIcon.iconTint, IconTint::colour("#AABBCC"));
+    EXPECT_EQ(icon.answer.items.at(0).verdict, "changed");
+
+    auto hidden = write("show_in_menu_bar", withId(docs, R"("shown":false)"));
+    EXPECT_EQ(hidden.answer.title, "“Docs” off the menu bar");
+    EXPECT_FALSE(hidden.proposal.bars[0].shortcuts[0].isInMenuBar);
+    EXPECT_EQ(write("show_in_menu_bar", withId(docs, R"("shown":true)")).answer.title,
+              "“Docs” in the menu bar");
+}
+
+TEST_F(WriteToolsTest, AProposalThatChangesNothingAnswersNothing)
+{
+    auto call = write("rename_shortcut", withId(docs, R"("name":"Docs")"));
+    EXPECT_EQ(call.answer.status, WriteTools::Status::Nothing);
+    EXPECT_EQ(call.answer.message, WriteTools::message(WriteTools::Status::Nothing));
+    EXPECT_EQ(call.answer.items.at(0).verdict, "already there");
+}
+
+TEST_F(WriteToolsTest, SetAccountNamesAnAccountMakesAMissingOneOrClears)
+{
+    EXPECT_EQ(changed("set_account", withId(docs, R"("session":"personal")")).target.url.sessionID,
+              personal);
+    auto made = write("set_account", withId(docs, R"("session":"Clients")"));
+    ASSERT_EQ(made.proposal.sessions.size(), 1u);
+    EXPECT_EQ(made.proposal.sessions[0].name, "Clients");
+    EXPECT_EQ(made.proposal.bars[0].shortcuts[0].target.url.sessionID,
+              made.proposal.sessions[0].id);
+    EXPECT_EQ(changed("set_account", withId(inbox, R"("session":null)")).target.url.sessionID,
+              std::nullopt);
+    auto priv = changed("set_account", withId(inbox, R"("private":true)"));
+    EXPECT_TRUE(priv.target.url.isPrivate);
+    EXPECT_EQ(priv.target.url.sessionID, personal); // untouched without the key
+}
+
+TEST_F(WriteToolsTest, LinkOptionsChangeOnlyWhatIsGivenAndNullClears)
+{
+    store->mutate([&](Library& l) {
+        Shortcut zoomed = *l.shortcut(docs.id);
+        zoomed.target.urlTarget()->pageZoom = 1.5;
+        zoomed.target.urlTarget()->blocksAds = false;
+        l.update(zoomed);
+    });
+    auto kept = changed("set_link_options", withId(docs, R"("staysOnTop":true)")).target.url;
+    EXPECT_TRUE(kept.staysOnTop);
+    EXPECT_EQ(kept.pageZoom, 1.5);
+    EXPECT_EQ(kept.blocksAds, false);
+
+    auto cleared =
+        changed(
+            "set_link_options",
+            withId(
+                docs,
+                R"("pageZoom":null,"blocksAds":true,"windowSize":{"width":800,"height":600},"userAgent":"firefox","appearance":"dark","newWindowLinks":"thisPage")"))
+            .target.url;
+    EXPECT_EQ(cleared.pageZoom, std::nullopt);
+    EXPECT_EQ(cleared.blocksAds, true);
+    EXPECT_EQ(cleared.windowSize, (ContentSize{800, 600}));
+    EXPECT_EQ(cleared.userAgent, BrowserAgent::Firefox);
+    EXPECT_EQ(cleared.pageAppearance, PageAppearance::Dark);
+    EXPECT_EQ(cleared.newWindowLinks, NewWindowLinks::ThisPage);
+}
+
+TEST(SettingTest, ThreeStatesApplyAsTheySay)
+{
+    std::optional<int> field = 3;
+    Setting<int>::absent().applyTo(field);
+    EXPECT_EQ(field, 3);
+    Setting<int>::of(5).applyTo(field);
+    EXPECT_EQ(field, 5);
+    Setting<int>::cleared().applyTo(field);
+    EXPECT_EQ(field, std::nullopt);
+}
+
+TEST_F(WriteToolsTest, MoveToBarTakesAnExistingBarOrMakesOne)
+{
+    auto existing = write("move_to_bar", withId(docs, R"("to":"HOME")"));
+    ASSERT_EQ(existing.proposal.moves.size(), 1u);
+    EXPECT_EQ(existing.proposal.moves[0].from, work);
+    EXPECT_EQ(existing.proposal.moves[0].to, BarDestination::existing(home));
+    EXPECT_THAT(existing.answer.moves, ElementsAre("Docs → Home"));
+
+    auto made = write("move_to_bar", withId(docs, R"("to":" Travel ")"));
+    EXPECT_EQ(made.proposal.moves[0].to, BarDestination::newBar("Travel"));
+    EXPECT_EQ(made.answer.title, "Move “Docs” to “Travel”");
+    EXPECT_THAT(made.answer.newBars, ElementsAre("Travel"));
+}
+
+TEST_F(WriteToolsTest, BarAndAccountToolsCarryTheirTitles)
+{
+    auto added = write("add_bar", R"({"name":"Travel"})");
+    ASSERT_EQ(added.proposal.bars.size(), 1u);
+    EXPECT_EQ(added.proposal.bars[0].destination, BarDestination::newBar("Travel"));
+    EXPECT_TRUE(added.proposal.bars[0].shortcuts.empty());
+
+    auto renamed = write("rename_bar", R"({"bar":"home","name":"House"})");
+    EXPECT_EQ(renamed.answer.title, "Rename the bar “Home”");
+    EXPECT_THAT(renamed.answer.renamedBars, ElementsAre("Home → House"));
+
+    auto removed = write("remove_bar", R"({"bar":"Home"})");
+    EXPECT_EQ(removed.answer.title, "Remove the bar “Home”");
+    EXPECT_THAT(removed.answer.removedBars, ElementsAre("Home (1 shortcut)"));
+
+    auto account = write("add_session", R"({"name":"Club"})");
+    EXPECT_EQ(account.answer.title, "Add the account “Club”");
+    EXPECT_THAT(account.answer.newSessions, ElementsAre("Club"));
+
+    EXPECT_EQ(write("rename_session", R"({"session":"Personal","name":"Me"})").answer.title,
+              "Rename the account “Personal”");
+    auto gone = write("remove_session", R"({"session":")" + personal.string() + R"("})");
+    EXPECT_EQ(gone.answer.title, "Remove the account “Personal”");
+    EXPECT_THAT(gone.answer.removedSessions,
+                ElementsAre("Personal (1 link goes back to the default account)"));
+    EXPECT_EQ(write("add_group", R"({"name":"Reading"})").answer.title, "Add the group “Reading”");
+}
+
+TEST_F(WriteToolsTest, RemovingTheOnlyBarIsRefusedInTheAnswer)
+{
+    store->removeBar(home);
+    auto call = write("remove_bar", R"({"bar":"Work"})");
+    EXPECT_EQ(call.answer.status, WriteTools::Status::Nothing);
+    ASSERT_EQ(call.answer.items.size(), 1u);
+    EXPECT_EQ(call.answer.items[0].verdict, "refused");
+    EXPECT_EQ(call.answer.items[0].detail,
+              "The last bar stays; there would be nowhere to put a shortcut.");
+    EXPECT_THAT(call.answer.hints, ElementsAre(HasSubstr("Refused entries were left out")));
+}
+
+TEST_F(WriteToolsTest, RemoveShortcutsNeedsIdsOnThatBar)
+{
+    auto call = write("remove_shortcuts", R"({"ids":[")" + idOf(mail) + R"("]})");
+    EXPECT_EQ(call.proposal.bars[0].removals, std::vector<ShortcutID>{mail.id});
+    EXPECT_EQ(call.answer.title, "Remove “Mail”");
+    EXPECT_EQ(refusal("remove_shortcuts", R"({"ids":[")" + idOf(news) + R"("]})"),
+              "There is no shortcut with the id " + idOf(news) + " on that bar.");
+}
+
+TEST_F(WriteToolsTest, AFileOutOfReachIsNamedInItsDetailAndTheHint)
+{
+    auto call = write(
+        "add_shortcuts",
+        R"({"shortcuts":[{"name":"Notes","target":{"kind":"file","path":"/srv/notes.txt"}}]})");
+    ASSERT_EQ(call.answer.items.size(), 1u);
+    EXPECT_EQ(call.answer.items[0].verdict, "out of reach");
+    EXPECT_EQ(call.answer.items[0].detail,
+              "Vantorel has no access to /srv/notes.txt, so it is left out. The person can grant "
+              "the folder in Vantorel under Advanced, Folders Vantorel may reach.");
+    EXPECT_THAT(call.answer.hints,
+                ElementsAre(::testing::StartsWith("Out of reach: /srv/notes.txt. ")));
+}
+
+TEST_F(WriteToolsTest, ProposeReadsAWholeDocumentUnderTheGivenSource)
+{
+    auto call = write("propose",
+                      R"({"source":"elsewhere","renameBars":[{"id":")" + home.string()
+                          + R"(","name":"House"}]})");
+    EXPECT_EQ(call.proposal.source, "An assistant");
+    EXPECT_EQ(call.answer.title, "Proposed changes");
+    EXPECT_THAT(call.answer.renamedBars, ElementsAre("Home → House"));
+}
+
+TEST_F(WriteToolsTest, TheAnswerEncodesEveryKeySorted)
+{
+    auto call = write("rename_shortcut", withId(docs, R"("name":"Documents")"));
+    auto encoded = json::parse(call.answer.encoded());
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : encoded.items()) {
+        keys.push_back(key);
+    }
+    EXPECT_THAT(keys,
+                ElementsAre("hints",
+                            "items",
+                            "leftOut",
+                            "message",
+                            "moves",
+                            "newBars",
+                            "newSessions",
+                            "removedBars",
+                            "removedSessions",
+                            "renamedBars",
+                            "status",
+                            "title"));
+    EXPECT_EQ(encoded["status"], "waiting");
+    EXPECT_EQ(encoded["items"][0],
+              (json{{"id", idOf(docs)}, {"name", "Documents"}, {"verdict", "changed"}}));
+}
+
+TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
+{
+    auto first = write("rename_shortcut", withId(docs, R"("name":"Documents")")).answer;
+    using Decision = ProposalInbox::Decision;
+    auto replaced = first.decided(Decision{Decision::Kind::Replaced, {}, {}});
+    EXPECT_EQ(replaced.status, WriteTools::Status::Replaced);
+    EXPECT_EQ(replaced.message, WriteTools::message(WriteTools::Status::Replaced));
+
+    auto applied = first.decided(Decision{Decision::Kind::Applied, {}, {"Docs"}});
+    EXPECT_EQ(applied.status, WriteTools::Status::Applied);
+    EXPECT_THAT(applied.leftOut, ElementsAre("Docs"));
+    EXPECT_EQ(applied.message, WriteTools::message(WriteTools::Status::Applied, true));
+    EXPECT_THAT(applied.hints,
+                ElementsAre("The person unchecked these before applying, so they were not done: "
+                            "Docs. That was their choice; do not propose them again unless they "
+                            "ask."));
+}
+
+} // namespace
