@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: MIT
+#include "kit/settings/app_settings.h"
+
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using kit::settings::AppAppearance;
+using kit::settings::AppSettings;
+using kit::settings::DigitKeys;
+using kit::settings::HotKeyCombo;
+using kit::settings::JsonFileKeyValueStore;
+using kit::settings::MemoryKeyValueStore;
+using kit::settings::Value;
+using Key = AppSettings::Key;
+namespace modifier = kit::settings::modifier;
+
+kit::support::Bytes bytes(std::string_view text)
+{
+    return kit::support::Bytes(text.begin(), text.end());
+}
+
+TEST(AppSettingsDefaults, fresh_install)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+
+    EXPECT_FALSE(settings.assistantsEnabled());
+    EXPECT_TRUE(settings.assistantWritesEnabled());
+    EXPECT_TRUE(settings.wheelSwitchesBars());
+    EXPECT_EQ(settings.shortcutKeys(), DigitKeys::ControlCommand);
+    EXPECT_EQ(settings.customShortcutModifiers(), 0xC0000u);
+    EXPECT_EQ(settings.menuHotKey(), (HotKeyCombo{5, 0x140000}));
+    EXPECT_EQ(settings.activeBarHotKey(), (HotKeyCombo{0, 0x140000}));
+    EXPECT_EQ(settings.appearance(), AppAppearance::System);
+    EXPECT_FALSE(settings.welcomeShown());
+    EXPECT_FALSE(settings.loginItemOffered());
+    EXPECT_EQ(settings.browsing(), kit::library::BrowsingDefaults::standard());
+    EXPECT_EQ(settings.get("menuHotKey"), "control+command+G");
+    EXPECT_EQ(settings.get("activeBarHotKey"), "control+command+A");
+}
+
+TEST(AppSettingsHotKeys, cleared_hot_key_stays_off_after_a_restart)
+{
+    testing_support::TempDir dir;
+    {
+        JsonFileKeyValueStore store(dir.file("settings.json"));
+        AppSettings settings(store);
+        settings.setMenuHotKey(std::nullopt);
+        EXPECT_EQ(settings.menuHotKey(), std::nullopt);
+    }
+    JsonFileKeyValueStore store(dir.file("settings.json"));
+    AppSettings settings(store);
+    EXPECT_EQ(settings.menuHotKey(), std::nullopt);
+    EXPECT_EQ(settings.activeBarHotKey(), AppSettings::kActiveBarHotKeyDefault);
+    EXPECT_EQ(store.value("menuHotKey"), Value(kit::support::Bytes{}));
+}
+
+TEST(AppSettingsHotKeys, a_set_combo_is_stored_as_json_data)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+    settings.setActiveBarHotKey(HotKeyCombo{12, modifier::kOption | modifier::kShift});
+
+    AppSettings restarted(store);
+    EXPECT_EQ(restarted.activeBarHotKey(), (HotKeyCombo{12, 0xA0000}));
+    EXPECT_EQ(store.value("activeBarHotKey"), Value(bytes(R"({"keyCode":12,"modifiers":655360})")));
+}
+
+// What each key reads as when the store holds something it cannot use.
+struct UnreadableCase
+{
+    const char* name;
+    const char* key;
+    Value stored;
+    const char* readsAs; // through get()
+};
+
+class AppSettingsUnreadable : public testing::TestWithParam<UnreadableCase>
+{};
+
+TEST_P(AppSettingsUnreadable, reads_as_the_fallback)
+{
+    MemoryKeyValueStore store;
+    store.setValue(GetParam().key, GetParam().stored);
+    AppSettings settings(store);
+    EXPECT_EQ(settings.get(GetParam().key), GetParam().readsAs);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    AppSettingsUnreadable,
+    testing::Values(
+        UnreadableCase{"unknown_digit_keys", "shortcutKeys", Value("banana"), "controlCommand"},
+        UnreadableCase{"digit_keys_not_text", "shortcutKeys", Value(true), "controlCommand"},
+        UnreadableCase{
+            "negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "control+option"},
+        UnreadableCase{
+            "fractional_modifiers", "customShortcutModifiers", Value(3.5), "control+option"},
+        UnreadableCase{
+            "modifiers_as_words", "customShortcutModifiers", Value("lots"), "control+option"},
+        UnreadableCase{"too_large_modifiers",
+                       "customShortcutModifiers",
+                       Value(int64_t{1} << 40),
+                       "control+option"},
+        UnreadableCase{"hot_key_garbage", "menuHotKey", Value(bytes("{not json")), "off"},
+        UnreadableCase{
+            "hot_key_without_modifiers", "menuHotKey", Value(bytes(R"({"keyCode":5})")), "off"},
+        UnreadableCase{"hot_key_code_too_large",
+                       "menuHotKey",
+                       Value(bytes(R"({"keyCode":70000,"modifiers":0})")),
+                       "off"},
+        UnreadableCase{"hot_key_as_boolean", "activeBarHotKey", Value(false), "off"},
+        UnreadableCase{"unknown_appearance", "appearance", Value("sepia"), "system"},
+        UnreadableCase{"unknown_new_window_links", "newWindowLinks", Value("tab"), "browser"},
+        UnreadableCase{"assistants_as_text", "assistantsEnabled", Value("yes"), "false"},
+        UnreadableCase{"writes_as_number", "assistantWritesEnabled", Value(int64_t{7}), "true"},
+        UnreadableCase{"wheel_as_double", "wheelSwitchesBars", Value(0.0), "true"},
+        UnreadableCase{"ads_as_bytes", "blocksAds", Value(bytes("1")), "true"},
+        // Text an INI file keeps in place of the typed value reads as that value.
+        UnreadableCase{"ini_boolean", "assistantsEnabled", Value("true"), "true"},
+        UnreadableCase{"ini_integer", "customShortcutModifiers", Value("1179648"), "shift+command"},
+        UnreadableCase{"ini_hot_key", "menuHotKey", Value(R"({"keyCode":1,"modifiers":0})"), "S"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(AppSettingsBrowsing, follows_the_three_browsing_keys)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+    settings.setBlocksAds(false);
+    settings.setAsksWhereToSaveDownloads(false);
+    settings.setNewWindowLinks(kit::library::NewWindowLinks::ThisPage);
+
+    auto expected = kit::library::BrowsingDefaults::standard();
+    expected.blocksAds = false;
+    expected.asksWhereToSaveDownloads = false;
+    expected.newWindowLinks = kit::library::NewWindowLinks::ThisPage;
+    EXPECT_EQ(settings.browsing(), expected);
+}
+
+class AppSettingsObserving : public testing::Test
+{
+protected:
+    MemoryKeyValueStore m_store;
+    AppSettings m_settings{m_store};
+    std::vector<Key> m_heard;
+
+    void SetUp() override
+    {
+        m_settings.observeAll([this](Key key) { m_heard.push_back(key); });
+    }
+};
+
+TEST_F(AppSettingsObserving, a_change_is_heard_once_and_a_repeat_not_at_all)
+{
+    int assistants = 0;
+    m_settings.observe(Key::AssistantsEnabled, [&] { ++assistants; });
+    m_settings.setAssistantsEnabled(true);
+    m_settings.setAssistantsEnabled(true);
+    m_settings.setWheelSwitchesBars(true); // already the default
+    EXPECT_EQ(assistants, 1);
+    EXPECT_EQ(m_heard, std::vector<Key>{Key::AssistantsEnabled});
+}
+
+TEST_F(AppSettingsObserving, a_store_change_that_reads_the_same_is_not_heard)
+{
+    m_store.setValue("shortcutKeys", Value("nonsense")); // still controlCommand
+    m_store.setValue("unrelated", Value(true));
+    m_store.setValue("shortcutKeys", Value("off"));
+    EXPECT_EQ(m_heard, std::vector<Key>{Key::ShortcutKeys});
+    EXPECT_EQ(m_settings.shortcutKeys(), DigitKeys::Off);
+}
+
+TEST_F(AppSettingsObserving, removed_observer_hears_nothing)
+{
+    int calls = 0;
+    const size_t token = m_settings.observe(Key::BlocksAds, [&] { ++calls; });
+    m_settings.removeObserver(token);
+    m_settings.setBlocksAds(false);
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(AppSettingsProcesses, a_change_from_another_process_is_heard_on_reload)
+{
+    testing_support::TempDir dir;
+    JsonFileKeyValueStore appStore(dir.file("settings.json"));
+    AppSettings app(appStore);
+    int heard = 0;
+    app.observe(Key::AssistantsEnabled, [&] { ++heard; });
+
+    JsonFileKeyValueStore commandStore(dir.file("settings.json"));
+    AppSettings command(commandStore);
+    EXPECT_EQ(command.set("assistantsEnabled", "true"), std::nullopt);
+
+    EXPECT_FALSE(app.assistantsEnabled());
+    appStore.reload();
+    EXPECT_TRUE(app.assistantsEnabled());
+    EXPECT_EQ(heard, 1);
+}
+
+// Each key set by name and read back as the person typed it.
+struct ByNameCase
+{
+    const char* key;
+    const char* typed;
+    const char* readBack;
+};
+
+class AppSettingsByName : public testing::TestWithParam<ByNameCase>
+{};
+
+TEST_P(AppSettingsByName, set_and_read_back)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+    EXPECT_EQ(settings.set(GetParam().key, GetParam().typed), std::nullopt);
+    EXPECT_EQ(settings.get(GetParam().key), GetParam().readBack);
+    AppSettings restarted(store);
+    EXPECT_EQ(restarted.get(GetParam().key), GetParam().readBack);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    AppSettingsByName,
+    testing::Values(ByNameCase{"assistantsEnabled", "true", "true"},
+                    ByNameCase{"assistantWritesEnabled", " False ", "false"},
+                    ByNameCase{"welcomeShown", "true", "true"},
+                    ByNameCase{"loginItemOffered", "true", "true"},
+                    ByNameCase{"shortcutKeys", "custom", "custom"},
+                    ByNameCase{"appearance", "dark", "dark"},
+                    ByNameCase{"newWindowLinks", "newWindow", "newWindow"},
+                    ByNameCase{"customShortcutModifiers", "command+ctrl", "control+command"},
+                    ByNameCase{"customShortcutModifiers", "0x140000", "control+command"},
+                    ByNameCase{"customShortcutModifiers", "none", "none"},
+                    ByNameCase{"customShortcutModifiers", "alt+0x800000", "option+0x800000"},
+                    ByNameCase{"menuHotKey", "off", "off"},
+                    ByNameCase{"menuHotKey", "Super + Alt + space", "option+command+Space"},
+                    ByNameCase{"activeBarHotKey", "control+shift+7", "control+shift+7"},
+                    ByNameCase{"activeBarHotKey", "command+#96", "command+#96"},
+                    ByNameCase{"activeBarHotKey", "f", "F"}));
+
+TEST(AppSettingsByName, refusals_are_one_sentence)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+    EXPECT_EQ(settings.set("foo", "true"), "There is no setting called “foo”.");
+    EXPECT_EQ(settings.get("foo"), std::nullopt);
+    EXPECT_EQ(settings.set("assistantsEnabled", "yes"), "“assistantsEnabled” takes true or false.");
+    EXPECT_EQ(settings.set("shortcutKeys", "alt"),
+              "“shortcutKeys” takes optionCommand, controlCommand, shiftControl, custom or off.");
+    EXPECT_EQ(settings.set("appearance", ""), "“appearance” takes system, light or dark.");
+    EXPECT_EQ(settings.set("customShortcutModifiers", "control+hyper"),
+              "“customShortcutModifiers” takes modifiers joined by +, such as control+option.");
+    EXPECT_EQ(settings.set("menuHotKey", "control+command"),
+              "“menuHotKey” takes a key with modifiers, such as control+command+G, or off.");
+    EXPECT_EQ(settings.set("menuHotKey", "banana+G"),
+              "“menuHotKey” takes a key with modifiers, such as control+command+G, or off.");
+    // Nothing was written by the refusals.
+    EXPECT_EQ(store.value("assistantsEnabled"), std::nullopt);
+    EXPECT_EQ(store.value("menuHotKey"), std::nullopt);
+}
+
+TEST(AppSettingsByName, keys_are_every_stored_key)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+    const auto keys = settings.keys();
+    EXPECT_EQ(keys.size(), AppSettings::kKeyCount);
+    for (const auto& key : keys) {
+        EXPECT_TRUE(settings.get(key).has_value()) << key;
+        EXPECT_EQ(AppSettings::keyName(*AppSettings::keyNamed(key)), key);
+    }
+}
+
+} // namespace
