@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: MIT
+#include "kit/opening/bookmark_resolver.h"
+
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+using namespace kit::opening;
+using kit::library::Bookmark;
+using testing_support::TempDir;
+using testing_support::writeFile;
+namespace fs = std::filesystem;
+
+class InodeBookmarkTest : public testing::Test
+{
+protected:
+    TempDir m_dir;
+    InodeBookmarkResolver m_resolver;
+
+    std::string path(std::string_view name) const { return m_dir.file(name).string(); }
+
+    Bookmark bookmarkOf(std::string_view name)
+    {
+        auto bookmark = m_resolver.make(path(name));
+        EXPECT_TRUE(bookmark.has_value());
+        return bookmark.value_or(Bookmark{});
+    }
+};
+
+TEST_F(InodeBookmarkTest, an_untouched_file_resolves_fresh)
+{
+    writeFile(m_dir.file("a.txt"), "a");
+    const auto bookmark = bookmarkOf("a.txt");
+    EXPECT_EQ(bookmark.displayPath, path("a.txt"));
+    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("a.txt"), false}));
+}
+
+TEST_F(InodeBookmarkTest, a_folder_resolves_and_follows_a_rename)
+{
+    fs::create_directory(m_dir.file("Projects"));
+    const auto bookmark = bookmarkOf("Projects/");
+    EXPECT_EQ(bookmark.displayPath, path("Projects"));
+    fs::rename(m_dir.file("Projects"), m_dir.file("Archive"));
+    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("Archive"), true}));
+}
+
+TEST_F(InodeBookmarkTest, a_renamed_file_is_found_in_its_folder_and_stale)
+{
+    writeFile(m_dir.file("a.txt"), "a");
+    writeFile(m_dir.file("other.txt"), "b");
+    const auto bookmark = bookmarkOf("a.txt");
+    fs::rename(m_dir.file("a.txt"), m_dir.file("renamed.txt"));
+    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("renamed.txt"), true}));
+}
+
+TEST_F(InodeBookmarkTest, the_renamed_original_wins_over_a_new_file_at_the_old_name)
+{
+    writeFile(m_dir.file("a.txt"), "a");
+    const auto bookmark = bookmarkOf("a.txt");
+    fs::rename(m_dir.file("a.txt"), m_dir.file("kept.txt"));
+    writeFile(m_dir.file("a.txt"), "new");
+    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("kept.txt"), true}));
+}
+
+TEST_F(InodeBookmarkTest, a_file_replaced_in_place_keeps_its_path_and_is_stale)
+{
+    writeFile(m_dir.file("a.txt"), "a");
+    const auto bookmark = bookmarkOf("a.txt");
+    // What an editor's safe save does: a new file renamed over the old one.
+    writeFile(m_dir.file("a.txt.tmp"), "b");
+    fs::rename(m_dir.file("a.txt.tmp"), m_dir.file("a.txt"));
+    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("a.txt"), true}));
+}
+
+TEST_F(InodeBookmarkTest, a_deleted_file_or_its_moved_folder_cannot_be_resolved)
+{
+    fs::create_directory(m_dir.file("in"));
+    writeFile(m_dir.file("in/a.txt"), "a");
+    writeFile(m_dir.file("b.txt"), "b");
+    const auto inFolder = bookmarkOf("in/a.txt");
+    const auto deleted = bookmarkOf("b.txt");
+    fs::rename(m_dir.file("in"), m_dir.file("out"));
+    fs::remove(m_dir.file("b.txt"));
+    EXPECT_EQ(m_resolver.resolve(inFolder), std::nullopt);
+    EXPECT_EQ(m_resolver.resolve(deleted), std::nullopt);
+}
+
+TEST_F(InodeBookmarkTest, data_from_elsewhere_falls_back_to_the_display_path)
+{
+    writeFile(m_dir.file("a.txt"), "a");
+    const Bookmark foreign{{'b', 'o', 'o', 'k'}, path("a.txt")};
+    EXPECT_EQ(m_resolver.resolve(foreign), (ResolvedBookmark{path("a.txt"), true}));
+    EXPECT_EQ(m_resolver.resolve(Bookmark{{}, path("missing.txt")}), std::nullopt);
+    EXPECT_EQ(m_resolver.resolve(Bookmark{{'{', '}'}, ""}), std::nullopt);
+}
+
+TEST_F(InodeBookmarkTest, nothing_is_made_for_a_missing_file)
+{
+    EXPECT_EQ(m_resolver.make(path("missing.txt")), std::nullopt);
+}
+
+TEST(BookmarkHold, gives_back_only_access_that_was_started)
+{
+    class Recording final : public BookmarkResolver
+    {
+    public:
+        bool grant = true;
+        int stops = 0;
+        std::optional<ResolvedBookmark> resolve(const Bookmark&) override { return {}; }
+        std::optional<Bookmark> make(const std::string&) override { return {}; }
+        bool startAccessing(const std::string&) override { return grant; }
+        void stopAccessing(const std::string&) override { ++stops; }
+    };
+    Recording resolver;
+    {
+        BookmarkHold hold(resolver, "/a");
+        EXPECT_TRUE(hold.started());
+    }
+    resolver.grant = false;
+    {
+        BookmarkHold hold(resolver, "/b");
+        EXPECT_FALSE(hold.started());
+    }
+    EXPECT_EQ(resolver.stops, 1);
+}
+
+struct FileURLCase
+{
+    const char* path;
+    const char* url;
+};
+
+class FileURLTest : public testing::TestWithParam<FileURLCase>
+{};
+
+TEST_P(FileURLTest, encodes_and_decodes)
+{
+    EXPECT_EQ(fileURL(GetParam().path), GetParam().url);
+    EXPECT_EQ(pathOfFileURL(GetParam().url), GetParam().path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    FileURLTest,
+    testing::Values(FileURLCase{"/home/me/a.txt", "file:///home/me/a.txt"},
+                    FileURLCase{"/home/me/a b#1?.txt", "file:///home/me/a%20b%231%3F.txt"},
+                    FileURLCase{"/tmp/100%", "file:///tmp/100%25"},
+                    FileURLCase{"/Zeitplan/Übersicht", "file:///Zeitplan/%C3%9Cbersicht"}));
+
+TEST(FileURL, only_local_file_urls_have_a_path)
+{
+    EXPECT_EQ(pathOfFileURL("file://localhost/etc/hosts"), "/etc/hosts");
+    EXPECT_EQ(pathOfFileURL("file://server/share/a"), std::nullopt);
+    EXPECT_EQ(pathOfFileURL("https://example.com/a"), std::nullopt);
+    EXPECT_EQ(pathOfFileURL("/etc/hosts"), std::nullopt);
+}
+
+} // namespace

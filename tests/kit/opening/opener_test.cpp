@@ -1,0 +1,498 @@
+// SPDX-License-Identifier: MIT
+#include "kit/opening/opener.h"
+
+#include "fakes.h"
+#include "kit/library/fixtures.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+using namespace testing_support;
+using kit::library::AppTarget;
+using kit::library::Bookmark;
+using kit::library::BrowsingDefaults;
+using kit::library::FileTarget;
+using kit::library::OpenMode;
+using kit::library::Target;
+using kit::library::URLTarget;
+using kit::storage::LibraryStore;
+using kit::storage::SupportDirectory;
+using Outcome = Opener::Outcome;
+
+constexpr const char* kGone =
+    " cannot be found. It may have been deleted, or be on a disk that is not connected.";
+
+class OpenerTest : public testing::Test
+{
+protected:
+    TempDir m_dir;
+    LibraryStore m_store{SupportDirectory{m_dir.path(), true},
+                         LibraryStore::Options{std::chrono::milliseconds(60'000), nullptr}};
+    BrowsingDefaults m_defaults = BrowsingDefaults::standard();
+    // Before the workspace and the queue, whose pending completions hold access through it.
+    FakeBookmarks m_bookmarks;
+    FakeWorkspace m_workspace;
+    FakeAppleShortcuts m_appleShortcuts;
+    FakeAlerts m_alerts;
+    ManualQueue m_queue;
+    FakePanels m_panels;
+    FakeWindows m_windows;
+    std::unique_ptr<Opener> m_opener;
+
+    void SetUp() override { make(&m_panels, &m_windows); }
+
+    void make(PagePresenter* panels, WindowPresenter* windows)
+    {
+        m_opener = std::make_unique<Opener>(Opener::Services{m_store,
+                                                             [this] { return m_defaults; },
+                                                             m_workspace,
+                                                             m_appleShortcuts,
+                                                             m_bookmarks,
+                                                             m_alerts,
+                                                             m_queue,
+                                                             panels,
+                                                             windows});
+    }
+
+    // Added to the showing bar, so refreshed bookmarks have somewhere to go.
+    Shortcut added(Shortcut shortcut)
+    {
+        m_store.mutate([&](kit::library::Library& library) { library.add(shortcut); });
+        return shortcut;
+    }
+
+    static Shortcut link(const std::string& url,
+                         std::optional<OpenMode> mode,
+                         std::optional<std::string> browser = std::nullopt)
+    {
+        URLTarget target;
+        target.url = url;
+        target.openMode = mode;
+        target.browserBundleID = std::move(browser);
+        return Shortcut::make("Mail", Target::url(target));
+    }
+
+    static Shortcut app(const std::string& bundleID, std::optional<Bookmark> bookmark)
+    {
+        return Shortcut::make("Editor", Target::app(AppTarget{bundleID, std::move(bookmark)}));
+    }
+
+    static Shortcut file(const std::string& path, std::optional<std::string> openWith = {})
+    {
+        return Shortcut::make("Notes",
+                              Target::file(FileTarget{Bookmark{{1}, path}, std::move(openWith)}));
+    }
+
+    const Shortcut* stored(const ShortcutID& id) const { return m_store.library().shortcut(id); }
+};
+
+// Page surfaces: panel, window, browser and the fallbacks between them.
+
+TEST_F(OpenerTest, panel_opens_under_the_icon_it_was_clicked_on)
+{
+    const auto page = link("https://mail.example.com/", OpenMode::Popover);
+    m_panels.icons[page.id] = Anchor{9};
+    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
+    EXPECT_THAT(m_panels.shown, testing::ElementsAre(std::pair(page.id, Anchor{4})));
+    EXPECT_TRUE(m_windows.shown.empty());
+    EXPECT_TRUE(m_workspace.opened.empty());
+}
+
+TEST_F(OpenerTest, panel_from_the_keyboard_hangs_under_the_fallback_icon)
+{
+    const auto page = link("https://mail.example.com/", std::nullopt); // defaults: panel
+    m_panels.icons[page.id] = Anchor{7};
+    EXPECT_EQ(m_opener->open(page), Outcome::opened());
+    EXPECT_THAT(m_panels.shown, testing::ElementsAre(std::pair(page.id, Anchor{7})));
+}
+
+TEST_F(OpenerTest, panel_without_any_icon_opens_in_a_window)
+{
+    const auto page = link("https://mail.example.com/", OpenMode::Popover);
+    EXPECT_EQ(m_opener->open(page), Outcome::opened());
+    EXPECT_TRUE(m_panels.shown.empty());
+    EXPECT_EQ(m_windows.shown, std::vector{page.id});
+}
+
+TEST_F(OpenerTest, panel_whose_page_is_in_a_window_brings_the_window_forward)
+{
+    const auto page = link("https://mail.example.com/", OpenMode::Popover);
+    m_windows.open.insert(page.id);
+    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
+    EXPECT_EQ(m_windows.broughtForward, std::vector{page.id});
+    EXPECT_TRUE(m_panels.shown.empty());
+    EXPECT_TRUE(m_windows.shown.empty());
+}
+
+TEST_F(OpenerTest, panel_without_a_panel_presenter_opens_in_a_window)
+{
+    make(nullptr, &m_windows);
+    const auto page = link("https://mail.example.com/", OpenMode::Popover);
+    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
+    EXPECT_EQ(m_windows.shown, std::vector{page.id});
+}
+
+TEST_F(OpenerTest, panel_or_window_without_presenters_goes_to_the_browser)
+{
+    make(nullptr, nullptr);
+    EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::Popover), Anchor{1}),
+              Outcome::opened());
+    EXPECT_EQ(m_opener->open(link("https://b.example/", OpenMode::Window)), Outcome::opened());
+    EXPECT_EQ(m_workspace.opened,
+              (std::vector<std::string>{"https://a.example/", "https://b.example/"}));
+}
+
+TEST_F(OpenerTest, window_mode_ignores_the_anchor)
+{
+    const auto page = link("https://mail.example.com/", OpenMode::Window);
+    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
+    EXPECT_TRUE(m_panels.shown.empty());
+    EXPECT_EQ(m_windows.shown, std::vector{page.id});
+}
+
+TEST_F(OpenerTest, the_page_gets_its_settings_resolved_against_the_current_defaults)
+{
+    m_defaults.openMode = OpenMode::Window;
+    m_defaults.blocksAds = false;
+    const auto page = link("https://mail.example.com/", std::nullopt);
+    m_opener->open(page);
+    ASSERT_EQ(m_windows.settings.size(), 1u);
+    EXPECT_FALSE(m_windows.settings[0].blocksAds);
+
+    m_defaults.openMode = OpenMode::System;
+    m_opener->open(page);
+    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"https://mail.example.com/"});
+    // The target's own mode wins over the defaults.
+    m_opener->open(link("https://mail.example.com/", OpenMode::Window));
+    EXPECT_EQ(m_windows.shown.size(), 2u);
+}
+
+// Browsers.
+
+TEST_F(OpenerTest, a_chosen_browser_opens_the_address)
+{
+    m_workspace.installed["firefox"] = "/usr/share/applications/firefox.desktop";
+    EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::System, "firefox")),
+              Outcome::opened());
+    EXPECT_EQ(m_workspace.openedWith,
+              (std::vector<FakeWorkspace::OpenWith>{
+                  {{"https://a.example/"}, "/usr/share/applications/firefox.desktop"}}));
+    EXPECT_TRUE(m_workspace.opened.empty());
+    EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
+}
+
+TEST_F(OpenerTest, a_removed_browser_leaves_a_notice_and_opens_with_the_default)
+{
+    int heard = 0;
+    m_opener->observeLastFailure([&] { ++heard; });
+    EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::System, "gone-browser")),
+              Outcome::opened());
+    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"https://a.example/"});
+    EXPECT_EQ(m_opener->lastFailure(),
+              "The browser chosen for Mail is not installed any more; opened with your default "
+              "instead.");
+    EXPECT_EQ(heard, 1);
+    EXPECT_TRUE(m_alerts.shown.empty());
+}
+
+TEST_F(OpenerTest, an_address_nothing_can_open_is_missing_and_reported)
+{
+    m_workspace.canOpen = false;
+    const auto outcome = m_opener->open(link("zoommtg://join?id=1", OpenMode::System));
+    const std::string sentence = "Nothing on this computer can open zoommtg://join?id=1.";
+    EXPECT_EQ(outcome, Outcome::missing(sentence));
+    EXPECT_EQ(m_opener->lastFailure(), sentence);
+    EXPECT_THAT(m_alerts.shown,
+                testing::ElementsAre(std::pair<std::string, std::string>("Mail", sentence)));
+}
+
+// Apple Shortcuts.
+
+TEST_F(OpenerTest, a_shortcut_link_in_system_mode_runs_the_shortcut)
+{
+    const auto outcome =
+        m_opener->open(link("shortcuts://run-shortcut?name=Clean%20this%20Mac", OpenMode::System));
+    EXPECT_EQ(outcome, Outcome::opened());
+    EXPECT_EQ(m_appleShortcuts.names, std::vector<std::string>{"Clean this Mac"});
+    EXPECT_TRUE(m_workspace.opened.empty());
+}
+
+TEST_F(OpenerTest, a_shortcut_link_in_a_panel_is_just_a_page)
+{
+    m_opener->open(link("shortcuts://run-shortcut?name=X", OpenMode::Window));
+    EXPECT_TRUE(m_appleShortcuts.names.empty());
+    EXPECT_EQ(m_windows.shown.size(), 1u);
+}
+
+struct RunCase
+{
+    const char* name;
+    AppleShortcutRun run;
+    bool systemCanOpen;
+    std::vector<std::string> systemOpened;
+    std::optional<std::string> reported;
+};
+
+class OpenerAppleShortcutRun : public OpenerTest, public testing::WithParamInterface<RunCase>
+{};
+
+TEST_P(OpenerAppleShortcutRun, result_is_handled_on_the_main_queue)
+{
+    const std::string address = "shortcuts://run-shortcut?name=Clean%20this%20Mac";
+    m_workspace.canOpen = GetParam().systemCanOpen;
+    m_opener->open(link(address, OpenMode::System));
+    ASSERT_EQ(m_appleShortcuts.pending.size(), 1u);
+    std::thread([&] { m_appleShortcuts.pending[0](GetParam().run); }).join();
+    EXPECT_EQ(m_opener->lastFailure(), std::nullopt); // nothing before the main queue runs
+
+    m_queue.runAll();
+    EXPECT_EQ(m_workspace.opened, GetParam().systemOpened);
+    EXPECT_EQ(m_opener->lastFailure(), GetParam().reported);
+    if (GetParam().reported) {
+        EXPECT_THAT(m_alerts.shown,
+                    testing::ElementsAre(
+                        std::pair<std::string, std::string>("Mail", *GetParam().reported)));
+    } else {
+        EXPECT_TRUE(m_alerts.shown.empty());
+    }
+}
+
+const std::string kRunAddress = "shortcuts://run-shortcut?name=Clean%20this%20Mac";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    OpenerAppleShortcutRun,
+    testing::Values(
+        RunCase{"ran", {AppleShortcutRun::Kind::Ran, {}}, true, {}, std::nullopt},
+        RunCase{"cancelled", {AppleShortcutRun::Kind::Cancelled, {}}, true, {}, std::nullopt},
+        RunCase{"unavailable_hands_the_address_to_the_system",
+                {AppleShortcutRun::Kind::Unavailable, {}},
+                true,
+                {kRunAddress},
+                std::nullopt},
+        RunCase{"unavailable_and_nothing_opens_it",
+                {AppleShortcutRun::Kind::Unavailable, {}},
+                false,
+                {kRunAddress},
+                "Nothing on this computer can open " + kRunAddress + "."},
+        RunCase{"not_found",
+                {AppleShortcutRun::Kind::NotFound, {}},
+                true,
+                {},
+                "There is no Shortcut called Clean this Mac on this computer."},
+        RunCase{"failed",
+                AppleShortcutRun::failed("The Shortcut stopped with an error (-50)."),
+                true,
+                {},
+                "The Shortcut stopped with an error (-50)."}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Applications.
+
+TEST_F(OpenerTest, an_installed_app_launches_from_where_it_is_installed)
+{
+    m_workspace.installed["org.example.Editor"] =
+        "/usr/share/applications/org.example.Editor.desktop";
+    EXPECT_EQ(m_opener->open(app("org.example.Editor", std::nullopt)), Outcome::opened());
+    EXPECT_EQ(m_workspace.launched,
+              std::vector<std::string>{"/usr/share/applications/org.example.Editor.desktop"});
+}
+
+TEST_F(OpenerTest, an_uninstalled_app_whose_bookmark_resolves_launches_from_the_bookmark)
+{
+    m_bookmarks.places["/opt/Editor.AppImage"] = {"/opt/Editor.AppImage", false};
+    const auto shortcut = added(app("org.example.Editor", Bookmark{{1}, "/opt/Editor.AppImage"}));
+    EXPECT_EQ(m_opener->open(shortcut), Outcome::opened());
+    EXPECT_EQ(m_workspace.launched, std::vector<std::string>{"/opt/Editor.AppImage"});
+    // Access is held until the launch completes.
+    EXPECT_TRUE(m_bookmarks.accessing.contains("/opt/Editor.AppImage"));
+    m_workspace.completions[0](std::nullopt);
+    m_queue.runAll();
+    EXPECT_TRUE(m_bookmarks.accessing.empty());
+    EXPECT_EQ(stored(shortcut.id)->target, shortcut.target); // not stale: left alone
+}
+
+TEST_F(OpenerTest, an_app_found_through_a_stale_bookmark_gets_it_refreshed)
+{
+    m_bookmarks.places["/opt/Old.AppImage"] = {"/opt/New.AppImage", true};
+    const auto shortcut = added(app("", Bookmark{{1}, "/opt/Old.AppImage"}));
+    m_opener->open(shortcut);
+    EXPECT_EQ(m_workspace.launched, std::vector<std::string>{"/opt/New.AppImage"});
+    EXPECT_EQ(stored(shortcut.id)->target.appTarget()->bookmark,
+              (Bookmark{{'n', 'e', 'w'}, "/opt/New.AppImage"}));
+}
+
+TEST_F(OpenerTest, an_app_neither_installed_nor_bookmarked_is_missing)
+{
+    const std::string sentence = "Editor is not installed any more.";
+    EXPECT_EQ(m_opener->open(app("org.example.Editor", std::nullopt)), Outcome::missing(sentence));
+    EXPECT_EQ(m_opener->open(app("org.example.Editor", Bookmark{{1}, "/gone"})),
+              Outcome::missing(sentence));
+    EXPECT_EQ(m_alerts.shown.size(), 2u);
+    EXPECT_TRUE(m_workspace.launched.empty());
+}
+
+TEST_F(OpenerTest, a_launch_that_fails_later_is_reported_on_the_main_queue)
+{
+    m_workspace.installed["org.example.Editor"] = "/apps/editor.desktop";
+    m_opener->open(app("org.example.Editor", std::nullopt));
+    const std::string error = "Editor could not be started: the program is missing.";
+    std::thread([&] { m_workspace.completions[0](error); }).join();
+    EXPECT_TRUE(m_alerts.shown.empty());
+    m_queue.runAll();
+    EXPECT_EQ(m_opener->lastFailure(), error);
+    EXPECT_THAT(m_alerts.shown,
+                testing::ElementsAre(std::pair<std::string, std::string>("Editor", error)));
+}
+
+TEST_F(OpenerTest, a_completion_after_the_opener_is_gone_does_nothing)
+{
+    m_bookmarks.places["/opt/Editor.AppImage"] = {"/opt/Editor.AppImage", false};
+    m_opener->open(app("x", Bookmark{{1}, "/opt/Editor.AppImage"}));
+    m_opener.reset();
+    m_workspace.completions[0]("failed");
+    m_queue.runAll();
+    EXPECT_TRUE(m_alerts.shown.empty());
+    EXPECT_TRUE(m_bookmarks.accessing.empty()); // the hold still ends
+}
+
+// Files and folders.
+
+TEST_F(OpenerTest, a_file_opens_with_the_default_app_under_held_access)
+{
+    m_bookmarks.places["/home/me/notes a.txt"] = {"/home/me/notes a.txt", false};
+    EXPECT_EQ(m_opener->open(file("/home/me/notes a.txt")), Outcome::opened());
+    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/notes%20a.txt"});
+    EXPECT_EQ(m_bookmarks.accessCount, 1);
+    EXPECT_TRUE(m_bookmarks.accessing.empty()); // given back once the open returned
+}
+
+TEST_F(OpenerTest, a_folder_opens_like_a_file)
+{
+    m_bookmarks.places["/home/me/Projects"] = {"/home/me/Projects", false};
+    const auto folder = Shortcut::make(
+        "Projects", Target::folder(FileTarget{Bookmark{{1}, "/home/me/Projects"}, std::nullopt}));
+    EXPECT_EQ(m_opener->open(folder), Outcome::opened());
+    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/Projects"});
+}
+
+TEST_F(OpenerTest, a_file_that_cannot_be_found_is_missing)
+{
+    const auto outcome = m_opener->open(file("/media/usb/notes.txt"));
+    EXPECT_EQ(outcome, Outcome::missing(std::string("Notes") + kGone));
+    EXPECT_THAT(m_alerts.shown,
+                testing::ElementsAre(
+                    std::pair<std::string, std::string>("Notes", std::string("Notes") + kGone)));
+    EXPECT_TRUE(m_workspace.opened.empty());
+}
+
+TEST_F(OpenerTest, a_file_the_system_refuses_failed)
+{
+    m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
+    m_workspace.canOpen = false;
+    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")),
+              Outcome::failed("Notes could not be opened."));
+    EXPECT_EQ(m_opener->lastFailure(), "Notes could not be opened.");
+}
+
+TEST_F(OpenerTest, a_file_with_its_chosen_app_holds_access_until_the_open_completes)
+{
+    m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
+    m_workspace.installed["org.gnome.TextEditor"] = "/apps/te.desktop";
+    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt", "org.gnome.TextEditor")),
+              Outcome::opened());
+    EXPECT_EQ(m_workspace.openedWith,
+              (std::vector<FakeWorkspace::OpenWith>{
+                  {{"file:///home/me/notes.txt"}, "/apps/te.desktop"}}));
+    EXPECT_TRUE(m_workspace.opened.empty());
+    EXPECT_TRUE(m_bookmarks.accessing.contains("/home/me/notes.txt"));
+    m_workspace.completions[0](std::nullopt);
+    m_queue.runAll();
+    EXPECT_TRUE(m_bookmarks.accessing.empty());
+    EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
+}
+
+TEST_F(OpenerTest, a_file_whose_chosen_app_is_gone_opens_with_the_default_and_leaves_a_notice)
+{
+    m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
+    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt", "org.gone.App")), Outcome::opened());
+    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/notes.txt"});
+    EXPECT_EQ(m_opener->lastFailure(),
+              "The app chosen for Notes is not installed any more; opened with the default "
+              "instead.");
+    EXPECT_TRUE(m_alerts.shown.empty());
+}
+
+TEST_F(OpenerTest, a_stale_file_bookmark_is_refreshed_in_the_library)
+{
+    m_bookmarks.places["/home/me/old.txt"] = {"/home/me/new.txt", true};
+    const auto shortcut = added(file("/home/me/old.txt"));
+    m_opener->open(shortcut);
+    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/new.txt"});
+    EXPECT_EQ(stored(shortcut.id)->target.fileTarget()->bookmark,
+              (Bookmark{{'n', 'e', 'w'}, "/home/me/new.txt"}));
+}
+
+TEST_F(OpenerTest, a_stale_bookmark_that_cannot_be_made_again_still_opens)
+{
+    m_bookmarks.places["/home/me/old.txt"] = {"/home/me/new.txt", true};
+    m_bookmarks.canMake = false;
+    const auto shortcut = added(file("/home/me/old.txt"));
+    EXPECT_EQ(m_opener->open(shortcut), Outcome::opened());
+    EXPECT_EQ(stored(shortcut.id)->target, shortcut.target);
+}
+
+// Nothing to open.
+
+TEST_F(OpenerTest, groups_and_dividers_are_skipped_without_a_report)
+{
+    EXPECT_EQ(m_opener->open(group("Work", {webLink("Docs")})), Outcome::skipped());
+    EXPECT_EQ(m_opener->open(Shortcut::make("", Target::divider())), Outcome::skipped());
+    EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
+    EXPECT_TRUE(m_alerts.shown.empty());
+    EXPECT_TRUE(m_panels.shown.empty());
+    EXPECT_TRUE(m_windows.shown.empty());
+}
+
+TEST_F(OpenerTest, every_report_replaces_the_last_failure)
+{
+    m_opener->open(app("a", std::nullopt));
+    m_opener->open(file("/nowhere"));
+    EXPECT_EQ(m_opener->lastFailure(), std::string("Notes") + kGone);
+    EXPECT_EQ(m_alerts.shown.size(), 2u);
+}
+
+// The real resolver end to end: a file moved while the app was not looking.
+TEST_F(OpenerTest, a_moved_file_opens_and_the_library_holds_the_refreshed_bookmark)
+{
+    InodeBookmarkResolver resolver;
+    m_opener = std::make_unique<Opener>(Opener::Services{m_store,
+                                                         [this] { return m_defaults; },
+                                                         m_workspace,
+                                                         m_appleShortcuts,
+                                                         resolver,
+                                                         m_alerts,
+                                                         m_queue,
+                                                         nullptr,
+                                                         nullptr});
+    writeFile(m_dir.file("draft.txt"), "words");
+    const auto bookmark = makeInodeBookmark(m_dir.file("draft.txt").string());
+    ASSERT_TRUE(bookmark);
+    const auto shortcut = added(Shortcut::make("Draft", Target::file(FileTarget{*bookmark, {}})));
+    std::filesystem::rename(m_dir.file("draft.txt"), m_dir.file("final.txt"));
+
+    EXPECT_EQ(m_opener->open(shortcut), Outcome::opened());
+    EXPECT_EQ(m_workspace.opened,
+              std::vector<std::string>{fileURL(m_dir.file("final.txt").string())});
+    const auto& refreshed = stored(shortcut.id)->target.fileTarget()->bookmark;
+    EXPECT_EQ(refreshed.displayPath, m_dir.file("final.txt").string());
+    EXPECT_EQ(resolver.resolve(refreshed),
+              (ResolvedBookmark{m_dir.file("final.txt").string(), false}));
+}
+
+} // namespace

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+#include "kit/opening/target_factory.h"
+
+#include "kit/opening/workspace_opening.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+using namespace kit::opening;
+using kit::library::Target;
+using Kind = Target::Kind;
+using testing_support::TempDir;
+using testing_support::writeFile;
+namespace fs = std::filesystem;
+
+class TargetFactoryTest : public testing::Test
+{
+protected:
+    TempDir m_dir;
+    InodeBookmarkResolver m_bookmarks;
+    TargetFactory m_factory{m_bookmarks};
+
+    std::string path(std::string_view name) const { return m_dir.file(name).string(); }
+};
+
+TEST_F(TargetFactoryTest, a_web_address_becomes_a_link_with_every_option_left_to_the_defaults)
+{
+    const auto draft = m_factory.draft("https://news.example.co.uk/today");
+    kit::library::URLTarget expected;
+    expected.url = "https://news.example.co.uk/today";
+    EXPECT_EQ(draft.target, Target::url(expected));
+    EXPECT_EQ(draft.name, "Example");
+}
+
+TEST_F(TargetFactoryTest, a_link_into_an_app_is_kept_as_it_is)
+{
+    const auto draft = m_factory.draft("shortcuts://run-shortcut?name=Focus");
+    ASSERT_EQ(draft.target.kind(), Kind::Url);
+    EXPECT_EQ(draft.target.urlTarget()->url, "shortcuts://run-shortcut?name=Focus");
+    EXPECT_FALSE(draft.name.empty());
+}
+
+TEST_F(TargetFactoryTest, addresses_a_shortcut_must_not_open_are_refused)
+{
+    EXPECT_THROW(m_factory.draft("javascript:alert(1)"), TargetFactory::Failure);
+    try {
+        m_factory.draft("file://server/share/a.txt");
+        FAIL();
+    } catch (const TargetFactory::Failure& failure) {
+        EXPECT_STREQ(failure.what(), "“file://server/share/a.txt” is not a file on this computer.");
+    }
+}
+
+TEST_F(TargetFactoryTest, a_file_becomes_a_file_target_named_without_its_extension)
+{
+    writeFile(m_dir.file("Quarterly report.pdf"), "%PDF");
+    const auto draft = m_factory.draft(fileURL(path("Quarterly report.pdf")));
+    ASSERT_EQ(draft.target.kind(), Kind::File);
+    EXPECT_EQ(draft.name, "Quarterly report");
+    EXPECT_EQ(draft.target.fileTarget()->bookmark.displayPath, path("Quarterly report.pdf"));
+    EXPECT_EQ(draft.target.fileTarget()->openWith, std::nullopt);
+    EXPECT_EQ(m_bookmarks.resolve(draft.target.fileTarget()->bookmark),
+              (ResolvedBookmark{path("Quarterly report.pdf"), false}));
+}
+
+TEST_F(TargetFactoryTest, a_folder_given_as_a_path_becomes_a_folder_target)
+{
+    fs::create_directory(m_dir.file("Photos.2024"));
+    const auto draft = m_factory.draft(path("Photos.2024"));
+    ASSERT_EQ(draft.target.kind(), Kind::Folder);
+    EXPECT_EQ(draft.name, "Photos.2024");
+}
+
+TEST_F(TargetFactoryTest, a_desktop_entry_becomes_an_app_named_as_it_names_itself)
+{
+    fs::create_directories(m_dir.file("share/applications/kde"));
+    writeFile(m_dir.file("share/applications/kde/org.kde.kate.desktop"),
+              "# comment\n[Desktop Entry]\nType=Application\nName[de]=Kate-Editor\n"
+              "Name = Kate\nExec=kate %U\n[Desktop Action new]\nName=New Window\n");
+    const auto draft =
+        m_factory.draft(fileURL(path("share/applications/kde/org.kde.kate.desktop")));
+    ASSERT_EQ(draft.target.kind(), Kind::App);
+    EXPECT_EQ(draft.name, "Kate");
+    EXPECT_EQ(draft.target.appTarget()->bundleID, "kde-org.kde.kate");
+    ASSERT_TRUE(draft.target.appTarget()->bookmark.has_value());
+    EXPECT_EQ(draft.target.appTarget()->bookmark->displayPath,
+              path("share/applications/kde/org.kde.kate.desktop"));
+}
+
+TEST_F(TargetFactoryTest, a_desktop_entry_without_a_name_is_named_after_its_file)
+{
+    writeFile(m_dir.file("tool.desktop"), "[Desktop Entry]\nExec=tool\n");
+    const auto draft = m_factory.draft(path("tool.desktop"));
+    EXPECT_EQ(draft.name, "tool");
+    EXPECT_EQ(draft.target.appTarget()->bundleID, "tool");
+}
+
+TEST_F(TargetFactoryTest, a_missing_file_fails_with_a_sentence)
+{
+    try {
+        m_factory.draft(fileURL(path("gone.txt")));
+        FAIL();
+    } catch (const TargetFactory::Failure& failure) {
+        EXPECT_STREQ(failure.what(), "“gone.txt” cannot be found.");
+    }
+}
+
+TEST_F(TargetFactoryTest, a_file_that_cannot_be_bookmarked_fails)
+{
+    class Refusing final : public BookmarkResolver
+    {
+    public:
+        std::optional<ResolvedBookmark> resolve(const kit::library::Bookmark&) override
+        {
+            return {};
+        }
+        std::optional<kit::library::Bookmark> make(const std::string&) override { return {}; }
+    } refusing;
+    writeFile(m_dir.file("a.txt"), "a");
+    EXPECT_THROW(TargetFactory(refusing).draft(path("a.txt")), TargetFactory::Failure);
+}
+
+struct KindCase
+{
+    const char* extension;
+    bool isDirectory;
+    bool isPackage;
+    std::optional<std::string> bundleID;
+    Kind kind;
+};
+
+class InferKindTest : public testing::TestWithParam<KindCase>
+{};
+
+TEST_P(InferKindTest, infers)
+{
+    const auto& c = GetParam();
+    EXPECT_EQ(TargetFactory::inferKind(c.extension, c.isDirectory, c.isPackage, c.bundleID),
+              c.kind);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table,
+                         InferKindTest,
+                         testing::Values(KindCase{"app", true, true, "com.example.a", Kind::App},
+                                         KindCase{"APP", true, true, std::nullopt, Kind::App},
+                                         KindCase{"desktop", false, true, "firefox", Kind::App},
+                                         KindCase{"bundle", true, true, "org.x", Kind::App},
+                                         KindCase{"rtfd", true, true, std::nullopt, Kind::File},
+                                         KindCase{"", true, false, std::nullopt, Kind::Folder},
+                                         KindCase{"d", true, false, std::nullopt, Kind::Folder},
+                                         KindCase{"pdf", false, false, std::nullopt, Kind::File}));
+
+struct NameCase
+{
+    Kind kind;
+    const char* displayPath;
+    const char* name;
+};
+
+class SuggestedNameTest : public testing::TestWithParam<NameCase>
+{};
+
+TEST_P(SuggestedNameTest, names)
+{
+    EXPECT_EQ(TargetFactory::suggestedName(GetParam().kind, GetParam().displayPath),
+              GetParam().name);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    SuggestedNameTest,
+    testing::Values(NameCase{Kind::File, "/home/me/notes.tar.gz", "notes.tar"},
+                    NameCase{Kind::File, "/home/me/.bashrc", ".bashrc"},
+                    NameCase{Kind::File, "/home/me/README", "README"},
+                    NameCase{Kind::Folder, "/home/me/v1.2/", "v1.2"},
+                    NameCase{Kind::Folder, "/", "/"},
+                    NameCase{Kind::App, "/usr/share/applications/firefox.desktop", "firefox"},
+                    NameCase{Kind::App, "/opt/Editor.AppImage", "Editor.AppImage"},
+                    NameCase{Kind::App, "/Applications/Notes.app", "Notes"}));
+
+// The run results and links of Apple Shortcuts.
+
+struct StatusCase
+{
+    int status;
+    std::string errorText;
+    AppleShortcutRun run;
+};
+
+class EventStatusTest : public testing::TestWithParam<StatusCase>
+{};
+
+TEST_P(EventStatusTest, maps_to_a_result)
+{
+    EXPECT_EQ(AppleShortcutRun::fromEventStatus(GetParam().status, GetParam().errorText),
+              GetParam().run);
+}
+
+using RunKind = AppleShortcutRun::Kind;
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    EventStatusTest,
+    testing::Values(
+        StatusCase{0, "", {RunKind::Ran, {}}},
+        StatusCase{-128, "", {RunKind::Cancelled, {}}},
+        StatusCase{-1728, "", {RunKind::NotFound, {}}},
+        StatusCase{-600, "", {RunKind::Unavailable, {}}},
+        StatusCase{-609, "", {RunKind::Unavailable, {}}},
+        StatusCase{-1708, "", {RunKind::Unavailable, {}}},
+        StatusCase{-1743, "", {RunKind::Unavailable, {}}},
+        StatusCase{-1744, "", {RunKind::Unavailable, {}}},
+        StatusCase{-50, "", AppleShortcutRun::failed("The Shortcut stopped with an error (-50).")},
+        StatusCase{-1,
+                   "Disk full",
+                   AppleShortcutRun::failed("The Shortcut stopped with an error (Disk full).")}));
+
+TEST(AppleShortcutLinkTest, recognises_only_run_links_with_a_name)
+{
+    EXPECT_EQ(AppleShortcutLink::name("shortcuts://run-shortcut?name=Good%20Morning"),
+              "Good Morning");
+    EXPECT_EQ(AppleShortcutLink::name("SHORTCUTS://run-shortcut?input=x&name=A"), "A");
+    EXPECT_EQ(AppleShortcutLink::name("shortcuts://run-shortcut?name="), std::nullopt);
+    EXPECT_EQ(AppleShortcutLink::name("shortcuts://run-shortcut"), std::nullopt);
+    EXPECT_EQ(AppleShortcutLink::name("shortcuts://open-shortcut?name=A"), std::nullopt);
+    EXPECT_EQ(AppleShortcutLink::name("https://run-shortcut?name=A"), std::nullopt);
+    EXPECT_EQ(AppleShortcutLink::name("shortcuts:run-shortcut?name=A"), std::nullopt);
+}
+
+TEST(UnavailableRunner, answers_unavailable)
+{
+    UnavailableAppleShortcutRunner runner;
+    std::optional<AppleShortcutRun> result;
+    runner.run("Anything", [&](AppleShortcutRun run) { result = run; });
+    EXPECT_EQ(result, (AppleShortcutRun{RunKind::Unavailable, {}}));
+}
+
+} // namespace
