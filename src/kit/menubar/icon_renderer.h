@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/library/shortcut.h"
+
+#include <optional>
+#include <string>
+
+namespace kit::menubar {
+
+// What one icon in the menu bar shows, described without drawing it: the desktop layer turns it
+// into pixels. Equal glyphs draw the same picture.
+struct Glyph
+{
+    enum class Kind {
+        Image, // drawn as a picture
+        Text,  // set as the item's title: short emoji or letters
+    };
+
+    // Where an image's picture comes from.
+    enum class Source {
+        Symbol,   // an icon name from the icon theme, in `name`
+        Letters,  // `name` drawn as a picture (text that must carry a badge)
+        Picture,  // image bytes, in `data`
+        AppIcon,  // the icon of the application whose desktop-entry id is `name`
+        FileIcon, // the icon the file manager shows for the path in `name`
+        SiteIcon, // the page icon of the site whose address is `name`
+        Divider,  // a thin vertical line
+    };
+
+    Kind kind = Kind::Image;
+    Source source = Source::Symbol;
+    std::string name;
+    library::Bytes data;
+    // "#RRGGBB"; none draws the picture as a template that follows the menu bar's colour.
+    std::optional<std::string> tint;
+    double opacity = 1.0;
+    double pointSize = 18;
+    bool playing = false;      // a mark saying the page keeps playing after it was closed
+    std::optional<int> number; // a badge shown while number keys are held
+
+    bool operator==(const Glyph&) const = default;
+};
+
+// Gives the glyph for a shortcut and its playing and numbered variants. Main thread only.
+class IconRenderer
+{
+public:
+    virtual ~IconRenderer() = default;
+
+    virtual Glyph glyph(const library::Shortcut& shortcut, double pointSize) const = 0;
+    virtual Glyph playing(const Glyph& glyph, double pointSize) const = 0;
+    virtual Glyph numbered(const Glyph& glyph, int number, double pointSize) const = 0;
+};
+
+// The renderer the application uses: the icon the person chose, else the target's own icon, with
+// the chosen tint and opacity. Emoji and letters stand as text until a badge needs a picture.
+class StandardIconRenderer final : public IconRenderer
+{
+public:
+    Glyph glyph(const library::Shortcut& shortcut, double pointSize) const override;
+    Glyph playing(const Glyph& glyph, double pointSize) const override;
+    Glyph numbered(const Glyph& glyph, int number, double pointSize) const override;
+
+    // The theme icons used where a target has no icon of its own to show.
+    static constexpr const char* kGroupSymbol = "folder";
+    static constexpr const char* kFallbackSymbol = "application-x-executable";
+};
+
+} // namespace kit::menubar

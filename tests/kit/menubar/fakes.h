@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/menubar/status_bar.h"
+#include "kit/menubar/status_item_controller.h"
+#include "kit/support/main_queue.h"
+
+#include <algorithm>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace testing_support {
+
+using namespace kit::menubar;
+
+// A main queue whose tasks run only in runAll(), so tests see what a pass does.
+class FakeQueue final : public kit::support::MainQueue
+{
+public:
+    void post(std::function<void()> task) override
+    {
+        m_tasks.push_back(std::move(task));
+        ++posted;
+    }
+    void postAfter(std::chrono::milliseconds, std::function<void()> task) override
+    {
+        post(std::move(task));
+    }
+    void runAll()
+    {
+        while (!m_tasks.empty()) {
+            auto task = std::move(m_tasks.front());
+            m_tasks.erase(m_tasks.begin());
+            task();
+        }
+    }
+    size_t pending() const { return m_tasks.size(); }
+
+    int posted = 0;
+
+private:
+    std::vector<std::function<void()>> m_tasks;
+};
+
+// A tray host that records every request and keeps its icons in on-screen order, adding new ones
+// on the side it was told to.
+class FakeStatusBar final : public StatusBar
+{
+public:
+    struct Item
+    {
+        StatusItemHandle handle;
+        std::string identifier;
+        StatusItemEvents events;
+        std::optional<Glyph> image;
+        std::string title;
+        std::string toolTip;
+        std::string label;
+        std::optional<AppIconImage> appImage;
+        bool highlighted = false;
+        int draws = 0; // image, title or app image set
+        std::vector<Menu> popped;
+        std::optional<Rect> geometry;
+        Appearance appearance = Appearance::Light;
+    };
+
+    explicit FakeStatusBar(bool newItemsGoLeft = true)
+        : m_goesLeft(newItemsGoLeft)
+    {}
+
+    bool newItemsGoLeft() const override { return m_goesLeft; }
+
+    std::optional<StatusItemHandle> create(const std::string& identifier,
+                                           StatusItemEvents events) override
+    {
+        if (refuse) {
+            return std::nullopt;
+        }
+        ++created;
+        StatusItemHandle handle{m_next++};
+        Item item;
+        item.handle = handle;
+        item.identifier = identifier;
+        item.events = std::move(events);
+        item.geometry = Rect{static_cast<double>(handle.value) * 24, 0, 24, 24};
+        m_items[handle.value] = std::move(item);
+        if (m_goesLeft) {
+            m_row.insert(m_row.begin(), handle);
+        } else {
+            m_row.push_back(handle);
+        }
+        return handle;
+    }
+    void remove(StatusItemHandle handle) override
+    {
+        ++removed;
+        if (auto found = m_items.find(handle.value); found != m_items.end()) {
+            m_gone.push_back(std::move(found->second));
+            m_items.erase(found);
+        }
+        std::erase(m_row, handle);
+    }
+    void setImage(StatusItemHandle handle, const Glyph& glyph) override
+    {
+        if (auto* item = find(handle)) {
+            item->image = glyph;
+            item->title.clear();
+            ++item->draws;
+        }
+    }
+    void setTitle(StatusItemHandle handle, const std::string& title) override
+    {
+        if (auto* item = find(handle)) {
+            item->title = title;
+            item->image.reset();
+            ++item->draws;
+        }
+    }
+    void setAppImage(StatusItemHandle handle, const AppIconImage& image) override
+    {
+        if (auto* item = find(handle)) {
+            item->appImage = image;
+            ++item->draws;
+        }
+    }
+    void setToolTip(StatusItemHandle handle, const std::string& toolTip) override
+    {
+        if (auto* item = find(handle)) {
+            item->toolTip = toolTip;
+        }
+    }
+    void setAccessibilityLabel(StatusItemHandle handle, const std::string& label) override
+    {
+        if (auto* item = find(handle)) {
+            item->label = label;
+        }
+    }
+    void setHighlighted(StatusItemHandle handle, bool highlighted) override
+    {
+        if (auto* item = find(handle)) {
+            item->highlighted = highlighted;
+        }
+    }
+    void popMenu(StatusItemHandle handle, const Menu& menu) override
+    {
+        if (auto* item = find(handle)) {
+            item->popped.push_back(menu);
+        }
+    }
+    std::optional<Rect> geometry(StatusItemHandle handle) const override
+    {
+        auto found = m_items.find(handle.value);
+        return found == m_items.end() ? std::nullopt : found->second.geometry;
+    }
+    Appearance appearance(StatusItemHandle handle) const override
+    {
+        auto found = m_items.find(handle.value);
+        return found == m_items.end() ? Appearance::Light : found->second.appearance;
+    }
+
+    // The identifiers of the icons from left to right.
+    std::vector<std::string> row() const
+    {
+        std::vector<std::string> ids;
+        for (auto handle : m_row) {
+            ids.push_back(m_items.at(handle.value).identifier);
+        }
+        return ids;
+    }
+    Item& item(const std::string& identifier)
+    {
+        for (auto& [value, item] : m_items) {
+            if (item.identifier == identifier) {
+                return item;
+            }
+        }
+        throw std::out_of_range("no icon " + identifier);
+    }
+    Item* find(StatusItemHandle handle)
+    {
+        auto found = m_items.find(handle.value);
+        return found == m_items.end() ? nullptr : &found->second;
+    }
+    // Icons already removed, with the callbacks the host would still hold.
+    std::vector<Item>& gone() { return m_gone; }
+    int totalDraws() const
+    {
+        int draws = 0;
+        for (const auto& [value, item] : m_items) {
+            draws += item.draws;
+        }
+        return draws;
+    }
+
+    bool refuse = false;
+    int created = 0;
+    int removed = 0;
+
+private:
+    bool m_goesLeft;
+    uint64_t m_next = 1;
+    std::map<uint64_t, Item> m_items;
+    std::vector<StatusItemHandle> m_row;
+    std::vector<Item> m_gone;
+};
+
+inline std::vector<std::string> titles(const Menu& menu)
+{
+    std::vector<std::string> result;
+    for (const auto& item : menu.items) {
+        result.push_back(item.kind == MenuItem::Kind::Separator ? "---" : item.title);
+    }
+    return result;
+}
+
+} // namespace testing_support

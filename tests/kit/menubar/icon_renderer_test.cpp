@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#include "kit/menubar/icon_renderer.h"
+
+#include "kit/library/fixtures.h"
+
+#include <gtest/gtest.h>
+
+using namespace kit::library;
+using namespace kit::menubar;
+using namespace testing_support;
+
+namespace {
+
+struct SourceCase
+{
+    std::string label;
+    Shortcut shortcut;
+    Glyph::Kind kind;
+    Glyph::Source source;
+    std::string name;
+};
+
+class GlyphSourceTest : public ::testing::TestWithParam<SourceCase>
+{};
+
+Shortcut withIcon(Shortcut shortcut, IconOverride icon)
+{
+    shortcut.icon = std::move(icon);
+    return shortcut;
+}
+
+} // namespace
+
+TEST_P(GlyphSourceTest, ComesFromTheChosenIconElseTheTarget)
+{
+    const auto& c = GetParam();
+    Glyph glyph = StandardIconRenderer().glyph(c.shortcut, 18);
+    EXPECT_EQ(glyph.kind, c.kind);
+    EXPECT_EQ(glyph.source, c.source);
+    EXPECT_EQ(glyph.name, c.name);
+    EXPECT_EQ(glyph.pointSize, 18);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table,
+    GlyphSourceTest,
+    ::testing::Values(SourceCase{"Site",
+                                 webLink("W", "https://a.example/"),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::SiteIcon,
+                                 "https://a.example/"},
+                      SourceCase{"Symbol",
+                                 withIcon(webLink("W"), IconOverride::symbol("mail-unread")),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::Symbol,
+                                 "mail-unread"},
+                      SourceCase{"Emoji",
+                                 withIcon(webLink("W"), IconOverride::emoji("AB")),
+                                 Glyph::Kind::Text,
+                                 Glyph::Source::Letters,
+                                 "AB"},
+                      SourceCase{"File",
+                                 fileShortcut("F", "/tmp/f.pdf"),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::FileIcon,
+                                 "/tmp/f.pdf"},
+                      SourceCase{
+                          "App",
+                          Shortcut::make("A", Target::app(AppTarget{"org.gnome.Calculator", {}})),
+                          Glyph::Kind::Image,
+                          Glyph::Source::AppIcon,
+                          "org.gnome.Calculator"},
+                      SourceCase{"AppWithoutId",
+                                 Shortcut::make("A", Target::app(AppTarget{})),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::Symbol,
+                                 StandardIconRenderer::kFallbackSymbol},
+                      SourceCase{"Group",
+                                 group("G", {}),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::Symbol,
+                                 StandardIconRenderer::kGroupSymbol},
+                      SourceCase{"Divider",
+                                 Shortcut::make("", Target::divider()),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::Divider,
+                                 ""}),
+    [](const auto& info) { return info.param.label; });
+
+TEST(StandardIconRenderer, TintsTemplatesButNotEmojiAndKeepsOpacityInRange)
+{
+    auto tinted = webLink("W");
+    tinted.iconTint = IconTint::colour("#FF0000");
+    tinted.iconOpacity = 1.7;
+    Glyph glyph = StandardIconRenderer().glyph(tinted, 18);
+    EXPECT_EQ(glyph.tint, "#FF0000");
+    EXPECT_EQ(glyph.opacity, 1.0);
+
+    tinted.icon = IconOverride::emoji("🙂");
+    tinted.iconOpacity = 0.4;
+    glyph = StandardIconRenderer().glyph(tinted, 18);
+    EXPECT_FALSE(glyph.tint);
+    EXPECT_EQ(glyph.opacity, 0.4);
+}

@@ -1,0 +1,469 @@
+// SPDX-License-Identifier: MIT
+#include "kit/menubar/menu_bar_controller.h"
+
+#include "kit/library/fixtures.h"
+#include "kit/menubar/fakes.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace kit::library;
+using namespace kit::menubar;
+using namespace kit::storage;
+using namespace testing_support;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::IsEmpty;
+
+namespace {
+
+Shortcut divider()
+{
+    return Shortcut::make("", Target::divider());
+}
+
+Shortcut hidden(Shortcut shortcut)
+{
+    shortcut.isInMenuBar = false;
+    return shortcut;
+}
+
+std::vector<std::string> idsOf(const std::vector<Shortcut>& list)
+{
+    std::vector<std::string> ids;
+    for (const auto& s : list) {
+        ids.push_back(s.id.string());
+    }
+    return ids;
+}
+
+// Runs every case against both kinds of tray host: the one that puts new icons on the left and
+// the one that keeps creation order.
+class MenuBarTest : public ::testing::TestWithParam<bool>
+{
+protected:
+    MenuBarTest()
+        : bar(GetParam())
+    {
+        LibraryStore::Options options;
+        options.interval = std::chrono::milliseconds(60'000);
+        store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+    }
+
+    void start(const std::vector<Shortcut>& shortcuts)
+    {
+        store->mutate([&](Library& l) {
+            for (const auto& s : shortcuts) {
+                l.add(s);
+            }
+        });
+        controller = std::make_unique<MenuBarController>(
+            *store,
+            bar,
+            icons,
+            queue,
+            [this](const Shortcut& s, std::optional<StatusItemHandle> at) {
+                opened.push_back({s.name, at});
+            });
+        controller->setMenuRows([](const Shortcut& s) {
+            return std::vector<MenuItem>{MenuItem::heading(s.name),
+                                         MenuItem::command("Edit", [] {})};
+        });
+        controller->observe();
+        queue.runAll();
+    }
+
+    void change(const std::function<void(Library&)>& edit)
+    {
+        store->mutate(edit);
+        queue.runAll();
+    }
+
+    FakeStatusBar::Item& icon(const Shortcut& s) { return bar.item(s.id.string()); }
+
+    struct Opened
+    {
+        std::string name;
+        std::optional<StatusItemHandle> anchor;
+    };
+
+    TempDir dir;
+    FakeStatusBar bar;
+    FakeQueue queue;
+    StandardIconRenderer icons;
+    std::unique_ptr<LibraryStore> store;
+    std::vector<Opened> opened;
+    std::unique_ptr<MenuBarController> controller;
+};
+
+INSTANTIATE_TEST_SUITE_P(Hosts, MenuBarTest, ::testing::Bool(), [](const auto& info) {
+    return info.param ? "NewestLeft" : "NewestRight";
+});
+
+} // namespace
+
+TEST_P(MenuBarTest, ShownTopLevelShortcutsStandLeftToRightInStoredOrder)
+{
+    auto a = webLink("A");
+    auto member = webLink("Member");
+    auto g = group("G", {member});
+    auto line = divider();
+    auto c = fileShortcut("C", "/tmp/c.txt");
+    start({a, hidden(webLink("Hidden")), g, line, c});
+
+    EXPECT_THAT(bar.row(), ElementsAreArray(idsOf({a, g, line, c})));
+    EXPECT_EQ(controller->item(member.id), nullptr);
+    EXPECT_EQ(icon(a).toolTip, "A");
+    EXPECT_EQ(icon(a).label, "A");
+}
+
+TEST_P(MenuBarTest, ABarWithNothingShownHasNoIcons)
+{
+    start({hidden(webLink("A"))});
+    EXPECT_THAT(bar.row(), IsEmpty());
+    EXPECT_EQ(bar.created, 0);
+}
+
+TEST_P(MenuBarTest, MovingRebuildsTheRowWhileRenamingRedrawsOnlyThatIcon)
+{
+    auto a = webLink("A");
+    auto b = webLink("B");
+    auto c = webLink("C");
+    start({a, b, c});
+    ASSERT_EQ(bar.created, 3);
+
+    change([&](Library& l) {
+        auto renamed = *l.shortcut(b.id);
+        renamed.name = "Bee";
+        l.update(renamed);
+    });
+    EXPECT_EQ(bar.created, 3);
+    EXPECT_EQ(icon(a).draws, 1);
+    EXPECT_EQ(icon(b).draws, 2);
+    EXPECT_EQ(icon(b).toolTip, "Bee");
+    EXPECT_EQ(icon(c).draws, 1);
+
+    change([&](Library& l) { l.moveShortcuts({0}, 2); });
+    EXPECT_THAT(bar.row(), ElementsAreArray(idsOf({b, a, c})));
+    EXPECT_EQ(bar.created, 6);
+    EXPECT_EQ(bar.removed, 3);
+    EXPECT_EQ(controller->rebuildCount(), 2u);
+}
+
+TEST_P(MenuBarTest, HidingAShortcutRemovesItsIconAndShowingItBringsItBackInPlace)
+{
+    auto a = webLink("A");
+    auto b = webLink("B");
+    auto c = webLink("C");
+    start({a, b, c});
+
+    change([&](Library& l) { l.apply(change::ShowInMenuBar{false}, b.id); });
+    EXPECT_THAT(bar.row(), ElementsAreArray(idsOf({a, c})));
+
+    change([&](Library& l) { l.apply(change::ShowInMenuBar{true}, b.id); });
+    EXPECT_THAT(bar.row(), ElementsAreArray(idsOf({a, b, c})));
+}
+
+TEST_P(MenuBarTest, ChangesThatDoNotTouchAShownShortcutDrawNothing)
+{
+    auto a = webLink("A");
+    auto off = hidden(webLink("Off"));
+    start({a, off});
+    int before = bar.totalDraws();
+
+    change([&](Library& l) {
+        auto renamed = *l.shortcut(off.id);
+        renamed.name = "Still off";
+        l.update(renamed);
+    });
+    store->addSession("Work");
+    queue.runAll();
+
+    EXPECT_EQ(bar.totalDraws(), before);
+    EXPECT_EQ(controller->rebuildCount(), 1u);
+}
+
+TEST_P(MenuBarTest, SeveralChangesBeforeTheQueueRunsMakeOnePass)
+{
+    auto a = webLink("A");
+    start({a});
+    int posted = queue.posted;
+
+    store->mutate([&](Library& l) { l.add(webLink("B")); });
+    store->mutate([&](Library& l) { l.add(webLink("C")); });
+    store->mutate([&](Library& l) { l.remove(a.id); });
+    EXPECT_EQ(queue.posted, posted + 1);
+    EXPECT_EQ(bar.row().size(), 1u);
+
+    queue.runAll();
+    EXPECT_EQ(bar.row().size(), 2u);
+    EXPECT_EQ(controller->rebuildCount(), 2u);
+}
+
+TEST_P(MenuBarTest, APlayingPageShowsInTheTooltipAndGlyphOfItsIconAlone)
+{
+    auto a = webLink("Radio");
+    auto b = webLink("News");
+    PlayingPages playing;
+    start({a, b});
+    controller->setPlaying(&playing);
+
+    playing.insert(a.id);
+    queue.runAll();
+    EXPECT_EQ(icon(a).toolTip, "Radio (playing)");
+    ASSERT_TRUE(icon(a).image);
+    EXPECT_TRUE(icon(a).image->playing);
+    EXPECT_EQ(icon(b).draws, 1);
+
+    playing.erase(a.id);
+    queue.runAll();
+    EXPECT_EQ(icon(a).toolTip, "Radio");
+    EXPECT_FALSE(icon(a).image->playing);
+    controller->setPlaying(nullptr);
+}
+
+TEST_P(MenuBarTest, NumbersSkipDividersAndRedrawOnlyIconsWhoseBadgeChanges)
+{
+    auto a = webLink("A");
+    auto line = divider();
+    auto b = webLink("B");
+    auto c = webLink("C");
+    start({a, line, b, c});
+
+    controller->reveal(1);
+    EXPECT_EQ(icon(a).image->number, 1);
+    EXPECT_EQ(icon(b).image->number, 2);
+    EXPECT_EQ(icon(c).image->number, 3);
+    EXPECT_FALSE(icon(line).image->number);
+    EXPECT_EQ(icon(line).draws, 1);
+
+    int before = bar.totalDraws();
+    controller->reveal(1);
+    EXPECT_EQ(bar.totalDraws(), before);
+
+    controller->reveal(std::nullopt);
+    EXPECT_FALSE(icon(a).image->number);
+    EXPECT_EQ(bar.totalDraws(), before + 3);
+}
+
+TEST_P(MenuBarTest, TwentyIconsShowTheFirstNineThenTheSecondNine)
+{
+    std::vector<Shortcut> list;
+    std::vector<Shortcut> numbered;
+    for (int n = 1; n <= 20; ++n) {
+        numbered.push_back(webLink("S" + std::to_string(n)));
+        list.push_back(numbered.back());
+        if (n % 5 == 0) {
+            list.push_back(divider());
+        }
+    }
+    start(list);
+    auto badges = [&] {
+        std::vector<std::optional<int>> result;
+        for (const auto& s : numbered) {
+            result.push_back(icon(s).image->number);
+        }
+        return result;
+    };
+    std::optional<int> none;
+
+    controller->reveal(1);
+    EXPECT_THAT(badges(),
+                ElementsAre(1,
+                            2,
+                            3,
+                            4,
+                            5,
+                            6,
+                            7,
+                            8,
+                            9,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none));
+
+    int before = bar.totalDraws();
+    controller->reveal(2);
+    EXPECT_THAT(badges(),
+                ElementsAre(none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            none,
+                            1,
+                            2,
+                            3,
+                            4,
+                            5,
+                            6,
+                            7,
+                            8,
+                            9,
+                            none,
+                            none));
+    EXPECT_EQ(bar.totalDraws(), before + 18);
+}
+
+TEST_P(MenuBarTest, ARebuildDropsTheBadges)
+{
+    auto a = webLink("A");
+    start({a});
+    controller->reveal(1);
+    change([&](Library& l) { l.add(webLink("B")); });
+    EXPECT_FALSE(icon(a).image->number);
+    EXPECT_FALSE(controller->item(a.id)->number());
+}
+
+TEST_P(MenuBarTest, AShortcutInsideAGroupIsAnchoredAtTheTopLevelGroupsIcon)
+{
+    auto deep = webLink("Deep");
+    auto inner = group("Inner", {deep});
+    auto outer = group("Outer", {inner});
+    auto lone = webLink("Lone");
+    auto hiddenMember = webLink("In hidden");
+    start({outer, lone, hidden(group("Hidden", {hiddenMember}))});
+
+    EXPECT_EQ(controller->button(deep.id), controller->item(outer.id)->button());
+    EXPECT_EQ(controller->button(inner.id), controller->item(outer.id)->button());
+    EXPECT_EQ(controller->button(lone.id), controller->item(lone.id)->button());
+    EXPECT_FALSE(controller->button(hiddenMember.id));
+    EXPECT_FALSE(controller->button(ShortcutID::make()));
+}
+
+TEST_P(MenuBarTest, OpeningFromTheKeyboardDoesWhatAPlainClickDoes)
+{
+    auto page = webLink("Page");
+    auto member = webLink("Member");
+    auto g = group("G", {member, divider(), webLink("Other")});
+    auto line = divider();
+    start({page, g, line});
+
+    controller->openFromKeyboard(page.id);
+    ASSERT_EQ(opened.size(), 1u);
+    EXPECT_EQ(opened[0].anchor, controller->button(page.id));
+
+    controller->openFromKeyboard(g.id);
+    ASSERT_EQ(icon(g).popped.size(), 1u);
+    EXPECT_THAT(titles(icon(g).popped[0]), ElementsAre("Member", "---", "Other"));
+
+    controller->openFromKeyboard(line.id);
+    controller->openFromKeyboard(member.id);
+    EXPECT_EQ(opened.size(), 1u);
+    EXPECT_TRUE(icon(line).popped.empty());
+}
+
+TEST_P(MenuBarTest, AGroupMenuShowsTheGroupAsItIsNowAndOpensUnderTheGroupsIcon)
+{
+    auto g = group("G", {webLink("First")});
+    start({g});
+    // Changed without letting the queue run: the icon still holds the old group.
+    store->mutate([&](Library& l) { l.addMember(webLink("Second"), g.id); });
+
+    bar.item(g.id.string()).events.clicked(Click{});
+    ASSERT_EQ(icon(g).popped.size(), 1u);
+    const Menu& menu = icon(g).popped[0];
+    ASSERT_THAT(titles(menu), ElementsAre("First", "Second"));
+
+    menu.items[1].action();
+    ASSERT_EQ(opened.size(), 1u);
+    EXPECT_EQ(opened[0].name, "Second");
+    EXPECT_EQ(opened[0].anchor, controller->button(g.id));
+}
+
+TEST_P(MenuBarTest, AClickOnAnIconGoneInARebuildDoesNothing)
+{
+    auto a = webLink("A");
+    start({a});
+    change([&](Library& l) { l.add(webLink("B")); });
+    ASSERT_EQ(bar.gone().size(), 1u);
+
+    bar.gone()[0].events.clicked(Click{});
+    EXPECT_TRUE(opened.empty());
+    EXPECT_TRUE(bar.gone()[0].events.contextMenu().items.empty());
+}
+
+TEST_P(MenuBarTest, AChangeQueuedWhenTheControllerGoesAwayIsDropped)
+{
+    auto a = webLink("A");
+    start({a});
+    store->mutate([&](Library& l) { l.add(webLink("B")); });
+    ASSERT_EQ(queue.pending(), 1u);
+
+    controller.reset();
+    EXPECT_THAT(bar.row(), IsEmpty());
+    queue.runAll();
+    EXPECT_THAT(bar.row(), IsEmpty());
+    // No observer is left behind.
+    store->mutate([&](Library& l) { l.add(webLink("C")); });
+    EXPECT_EQ(queue.pending(), 0u);
+}
+
+TEST_P(MenuBarTest, IconFramesAndOwnershipCoverOnlyTheShortcutIcons)
+{
+    auto a = webLink("A");
+    auto b = webLink("B");
+    start({a, b});
+    bar.item(b.id.string()).geometry.reset();
+
+    ASSERT_EQ(controller->iconFrames().size(), 1u);
+    EXPECT_EQ(controller->iconFrames()[0], *bar.item(a.id.string()).geometry);
+    EXPECT_TRUE(controller->owns(*controller->button(b.id)));
+    EXPECT_FALSE(controller->owns(StatusItemHandle{999}));
+}
+
+TEST_P(MenuBarTest, NothingIsBuiltBeforeObservationStarts)
+{
+    store->mutate([&](Library& l) { l.add(webLink("A")); });
+    MenuBarController idle(*store, bar, icons, queue, {});
+    store->mutate([&](Library& l) { l.add(webLink("B")); });
+    queue.runAll();
+    EXPECT_EQ(bar.created, 0);
+}
+
+struct BadgeCase
+{
+    size_t position;
+    std::optional<int> tier;
+    std::optional<int> badge;
+};
+
+class BadgeTest : public ::testing::TestWithParam<BadgeCase>
+{};
+
+TEST_P(BadgeTest, FollowsTheTier)
+{
+    EXPECT_EQ(MenuBarController::badge(GetParam().position, GetParam().tier), GetParam().badge);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table,
+                         BadgeTest,
+                         ::testing::Values(BadgeCase{1, std::nullopt, std::nullopt},
+                                           BadgeCase{1, 1, 1},
+                                           BadgeCase{9, 1, 9},
+                                           BadgeCase{10, 1, std::nullopt},
+                                           BadgeCase{9, 2, std::nullopt},
+                                           BadgeCase{10, 2, 1},
+                                           BadgeCase{18, 2, 9},
+                                           BadgeCase{19, 2, std::nullopt},
+                                           BadgeCase{1, 0, std::nullopt},
+                                           BadgeCase{19, 3, std::nullopt},
+                                           BadgeCase{5, -1, std::nullopt}));
+
+TEST(RoomNote, AppearsFromNineShownShortcuts)
+{
+    EXPECT_FALSE(MenuBarController::roomNote(8));
+    EXPECT_EQ(MenuBarController::roomNote(9), "The menu bar may not have room for all of these.");
+}
