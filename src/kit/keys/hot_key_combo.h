@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/keys/modifiers.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kit::keys {
+
+// Virtual key codes as the settings store them (the ANSI layout codes of the platform the settings
+// format comes from); the desktop layer maps them to its own keys.
+namespace key_code {
+inline constexpr uint16_t kA = 0;
+inline constexpr uint16_t kG = 5;
+inline constexpr uint16_t kLeftArrow = 123;
+inline constexpr uint16_t kRightArrow = 124;
+inline constexpr uint16_t kDownArrow = 125;
+inline constexpr uint16_t kUpArrow = 126;
+} // namespace key_code
+
+// The key code of digit 0 to 9 on the main keyboard row; the codes are not in digit order.
+uint16_t digitKeyCode(int digit);
+
+// A global key combination as kept in the settings (JSON keys "keyCode" and "modifiers").
+// `modifiers` holds raw flag bits as stored; only the four modifiers are ever acted on.
+struct HotKeyCombo
+{
+    uint16_t keyCode = 0;
+    uint32_t modifiers = 0;
+
+    ModifierSet modifierSet() const { return ModifierSet::fromRaw(modifiers); }
+    // The modifiers in the hot-key service's encoding: Command 256, Shift 512, Option 2048,
+    // Control 4096.
+    uint32_t carbonModifiers() const;
+    // The modifier symbols followed by the key's name, such as "⌃⌘G" or "⌥⇧F5".
+    std::string display() const;
+
+    // False for a key without modifiers other than a function key: grabbing it system-wide would
+    // take the key from every other application.
+    bool isUsable() const;
+
+    // "A", "1", "Space", "←", "F5"; a code without a name reads "Key 200".
+    static std::string name(uint16_t keyCode);
+    // 1 for F1 and so on; none for any other key.
+    static std::optional<int> functionNumber(uint16_t keyCode);
+
+    bool operator==(const HotKeyCombo&) const = default;
+};
+
+// Control + Command + G opens the menu of the icons; Control + Command + A the showing bar.
+inline constexpr HotKeyCombo kDefaultMenuHotKey{key_code::kG, 0x140000};
+inline constexpr HotKeyCombo kDefaultActiveBarHotKey{key_code::kA, 0x140000};
+
+void to_json(nlohmann::json& j, const HotKeyCombo& combo);
+// Throws nlohmann::json::exception when a key is missing, not an integer, or out of range.
+void from_json(const nlohmann::json& j, HotKeyCombo& combo);
+
+// Reads a stored hot key: no data gives the fallback, empty data means off (so "off" survives a
+// restart), and data that is not a combo is off too.
+std::optional<HotKeyCombo> readStoredHotKey(const std::optional<std::string>& data,
+                                            std::optional<HotKeyCombo> fallback);
+// The data to store: a combo's JSON, or empty for off.
+std::string storedHotKeyData(const std::optional<HotKeyCombo>& combo);
+
+} // namespace kit::keys

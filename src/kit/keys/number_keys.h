@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/keys/modifiers.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kit::keys {
+
+// Which modifiers, held with a digit, press the n-th numbered icon. Stored by its case name.
+enum class DigitKeys {
+    OptionCommand,
+    ControlCommand,
+    ShiftControl,
+    Custom,
+    Off,
+};
+
+std::string_view storedName(DigitKeys keys);
+// A missing or unknown word reads as ControlCommand.
+DigitKeys digitKeysFromStored(std::optional<std::string_view> stored);
+
+// The pair a custom choice uses when nothing usable is stored.
+inline constexpr ModifierSet kDefaultCustomPair{Modifier::Control, Modifier::Option};
+
+// Reads the stored custom-modifier integer: missing or negative gives kDefaultCustomPair; bits
+// other than the four modifiers are dropped.
+ModifierSet customPairFromStored(std::optional<int64_t> raw);
+
+// A pair must hold two modifiers at least, one of them ⌘ or ⌃, and must not be exactly ⇧⌘ (the
+// screenshot keys).
+bool isAllowedPair(ModifierSet pair);
+// What the recording field says while it waits for a pair.
+inline constexpr std::string_view kPairRule =
+    "Hold the pair you want in the field beside this. Two modifiers at least, one of them ⌘ or ⌃, "
+    "and not ⇧⌘, which is what takes screenshots.";
+
+// The resolved pair held with a digit, and the keys that press each numbered icon.
+struct NumberKeys
+{
+    ModifierSet pair;
+
+    // The pair for a setting; none for Off. A stored custom set that breaks the pair rules falls
+    // back to kDefaultCustomPair, as an unreadable one does.
+    static std::optional<NumberKeys> resolve(DigitKeys keys, ModifierSet custom);
+
+    static std::string symbols(ModifierSet modifiers) { return modifiers.symbols(); }
+
+    // The modifier added for icons 10 to 18; none when the pair leaves no room for one.
+    std::optional<Modifier> extra() const;
+    // The pair plus the extra modifier, when there is a second nine.
+    std::optional<ModifierSet> secondNine() const;
+    // The keys that press icon n (counted from 1), such as "⌥⌘3"; none when icon n has no key.
+    std::optional<std::string> display(int n) const;
+
+    bool operator==(const NumberKeys&) const = default;
+};
+
+// How a choice is named in Settings ("⌥⌘ Option Command"); a custom choice shows its pair.
+std::string displayText(DigitKeys keys, ModifierSet custom);
+
+} // namespace kit::keys

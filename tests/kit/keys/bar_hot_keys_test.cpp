@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+#include "kit/keys/bar_hot_keys.h"
+
+#include "fakes.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+using namespace kit::keys;
+using keys_testing::FakeHotKeyService;
+using keys_testing::FakeMainQueue;
+using keys_testing::Registration;
+
+namespace {
+
+constexpr ModifierSet kOptionCommand{Modifier::Option, Modifier::Command};
+constexpr ModifierSet kControlOptionCommand{Modifier::Control, Modifier::Option, Modifier::Command};
+
+class BarHotKeysTest : public testing::Test
+{
+protected:
+    BarHotKeysTest()
+    {
+        hotKeys.onItem = [this](int n) { actions.push_back("item " + std::to_string(n)); };
+        hotKeys.onCycleBar = [this](int by) { actions.push_back("cycle " + std::to_string(by)); };
+        hotKeys.onOpenMenu = [this] { actions.push_back("menu"); };
+        hotKeys.onOpenActiveBar = [this] { actions.push_back("active bar"); };
+    }
+
+    void registerWith(int itemCount,
+                      std::optional<NumberKeys> keys,
+                      std::optional<HotKeyCombo> menu = kDefaultMenuHotKey,
+                      std::optional<HotKeyCombo> activeBar = kDefaultActiveBarHotKey)
+    {
+        hotKeys.registerKeys(itemCount, keys, menu, activeBar);
+    }
+
+    std::vector<std::string> press(uint32_t id, uint32_t signature = kHotKeySignature)
+    {
+        actions.clear();
+        service.press(signature, id);
+        mainQueue.runAll();
+        return actions;
+    }
+
+    FakeHotKeyService service;
+    FakeMainQueue mainQueue;
+    BarHotKeys hotKeys{service, mainQueue};
+    std::vector<std::string> actions;
+};
+
+TEST_F(BarHotKeysTest, TwelveIconsUseTheSecondNineForTenToTwelve)
+{
+    registerWith(12, NumberKeys{kOptionCommand});
+
+    for (uint32_t n = 1; n <= 9; ++n) {
+        ASSERT_NE(service.withID(200 + n), nullptr) << n;
+        EXPECT_EQ(*service.withID(200 + n),
+                  (Registration{digitKeyCode(int(n)), kOptionCommand, 200 + n}));
+    }
+    for (uint32_t n = 10; n <= 12; ++n) {
+        ASSERT_NE(service.withID(200 + n), nullptr) << n;
+        EXPECT_EQ(*service.withID(200 + n),
+                  (Registration{digitKeyCode(int(n - 9)), kControlOptionCommand, 200 + n}));
+    }
+    EXPECT_EQ(service.withID(213), nullptr);
+    EXPECT_EQ(*service.withID(300), (Registration{key_code::kLeftArrow, kOptionCommand, 300}));
+    EXPECT_EQ(*service.withID(301), (Registration{key_code::kRightArrow, kOptionCommand, 301}));
+    EXPECT_EQ(*service.withID(100),
+              (Registration{key_code::kG, kDefaultMenuHotKey.modifierSet(), 100}));
+    EXPECT_EQ(*service.withID(101),
+              (Registration{key_code::kA, kDefaultActiveBarHotKey.modifierSet(), 101}));
+    EXPECT_EQ(service.registered().size(), 12U + 4U);
+    EXPECT_EQ(service.signatures, (std::set<uint32_t>{kHotKeySignature}));
+    EXPECT_EQ(kHotKeySignature, 0x564E544CU);
+}
+
+TEST_F(BarHotKeysTest, APairWithoutAnExtraModifierStopsAtNine)
+{
+    registerWith(20, NumberKeys{kControlOptionCommand});
+    EXPECT_NE(service.withID(209), nullptr);
+    EXPECT_EQ(service.withID(210), nullptr);
+}
+
+TEST_F(BarHotKeysTest, OffRegistersOnlyTheMenuKeys)
+{
+    registerWith(5, std::nullopt);
+    ASSERT_EQ(service.registered().size(), 2U);
+    EXPECT_NE(service.withID(100), nullptr);
+    EXPECT_NE(service.withID(101), nullptr);
+
+    registerWith(5, std::nullopt, std::nullopt, std::nullopt);
+    EXPECT_TRUE(service.registered().empty());
+}
+
+TEST_F(BarHotKeysTest, EachRegistrationReplacesTheWholeSet)
+{
+    registerWith(12, NumberKeys{kOptionCommand});
+    // The same keys again: the fake refuses a key that is still held, so this only succeeds if the
+    // old set is gone first.
+    registerWith(3, NumberKeys{kOptionCommand}, std::nullopt, kDefaultActiveBarHotKey);
+    EXPECT_TRUE(hotKeys.refused().empty());
+    std::vector<uint32_t> ids;
+    for (const auto& registration : service.registered()) {
+        ids.push_back(registration.id);
+    }
+    EXPECT_EQ(ids, (std::vector<uint32_t>{201, 202, 203, 300, 301, 101}));
+    EXPECT_EQ(hotKeys.registeredCount(), 6U);
+    EXPECT_EQ(service.handlersInstalled, 1);
+}
+
+TEST_F(BarHotKeysTest, AKeyHeldElsewhereIsSkippedAndTheRestWork)
+{
+    service.taken.insert({digitKeyCode(3), kOptionCommand.raw()});
+    service.taken.insert({key_code::kG, kDefaultMenuHotKey.modifiers});
+
+    testing::internal::CaptureStderr();
+    registerWith(5, NumberKeys{kOptionCommand});
+    std::string log = testing::internal::GetCapturedStderr();
+
+    EXPECT_EQ(hotKeys.refused(), (std::vector<std::string>{"⌥⌘3", "⌃⌘G"}));
+    EXPECT_NE(log.find("⌥⌘3 is taken by another app"), std::string::npos) << log;
+    EXPECT_EQ(service.withID(203), nullptr);
+    EXPECT_NE(service.withID(204), nullptr);
+    EXPECT_NE(service.withID(101), nullptr);
+    EXPECT_EQ(press(204), (std::vector<std::string>{"item 4"}));
+}
+
+TEST_F(BarHotKeysTest, AStoredComboWithoutModifiersIsNotGrabbed)
+{
+    testing::internal::CaptureStderr();
+    registerWith(0, std::nullopt, HotKeyCombo{key_code::kG, 0}, HotKeyCombo{105, 0});
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(service.withID(100), nullptr);
+    EXPECT_NE(service.withID(101), nullptr);
+    EXPECT_NE(log.find("G needs a modifier key"), std::string::npos) << log;
+}
+
+struct PressCase
+{
+    uint32_t id;
+    std::vector<std::string> actions;
+};
+
+class HotKeyPress : public BarHotKeysTest, public testing::WithParamInterface<PressCase>
+{};
+
+TEST_P(HotKeyPress, RunsItsActionOnTheMainThread)
+{
+    registerWith(18, NumberKeys{kOptionCommand});
+    service.press(kHotKeySignature, GetParam().id);
+    EXPECT_TRUE(actions.empty()) << "an action ran before reaching the main thread";
+    mainQueue.runAll();
+    EXPECT_EQ(actions, GetParam().actions);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ids,
+                         HotKeyPress,
+                         testing::Values(PressCase{100, {"menu"}},
+                                         PressCase{101, {"active bar"}},
+                                         PressCase{300, {"cycle -1"}},
+                                         PressCase{301, {"cycle 1"}},
+                                         PressCase{201, {"item 1"}},
+                                         PressCase{218, {"item 18"}},
+                                         PressCase{200, {}},
+                                         PressCase{219, {}},
+                                         PressCase{102, {}}));
+
+TEST_F(BarHotKeysTest, IgnoresPressesWithAnotherSignature)
+{
+    registerWith(3, NumberKeys{kOptionCommand});
+    EXPECT_TRUE(press(201, 0x41424344).empty());
+    EXPECT_EQ(mainQueue.pending(), 0U);
+}
+
+TEST(BarHotKeysLifetime, APressQueuedBeforeDestructionDoesNothing)
+{
+    FakeHotKeyService service;
+    FakeMainQueue mainQueue;
+    bool ran = false;
+    {
+        BarHotKeys hotKeys{service, mainQueue};
+        hotKeys.onOpenMenu = [&ran] { ran = true; };
+        hotKeys.registerKeys(0, std::nullopt, kDefaultMenuHotKey, std::nullopt);
+        service.press(kHotKeySignature, hot_key_id::kMenu);
+    }
+    EXPECT_TRUE(service.registered().empty());
+    mainQueue.runAll();
+    EXPECT_FALSE(ran);
+}
+
+} // namespace

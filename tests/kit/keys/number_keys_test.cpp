@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include "kit/keys/number_keys.h"
+
+#include "kit/keys/hot_key_combo.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+
+using namespace kit::keys;
+
+namespace {
+
+constexpr Modifier kShift = Modifier::Shift;
+constexpr Modifier kControl = Modifier::Control;
+constexpr Modifier kOption = Modifier::Option;
+constexpr Modifier kCommand = Modifier::Command;
+
+TEST(ModifierSet, ShowsSymbolsAndNamesInFixedOrderWhateverTheBuildOrder)
+{
+    ModifierSet all{kCommand, kShift, kOption, kControl};
+    EXPECT_EQ(all.symbols(), "⌃⌥⇧⌘");
+    EXPECT_EQ(all.names(), "Control Option Shift Command");
+    EXPECT_EQ((ModifierSet{kCommand, kShift}.symbols()), "⇧⌘");
+}
+
+TEST(ModifierSet, DropsBitsOtherThanTheFourModifiers)
+{
+    // Caps Lock (0x10000) and the device bits must not make a held pair look different.
+    auto set = ModifierSet::fromRaw(0x10000 | 0x40000 | 0x100000 | 0xFF);
+    EXPECT_EQ(set, (ModifierSet{kControl, kCommand}));
+    EXPECT_EQ(set.raw(), 0x140000U);
+}
+
+struct ExtraCase
+{
+    ModifierSet pair;
+    std::optional<ModifierSet> secondNine;
+};
+
+class SecondNine : public testing::TestWithParam<ExtraCase>
+{};
+
+TEST_P(SecondNine, AddsTheFirstModifierThePairLeavesRoomFor)
+{
+    EXPECT_EQ(NumberKeys{GetParam().pair}.secondNine(), GetParam().secondNine);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Pairs,
+    SecondNine,
+    testing::Values(ExtraCase{{kOption, kCommand}, ModifierSet{kControl, kOption, kCommand}},
+                    ExtraCase{{kControl, kCommand}, ModifierSet{kControl, kOption, kCommand}},
+                    ExtraCase{{kShift, kControl}, ModifierSet{kControl, kOption, kShift}},
+                    ExtraCase{{kControl, kOption}, ModifierSet{kControl, kOption, kShift}},
+                    ExtraCase{{kControl, kOption, kCommand}, std::nullopt},
+                    ExtraCase{{kControl, kOption, kShift}, std::nullopt}));
+
+TEST(NumberKeys, DisplaysTheKeysOfEachIcon)
+{
+    NumberKeys keys{{kOption, kCommand}};
+    EXPECT_EQ(keys.display(1), "⌥⌘1");
+    EXPECT_EQ(keys.display(9), "⌥⌘9");
+    EXPECT_EQ(keys.display(12), "⌃⌥⌘3");
+    EXPECT_EQ(keys.display(18), "⌃⌥⌘9");
+    EXPECT_EQ(keys.display(19), std::nullopt);
+    EXPECT_EQ(keys.display(0), std::nullopt);
+
+    NumberKeys full{{kControl, kOption, kCommand}};
+    EXPECT_EQ(full.display(9), "⌃⌥⌘9");
+    EXPECT_EQ(full.display(10), std::nullopt);
+}
+
+struct PairCase
+{
+    ModifierSet pair;
+    bool allowed;
+};
+
+class AllowedPair : public testing::TestWithParam<PairCase>
+{};
+
+TEST_P(AllowedPair, FollowsThePairRules)
+{
+    EXPECT_EQ(isAllowedPair(GetParam().pair), GetParam().allowed) << GetParam().pair.symbols();
+}
+
+INSTANTIATE_TEST_SUITE_P(Sets,
+                         AllowedPair,
+                         testing::Values(PairCase{{kControl, kOption}, true},
+                                         PairCase{{kShift, kControl}, true},
+                                         PairCase{{kOption, kCommand}, true},
+                                         PairCase{{kShift, kOption, kCommand}, true},
+                                         PairCase{{kShift, kCommand}, false}, // screenshots
+                                         PairCase{{kShift, kOption}, false},  // no ⌘ or ⌃
+                                         PairCase{{kCommand}, false},
+                                         PairCase{{}, false}));
+
+TEST(NumberKeys, ResolvesEachChoiceAndGuardsTheCustomPair)
+{
+    EXPECT_EQ(NumberKeys::resolve(DigitKeys::Off, {}), std::nullopt);
+    EXPECT_EQ(NumberKeys::resolve(DigitKeys::ShiftControl, {})->pair,
+              (ModifierSet{kShift, kControl}));
+    EXPECT_EQ(NumberKeys::resolve(DigitKeys::Custom, {kShift, kOption, kCommand})->pair,
+              (ModifierSet{kShift, kOption, kCommand}));
+    // A stored set no recording could have produced takes the unreadable path.
+    EXPECT_EQ(NumberKeys::resolve(DigitKeys::Custom, {kShift, kCommand})->pair, kDefaultCustomPair);
+    EXPECT_EQ(NumberKeys::resolve(DigitKeys::Custom, {})->pair, kDefaultCustomPair);
+}
+
+TEST(StoredSettings, ReadGarbageAsTheDefaults)
+{
+    EXPECT_EQ(digitKeysFromStored("optionCommand"), DigitKeys::OptionCommand);
+    EXPECT_EQ(digitKeysFromStored("off"), DigitKeys::Off);
+    EXPECT_EQ(digitKeysFromStored("OptionCommand"), DigitKeys::ControlCommand);
+    EXPECT_EQ(digitKeysFromStored("hyper"), DigitKeys::ControlCommand);
+    EXPECT_EQ(digitKeysFromStored(std::nullopt), DigitKeys::ControlCommand);
+    for (auto keys : {DigitKeys::OptionCommand,
+                      DigitKeys::ControlCommand,
+                      DigitKeys::ShiftControl,
+                      DigitKeys::Custom,
+                      DigitKeys::Off}) {
+        EXPECT_EQ(digitKeysFromStored(storedName(keys)), keys);
+    }
+
+    EXPECT_EQ(customPairFromStored(std::nullopt), kDefaultCustomPair);
+    EXPECT_EQ(customPairFromStored(-1), kDefaultCustomPair);
+    EXPECT_EQ(customPairFromStored(0x120000 | 0x1), (ModifierSet{kShift, kCommand}));
+    EXPECT_EQ(kDefaultCustomPair.raw(), 0xC0000U);
+}
+
+TEST(DigitKeysText, NamesEachChoice)
+{
+    EXPECT_EQ(displayText(DigitKeys::OptionCommand, {}), "⌥⌘ Option Command");
+    EXPECT_EQ(displayText(DigitKeys::ShiftControl, {}), "⇧⌃ Shift Control");
+    EXPECT_EQ(displayText(DigitKeys::Custom, {kCommand, kControl, kShift}),
+              "⌃⇧⌘ Control Shift Command");
+    EXPECT_EQ(displayText(DigitKeys::Off, {}).rfind("Off, so nothing in the menu bar", 0), 0U);
+}
+
+TEST(HotKeyCombo, EncodesModifiersForTheHotKeyService)
+{
+    EXPECT_EQ(kDefaultMenuHotKey.carbonModifiers(), 256U + 4096U);
+    EXPECT_EQ((HotKeyCombo{0, 0x20000 | 0x80000}.carbonModifiers()), 512U + 2048U);
+    EXPECT_EQ((HotKeyCombo{0, 0x1E0000 | 0x10000}.carbonModifiers()), 256U + 512U + 2048U + 4096U);
+    EXPECT_EQ((HotKeyCombo{0, 0}.carbonModifiers()), 0U);
+}
+
+TEST(HotKeyCombo, DisplaysSymbolsThenTheKeyName)
+{
+    EXPECT_EQ(kDefaultMenuHotKey.display(), "⌃⌘G");
+    EXPECT_EQ(kDefaultActiveBarHotKey.display(), "⌃⌘A");
+    EXPECT_EQ((HotKeyCombo{96, 0x80000 | 0x20000}.display()), "⌥⇧F5");
+    EXPECT_EQ((HotKeyCombo{key_code::kLeftArrow, 0x180000}.display()), "⌥⌘←");
+    EXPECT_EQ((HotKeyCombo{49, 0x100000}.display()), "⌘Space");
+    EXPECT_EQ(HotKeyCombo::name(200), "Key 200");
+    EXPECT_EQ(HotKeyCombo::functionNumber(122), 1);
+    EXPECT_EQ(HotKeyCombo::functionNumber(90), 20);
+    EXPECT_EQ(HotKeyCombo::functionNumber(0), std::nullopt);
+}
+
+TEST(HotKeyCombo, WithoutModifiersOnlyAFunctionKeyIsUsable)
+{
+    EXPECT_TRUE(kDefaultMenuHotKey.isUsable());
+    EXPECT_TRUE((HotKeyCombo{105, 0}.isUsable())); // F13
+    EXPECT_FALSE((HotKeyCombo{key_code::kG, 0}.isUsable()));
+    EXPECT_FALSE((HotKeyCombo{key_code::kG, 0x10000}.isUsable())); // Caps Lock is no modifier
+}
+
+TEST(HotKeyCombo, DigitKeyCodesNameTheirDigits)
+{
+    for (int digit = 0; digit <= 9; ++digit) {
+        EXPECT_EQ(HotKeyCombo::name(digitKeyCode(digit)), std::to_string(digit));
+    }
+}
+
+TEST(StoredHotKey, ReadsOffFallbackAndGarbage)
+{
+    const std::optional<HotKeyCombo> fallback = kDefaultMenuHotKey;
+    EXPECT_EQ(readStoredHotKey(std::nullopt, fallback), fallback);
+    EXPECT_EQ(readStoredHotKey(std::string(), fallback), std::nullopt);
+
+    for (const char* garbage : {"not json",
+                                "[]",
+                                "{}",
+                                R"({"keyCode": 5})",
+                                R"({"keyCode": -1, "modifiers": 0})",
+                                R"({"keyCode": 65536, "modifiers": 0})",
+                                R"({"keyCode": 5, "modifiers": "control"})",
+                                R"({"keyCode": 5.5, "modifiers": 0})",
+                                R"({"keyCode": 5, "modifiers": 4294967296})"}) {
+        EXPECT_EQ(readStoredHotKey(std::string(garbage), fallback), std::nullopt) << garbage;
+    }
+
+    HotKeyCombo combo{122, 0x1E0000};
+    auto data = storedHotKeyData(combo);
+    EXPECT_EQ(data, R"({"keyCode":122,"modifiers":1966080})");
+    EXPECT_EQ(readStoredHotKey(data, fallback), combo);
+    EXPECT_EQ(storedHotKeyData(std::nullopt), "");
+}
+
+} // namespace
