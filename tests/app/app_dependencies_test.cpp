@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: MIT
+#include "app/app_dependencies.h"
+
+#include "app/instance_channel.h"
+#include "app/starter_bar.h"
+#include "kit/library/fixtures.h"
+#include "kit/mcp/socket_client.h"
+#include "kit/support/run_loop.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <future>
+#include <map>
+
+using namespace app;
+using namespace kit;
+using ::testing::HasSubstr;
+using testing_support::TempDir;
+
+namespace {
+
+bool isSocket(const std::filesystem::path& path)
+{
+    struct stat info
+    {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode);
+}
+
+// A person's machine in a temporary folder: a home, one installed file manager, no real files.
+class Machine : public ::testing::Test
+{
+protected:
+    Machine()
+    {
+        std::filesystem::create_directories(home());
+        std::filesystem::create_directories(dataFolder() / "applications");
+        testing_support::writeFile(
+            dataFolder() / "applications" / "org.gnome.Nautilus.desktop",
+            "[Desktop Entry]\nType=Application\nName=Files\nExec=nautilus\n");
+    }
+
+    std::filesystem::path home() const { return m_dir.path() / "home"; }
+    std::filesystem::path dataFolder() const { return m_dir.path() / "share"; }
+    std::filesystem::path socketPath() const { return m_dir.path() / "run" / "vantorel.sock"; }
+
+    Environment environment(std::map<std::string, std::string> extra = {}) const
+    {
+        extra["HOME"] = home().string();
+        return Environment{[extra](const char* name) -> std::optional<std::string> {
+                               auto it = extra.find(name);
+                               return it == extra.end() ? std::nullopt
+                                                        : std::optional<std::string>(it->second);
+                           },
+                           4242,
+                           m_dir.path() / "tmp"};
+    }
+
+    AppDependencies::Options options() const
+    {
+        std::filesystem::create_directories(m_dir.path() / "run");
+        AppDependencies::Options options;
+        options.environment = environment();
+        options.supportDirectory = storage::SupportDirectory{m_dir.path() / "support", false};
+        std::filesystem::create_directories(options.supportDirectory->url);
+        options.settingsFile = m_dir.path() / "config" / "settings.json";
+        options.socketPath = socketPath().string();
+        options.dataFolders = std::vector<std::filesystem::path>{dataFolder()};
+        return options;
+    }
+
+    support::RunLoop m_loop;
+    TempDir m_dir;
+};
+
+TEST_F(Machine, ATestRunKeepsToATemporaryFolderAndNeverStarts)
+{
+    std::filesystem::create_directories(m_dir.path() / "tmp");
+    AppDependencies::Options options;
+    options.environment = environment({{"VANTOREL_RUNNING_TESTS", "1"}});
+    options.dataFolders = std::vector<std::filesystem::path>{dataFolder()};
+    AppDependencies dependencies(m_loop, options);
+
+    EXPECT_TRUE(dependencies.isRunningTests());
+    EXPECT_EQ(dependencies.supportDirectory().url, m_dir.path() / "tmp" / "Vantorel-tests-4242");
+    EXPECT_TRUE(dependencies.supportDirectory().isTemporary);
+    EXPECT_FALSE(dependencies.seededStarterBar());
+    EXPECT_TRUE(dependencies.libraryStore().library().shortcuts.empty());
+    EXPECT_EQ(dependencies.toolSocket().path(),
+              (m_dir.path() / "tmp" / "vantorel-tests.sock").string());
+
+    dependencies.settings().setAssistantsEnabled(true);
+    dependencies.start();
+    EXPECT_FALSE(dependencies.toolSocket().isListening());
+    std::filesystem::remove_all(dependencies.supportDirectory().url);
+}
+
+TEST_F(Machine, AFirstLaunchSeedsTheStarterBarOnceAndAsksForTheIntroductionAgain)
+{
+    size_t seededCount = 0;
+    {
+        AppDependencies dependencies(m_loop, options());
+        dependencies.settings().setWelcomeShown(true);
+        EXPECT_TRUE(dependencies.seededStarterBar());
+        const auto& shortcuts = dependencies.libraryStore().library().shortcuts;
+        seededCount = dependencies.libraryStore().library().allShortcuts().size();
+        auto app = std::find_if(shortcuts.begin(), shortcuts.end(), [](const auto& s) {
+            return s.target.kind() == library::Target::Kind::App;
+        });
+        ASSERT_NE(app, shortcuts.end());
+        EXPECT_EQ(app->name, "Files");
+        EXPECT_EQ(app->target.appTarget()->bundleID, "org.gnome.Nautilus");
+        auto group = std::find_if(
+            shortcuts.begin(), shortcuts.end(), [](const auto& s) { return s.target.isGroup(); });
+        ASSERT_NE(group, shortcuts.end());
+        EXPECT_EQ(group->target.members().size(), 2u);
+    }
+    AppDependencies again(m_loop, options());
+    EXPECT_FALSE(again.seededStarterBar());
+    EXPECT_EQ(again.libraryStore().library().allShortcuts().size(), seededCount);
+    EXPECT_TRUE(again.settings().welcomeShown());
+}
+
+TEST_F(Machine, TurningAssistantsOnAndOffStartsAndStopsTheSocketAtOnce)
+{
+    AppDependencies dependencies(m_loop, options());
+    dependencies.start();
+    EXPECT_FALSE(isSocket(socketPath()));
+
+    dependencies.settings().setAssistantsEnabled(true);
+    EXPECT_TRUE(isSocket(socketPath()));
+    dependencies.settings().setAssistantsEnabled(false);
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+
+    // The settings command writes the file from another process; the app re-reads it when told.
+    {
+        settings::JsonFileKeyValueStore file(m_dir.path() / "config" / "settings.json");
+        settings::AppSettings other(file);
+        other.setAssistantsEnabled(true);
+    }
+    dependencies.settingsStore().reload();
+    EXPECT_TRUE(isSocket(socketPath()));
+
+    dependencies.terminate();
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+}
+
+TEST_F(Machine, AssistantsReachTheLibraryThroughTheSocket)
+{
+    AppDependencies dependencies(m_loop, options());
+    dependencies.settings().setAssistantsEnabled(true);
+    dependencies.start();
+
+    testing_support::SocketClient client(socketPath().string());
+    ASSERT_TRUE(client.connected());
+    client.send(R"({"jsonrpc":"2.0","id":7,"method":"tools/call",)"
+                R"("params":{"name":"list_bars","arguments":{}}})"
+                "\n");
+    ASSERT_TRUE(m_loop.runUntil([&] { return !client.poll().empty(); }, std::chrono::seconds(10)));
+    EXPECT_THAT(client.lines()[0], HasSubstr(R"("id":7)"));
+    EXPECT_THAT(client.lines()[0], HasSubstr("Shortcuts"));
+    EXPECT_THAT(client.lines()[0], HasSubstr(R"("isError":false)"));
+}
+
+TEST_F(Machine, QuittingWritesWhatIsPending)
+{
+    AppDependencies dependencies(m_loop, options());
+    dependencies.libraryStore().mutate(
+        [](library::Library& library) { library.add(testing_support::webLink("Late")); });
+    dependencies.terminate();
+    auto file = dependencies.supportDirectory().file(dependencies.libraryStore().activeBar().file);
+    EXPECT_THAT(testing_support::readFile(file), HasSubstr("Late"));
+}
+
+TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
+{
+    AppDependencies dependencies(m_loop, options());
+    EXPECT_TRUE(AppDependencies::isDocument("Work.VANTOREL"));
+    EXPECT_FALSE(AppDependencies::isDocument("work.json"));
+
+    EXPECT_EQ(dependencies.openDocument(m_dir.path() / "gone.vantorel"),
+              "“gone.vantorel” could not be opened: there is no such file.");
+
+    testing_support::writeFile(m_dir.file("newer.vantorel"), R"({"formatVersion": 2})");
+    EXPECT_EQ(dependencies.openDocument(m_dir.file("newer.vantorel")),
+              "“newer.vantorel” could not be opened: written by a newer Vantorel (format 2, this "
+              "build reads up to 1).");
+    testing_support::writeFile(m_dir.file("broken.vantorel"), "{\"bars\": [");
+    auto broken = dependencies.openDocument(m_dir.file("broken.vantorel"));
+    ASSERT_TRUE(broken);
+    EXPECT_THAT(*broken, HasSubstr("“broken.vantorel” could not be opened: "));
+    EXPECT_FALSE(dependencies.proposals().isPending());
+
+    auto document =
+        proposal::Proposal::exportShortcut(testing_support::webLink("Shared"), {}, true);
+    testing_support::writeFile(m_dir.file("shared.vantorel"), document.encoded());
+    EXPECT_EQ(dependencies.openDocument(m_dir.file("shared.vantorel")), std::nullopt);
+    ASSERT_TRUE(dependencies.proposals().isPending());
+    EXPECT_EQ(dependencies.proposals().fileName(), "shared.vantorel");
+}
+
+TEST_F(Machine, FilesAreReachedThroughGrantsOrWhereTheyAre)
+{
+    AppDependencies dependencies(m_loop, options());
+    testing_support::writeFile(home() / "notes.txt", "x");
+    auto reached = dependencies.reach((home() / "notes.txt").string());
+    ASSERT_TRUE(reached);
+    EXPECT_EQ(reached->displayPath, (home() / "notes.txt").string());
+    EXPECT_FALSE(dependencies.reach((home() / "missing.txt").string()));
+}
+
+TEST(InstanceChannel, TheFirstStartServesLaterOnes)
+{
+    TempDir dir;
+    support::RunLoop loop;
+    InstanceChannel first(dir.path());
+    ASSERT_TRUE(
+        first.becomePrimary([](const std::string& request) { return "echo " + request; }, loop));
+    InstanceChannel second(dir.path());
+    EXPECT_FALSE(second.becomePrimary([](const std::string&) { return std::string(); }, loop));
+
+    auto reply = std::async(std::launch::async, [&] {
+        return InstanceChannel::send(dir.path(), R"({"command":"show"})");
+    });
+    loop.runUntil(
+        [&] { return reply.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+        std::chrono::seconds(10));
+    EXPECT_EQ(reply.get(), R"(echo {"command":"show"})");
+
+    first.stop();
+    EXPECT_FALSE(InstanceChannel::send(dir.path(), "{}", std::chrono::milliseconds(200)));
+    EXPECT_TRUE(second.becomePrimary([](const std::string&) { return std::string(); }, loop));
+}
+
+} // namespace

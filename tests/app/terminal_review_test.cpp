@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: MIT
+#include "app/terminal_review.h"
+
+#include "kit/library/fixtures.h"
+#include "kit/storage/library_store.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace app;
+using namespace kit::library;
+using namespace kit::proposal;
+using kit::storage::LibraryStore;
+using kit::storage::SupportDirectory;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+// A bar holding Mail and News, and a proposal that adds Docs, renames Mail and keeps News.
+class TerminalReviewTest : public ::testing::Test
+{
+protected:
+    TerminalReviewTest()
+        : m_store(SupportDirectory{m_dir.path(), true})
+        , m_review(m_inbox, m_store, [this](const std::string& text) { m_printed.push_back(text); })
+    {
+        m_store.mutate([&](Library& library) {
+            library.add(m_mail);
+            library.add(m_news);
+        });
+    }
+
+    Proposal proposal() const
+    {
+        ProposedBar bar{BarDestination::active(), {}, {}};
+        bar.shortcuts.push_back(ProposedShortcut::from(testing_support::webLink("Docs")));
+        ProposedShortcut renamed = ProposedShortcut::from(m_mail);
+        renamed.name = "Post";
+        bar.shortcuts.push_back(renamed);
+        bar.shortcuts.push_back(ProposedShortcut::from(m_news));
+        Proposal proposal;
+        proposal.title = "Tidy the bar";
+        proposal.source = "An assistant";
+        proposal.bars.push_back(bar);
+        return proposal;
+    }
+
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> list;
+        for (const auto& shortcut : m_store.library().shortcuts) {
+            list.push_back(shortcut.name);
+        }
+        return list;
+    }
+
+    testing_support::TempDir m_dir;
+    LibraryStore m_store;
+    ProposalInbox m_inbox;
+    std::vector<std::string> m_printed;
+    TerminalReview m_review;
+    Shortcut m_mail = testing_support::webLink("Mail", "https://mail.example.org/");
+    Shortcut m_news = testing_support::webLink("News", "https://news.example.org/");
+};
+
+TEST_F(TerminalReviewTest, AnArrivingProposalIsShownOnceWithNumberedRows)
+{
+    m_inbox.receive(proposal(), {}, m_store);
+    ASSERT_EQ(m_printed.size(), 1u);
+    const std::string& shown = m_printed[0];
+    EXPECT_THAT(shown, HasSubstr("Tidy the bar\nFrom: An assistant\n"));
+    EXPECT_THAT(shown, HasSubstr(" 1. [x] “Shortcuts” › “Docs”: added\n"));
+    EXPECT_THAT(shown, HasSubstr(" 2. [x] “Shortcuts” › “Post”: changed\n"));
+    EXPECT_THAT(shown, HasSubstr("Name: Mail → Post"));
+    // A row that changes nothing has no box to tick.
+    EXPECT_THAT(shown, HasSubstr(" 3.     “Shortcuts” › “News”: unchanged\n"));
+    EXPECT_THAT(shown, HasSubstr("Type one of: show, uncheck N, check N, apply, decline."));
+
+    m_review.handle("uncheck 1");
+    EXPECT_EQ(m_printed.size(), 1u);
+    EXPECT_THAT(m_review.handle("show"), HasSubstr(" 1. [ ] “Shortcuts” › “Docs”"));
+}
+
+TEST_F(TerminalReviewTest, ApplyingWritesOnlyTheCheckedRowsAndTellsTheProposer)
+{
+    std::optional<ProposalInbox::Decision> decision;
+    m_inbox.receive(
+        proposal(), [&](const auto& d) { decision = d; }, m_store);
+
+    EXPECT_THAT(m_review.handle("uncheck 1"), HasSubstr("Row 1 is left out."));
+    EXPECT_THAT(m_review.handle("uncheck 2"),
+                HasSubstr("Row 2 is left out. Nothing checked would change your bars."));
+    EXPECT_THAT(m_review.handle("apply"), HasSubstr("Nothing checked would change your bars."));
+    EXPECT_FALSE(decision);
+    EXPECT_TRUE(m_inbox.isPending());
+
+    EXPECT_THAT(m_review.handle("  check 2 "), HasSubstr("Row 2 is checked."));
+    EXPECT_EQ(m_review.handle("apply"), "Applied: the checked rows are on your bars now.\n");
+    ASSERT_TRUE(decision);
+    EXPECT_EQ(decision->kind, ProposalInbox::Decision::Kind::Applied);
+    EXPECT_EQ(decision->leftOut, std::vector<std::string>{"Docs"});
+    EXPECT_EQ(names(), (std::vector<std::string>{"Post", "News"}));
+    EXPECT_EQ(m_review.handle("apply"), "There is no proposal to review.\n");
+}
+
+TEST_F(TerminalReviewTest, DecliningChangesNothing)
+{
+    std::optional<ProposalInbox::Decision> decision;
+    m_inbox.receive(
+        proposal(), [&](const auto& d) { decision = d; }, m_store);
+    EXPECT_EQ(m_review.handle("decline"), "Declined; nothing was changed.\n");
+    ASSERT_TRUE(decision);
+    EXPECT_EQ(decision->kind, ProposalInbox::Decision::Kind::Declined);
+    EXPECT_EQ(names(), (std::vector<std::string>{"Mail", "News"}));
+}
+
+TEST_F(TerminalReviewTest, MistypedCommandsSayWhatWouldWork)
+{
+    EXPECT_EQ(m_review.handle("apply"), "There is no proposal to review.\n");
+    EXPECT_EQ(m_review.handle(""), "");
+    m_inbox.receive(proposal(), {}, m_store);
+    EXPECT_EQ(m_review.handle("yes"),
+              "“yes” is not a command. The commands are: show, uncheck N, check N, apply, "
+              "decline.\n");
+    EXPECT_EQ(m_review.handle("uncheck 9"), "There is no row 9; the rows go from 1 to 3.\n");
+    EXPECT_EQ(m_review.handle("uncheck 0"), "There is no row 0; the rows go from 1 to 3.\n");
+    EXPECT_EQ(m_review.handle("uncheck two"), "Give the number of a row, as in “uncheck 2”.\n");
+    EXPECT_EQ(m_review.handle("uncheck"), "Give the number of a row, as in “uncheck 2”.\n");
+    EXPECT_EQ(m_review.handle("uncheck 3"),
+              "Row 3 changes nothing, so there is nothing to uncheck.\n");
+    EXPECT_TRUE(m_inbox.leftOut().empty());
+}
+
+TEST_F(TerminalReviewTest, RefusedRowsSayWhy)
+{
+    Proposal refused;
+    refused.removeBars.push_back(m_store.activeBarID());
+    ShortcutMove move;
+    move.id = ShortcutID::make();
+    move.to = BarDestination::newBar("Elsewhere");
+    refused.moves.push_back(move);
+    m_inbox.receive(refused, {}, m_store);
+    const std::string shown = m_review.render();
+    EXPECT_THAT(shown, HasSubstr("Bar “Shortcuts”: refused\n"));
+    EXPECT_THAT(shown, HasSubstr(LibraryStore::kLastBarRefusal));
+    EXPECT_THAT(shown, HasSubstr("(unknown shortcut) from ? to “Elsewhere” (new): refused"));
+    EXPECT_THAT(shown, Not(HasSubstr("[x]")));
+}
+
+} // namespace
