@@ -18,6 +18,11 @@ missing=()
 for p in "${want[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
+# The end-to-end tests drive the app with an MCP client on node; any node of 18 or newer will do,
+# so one installed some other way is left alone.
+if [ "${1:-build}" = test ] && ! { command -v node && command -v npm; } >/dev/null 2>&1; then
+  missing+=(nodejs npm)
+fi
 [ ${#missing[@]} -eq 0 ] && exit 0
 
 sudo=()
