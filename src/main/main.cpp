@@ -4,6 +4,7 @@
 #include "app/app_dependencies.h"
 #include "app/instance_channel.h"
 #include "app/terminal_review.h"
+#include "kit/mcp/assistant_setup.h"
 #include "kit/mcp/tool_socket_path.h"
 #include "kit/support/memory.h"
 #include "kit/support/run_loop.h"
@@ -38,6 +39,7 @@ constexpr const char* kUsage =
     "  vantorel settings             list every setting with its value\n"
     "  vantorel settings get KEY     print one setting\n"
     "  vantorel settings set KEY VALUE\n"
+    "  vantorel assistants           how to connect an assistant to Vantorel\n"
     "                                change one setting; a running Vantorel follows at once\n"
     "  vantorel --help | --version\n";
 
@@ -107,6 +109,43 @@ int summary()
     for (const auto& violation : store.repairs()) {
         std::printf("Repaired: %s\n", violation.description().c_str());
     }
+    return 0;
+}
+
+// The bridge an assistant starts: installed beside vantorel, or in the build tree's bridge folder.
+std::string bridgePath()
+{
+    std::error_code error;
+    auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        for (auto candidate : {self.parent_path() / "vantorel-mcp",
+                               self.parent_path().parent_path() / "bridge" / "vantorel-mcp"}) {
+            if (std::filesystem::exists(candidate, error)) {
+                return candidate.lexically_normal().string();
+            }
+        }
+    }
+    return "vantorel-mcp";
+}
+
+int assistantsCommand()
+{
+    auto file = app::AppDependencies::defaultSettingsFile(app::Environment::current());
+    bool enabled = false;
+    if (file) {
+        kit::settings::JsonFileKeyValueStore store(*file);
+        enabled = kit::settings::AppSettings(store).assistantsEnabled();
+    }
+    const std::string bridge = bridgePath();
+    std::printf("Assistants reach Vantorel through %s, which they start themselves.\n\n"
+                "For a client that reads a configuration file, add:\n%s\n\n"
+                "For a client with a command line:\n  %s\n\n",
+                bridge.c_str(),
+                kit::mcp::AssistantSetup::configJSON(bridge).c_str(),
+                kit::mcp::AssistantSetup::addCommand("<client>", bridge).c_str());
+    std::printf(enabled ? "Assistants are on.\n"
+                        : "Assistants are off; turn them on with: vantorel settings set "
+                          "assistantsEnabled true\n");
     return 0;
 }
 
@@ -305,6 +344,9 @@ int main(int argc, char** argv)
     }
     if (first == "--headless" && args.size() == 1) {
         return headless(std::nullopt);
+    }
+    if (first == "assistants" && args.size() == 1) {
+        return assistantsCommand();
     }
     if (first == "settings") {
         return settingsCommand({args.begin() + 1, args.end()});
