@@ -89,7 +89,8 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
                                                         options.dataFolders);
 
     m_libraryStore = storage::LibraryStore::standard(m_supportDirectory);
-    if (!m_runningTests) {
+    // Only a first launch pays for scanning the installed apps.
+    if (!m_runningTests && StarterBar::wouldSeed(*m_libraryStore)) {
         std::optional<library::Bookmark> home;
         if (auto variable = options.environment.variable ? options.environment.variable("HOME")
                                                          : std::nullopt) {

@@ -76,13 +76,18 @@ std::vector<Shortcut> StarterBar::shortcuts(const std::optional<Bookmark>& home,
     return list;
 }
 
+bool StarterBar::wouldSeed(const kit::storage::LibraryStore& store)
+{
+    using Kind = kit::storage::LibraryStore::LoadState::Kind;
+    return store.loadState().kind == Kind::Fresh && store.bars().size() == 1
+           && store.library().shortcuts.empty();
+}
+
 bool StarterBar::seed(kit::storage::LibraryStore& store,
                       const std::optional<Bookmark>& home,
                       const std::optional<kit::tools::InstalledApp>& app)
 {
-    using Kind = kit::storage::LibraryStore::LoadState::Kind;
-    if (store.loadState().kind != Kind::Fresh || store.bars().size() != 1
-        || !store.library().shortcuts.empty()) {
+    if (!wouldSeed(store)) {
         return false;
     }
     store.mutate([&](Library& library) {

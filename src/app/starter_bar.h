@@ -32,6 +32,9 @@ struct StarterBar
     shortcuts(const std::optional<kit::library::Bookmark>& home,
               const std::optional<kit::tools::InstalledApp>& app);
 
+    // True on a first launch: nothing stored yet and the one bar empty.
+    static bool wouldSeed(const kit::storage::LibraryStore& store);
+
     // Only on a first launch (nothing stored yet, the one bar empty); true when it seeded.
     static bool seed(kit::storage::LibraryStore& store,
                      const std::optional<kit::library::Bookmark>& home,
