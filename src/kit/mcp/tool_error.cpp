@@ -15,10 +15,12 @@ std::string ToolError::message() const
     case Kind::UnknownShortcut:
         return "There is no shortcut with the id " + m_payload + " on that bar.";
     case Kind::UnknownSession:
-        return "There is no account \u201C" + m_payload + "\u201D. list_sessions says which there are.";
+        return "There is no account \u201C" + m_payload
+               + "\u201D. list_sessions says which there are.";
     case Kind::WritesOff:
-        return "The person has turned off changes from assistants in Vantorel's Settings. Reading still "
-               "works; ask them to turn it on under Settings \u203A Advanced if they want this change.";
+        return "The person has turned off changes from assistants in Vantorel's Settings. Reading "
+               "still works; ask them to turn it on under Settings \u203A Advanced if they want "
+               "this change.";
     }
     return {};
 }

@@ -20,13 +20,29 @@ struct ToolDescription
 class ToolError
 {
 public:
-    enum class Kind { UnknownTool, BadArguments, UnknownBar, UnknownShortcut, UnknownSession, WritesOff };
+    enum class Kind {
+        UnknownTool,
+        BadArguments,
+        UnknownBar,
+        UnknownShortcut,
+        UnknownSession,
+        WritesOff,
+    };
 
     static ToolError unknownTool(std::string name) { return {Kind::UnknownTool, std::move(name)}; }
-    static ToolError badArguments(std::string detail) { return {Kind::BadArguments, std::move(detail)}; }
+    static ToolError badArguments(std::string detail)
+    {
+        return {Kind::BadArguments, std::move(detail)};
+    }
     static ToolError unknownBar(std::string text) { return {Kind::UnknownBar, std::move(text)}; }
-    static ToolError unknownShortcut(std::string id) { return {Kind::UnknownShortcut, std::move(id)}; }
-    static ToolError unknownSession(std::string text) { return {Kind::UnknownSession, std::move(text)}; }
+    static ToolError unknownShortcut(std::string id)
+    {
+        return {Kind::UnknownShortcut, std::move(id)};
+    }
+    static ToolError unknownSession(std::string text)
+    {
+        return {Kind::UnknownSession, std::move(text)};
+    }
     static ToolError writesOff() { return {Kind::WritesOff, {}}; }
 
     Kind kind() const { return m_kind; }
@@ -52,7 +68,10 @@ class ToolResult
 public:
     static ToolResult success(std::string json) { return ToolResult(std::move(json), {}, true); }
     static ToolResult failure(const ToolError& error) { return ToolResult({}, error, false); }
-    static ToolResult failure(std::string message) { return ToolResult(std::move(message), {}, false); }
+    static ToolResult failure(std::string message)
+    {
+        return ToolResult(std::move(message), {}, false);
+    }
 
     bool ok() const { return m_ok; }
     // The answer's JSON text when ok(), otherwise the failure's sentence.

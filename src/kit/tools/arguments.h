@@ -42,7 +42,9 @@ private:
     nlohmann::json m_json;
 };
 
-// One line, keys sorted, slashes as they are: how every answer is written.
+// One line, slashes as they are: how every answer is written. Plain JSON sorts its keys; an
+// ordered record keeps them as they were put in.
 std::string compact(const nlohmann::json& value);
+std::string compact(const nlohmann::ordered_json& value);
 
 } // namespace kit::tools

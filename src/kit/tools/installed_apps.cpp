@@ -88,11 +88,14 @@ std::string lowered(std::string_view text)
 std::vector<fs::path> xdgDataFolders()
 {
     std::vector<fs::path> folders;
-    const char* dataHome = std::getenv("XDG_DATA_HOME");
-    if (dataHome && *dataHome) {
-        folders.emplace_back(dataHome);
+    std::optional<fs::path> dataHome;
+    if (const char* set = std::getenv("XDG_DATA_HOME"); set && *set) {
+        dataHome = fs::path(set);
     } else if (const char* home = std::getenv("HOME"); home && *home) {
-        folders.push_back(fs::path(home) / ".local/share");
+        dataHome = fs::path(home) / ".local/share";
+    }
+    if (dataHome) {
+        folders.push_back(*dataHome);
     }
     const char* dataDirs = std::getenv("XDG_DATA_DIRS");
     std::string_view dirs =
@@ -104,6 +107,18 @@ std::vector<fs::path> xdgDataFolders()
             folders.emplace_back(std::string(dir));
         }
         dirs = colon == std::string_view::npos ? std::string_view() : dirs.substr(colon + 1);
+    }
+    // Flatpak exports its apps here; a session started without its profile script leaves them
+    // out of XDG_DATA_DIRS, and the person still expects to find those apps.
+    std::vector<fs::path> exports;
+    if (dataHome) {
+        exports.push_back(*dataHome / "flatpak/exports/share");
+    }
+    exports.emplace_back("/var/lib/flatpak/exports/share");
+    for (auto& folder : exports) {
+        if (std::find(folders.begin(), folders.end(), folder) == folders.end()) {
+            folders.push_back(std::move(folder));
+        }
     }
     return folders;
 }
@@ -126,6 +141,12 @@ std::vector<InstalledApp> InstalledApps::scan()
              end;
              !error && it != end;
              it.increment(error)) {
+            if (it->path().filename().string().starts_with('.')) {
+                if (it->is_directory(error)) {
+                    it.disable_recursion_pending();
+                }
+                continue;
+            }
             if (it->path().extension() == ".desktop" && it->is_regular_file(error)) {
                 files.push_back(it->path());
             }

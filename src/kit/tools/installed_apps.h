@@ -48,3 +48,12 @@ private:
 };
 
 } // namespace kit::tools
+
+// Apps go into sets when lists from several scans are merged or compared.
+template <> struct std::hash<kit::tools::InstalledApp>
+{
+    size_t operator()(const kit::tools::InstalledApp& app) const noexcept
+    {
+        return std::hash<std::string>{}(app.name) * 31 + std::hash<std::string>{}(app.bundleID);
+    }
+};

@@ -24,6 +24,10 @@ using proposal::LibrarySnapshot;
 
 namespace {
 
+// Answers keep their keys in a fixed order, what a record is before its details; the shortcuts
+// inside them are in document shape, keys sorted as documents have them.
+using Record = nlohmann::ordered_json;
+
 constexpr const char* kNoProperties =
     R"({"type":"object","properties":{},"additionalProperties":false})";
 constexpr const char* kBarProperty =
@@ -124,9 +128,9 @@ void walk(const std::vector<Shortcut>& list, const std::string& path, int depth,
     }
 }
 
-json nameOrNull(const std::string& text)
+Record nameOrNull(const std::string& text)
 {
-    return text.empty() ? json(nullptr) : json(text);
+    return text.empty() ? Record(nullptr) : Record(text);
 }
 
 int clampedLimit(std::optional<int64_t> limit, int fallback)
@@ -135,67 +139,67 @@ int clampedLimit(std::optional<int64_t> limit, int fallback)
     return static_cast<int>(std::clamp<int64_t>(limit.value_or(fallback), 1, kMost));
 }
 
-json listBars(const ToolContext& context)
+Record listBars(const ToolContext& context)
 {
     const auto& snapshot = context.snapshot;
-    json bars = json::array();
+    Record bars = Record::array();
     for (const auto& bar : snapshot.bars) {
         const Library* library = snapshot.library(bar.id);
-        bars.push_back(json{{"id", bar.id},
-                            {"name", bar.name},
-                            {"isShowing", snapshot.activeBarID == bar.id},
-                            {"shortcutCount", library ? countShortcuts(library->shortcuts) : 0},
-                            {"isReadable", library != nullptr}});
+        bars.push_back(Record{{"id", bar.id.string()},
+                              {"name", bar.name},
+                              {"isShowing", snapshot.activeBarID == bar.id},
+                              {"shortcutCount", library ? countShortcuts(library->shortcuts) : 0},
+                              {"isReadable", library != nullptr}});
     }
-    return json{{"bars", std::move(bars)}};
+    return Record{{"bars", std::move(bars)}};
 }
 
-json listShortcuts(const Arguments& arguments, const ToolContext& context)
+Record listShortcuts(const Arguments& arguments, const ToolContext& context)
 {
     const Bar& bar = resolveOrShowing(context.snapshot, arguments.string("bar"));
-    json shortcuts = json::array();
+    Record shortcuts = Record::array();
     if (const Library* library = context.snapshot.library(bar.id)) {
         for (const auto& shortcut : library->shortcuts) {
-            shortcuts.push_back(documentShape(shortcut));
+            shortcuts.push_back(Record(documentShape(shortcut)));
         }
     }
-    return json{{"bar", bar.name}, {"shortcuts", std::move(shortcuts)}};
+    return Record{{"bar", bar.name}, {"shortcuts", std::move(shortcuts)}};
 }
 
-json getShortcut(const Arguments& arguments, const ToolContext& context)
+Record getShortcut(const Arguments& arguments, const ToolContext& context)
 {
     auto found =
         findShortcut(context.snapshot, arguments.requiredString("id"), arguments.string("bar"));
-    return json{{"bar", found.bar->name},
-                {"path", nameOrNull(groupPath(*found.library, found.shortcut->id))},
-                {"shortcut", documentShape(*found.shortcut)}};
+    return Record{{"bar", found.bar->name},
+                  {"path", nameOrNull(groupPath(*found.library, found.shortcut->id))},
+                  {"shortcut", Record(documentShape(*found.shortcut))}};
 }
 
-json listGroups(const Arguments& arguments, const ToolContext& context)
+Record listGroups(const Arguments& arguments, const ToolContext& context)
 {
     const Bar& bar = resolveOrShowing(context.snapshot, arguments.string("bar"));
-    json groups = json::array();
+    Record groups = Record::array();
     if (const Library* library = context.snapshot.library(bar.id)) {
         auto visit = [&](const Shortcut& shortcut, const std::string& path, int depth) {
             if (shortcut.target.isGroup()) {
                 groups.push_back(
-                    json{{"id", shortcut.id},
-                         {"name", shortcut.name},
-                         {"path", path.empty() ? shortcut.name : path + " › " + shortcut.name},
-                         {"memberCount", shortcut.target.members().size()},
-                         {"depth", depth}});
+                    Record{{"id", shortcut.id.string()},
+                           {"name", shortcut.name},
+                           {"path", path.empty() ? shortcut.name : path + " › " + shortcut.name},
+                           {"memberCount", shortcut.target.members().size()},
+                           {"depth", depth}});
             }
         };
         walk(library->shortcuts, std::string(), 0, visit);
     }
-    return json{{"bar", bar.name}, {"groups", std::move(groups)}};
+    return Record{{"bar", bar.name}, {"groups", std::move(groups)}};
 }
 
-json searchShortcuts(const Arguments& arguments, const ToolContext& context)
+Record searchShortcuts(const Arguments& arguments, const ToolContext& context)
 {
     const std::string query = arguments.requiredString("query");
     const std::string needle = folded(trimmed(query));
-    json hits = json::array();
+    Record hits = Record::array();
     for (const auto& bar : context.snapshot.bars) {
         const Library* library = context.snapshot.library(bar.id);
         if (!library) {
@@ -205,17 +209,17 @@ json searchShortcuts(const Arguments& arguments, const ToolContext& context)
             const auto* url = shortcut.target.urlTarget();
             if (containsFolded(shortcut.name, needle)
                 || (url && containsFolded(url->url, needle))) {
-                hits.push_back(json{{"bar", bar.name},
-                                    {"group", nameOrNull(path)},
-                                    {"shortcut", documentShape(shortcut)}});
+                hits.push_back(Record{{"bar", bar.name},
+                                      {"group", nameOrNull(path)},
+                                      {"shortcut", Record(documentShape(shortcut))}});
             }
         };
         walk(library->shortcuts, std::string(), 0, visit);
     }
-    return json{{"query", query}, {"hits", std::move(hits)}};
+    return Record{{"query", query}, {"hits", std::move(hits)}};
 }
 
-json listSessions(const ToolContext& context)
+Record listSessions(const ToolContext& context)
 {
     std::unordered_map<library::SessionID, int> uses;
     for (const auto& [id, library] : context.snapshot.libraries) {
@@ -226,41 +230,41 @@ json listSessions(const ToolContext& context)
         };
         walk(library.shortcuts, std::string(), 0, visit);
     }
-    json sessions = json::array();
+    Record sessions = Record::array();
     for (const auto& session : context.snapshot.sessions) {
-        sessions.push_back(json{{"id", session.id},
-                                {"name", session.name},
-                                {"colour", library::Session::colourIndex(session)},
-                                {"shortcutCount", uses[session.id]}});
+        sessions.push_back(Record{{"id", session.id.string()},
+                                  {"name", session.name},
+                                  {"colour", library::Session::colourIndex(session)},
+                                  {"shortcutCount", uses[session.id]}});
     }
-    return json{{"sessions", std::move(sessions)}, {"note", ReadTools::kSessionsNote}};
+    return Record{{"sessions", std::move(sessions)}, {"note", ReadTools::kSessionsNote}};
 }
 
-json getSettings(const ToolContext& context)
+Record getSettings(const ToolContext& context)
 {
     const auto& browsing = context.browsing;
-    return json{
+    return Record{
         {"appVersion", context.appVersion},
         {"barCount", context.snapshot.bars.size()},
         {"linksOpen", library::enumWord(browsing.openMode)},
         {"browserBundleID",
-         browsing.browserBundleID ? json(*browsing.browserBundleID) : json(nullptr)},
+         browsing.browserBundleID ? Record(*browsing.browserBundleID) : Record(nullptr)},
         {"blocksAds", browsing.blocksAds},
-        {"pageZoom", number(browsing.pageZoom)},
+        {"pageZoom", Record(number(browsing.pageZoom))},
         {"pageAppearance", library::enumWord(browsing.pageAppearance)},
-        {"popoverSize", size(browsing.popoverSize)},
-        {"windowSize", size(browsing.windowSize)},
+        {"popoverSize", Record(size(browsing.popoverSize))},
+        {"windowSize", Record(size(browsing.windowSize))},
         {"newWindowLinks", library::enumWord(browsing.newWindowLinks)},
         {"asksWhereToSaveDownloads", browsing.asksWhereToSaveDownloads},
     };
 }
 
-json searchIcons(const Arguments& arguments, const ToolContext& context)
+Record searchIcons(const Arguments& arguments, const ToolContext& context)
 {
     auto query = arguments.string("query");
     const int limit = clampedLimit(arguments.integer("limit"), ReadTools::kDefaultIconLimit);
     const std::string needle = folded(trimmed(query.value_or("")));
-    json symbols = json::array();
+    Record symbols = Record::array();
     std::map<std::string, int> categories;
     int total = 0;
     for (const auto& icon : context.iconEntries()) {
@@ -273,15 +277,15 @@ json searchIcons(const Arguments& arguments, const ToolContext& context)
             symbols.push_back(icon.name);
         }
     }
-    json list = json::array();
+    Record list = Record::array();
     for (const auto& [category, count] : categories) {
-        list.push_back(json{{"category", category}, {"count", count}});
+        list.push_back(Record{{"category", category}, {"count", count}});
     }
-    return json{{"query", query ? json(*query) : json(nullptr)},
-                {"symbols", std::move(symbols)},
-                {"total", total},
-                {"categories", std::move(list)},
-                {"note", ReadTools::kIconsNote}};
+    return Record{{"query", query ? Record(*query) : Record(nullptr)},
+                  {"symbols", std::move(symbols)},
+                  {"total", total},
+                  {"categories", std::move(list)},
+                  {"note", ReadTools::kIconsNote}};
 }
 
 // The desktop-entry id this machine has for a catalogue app, or nothing when it lacks the app.
@@ -303,11 +307,11 @@ std::optional<std::string> installedID(const std::string& bundleID, const ToolCo
     return std::nullopt;
 }
 
-json listDeepLinks(const Arguments& arguments, const ToolContext& context)
+Record listDeepLinks(const Arguments& arguments, const ToolContext& context)
 {
     auto app = arguments.string("app");
     const std::string needle = folded(trimmed(app.value_or("")));
-    json apps = json::array();
+    Record apps = Record::array();
     std::map<std::string, size_t> index; // bundle id -> position in apps
     for (const auto& link : library::DeepLinkTemplates::all()) {
         auto ids = library::DeepLinkTemplates::desktopEntryIDs(link.bundleID);
@@ -324,28 +328,28 @@ json listDeepLinks(const Arguments& arguments, const ToolContext& context)
             std::string shownID = installed     ? *installed
                                   : ids.empty() ? link.bundleID
                                                 : std::string(ids.front());
-            apps.push_back(json{{"app", link.appName},
-                                {"bundleID", shownID},
-                                {"installed", installed.has_value()},
-                                {"links", json::array()}});
+            apps.push_back(Record{{"app", link.appName},
+                                  {"bundleID", shownID},
+                                  {"installed", installed.has_value()},
+                                  {"links", Record::array()}});
         }
         apps[it->second]["links"].push_back(
-            json{{"title", link.title},
-                 {"address", link.address},
-                 {"blanks", library::DeepLinkTemplates::blanks(link.address)},
-                 {"blanksMean", link.placeholder ? json(*link.placeholder) : json(nullptr)},
-                 {"suggestedName", link.suggestedName},
-                 {"icon", link.icon ? json(*link.icon) : json(nullptr)}});
+            Record{{"title", link.title},
+                   {"address", link.address},
+                   {"blanks", library::DeepLinkTemplates::blanks(link.address)},
+                   {"blanksMean", link.placeholder ? Record(*link.placeholder) : Record(nullptr)},
+                   {"suggestedName", link.suggestedName},
+                   {"icon", link.icon ? Record(json(*link.icon)) : Record(nullptr)}});
     }
-    return json{{"apps", std::move(apps)}, {"note", ReadTools::kDeepLinksNote}};
+    return Record{{"apps", std::move(apps)}, {"note", ReadTools::kDeepLinksNote}};
 }
 
-json findApps(const Arguments& arguments, const ToolContext& context)
+Record findApps(const Arguments& arguments, const ToolContext& context)
 {
     auto query = arguments.string("query");
     const int limit = clampedLimit(arguments.integer("limit"), ReadTools::kDefaultAppLimit);
     const std::string needle = folded(trimmed(query.value_or("")));
-    json apps = json::array();
+    Record apps = Record::array();
     int total = 0;
     for (const auto& app : context.apps()) {
         if (!containsFolded(app.name, needle) && !containsFolded(app.bundleID, needle)) {
@@ -353,10 +357,10 @@ json findApps(const Arguments& arguments, const ToolContext& context)
         }
         ++total;
         if (static_cast<int>(apps.size()) < limit) {
-            apps.push_back(json{{"name", app.name}, {"bundleID", app.bundleID}});
+            apps.push_back(Record{{"name", app.name}, {"bundleID", app.bundleID}});
         }
     }
-    return json{{"apps", std::move(apps)}, {"total", total}};
+    return Record{{"apps", std::move(apps)}, {"total", total}};
 }
 
 } // namespace
@@ -474,7 +478,7 @@ std::string ReadTools::call(const std::string& name,
         throw ToolError::unknownTool(name);
     }
     const Arguments args = Arguments::parse(arguments);
-    json answer;
+    Record answer;
     if (name == "list_bars") {
         answer = listBars(context);
     } else if (name == "list_shortcuts") {

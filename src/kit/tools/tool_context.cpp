@@ -23,30 +23,113 @@ const std::vector<IconEntry>& ToolContext::iconEntries() const
     return icons ? *icons : kNone;
 }
 
+namespace {
+
+// Lower case for the scripts names are mostly written in (Latin, Greek, Cyrillic); other
+// letters compare as they are.
+char32_t lowered(char32_t c)
+{
+    if (c < 0x80) {
+        return c >= 'A' && c <= 'Z' ? c + 0x20 : c;
+    }
+    if (c >= 0xC0 && c <= 0xDE && c != 0xD7) {
+        return c + 0x20;
+    }
+    if (c == 0x130) {
+        return 'i';
+    }
+    const bool even = c % 2 == 0;
+    if ((c >= 0x100 && c <= 0x137) || (c >= 0x14A && c <= 0x177)) {
+        return even ? c + 1 : c;
+    }
+    if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E)) {
+        return even ? c : c + 1;
+    }
+    if (c == 0x178) {
+        return 0xFF;
+    }
+    if (c == 0x3C2) {
+        return 0x3C3; // final sigma
+    }
+    if (c >= 0x391 && c <= 0x3AB && c != 0x3A2) {
+        return c + 0x20;
+    }
+    if (c >= 0x400 && c <= 0x40F) {
+        return c + 0x50;
+    }
+    if (c >= 0x410 && c <= 0x42F) {
+        return c + 0x20;
+    }
+    return c;
+}
+
+// The code point starting at text[at] and its length in bytes; a byte that does not start a
+// well-formed sequence stands for itself, so any text folds without failing.
+std::pair<char32_t, size_t> decode(std::string_view text, size_t at)
+{
+    const auto lead = static_cast<unsigned char>(text[at]);
+    size_t length = lead >= 0xF0 && lead <= 0xF4 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 1;
+    if (lead < 0x80 || length == 1 || lead > 0xF4 || at + length > text.size()) {
+        return {lead, 1};
+    }
+    char32_t c = lead & (0x7F >> length);
+    for (size_t i = 1; i < length; ++i) {
+        const auto next = static_cast<unsigned char>(text[at + i]);
+        if ((next & 0xC0) != 0x80) {
+            return {lead, 1};
+        }
+        c = (c << 6) | (next & 0x3F);
+    }
+    return {c, length};
+}
+
+void append(std::string& out, char32_t c)
+{
+    if (c < 0x80) {
+        out += static_cast<char>(c);
+    } else if (c < 0x800) {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        out += static_cast<char>(0xE0 | (c >> 12));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (c >> 18));
+        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
+
+} // namespace
+
 std::string folded(std::string_view text)
 {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(), [](unsigned char c) {
-        return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-    });
+    std::string out;
+    out.reserve(text.size());
+    size_t at = 0;
+    while (at < text.size()) {
+        const auto lead = static_cast<unsigned char>(text[at]);
+        if (lead < 0x80) {
+            out += static_cast<char>(lead >= 'A' && lead <= 'Z' ? lead + 0x20 : lead);
+            ++at;
+            continue;
+        }
+        auto [c, length] = decode(text, at);
+        if (length == 1) {
+            out += text[at]; // not UTF-8: kept byte for byte
+        } else {
+            append(out, lowered(c));
+        }
+        at += length;
+    }
     return out;
 }
 
 bool containsFolded(std::string_view haystack, const std::string& foldedNeedle)
 {
-    if (foldedNeedle.empty()) {
-        return true;
-    }
-    auto it =
-        std::search(haystack.begin(),
-                    haystack.end(),
-                    foldedNeedle.begin(),
-                    foldedNeedle.end(),
-                    [](char a, char b) {
-                        auto c = static_cast<unsigned char>(a);
-                        return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c) == b;
-                    });
-    return it != haystack.end();
+    return foldedNeedle.empty() || folded(haystack).find(foldedNeedle) != std::string::npos;
 }
 
 std::string trimmed(std::string_view text)

@@ -53,7 +53,8 @@ FoundShortcut findShortcut(const proposal::LibrarySnapshot& snapshot,
 // The names of the enclosing groups joined with " › "; empty at the top level.
 std::string groupPath(const library::Library& library, const library::ShortcutID& id);
 
-// Lower-case ASCII, for the tools' case-insensitive matching.
+// Lower case in Latin, Greek and Cyrillic, for the tools' case-insensitive matching; bytes that
+// are not UTF-8 are kept as they are.
 std::string folded(std::string_view text);
 bool containsFolded(std::string_view haystack, const std::string& foldedNeedle);
 std::string trimmed(std::string_view text);

@@ -6,6 +6,8 @@
 #include "kit/support/platform_words.h"
 #include "kit/tools/read_tools.h"
 
+#include <atomic>
+
 namespace kit::tools {
 
 using mcp::ToolDescription;
@@ -89,24 +91,26 @@ void ToolService::propose(WriteTools::Call call, Completion completion)
         return;
     }
     // Whichever comes first, the decision or the end of the wait, answers; the other finds the
-    // call finished. Neither holds the service, which may be gone by then.
+    // call finished. Neither holds the service, which may be gone by then. The flag is atomic so
+    // that a decision told from another thread still answers only once.
     struct Pending
     {
         WriteTools::Answer answer;
         Completion completion;
-        bool finished = false;
+        std::atomic<bool> finished{false};
 
         void finish(const WriteTools::Answer& final)
         {
-            if (finished) {
+            if (finished.exchange(true)) {
                 return;
             }
-            finished = true;
             auto done = std::move(completion);
             done(ToolResult::success(final.encoded()));
         }
     };
-    auto pending = std::make_shared<Pending>(Pending{call.answer, std::move(completion)});
+    auto pending = std::make_shared<Pending>();
+    pending->answer = std::move(call.answer);
+    pending->completion = std::move(completion);
     m_mainQueue.postAfter(m_bindings.decisionWait, [pending] { pending->finish(pending->answer); });
     m_bindings.onProposal(std::move(call.proposal),
                           [pending](const proposal::ProposalInbox::Decision& decision) {

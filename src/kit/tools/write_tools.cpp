@@ -232,7 +232,7 @@ Proposal addShortcuts(const Arguments& args, const ToolContext& context)
     Proposal proposal;
     proposal.title = args.string("title");
     if (!proposal.title || trimmed(*proposal.title).empty()) {
-        proposal.title = decoded.shortcuts.size() == 1
+        proposal.title = decoded.shortcuts.size() == 1 && !decoded.shortcuts.front().name.empty()
                              ? "Add " + curly(decoded.shortcuts.front().name)
                              : "Add " + counted(decoded.shortcuts.size(), "shortcut", "shortcuts");
     }
@@ -533,7 +533,7 @@ Proposal removeShortcuts(const Arguments& args, const ToolContext& context)
         }
     }
     Proposal proposal;
-    proposal.title = removals.size() == 1
+    proposal.title = removals.size() == 1 && !firstName.empty()
                          ? "Remove " + curly(firstName)
                          : "Remove " + counted(removals.size(), "shortcut", "shortcuts");
     proposal.bars.push_back({BarDestination::existing(bar.id), {}, std::move(removals)});
@@ -604,8 +604,7 @@ std::vector<Tool> makeTools()
     const std::string iconProperty = std::string(R"("icon":)") + kIconObject;
     const std::string nullableIcon =
         R"("icon":{"type":["object","null"],"properties":{"kind":{"type":"string","enum":["symbol","emoji","image"]},"value":{"type":"string"}},"required":["kind","value"],"description":"An SF Symbol name, up to three characters of text, or the address of a picture."})";
-    const std::string members =
-        R"("members":{"type":"array","items":{"type":"object"},"description":"Shortcuts in the document shape, as list_shortcuts answers them."})";
+    const std::string members = R"("members":{"type":"array","items":{"type":"object"}})";
     const std::string sessionsProperty =
         R"("sessions":{"type":"array","items":{"type":"object","properties":{"id":{"type":"string"},"name":{"type":"string"}},"required":["id","name"]},"description":"Browsing accounts the links name and Vantorel does not have yet."})";
     const std::string sessionArg =
@@ -991,26 +990,28 @@ WriteTools::Answer::decided(const proposal::ProposalInbox::Decision& decision) c
 
 std::string WriteTools::Answer::encoded() const
 {
-    json items = json::array();
+    // Keys in a fixed order, the status and its message first: what the assistant reads first.
+    using Record = nlohmann::ordered_json;
+    Record items = Record::array();
     for (const auto& item : this->items) {
-        json j{{"id", item.id}, {"name", item.name}, {"verdict", item.verdict}};
+        Record j{{"id", item.id}, {"name", item.name}, {"verdict", item.verdict}};
         if (item.detail) {
             j["detail"] = *item.detail;
         }
         items.push_back(std::move(j));
     }
-    return compact(json{{"status", word(status)},
-                        {"title", title},
-                        {"message", message},
-                        {"items", std::move(items)},
-                        {"newBars", newBars},
-                        {"removedBars", removedBars},
-                        {"renamedBars", renamedBars},
-                        {"moves", moves},
-                        {"newSessions", newSessions},
-                        {"removedSessions", removedSessions},
-                        {"hints", hints},
-                        {"leftOut", leftOut}});
+    return compact(Record{{"status", word(status)},
+                          {"title", title},
+                          {"message", message},
+                          {"items", std::move(items)},
+                          {"newBars", newBars},
+                          {"removedBars", removedBars},
+                          {"renamedBars", renamedBars},
+                          {"moves", moves},
+                          {"newSessions", newSessions},
+                          {"removedSessions", removedSessions},
+                          {"hints", hints},
+                          {"leftOut", leftOut}});
 }
 
 std::string_view WriteTools::word(Status status)

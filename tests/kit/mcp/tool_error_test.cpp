@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kit/mcp/tool_error.h"
+
 #include "kit/support/platform_words.h"
 
 #include <gtest/gtest.h>
@@ -9,14 +10,46 @@ namespace {
 using kit::mcp::ToolError;
 using kit::mcp::ToolResult;
 
-TEST(ToolError, MessagesUseTypographicQuotes)
+struct Worded
 {
-    EXPECT_EQ(ToolError::unknownTool("create_apple_shortcut").message(),
-              "There is no tool called \u201Ccreate_apple_shortcut\u201D.");
-    EXPECT_EQ(ToolError::unknownBar("Wrok").message(),
-              "There is no bar \u201CWrok\u201D. list_bars says which there are.");
-    EXPECT_NE(ToolError::writesOff().message().find("Settings \u203A Advanced"), std::string::npos);
+    ToolError error;
+    const char* message;
+};
+
+class ToolErrorMessageTest : public ::testing::TestWithParam<Worded>
+{};
+
+// Assistants quote these back to the person, so every byte counts: the quotes are U+201C and
+// U+201D, the arrow U+203A.
+TEST_P(ToolErrorMessageTest, ReadsExactly)
+{
+    EXPECT_EQ(GetParam().error.message(), GetParam().message);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryKind,
+    ToolErrorMessageTest,
+    ::testing::Values(
+        Worded{ToolError::unknownTool("create_apple_shortcut"),
+               "There is no tool called \u201Ccreate_apple_shortcut\u201D."},
+        Worded{ToolError::badArguments("name is required."),
+               "The arguments could not be read: name is required."},
+        Worded{ToolError::unknownBar("Wrok"),
+               "There is no bar \u201CWrok\u201D. list_bars says which there are."},
+        Worded{ToolError::unknownShortcut("abc"),
+               "There is no shortcut with the id abc on that bar."},
+        Worded{ToolError::unknownSession("Club"),
+               "There is no account \u201CClub\u201D. list_sessions says which there are."},
+        Worded{ToolError::writesOff(),
+               "The person has turned off changes from assistants in Vantorel's Settings. Reading "
+               "still works; ask them to turn it on under Settings \u203A Advanced if they want "
+               "this change."}));
+
+TEST(ToolError, EqualityTakesKindAndPayload)
+{
+    EXPECT_EQ(ToolError::unknownBar("a"), ToolError::unknownBar("a"));
     EXPECT_NE(ToolError::unknownBar("a"), ToolError::unknownSession("a"));
+    EXPECT_NE(ToolError::unknownBar("a"), ToolError::unknownBar("b"));
 }
 
 TEST(ToolResult, FailureCarriesTheErrorsSentence)

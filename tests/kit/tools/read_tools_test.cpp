@@ -80,6 +80,84 @@ TEST_F(ReadToolsTest, ListShortcutsTakesABarByNameIgnoringCaseOrById)
               "There is no bar “nope”. list_bars says which there are.");
 }
 
+// People name bars and links in their own languages; case is ignored beyond ASCII too.
+TEST_F(ReadToolsTest, BarNamesAndSearchesIgnoreCaseInOtherScripts)
+{
+    store->renameBar(home, "Été à Łódź");
+    EXPECT_EQ(answer("list_shortcuts", R"({"bar":"ÉTÉ À ŁÓDŹ"})")["bar"], "Été à Łódź");
+    store->mutate(home, [&](Library& l) {
+        Shortcut renamed = *l.shortcut(news.id);
+        renamed.name = "Новости Über";
+        l.update(renamed);
+    });
+    EXPECT_EQ(answer("search_shortcuts", R"({"query":"НОВОСТИ"})")["hits"].size(), 1u);
+    EXPECT_EQ(answer("search_shortcuts", R"({"query":"über"})")["hits"].size(), 1u);
+    EXPECT_EQ(answer("search_shortcuts", R"({"query":"ü"})")["hits"].size(), 1u);
+}
+
+struct Folding
+{
+    std::string text;
+    std::string expected;
+};
+
+class FoldedTest : public ::testing::TestWithParam<Folding>
+{};
+
+TEST_P(FoldedTest, LowersWhatItKnowsAndKeepsTheRest)
+{
+    EXPECT_EQ(kit::tools::folded(GetParam().text), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts,
+    FoldedTest,
+    ::testing::Values(Folding{"Work", "work"},
+                      Folding{"ÀÉÎÕÜ ÆØÞ", "àéîõü æøþ"},
+                      Folding{"× stays", "× stays"},
+                      Folding{"ŁÓDŹ ŽĽŤ ŐŰ Ÿ", "łódź žľť őű ÿ"},
+                      Folding{"İstanbul", "istanbul"},
+                      Folding{"ΑΘΗΝΑ ΟΔΟΣ", "αθηνα οδοσ"},
+                      Folding{"МОСКВА ЁЖ Київ", "москва ёж київ"},
+                      Folding{"日本 🙂", "日本 🙂"},
+                      // Broken UTF-8 is kept byte for byte rather than refused.
+                      Folding{"A\xC3\xFF"
+                              "B\xE2\x82",
+                              "a\xC3\xFF"
+                              "b\xE2\x82"}));
+
+TEST_F(ReadToolsTest, AnswersKeepTheirKeysInTheDescribedOrder)
+{
+    auto keys = [&](const std::string& tool, const char* pointer = "") {
+        auto text = one(tool).text();
+        auto record = nlohmann::ordered_json::parse(text).at(nlohmann::json::json_pointer(pointer));
+        std::vector<std::string> out;
+        for (const auto& [key, value] : record.items()) {
+            out.push_back(key);
+        }
+        return out;
+    };
+    EXPECT_THAT(keys("list_bars", "/bars/0"),
+                ElementsAre("id", "name", "isShowing", "shortcutCount", "isReadable"));
+    EXPECT_THAT(keys("get_settings"),
+                ElementsAre("appVersion",
+                            "barCount",
+                            "linksOpen",
+                            "browserBundleID",
+                            "blocksAds",
+                            "pageZoom",
+                            "pageAppearance",
+                            "popoverSize",
+                            "windowSize",
+                            "newWindowLinks",
+                            "asksWhereToSaveDownloads"));
+    EXPECT_THAT(keys("search_icons"),
+                ElementsAre("query", "symbols", "total", "categories", "note"));
+    EXPECT_THAT(keys("list_sessions"), ElementsAre("sessions", "note"));
+    EXPECT_THAT(keys("list_sessions", "/sessions/0"),
+                ElementsAre("id", "name", "colour", "shortcutCount"));
+}
+
 TEST_F(ReadToolsTest, AnswersLeaveSlashesUnescaped)
 {
     auto result = one("list_shortcuts");

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <unordered_set>
 
 using namespace testing_support;
 using kit::tools::IconEntry;
@@ -60,7 +61,20 @@ TEST_F(InstalledAppsTest, HiddenEntriesAreSkippedAndTheFirstFolderWins)
     entry("system", "org.example.Gone.desktop", "[Desktop Entry]\nName=Gone\n");
     entry("local", "helper.desktop", "[Desktop Entry]\nName=Helper\nNoDisplay=true\n");
     entry("local", "link.desktop", "[Desktop Entry]\nName=Web\nType=Link\n");
+    entry("local", ".cache/stale.desktop", "[Desktop Entry]\nName=Stale\n");
+    entry("local", ".secret.desktop", "[Desktop Entry]\nName=Secret\n");
     EXPECT_THAT(scan(), ElementsAre(InstalledApp{"Mine (user)", "org.example.Mine"}));
+}
+
+TEST_F(InstalledAppsTest, AnAppInTwoFoldersIsOneAppInASet)
+{
+    entry("home", "org.example.Both.desktop", "[Desktop Entry]\nName=Both\n");
+    entry("system", "org.example.Both.desktop", "[Desktop Entry]\nName=Both\n");
+    auto apps = scan();
+    std::unordered_set<InstalledApp> unique(apps.begin(), apps.end());
+    unique.insert(InstalledApp{"Both", "org.example.Both"});
+    EXPECT_EQ(apps.size(), 1u);
+    EXPECT_EQ(unique.size(), 1u);
 }
 
 TEST_F(InstalledAppsTest, CachedIsNullBeforeTheFirstScan)
@@ -76,7 +90,7 @@ TEST_F(InstalledAppsTest, CachedIsNullBeforeTheFirstScan)
     EXPECT_EQ(apps.scan().size(), 2u);
 }
 
-TEST(XdgDataFoldersTest, DataHomeComesBeforeEachDataDir)
+TEST(XdgDataFoldersTest, DataHomeComesBeforeEachDataDirAndFlatpakExportsAreThere)
 {
     const char* savedHome = std::getenv("XDG_DATA_HOME");
     const char* savedDirs = std::getenv("XDG_DATA_DIRS");
@@ -85,14 +99,29 @@ TEST(XdgDataFoldersTest, DataHomeComesBeforeEachDataDir)
     setenv("XDG_DATA_HOME", "/h", 1);
     setenv("XDG_DATA_DIRS", "/a::/b", 1);
     auto folders = kit::tools::xdgDataFolders();
+    setenv("XDG_DATA_DIRS", "/var/lib/flatpak/exports/share:/usr/share", 1);
+    auto flatpak = kit::tools::xdgDataFolders();
     unsetenv("XDG_DATA_DIRS");
     auto defaults = kit::tools::xdgDataFolders();
     savedHome ? setenv("XDG_DATA_HOME", home.c_str(), 1) : unsetenv("XDG_DATA_HOME");
     if (savedDirs) {
         setenv("XDG_DATA_DIRS", dirs.c_str(), 1);
     }
-    EXPECT_THAT(folders, ElementsAre("/h", "/a", "/b"));
-    EXPECT_THAT(defaults, ElementsAre("/h", "/usr/local/share", "/usr/share"));
+    EXPECT_THAT(
+        folders,
+        ElementsAre(
+            "/h", "/a", "/b", "/h/flatpak/exports/share", "/var/lib/flatpak/exports/share"));
+    EXPECT_THAT(defaults,
+                ElementsAre("/h",
+                            "/usr/local/share",
+                            "/usr/share",
+                            "/h/flatpak/exports/share",
+                            "/var/lib/flatpak/exports/share"));
+    // Listed once, where the session put them.
+    EXPECT_THAT(
+        flatpak,
+        ElementsAre(
+            "/h", "/var/lib/flatpak/exports/share", "/usr/share", "/h/flatpak/exports/share"));
 }
 
 class IconThemeTest : public ::testing::Test

@@ -393,30 +393,31 @@ TEST_F(WriteToolsTest, ProposeReadsAWholeDocumentUnderTheGivenSource)
     EXPECT_THAT(call.answer.renamedBars, ElementsAre("Home → House"));
 }
 
-TEST_F(WriteToolsTest, TheAnswerEncodesEveryKeySorted)
+TEST_F(WriteToolsTest, TheAnswerEncodesEveryKeyInItsOrder)
 {
     auto call = write("rename_shortcut", withId(docs, R"("name":"Documents")"));
-    auto encoded = json::parse(call.answer.encoded());
+    const std::string text = call.answer.encoded();
+    auto encoded = nlohmann::ordered_json::parse(text);
     std::vector<std::string> keys;
     for (const auto& [key, value] : encoded.items()) {
         keys.push_back(key);
     }
     EXPECT_THAT(keys,
-                ElementsAre("hints",
-                            "items",
-                            "leftOut",
+                ElementsAre("status",
+                            "title",
                             "message",
-                            "moves",
+                            "items",
                             "newBars",
-                            "newSessions",
                             "removedBars",
-                            "removedSessions",
                             "renamedBars",
-                            "status",
-                            "title"));
-    EXPECT_EQ(encoded["status"], "waiting");
-    EXPECT_EQ(encoded["items"][0],
-              (json{{"id", idOf(docs)}, {"name", "Documents"}, {"verdict", "changed"}}));
+                            "moves",
+                            "newSessions",
+                            "removedSessions",
+                            "hints",
+                            "leftOut"));
+    EXPECT_TRUE(text.starts_with(R"({"status":"waiting","title":"Rename “Docs”","message":)"));
+    EXPECT_EQ(encoded["items"][0].dump(),
+              R"({"id":")" + idOf(docs) + R"(","name":"Documents","verdict":"changed"})");
 }
 
 TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
