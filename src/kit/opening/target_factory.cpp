@@ -51,7 +51,6 @@ std::string_view lastComponent(std::string_view path)
 // ".desktop"; outside such a folder, its file name.
 std::string desktopEntryID(const fs::path& path)
 {
-    const std::string stem = path.stem().string();
     std::string id;
     for (fs::path folder = path.parent_path(); folder.has_relative_path();
          folder = folder.parent_path()) {
@@ -61,7 +60,7 @@ std::string desktopEntryID(const fs::path& path)
             return id;
         }
     }
-    return stem;
+    return path.stem().string();
 }
 
 } // namespace

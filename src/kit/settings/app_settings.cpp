@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/settings/app_settings.h"
 
+#include "kit/support/log.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -15,6 +17,8 @@ using library::enumWord;
 using library::EnumWords;
 
 namespace {
+
+constexpr support::Logger kLog("settings");
 
 constexpr std::array<std::string_view, AppSettings::kKeyCount> kKeyNames{
     "activeBarHotKey",
@@ -220,20 +224,30 @@ std::vector<std::string_view> splitPlus(std::string_view text)
     }
 }
 
-template <class E> std::string wordsSentence(std::string_view key)
+template <class E> std::string wordsList()
 {
     const auto& words = EnumWords<E>::kWords;
-    std::string sentence = curlyQuoted(key) + " takes ";
+    std::string list;
     for (size_t i = 0; i < words.size(); ++i) {
         if (i > 0) {
-            sentence += i + 1 == words.size() ? " or " : ", ";
+            list += i + 1 == words.size() ? " or " : ", ";
         }
-        sentence += words[i];
+        list += words[i];
     }
-    return sentence + ".";
+    return list;
+}
+
+std::string takesSentence(std::string_view key, const std::string& takes)
+{
+    return curlyQuoted(key) + " takes " + takes + ".";
 }
 
 } // namespace
+
+void AppSettings::reportOtherThread() const
+{
+    kLog.error("settings read off the main thread; the value may be torn or stale");
+}
 
 AppSettings::AppSettings(KeyValueStore& store)
     : m_store(store)
@@ -437,7 +451,7 @@ void AppSettings::setLoginItemOffered(bool offered)
 library::BrowsingDefaults AppSettings::browsing() const
 {
     auto defaults = library::BrowsingDefaults::standard();
-    defaults.blocksAds = m_blocksAds;
+    defaults.blocksAds = checked(m_blocksAds);
     defaults.asksWhereToSaveDownloads = m_asksWhereToSaveDownloads;
     defaults.newWindowLinks = m_newWindowLinks;
     return defaults;
@@ -534,14 +548,56 @@ std::optional<std::optional<HotKeyCombo>> AppSettings::hotKeyFromText(std::strin
     return std::optional<HotKeyCombo>(HotKeyCombo{*key, modifiers});
 }
 
+AppSettings::KeyDescription AppSettings::describe(Key key)
+{
+    const std::string_view name = keyName(key);
+    switch (key) {
+    case Key::ActiveBarHotKey:
+    case Key::MenuHotKey:
+        return {name, ValueType::HotKey, "a key with modifiers, such as control+command+G, or off"};
+    case Key::ShortcutKeys:
+        return {name, ValueType::Choice, wordsList<DigitKeys>()};
+    case Key::Appearance:
+        return {name, ValueType::Choice, wordsList<AppAppearance>()};
+    case Key::NewWindowLinks:
+        return {name, ValueType::Choice, wordsList<library::NewWindowLinks>()};
+    case Key::CustomShortcutModifiers:
+        return {name, ValueType::Modifiers, "modifiers joined by +, such as control+option"};
+    case Key::AssistantsEnabled:
+    case Key::AssistantWritesEnabled:
+    case Key::BlocksAds:
+    case Key::AsksWhereToSaveDownloads:
+    case Key::WheelSwitchesBars:
+    case Key::WelcomeShown:
+    case Key::LoginItemOffered:
+        break;
+    }
+    return {name, ValueType::Boolean, "true or false"};
+}
+
 std::vector<std::string> AppSettings::keys() const
 {
     return {kKeyNames.begin(), kKeyNames.end()};
 }
 
+std::vector<AppSettings::KeyDescription> AppSettings::keyDescriptions()
+{
+    std::vector<KeyDescription> keys;
+    keys.reserve(kKeyCount);
+    for (size_t i = 0; i < kKeyCount; ++i) {
+        keys.push_back(describe(static_cast<Key>(i)));
+    }
+    return keys;
+}
+
 std::string AppSettings::unknownKeyMessage(std::string_view key)
 {
-    return "There is no setting called " + curlyQuoted(key) + ".";
+    std::string message = curlyQuoted(key) + " is not a setting. Settings are: ";
+    for (size_t i = 0; i < kKeyNames.size(); ++i) {
+        message += i == 0 ? "" : ", ";
+        message += kKeyNames[i];
+    }
+    return message + ".";
 }
 
 std::optional<std::string> AppSettings::get(std::string_view name) const
@@ -588,70 +644,67 @@ std::optional<std::string> AppSettings::set(std::string_view name, std::string_v
     if (!key) {
         return unknownKeyMessage(name);
     }
-    const std::string word(trimmed(text));
-    const auto setFlag = [&](void (AppSettings::*setter)(bool)) -> std::optional<std::string> {
+    if (!assign(*key, trimmed(text))) {
+        return takesSentence(name, describe(*key).takes);
+    }
+    // A store that could not save the value (an unreadable file) says so in its own words.
+    return m_store.error();
+}
+
+bool AppSettings::assign(Key key, std::string_view word)
+{
+    const auto flag = [&](void (AppSettings::*setter)(bool)) {
         const std::string lower = lowered(word);
         if (lower != "true" && lower != "false") {
-            return curlyQuoted(name) + " takes true or false.";
+            return false;
         }
         (this->*setter)(lower == "true");
-        return std::nullopt;
+        return true;
     };
-    const auto setHotKey =
-        [&](void (AppSettings::*setter)(std::optional<HotKeyCombo>)) -> std::optional<std::string> {
+    const auto hotKey = [&](void (AppSettings::*setter)(std::optional<HotKeyCombo>)) {
         const auto combo = hotKeyFromText(word);
         if (!combo) {
-            return curlyQuoted(name)
-                   + " takes a key with modifiers, such as control+command+G, or off.";
+            return false;
         }
         (this->*setter)(*combo);
-        return std::nullopt;
+        return true;
     };
-    switch (*key) {
+    const auto choice = [&](auto setter, auto parsed) {
+        if (!parsed) {
+            return false;
+        }
+        (this->*setter)(*parsed);
+        return true;
+    };
+    switch (key) {
     case Key::ActiveBarHotKey:
-        return setHotKey(&AppSettings::setActiveBarHotKey);
+        return hotKey(&AppSettings::setActiveBarHotKey);
     case Key::MenuHotKey:
-        return setHotKey(&AppSettings::setMenuHotKey);
+        return hotKey(&AppSettings::setMenuHotKey);
     case Key::ShortcutKeys:
-        if (const auto keys = enumFromWord<DigitKeys>(word)) {
-            setShortcutKeys(*keys);
-            return std::nullopt;
-        }
-        return wordsSentence<DigitKeys>(name);
+        return choice(&AppSettings::setShortcutKeys, enumFromWord<DigitKeys>(word));
     case Key::Appearance:
-        if (const auto appearance = enumFromWord<AppAppearance>(word)) {
-            setAppearance(*appearance);
-            return std::nullopt;
-        }
-        return wordsSentence<AppAppearance>(name);
+        return choice(&AppSettings::setAppearance, enumFromWord<AppAppearance>(word));
     case Key::NewWindowLinks:
-        if (const auto links = enumFromWord<library::NewWindowLinks>(word)) {
-            setNewWindowLinks(*links);
-            return std::nullopt;
-        }
-        return wordsSentence<library::NewWindowLinks>(name);
+        return choice(&AppSettings::setNewWindowLinks, enumFromWord<library::NewWindowLinks>(word));
     case Key::CustomShortcutModifiers:
-        if (const auto modifiers = modifiersFromText(word)) {
-            setCustomShortcutModifiers(*modifiers);
-            return std::nullopt;
-        }
-        return curlyQuoted(name) + " takes modifiers joined by +, such as control+option.";
+        return choice(&AppSettings::setCustomShortcutModifiers, modifiersFromText(word));
     case Key::AssistantsEnabled:
-        return setFlag(&AppSettings::setAssistantsEnabled);
+        return flag(&AppSettings::setAssistantsEnabled);
     case Key::AssistantWritesEnabled:
-        return setFlag(&AppSettings::setAssistantWritesEnabled);
+        return flag(&AppSettings::setAssistantWritesEnabled);
     case Key::BlocksAds:
-        return setFlag(&AppSettings::setBlocksAds);
+        return flag(&AppSettings::setBlocksAds);
     case Key::AsksWhereToSaveDownloads:
-        return setFlag(&AppSettings::setAsksWhereToSaveDownloads);
+        return flag(&AppSettings::setAsksWhereToSaveDownloads);
     case Key::WheelSwitchesBars:
-        return setFlag(&AppSettings::setWheelSwitchesBars);
+        return flag(&AppSettings::setWheelSwitchesBars);
     case Key::WelcomeShown:
-        return setFlag(&AppSettings::setWelcomeShown);
+        return flag(&AppSettings::setWelcomeShown);
     case Key::LoginItemOffered:
-        return setFlag(&AppSettings::setLoginItemOffered);
+        return flag(&AppSettings::setLoginItemOffered);
     }
-    return unknownKeyMessage(name);
+    return false;
 }
 
 } // namespace kit::settings

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -85,31 +86,31 @@ public:
     static std::optional<Key> keyNamed(std::string_view name);
 
     // Nothing: the hot key is off.
-    const std::optional<HotKeyCombo>& activeBarHotKey() const { return m_activeBarHotKey; }
+    const std::optional<HotKeyCombo>& activeBarHotKey() const { return checked(m_activeBarHotKey); }
     void setActiveBarHotKey(std::optional<HotKeyCombo> combo);
-    DigitKeys shortcutKeys() const { return m_shortcutKeys; }
+    DigitKeys shortcutKeys() const { return checked(m_shortcutKeys); }
     void setShortcutKeys(DigitKeys keys);
-    std::uint32_t customShortcutModifiers() const { return m_customShortcutModifiers; }
+    std::uint32_t customShortcutModifiers() const { return checked(m_customShortcutModifiers); }
     void setCustomShortcutModifiers(std::uint32_t modifiers);
-    const std::optional<HotKeyCombo>& menuHotKey() const { return m_menuHotKey; }
+    const std::optional<HotKeyCombo>& menuHotKey() const { return checked(m_menuHotKey); }
     void setMenuHotKey(std::optional<HotKeyCombo> combo);
-    AppAppearance appearance() const { return m_appearance; }
+    AppAppearance appearance() const { return checked(m_appearance); }
     void setAppearance(AppAppearance appearance);
-    bool assistantsEnabled() const { return m_assistantsEnabled; }
+    bool assistantsEnabled() const { return checked(m_assistantsEnabled); }
     void setAssistantsEnabled(bool enabled);
-    bool assistantWritesEnabled() const { return m_assistantWritesEnabled; }
+    bool assistantWritesEnabled() const { return checked(m_assistantWritesEnabled); }
     void setAssistantWritesEnabled(bool enabled);
-    bool blocksAds() const { return m_blocksAds; }
+    bool blocksAds() const { return checked(m_blocksAds); }
     void setBlocksAds(bool blocks);
-    bool asksWhereToSaveDownloads() const { return m_asksWhereToSaveDownloads; }
+    bool asksWhereToSaveDownloads() const { return checked(m_asksWhereToSaveDownloads); }
     void setAsksWhereToSaveDownloads(bool asks);
-    library::NewWindowLinks newWindowLinks() const { return m_newWindowLinks; }
+    library::NewWindowLinks newWindowLinks() const { return checked(m_newWindowLinks); }
     void setNewWindowLinks(library::NewWindowLinks links);
-    bool wheelSwitchesBars() const { return m_wheelSwitchesBars; }
+    bool wheelSwitchesBars() const { return checked(m_wheelSwitchesBars); }
     void setWheelSwitchesBars(bool switches);
-    bool welcomeShown() const { return m_welcomeShown; }
+    bool welcomeShown() const { return checked(m_welcomeShown); }
     void setWelcomeShown(bool shown);
-    bool loginItemOffered() const { return m_loginItemOffered; }
+    bool loginItemOffered() const { return checked(m_loginItemOffered); }
     void setLoginItemOffered(bool offered);
 
     // The standard browsing defaults with this object's ad blocking, downloads and new-window
@@ -124,10 +125,27 @@ public:
 
     // By name, for a command line. Values are written as they are read back: true/false, the
     // enumeration's word, modifiers as "control+option", hot keys as "control+command+G" or "off".
+    enum class ValueType {
+        Boolean,
+        Choice,    // one of a few words
+        Modifiers, // modifier names joined by +
+        HotKey,    // modifiers and a key joined by +, or off
+    };
+    struct KeyDescription
+    {
+        std::string_view name;
+        ValueType type;
+        // What the key takes, as the end of "“name” takes ...": "true or false".
+        std::string takes;
+    };
+    // Every key's name, in stored order.
     std::vector<std::string> keys() const;
+    // Every key with the type of value it takes, in stored order.
+    static std::vector<KeyDescription> keyDescriptions();
     // Nothing for an unknown key.
     std::optional<std::string> get(std::string_view key) const;
-    // Nothing when set, else one sentence saying why not.
+    // Nothing when set and saved, else one sentence saying why not: an unknown key, a value of
+    // the wrong type, or the store's reason for not saving it.
     std::optional<std::string> set(std::string_view key, std::string_view text);
     static std::string unknownKeyMessage(std::string_view key);
 
@@ -146,15 +164,29 @@ public:
                                                  const std::optional<HotKeyCombo>& fallback);
 
 private:
+    // Values are read on the thread that made this object; a read elsewhere is a race with the
+    // next write, so it is reported.
+    template <class T> const T& checked(const T& value) const
+    {
+        if (std::this_thread::get_id() != m_thread) {
+            reportOtherThread();
+        }
+        return value;
+    }
+    void reportOtherThread() const;
     void readAll();
     // Re-reads one key; true when its property changed.
     bool read(Key key);
     void write(Key key, Value value);
     void storeChanged(const std::string& name);
     void notify(Key key);
+    static KeyDescription describe(Key key);
+    // Sets the key from its text form; false when the text is not a value of its type.
+    bool assign(Key key, std::string_view word);
 
     KeyValueStore& m_store;
     size_t m_storeToken = 0;
+    std::thread::id m_thread = std::this_thread::get_id();
 
     std::optional<HotKeyCombo> m_activeBarHotKey = kActiveBarHotKeyDefault;
     DigitKeys m_shortcutKeys = DigitKeys::ControlCommand;

@@ -5,6 +5,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <set>
 #include <system_error>
 
@@ -125,15 +130,55 @@ std::optional<Value> fromJson(const json& value)
     }
 }
 
+// Serialises read-modify-write cycles between processes. The lock lives in a file of its own,
+// since the settings file is replaced by every write; without one (a read-only folder) writes go
+// ahead unlocked.
+class WriteLock
+{
+public:
+    explicit WriteLock(const std::filesystem::path& file)
+        : m_fd(::open((file.string() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644))
+    {
+        if (m_fd >= 0) {
+            while (::flock(m_fd, LOCK_EX) != 0 && errno == EINTR) {
+            }
+        }
+    }
+    ~WriteLock()
+    {
+        if (m_fd >= 0) {
+            ::close(m_fd); // also releases the lock
+        }
+    }
+    WriteLock(const WriteLock&) = delete;
+    WriteLock& operator=(const WriteLock&) = delete;
+
+private:
+    int m_fd;
+};
+
+std::string notSaved(std::string_view readError)
+{
+    if (readError.ends_with('.')) {
+        readError.remove_suffix(1);
+    }
+    return std::string(readError) + "; settings changed now are not saved.";
+}
+
 } // namespace
 
 JsonFileKeyValueStore::JsonFileKeyValueStore(std::filesystem::path file)
     : m_file(std::move(file))
 {
-    reload();
+    readFile();
 }
 
 void JsonFileKeyValueStore::reload()
+{
+    readFile();
+}
+
+void JsonFileKeyValueStore::readFile()
 {
     auto read = support::readWholeFile(m_file);
     if (auto* failure = std::get_if<support::ReadError>(&read)) {
@@ -144,17 +189,18 @@ void JsonFileKeyValueStore::reload()
             replaceAll({});
         } else {
             // Perhaps passing (a permission being fixed): keep what was read before.
-            m_error = failure->message;
+            m_error = notSaved(failure->message);
+            m_unreadable = true;
         }
         return;
     }
     const json document = json::parse(std::get<std::string>(read), nullptr, false);
     if (!document.is_object()) {
-        m_error = "The settings in “" + m_file.filename().string()
-                  + "” could not be read; they start again from the defaults.";
+        // Likely a hand edit in progress: keep the values read before rather than telling every
+        // observer that each setting went back to its default.
+        m_error = notSaved("Could not read “" + m_file.filename().string()
+                           + "”: it is not a JSON object");
         m_unreadable = true;
-        m_foreign.clear();
-        replaceAll({});
         return;
     }
     m_error.reset();
@@ -171,34 +217,62 @@ void JsonFileKeyValueStore::reload()
     replaceAll(std::move(values));
 }
 
+void JsonFileKeyValueStore::update(const std::function<bool()>& change)
+{
+    const WriteLock lock(m_file);
+    readFile();
+    if (change() && !m_unreadable) {
+        write();
+    }
+}
+
 void JsonFileKeyValueStore::setValue(const std::string& key, Value value)
 {
-    reload();
-    const auto current = this->value(key);
-    if (current && *current == value) {
-        return;
-    }
-    MemoryKeyValueStore::setValue(key, std::move(value));
-    write();
+    update([&] {
+        const auto current = this->value(key);
+        if (current && *current == value) {
+            return false;
+        }
+        MemoryKeyValueStore::setValue(key, std::move(value));
+        return true;
+    });
 }
 
 void JsonFileKeyValueStore::remove(const std::string& key)
 {
-    reload();
-    if (!value(key)) {
-        return;
+    update([&] {
+        if (!value(key)) {
+            return false;
+        }
+        MemoryKeyValueStore::remove(key);
+        return true;
+    });
+}
+
+std::optional<std::string> JsonFileKeyValueStore::startFresh()
+{
+    const WriteLock lock(m_file);
+    if (m_unreadable) {
+        std::error_code error;
+        std::filesystem::path aside = m_file.string() + ".unreadable";
+        for (int n = 2; std::filesystem::symlink_status(aside, error).type()
+                        != std::filesystem::file_type::not_found;
+             ++n) {
+            aside = m_file.string() + ".unreadable-" + std::to_string(n);
+        }
+        std::filesystem::rename(m_file, aside, error);
+        if (error) {
+            return "Could not set “" + m_file.filename().string() + "” aside: " + error.message()
+                   + ".";
+        }
+        m_unreadable = false;
     }
-    MemoryKeyValueStore::remove(key);
     write();
+    return m_error;
 }
 
 void JsonFileKeyValueStore::write()
 {
-    if (m_unreadable) {
-        std::error_code ignored;
-        std::filesystem::rename(m_file, m_file.string() + ".unreadable", ignored);
-        m_unreadable = false;
-    }
     json document = json::object();
     for (const auto& [key, text] : m_foreign) {
         document[key] = json::parse(text);

@@ -33,6 +33,8 @@ public:
     virtual void remove(const std::string& key) = 0;
     // Picks up changes made elsewhere; a store that nobody else writes has none.
     virtual void reload() {}
+    // One sentence saying why the values could not be read or saved last time, if they could not.
+    virtual std::optional<std::string> error() const { return std::nullopt; }
 
     size_t observe(Observer observer);
     void removeObserver(size_t token);
@@ -63,11 +65,12 @@ private:
 };
 
 // Keeps the values in a JSON object file shared between processes (the app and a settings
-// command). Each change re-reads the file, applies itself and writes the whole file atomically
-// before returning, so a change made meanwhile by another process is not lost. Bytes are kept as
-// {"base64": "..."}; members of other shapes are not values but survive writes. A file that cannot
-// be parsed reads as empty; it is set aside beside itself
-// (".unreadable") before the first write replaces it. Main thread only; writes block on the disk.
+// command). Each change takes a lock beside the file, re-reads it, applies itself and writes the
+// whole file atomically before returning, so a change made meanwhile by another process is not
+// lost. Bytes are kept as {"base64": "..."}; members of other shapes are not values but survive
+// writes. A file that exists but cannot be read or parsed is never written over: the values read
+// before stay, changes live in memory only and error() says so, until the file is repaired (seen
+// on reload) or the person chooses startFresh(). Main thread only; writes block on the disk.
 class JsonFileKeyValueStore : public MemoryKeyValueStore
 {
 public:
@@ -76,12 +79,22 @@ public:
     void setValue(const std::string& key, Value value) override;
     void remove(const std::string& key) override;
     void reload() override;
+    std::optional<std::string> error() const override { return m_error; }
+
+    // Sets an unreadable file aside under a name no earlier copy has (".unreadable", then
+    // ".unreadable-2", ...) and writes the values in memory in its place. Nothing when written,
+    // else why not; a readable file is simply written.
+    std::optional<std::string> startFresh();
 
     const std::filesystem::path& file() const { return m_file; }
-    // Why the file could not be read or written last time, if it could not.
-    const std::optional<std::string>& error() const { return m_error; }
+    // Whether the file exists but could not be read, so it is being left alone.
+    bool isUnreadable() const { return m_unreadable; }
 
 private:
+    // Re-reads the file under the lock, lets `change` edit the values, and writes them back when
+    // it changed something and the file may be written.
+    void update(const std::function<bool()>& change);
+    void readFile();
     void write();
 
     std::filesystem::path m_file;

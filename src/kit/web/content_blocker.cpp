@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <exception>
 #include <system_error>
 #include <utility>
 #include <variant>
@@ -105,7 +106,14 @@ ContentBlocker::Outcome ContentBlocker::prepareInBackground(ContentRuleListStore
         return {nullptr, std::string(kUnreadable) + std::get<1>(bytes)};
     }
     const std::string& rules = std::get<0>(bytes);
-    const std::string identifier = ruleListIdentifier(bundle.identifier, sha256Hex(rules));
+    std::string digest;
+    try {
+        digest = sha256Hex(rules);
+    } catch (const std::exception& error) {
+        // Without a digest there is no identifier to keep a compiled list under.
+        return {nullptr, std::string(kUnreadable) + error.what()};
+    }
+    const std::string identifier = ruleListIdentifier(bundle.identifier, digest);
 
     ContentRuleListPtr list = store.lookUp(identifier);
     if (!list) {

@@ -22,7 +22,7 @@ std::string sha256Hex(std::string_view bytes)
     }
     constexpr std::string_view kHex = "0123456789abcdef";
     std::string out;
-    out.reserve(length * 2);
+    out.reserve(static_cast<size_t>(length) * 2);
     for (unsigned int i = 0; i < length; ++i) {
         out += kHex[digest[i] >> 4];
         out += kHex[digest[i] & 0x0F];

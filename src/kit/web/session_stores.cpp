@@ -43,13 +43,22 @@ DataStorePtr SessionStores::store(const std::optional<library::SessionID>& sessi
 void SessionStores::siteCount(const std::optional<library::SessionID>& session,
                               std::function<void(int)> done)
 {
-    m_engine.fetchDataRecordCount(store(session), std::move(done));
+    m_engine.fetchDataRecordCount(
+        store(session), [weak = std::weak_ptr(m_self), done = std::move(done)](int count) {
+            if (weak.lock()) {
+                done(count);
+            }
+        });
 }
 
 void SessionStores::clearData(const std::optional<library::SessionID>& session,
                               std::function<void()> done)
 {
-    m_engine.removeAllData(store(session), std::move(done));
+    m_engine.removeAllData(store(session), [weak = std::weak_ptr(m_self), done = std::move(done)] {
+        if (weak.lock()) {
+            done();
+        }
+    });
 }
 
 void SessionStores::deleteStore(const library::SessionID& session, std::function<void(bool)> done)
@@ -81,7 +90,7 @@ void SessionStores::removeOrphans(const std::unordered_set<library::SessionID>& 
 {
     std::weak_ptr<SessionStores*> weak = m_self;
     m_engine.fetchDataStoreIdentifiers(
-        [weak, inUse, done = std::move(done)](std::vector<support::Uuid> identifiers) {
+        [weak, inUse, done = std::move(done)](const std::vector<support::Uuid>& identifiers) {
             auto self = weak.lock();
             if (!self) {
                 return;

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <ostream>
 
 namespace {
 
@@ -133,6 +134,11 @@ struct FileURLCase
     const char* path;
     const char* url;
 };
+
+void PrintTo(const FileURLCase& c, std::ostream* out)
+{
+    *out << c.path;
+}
 
 class FileURLTest : public testing::TestWithParam<FileURLCase>
 {};

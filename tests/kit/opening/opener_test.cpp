@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <thread>
 
 namespace {
@@ -237,6 +238,11 @@ struct RunCase
     std::vector<std::string> systemOpened;
     std::optional<std::string> reported;
 };
+
+void PrintTo(const RunCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
 
 class OpenerAppleShortcutRun : public OpenerTest, public testing::WithParamInterface<RunCase>
 {};

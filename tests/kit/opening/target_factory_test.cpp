@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <ostream>
 
 namespace {
 
@@ -133,6 +134,12 @@ struct KindCase
     Kind kind;
 };
 
+void PrintTo(const KindCase& c, std::ostream* out)
+{
+    *out << "\"" << c.extension << "\"" << (c.isDirectory ? ", folder" : "")
+         << (c.isPackage ? ", package" : "") << (c.bundleID ? ", id " + *c.bundleID : "");
+}
+
 class InferKindTest : public testing::TestWithParam<KindCase>
 {};
 
@@ -160,6 +167,11 @@ struct NameCase
     const char* displayPath;
     const char* name;
 };
+
+void PrintTo(const NameCase& c, std::ostream* out)
+{
+    *out << kit::library::enumWord(c.kind) << " " << c.displayPath;
+}
 
 class SuggestedNameTest : public testing::TestWithParam<NameCase>
 {};
@@ -190,6 +202,11 @@ struct StatusCase
     std::string errorText;
     AppleShortcutRun run;
 };
+
+void PrintTo(const StatusCase& c, std::ostream* out)
+{
+    *out << "status " << c.status;
+}
 
 class EventStatusTest : public testing::TestWithParam<StatusCase>
 {};

@@ -5,6 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <ostream>
+#include <thread>
+
 namespace {
 
 using kit::settings::AppAppearance;
@@ -77,6 +81,23 @@ struct UnreadableCase
     Value stored;
     const char* readsAs; // through get()
 };
+
+void PrintTo(const UnreadableCase& c, std::ostream* out)
+{
+    *out << c.key << " = ";
+    std::visit(
+        [out](const auto& v) {
+            using V = std::decay_t<decltype(v)>;
+            if constexpr (std::is_same_v<V, kit::support::Bytes>) {
+                *out << "data \"" << std::string(v.begin(), v.end()) << "\"";
+            } else if constexpr (std::is_same_v<V, std::string>) {
+                *out << "\"" << v << "\"";
+            } else {
+                *out << std::boolalpha << v;
+            }
+        },
+        c.stored);
+}
 
 class AppSettingsUnreadable : public testing::TestWithParam<UnreadableCase>
 {};
@@ -182,6 +203,19 @@ TEST_F(AppSettingsObserving, removed_observer_hears_nothing)
     EXPECT_EQ(calls, 0);
 }
 
+TEST(AppSettingsThreads, a_read_off_the_main_thread_is_reported)
+{
+    MemoryKeyValueStore store;
+    AppSettings settings(store);
+    testing::internal::CaptureStderr();
+    (void)settings.blocksAds();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    testing::internal::CaptureStderr();
+    std::thread([&] { (void)settings.browsing(); }).join();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("off the main thread"),
+              std::string::npos);
+}
+
 TEST(AppSettingsProcesses, a_change_from_another_process_is_heard_on_reload)
 {
     testing_support::TempDir dir;
@@ -207,6 +241,11 @@ struct ByNameCase
     const char* typed;
     const char* readBack;
 };
+
+void PrintTo(const ByNameCase& c, std::ostream* out)
+{
+    *out << c.key << " = \"" << c.typed << "\"";
+}
 
 class AppSettingsByName : public testing::TestWithParam<ByNameCase>
 {};
@@ -245,7 +284,11 @@ TEST(AppSettingsByName, refusals_are_one_sentence)
 {
     MemoryKeyValueStore store;
     AppSettings settings(store);
-    EXPECT_EQ(settings.set("foo", "true"), "There is no setting called “foo”.");
+    EXPECT_EQ(settings.set("foo", "true"),
+              "“foo” is not a setting. Settings are: activeBarHotKey, shortcutKeys, "
+              "customShortcutModifiers, menuHotKey, appearance, assistantsEnabled, "
+              "assistantWritesEnabled, blocksAds, asksWhereToSaveDownloads, newWindowLinks, "
+              "wheelSwitchesBars, welcomeShown, loginItemOffered.");
     EXPECT_EQ(settings.get("foo"), std::nullopt);
     EXPECT_EQ(settings.set("assistantsEnabled", "yes"), "“assistantsEnabled” takes true or false.");
     EXPECT_EQ(settings.set("shortcutKeys", "alt"),
@@ -262,16 +305,40 @@ TEST(AppSettingsByName, refusals_are_one_sentence)
     EXPECT_EQ(store.value("menuHotKey"), std::nullopt);
 }
 
-TEST(AppSettingsByName, keys_are_every_stored_key)
+TEST(AppSettingsByName, every_key_is_listed_with_its_type_and_reads_as_text)
 {
     MemoryKeyValueStore store;
     AppSettings settings(store);
-    const auto keys = settings.keys();
-    EXPECT_EQ(keys.size(), AppSettings::kKeyCount);
+    const auto keys = AppSettings::keyDescriptions();
+    ASSERT_EQ(keys.size(), AppSettings::kKeyCount);
+    EXPECT_EQ(settings.keys().size(), AppSettings::kKeyCount);
+    using Type = AppSettings::ValueType;
+    std::map<Type, int> byType;
     for (const auto& key : keys) {
-        EXPECT_TRUE(settings.get(key).has_value()) << key;
-        EXPECT_EQ(AppSettings::keyName(*AppSettings::keyNamed(key)), key);
+        ++byType[key.type];
+        EXPECT_TRUE(settings.get(key.name).has_value()) << key.name;
+        EXPECT_EQ(AppSettings::keyName(*AppSettings::keyNamed(key.name)), key.name);
+        // What a key reads as is what it takes.
+        EXPECT_EQ(settings.set(key.name, *settings.get(key.name)), std::nullopt) << key.name;
     }
+    EXPECT_EQ(byType,
+              (std::map<Type, int>{
+                  {Type::Boolean, 7}, {Type::Choice, 3}, {Type::Modifiers, 1}, {Type::HotKey, 2}}));
+    EXPECT_EQ(keys[static_cast<size_t>(Key::NewWindowLinks)].takes,
+              "thisPage, newWindow or browser");
+    EXPECT_TRUE(store.value("blocksAds").has_value()); // written back as it read
+}
+
+TEST(AppSettingsByName, a_value_the_file_cannot_take_is_refused_with_the_files_reason)
+{
+    testing_support::TempDir dir;
+    testing_support::writeFile(dir.file("settings.json"), "not json");
+    JsonFileKeyValueStore store(dir.file("settings.json"));
+    AppSettings settings(store);
+    EXPECT_EQ(settings.set("assistantsEnabled", "true"),
+              "Could not read “settings.json”: it is not a JSON object; settings changed now are "
+              "not saved.");
+    EXPECT_EQ(testing_support::readFile(dir.file("settings.json")), "not json");
 }
 
 } // namespace

@@ -6,6 +6,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
 namespace {
 
 using kit::settings::JsonFileKeyValueStore;
@@ -58,6 +64,32 @@ TEST_F(JsonFileStoreTest, two_processes_do_not_lose_each_others_changes)
     EXPECT_EQ(fresh.value("fromApp"), Value(int64_t{1}));
 }
 
+TEST_F(JsonFileStoreTest, processes_writing_at_once_lose_nothing)
+{
+    constexpr int kProcesses = 4;
+    constexpr int kKeysEach = 15;
+    std::vector<pid_t> children;
+    for (int p = 0; p < kProcesses; ++p) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            JsonFileKeyValueStore store(m_file);
+            for (int k = 0; k < kKeysEach; ++k) {
+                store.setValue("p" + std::to_string(p) + "k" + std::to_string(k), Value(true));
+            }
+            ::_exit(store.error() ? 1 : 0);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    const auto written = nlohmann::json::parse(readFile(m_file));
+    EXPECT_EQ(written.size(), static_cast<size_t>(kProcesses) * kKeysEach);
+}
+
 TEST_F(JsonFileStoreTest, reload_tells_observers_exactly_what_changed)
 {
     JsonFileKeyValueStore app(m_file);
@@ -96,20 +128,79 @@ TEST_F(JsonFileStoreTest, writing_the_same_value_again_does_not_touch_the_file)
     EXPECT_EQ(std::filesystem::last_write_time(m_file), before);
 }
 
-TEST_F(JsonFileStoreTest, an_unreadable_file_is_set_aside_before_it_is_replaced)
+TEST_F(JsonFileStoreTest, an_unreadable_file_is_never_written_over)
 {
-    writeFile(m_file, "{\"assistantsEnabled\": tru");
+    const std::string broken = "{\"assistantsEnabled\": tru";
+    writeFile(m_file, broken);
     JsonFileKeyValueStore store(m_file);
+    EXPECT_TRUE(store.isUnreadable());
     EXPECT_EQ(store.value("assistantsEnabled"), std::nullopt);
-    ASSERT_TRUE(store.error().has_value());
-    EXPECT_EQ(*store.error(),
-              "The settings in “settings.json” could not be read; they start again from the "
-              "defaults.");
-    EXPECT_EQ(readFile(m_file), "{\"assistantsEnabled\": tru"); // untouched until a write
+    EXPECT_EQ(store.error(),
+              "Could not read “settings.json”: it is not a JSON object; settings changed now are "
+              "not saved.");
 
+    // The change holds for this run only.
+    int heard = 0;
+    store.observe([&](const std::string&) { ++heard; });
     store.setValue("blocksAds", Value(false));
+    store.remove("blocksAds");
+    store.setValue("blocksAds", Value(false));
+    EXPECT_EQ(heard, 3);
+    EXPECT_EQ(store.value("blocksAds"), Value(false));
+    EXPECT_EQ(readFile(m_file), broken);
+    EXPECT_TRUE(store.error().has_value());
+    EXPECT_FALSE(std::filesystem::exists(m_dir.file("settings.json.unreadable")));
+}
+
+TEST_F(JsonFileStoreTest, breaking_the_file_meanwhile_keeps_the_values_read_before)
+{
+    JsonFileKeyValueStore store(m_file);
+    store.setValue("assistantsEnabled", Value(true));
+    int heard = 0;
+    store.observe([&](const std::string&) { ++heard; });
+
+    writeFile(m_file, "{\"assistantsEnabled\": true,"); // a hand edit half done
+    store.reload();
+    EXPECT_EQ(store.value("assistantsEnabled"), Value(true));
+    EXPECT_EQ(heard, 0);
+    EXPECT_TRUE(store.error().has_value());
+
+    writeFile(m_file, R"({"assistantsEnabled": false})");
+    store.reload();
+    EXPECT_EQ(store.value("assistantsEnabled"), Value(false));
+    EXPECT_EQ(heard, 1);
     EXPECT_EQ(store.error(), std::nullopt);
-    EXPECT_EQ(readFile(m_dir.file("settings.json.unreadable")), "{\"assistantsEnabled\": tru");
+    store.setValue("wheelSwitchesBars", Value(true)); // writable again
+    EXPECT_NE(readFile(m_file).find("wheelSwitchesBars"), std::string::npos);
+}
+
+TEST_F(JsonFileStoreTest, a_folder_in_the_files_place_is_left_alone)
+{
+    std::filesystem::create_directory(m_file);
+    JsonFileKeyValueStore store(m_file);
+    store.setValue("flag", Value(true));
+    EXPECT_TRUE(std::filesystem::is_directory(m_file));
+    EXPECT_EQ(store.value("flag"), Value(true));
+    EXPECT_EQ(store.error(),
+              "Could not read “settings.json”: it is a folder; settings changed now are not "
+              "saved.");
+}
+
+TEST_F(JsonFileStoreTest, starting_fresh_sets_each_unreadable_copy_aside)
+{
+    writeFile(m_file, "first broken");
+    JsonFileKeyValueStore store(m_file);
+    store.setValue("blocksAds", Value(false));
+    EXPECT_EQ(store.startFresh(), std::nullopt);
+    EXPECT_FALSE(store.isUnreadable());
+    EXPECT_EQ(readFile(m_dir.file("settings.json.unreadable")), "first broken");
+    EXPECT_EQ(nlohmann::json::parse(readFile(m_file)), nlohmann::json({{"blocksAds", false}}));
+
+    writeFile(m_file, "second broken");
+    store.reload();
+    EXPECT_EQ(store.startFresh(), std::nullopt);
+    EXPECT_EQ(readFile(m_dir.file("settings.json.unreadable")), "first broken");
+    EXPECT_EQ(readFile(m_dir.file("settings.json.unreadable-2")), "second broken");
     EXPECT_EQ(nlohmann::json::parse(readFile(m_file)), nlohmann::json({{"blocksAds", false}}));
 }
 

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 
 using namespace kit::web;
@@ -28,7 +29,7 @@ namespace {
 constexpr const char* kBundleID = "app.vantorel.Vantorel";
 constexpr const char* kRules = R"([{"trigger":{"url-filter":"ads\\."},"action":{"type":"block"}}])";
 
-TEST(RulesDigest, IsLowerCaseHexSha256)
+TEST(RulesDigest, is_lower_case_hex_sha256)
 {
     EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
@@ -36,14 +37,14 @@ TEST(RulesDigest, IsLowerCaseHexSha256)
     EXPECT_NE(sha256Hex(withNul), sha256Hex("a"));
 }
 
-TEST(RuleListIdentifier, IsTheBundlePrefixAndSixteenDigits)
+TEST(RuleListIdentifier, is_the_bundle_prefix_and_sixteen_digits)
 {
     EXPECT_EQ(ruleListIdentifier(kBundleID, sha256Hex("abc")),
               "app.vantorel.Vantorel.adblock.ba7816bf8f01cfea");
     EXPECT_EQ(ruleListIdentifier("", sha256Hex("abc")), "Vantorel.adblock.ba7816bf8f01cfea");
 }
 
-TEST(RulesFile, IsLookedForInTheSubfolderFirst)
+TEST(RulesFile, is_looked_for_in_the_subfolder_first)
 {
     TempDir bundle;
     EXPECT_EQ(findRulesFile(bundle.path()), std::nullopt);
@@ -98,7 +99,7 @@ protected:
     int changes = 0;
 };
 
-TEST_F(ContentBlockerTest, CompilesTheRulesUnderTheirDigest)
+TEST_F(ContentBlockerTest, compiles_the_rules_under_their_digest)
 {
     writeRules(kRules);
     auto blocker = makeBlocker();
@@ -113,14 +114,14 @@ TEST_F(ContentBlockerTest, CompilesTheRulesUnderTheirDigest)
     EXPECT_EQ(store.compiledText[identifierFor(kRules)], kRules);
 }
 
-TEST_F(ContentBlockerTest, TheRulesAtTheTopLevelServeWhenTheSubfolderHasNone)
+TEST_F(ContentBlockerTest, the_rules_at_the_top_level_serve_when_the_subfolder_has_none)
 {
     writeFile(bundle.file("adblock-rules.json"), kRules);
     EXPECT_TRUE(prepared()->isReady());
     EXPECT_TRUE(store.lists.contains(identifierFor(kRules)));
 }
 
-TEST_F(ContentBlockerTest, ASecondLaunchOfTheSameBuildReusesTheList)
+TEST_F(ContentBlockerTest, a_second_launch_of_the_same_build_reuses_the_list)
 {
     writeRules(kRules);
     prepared();
@@ -129,7 +130,7 @@ TEST_F(ContentBlockerTest, ASecondLaunchOfTheSameBuildReusesTheList)
     EXPECT_EQ(store.compiles, 1);
 }
 
-TEST_F(ContentBlockerTest, ChangedRulesReplaceOnlyThisApplicationsOldList)
+TEST_F(ContentBlockerTest, changed_rules_replace_only_this_applications_old_list)
 {
     writeRules(kRules);
     prepared();
@@ -157,11 +158,16 @@ struct FailureCase
     std::string message;
 };
 
+void PrintTo(const FailureCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
+
 class ContentBlockerFailure : public ContentBlockerTest,
                               public testing::WithParamInterface<FailureCase>
 {};
 
-TEST_P(ContentBlockerFailure, LeavesPagesUnblockedAndSaysWhy)
+TEST_P(ContentBlockerFailure, leaves_pages_unblocked_and_says_why)
 {
     GetParam().arrange(bundle);
     testing::internal::CaptureStderr();
@@ -198,7 +204,7 @@ INSTANTIATE_TEST_SUITE_P(
             "unexpected token."}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(ContentBlockerTest, PagesThatAskedEarlyGetTheListOnceItIsReady)
+TEST_F(ContentBlockerTest, pages_that_asked_early_get_the_list_once_it_is_ready)
 {
     writeRules(kRules);
     auto blocker = makeBlocker();
@@ -228,7 +234,7 @@ TEST_F(ContentBlockerTest, PagesThatAskedEarlyGetTheListOnceItIsReady)
     EXPECT_EQ(early->adds, 1);
 }
 
-TEST_F(ContentBlockerTest, ApplyingTouchesAPageOnlyWhenItsStateChanges)
+TEST_F(ContentBlockerTest, applying_touches_a_page_only_when_its_state_changes)
 {
     writeRules(kRules);
     auto blocker = prepared();
@@ -246,7 +252,7 @@ TEST_F(ContentBlockerTest, ApplyingTouchesAPageOnlyWhenItsStateChanges)
     EXPECT_EQ(page->adds, 2);
 }
 
-TEST_F(ContentBlockerTest, PreparesOnceAndNotAfterDestruction)
+TEST_F(ContentBlockerTest, prepares_once_and_not_after_destruction)
 {
     writeRules(kRules);
     auto blocker = makeBlocker();

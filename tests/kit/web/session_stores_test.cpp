@@ -29,13 +29,13 @@ protected:
     SessionID home = SessionID::make();
 };
 
-TEST_F(SessionStoresTest, NoSessionUsesTheDefaultStore)
+TEST_F(SessionStoresTest, no_session_uses_the_default_store)
 {
     EXPECT_EQ(stores.store(std::nullopt), engine.defaultStore);
     EXPECT_EQ(engine.storesMade, 0);
 }
 
-TEST_F(SessionStoresTest, ASessionGetsTheStoreNamedByItsIdOnce)
+TEST_F(SessionStoresTest, a_session_gets_the_store_named_by_its_id_once)
 {
     auto first = stores.store(work);
     EXPECT_EQ(fake(first).identifier, work.uuid);
@@ -44,7 +44,7 @@ TEST_F(SessionStoresTest, ASessionGetsTheStoreNamedByItsIdOnce)
     EXPECT_EQ(engine.storesMade, 2);
 }
 
-TEST_F(SessionStoresTest, TheAllZeroIdUsesTheDefaultStoreAndSaysSo)
+TEST_F(SessionStoresTest, the_all_zero_id_uses_the_default_store_and_says_so)
 {
     SessionID zero{};
     testing::internal::CaptureStderr();
@@ -66,7 +66,7 @@ TEST_F(SessionStoresTest, TheAllZeroIdUsesTheDefaultStoreAndSaysSo)
     EXPECT_TRUE(engine.defaultStore != nullptr);
 }
 
-TEST_F(SessionStoresTest, ClearingDataKeepsTheStoreAndLeavesOthersAlone)
+TEST_F(SessionStoresTest, clearing_data_keeps_the_store_and_leaves_others_alone)
 {
     engine.records[work.uuid] = 4;
     engine.records[home.uuid] = 2;
@@ -94,7 +94,7 @@ TEST_F(SessionStoresTest, ClearingDataKeepsTheStoreAndLeavesOthersAlone)
     EXPECT_EQ(count, 2);
 }
 
-TEST_F(SessionStoresTest, DeletingRemovesTheStoreFromTheEngineAndTheCache)
+TEST_F(SessionStoresTest, deleting_removes_the_store_from_the_engine_and_the_cache)
 {
     stores.store(work);
     std::optional<bool> answer;
@@ -105,7 +105,7 @@ TEST_F(SessionStoresTest, DeletingRemovesTheStoreFromTheEngineAndTheCache)
     EXPECT_EQ(stores.cachedCount(), 0U);
 }
 
-TEST_F(SessionStoresTest, AFailedDeleteIsLoggedAndChangesNothing)
+TEST_F(SessionStoresTest, a_failed_delete_is_logged_and_changes_nothing)
 {
     auto kept = stores.store(work);
     engine.refusesRemoval.insert(work.uuid);
@@ -124,7 +124,7 @@ TEST_F(SessionStoresTest, AFailedDeleteIsLoggedAndChangesNothing)
     EXPECT_TRUE(engine.held.contains(work.uuid));
 }
 
-TEST_F(SessionStoresTest, OrphansAreRemovedAndSessionsInUseKept)
+TEST_F(SessionStoresTest, orphans_are_removed_and_sessions_in_use_kept)
 {
     SessionID gone = SessionID::make();
     SessionID stuck = SessionID::make();
@@ -145,13 +145,16 @@ TEST_F(SessionStoresTest, OrphansAreRemovedAndSessionsInUseKept)
     EXPECT_EQ(removed, 0);
 }
 
-TEST(SessionStoresLifetime, AnswersArrivingAfterDestructionAreDropped)
+TEST(SessionStoresLifetime, answers_arriving_after_destruction_are_dropped)
 {
     FakeWebEngine engine;
     bool answered = false;
     {
         SessionStores stores{engine};
-        stores.deleteStore(SessionID::make(), [&answered](bool) { answered = true; });
+        const SessionID work = SessionID::make();
+        stores.deleteStore(work, [&answered](bool) { answered = true; });
+        stores.siteCount(work, [&answered](int) { answered = true; });
+        stores.clearData(work, [&answered] { answered = true; });
     }
     engine.finish();
     EXPECT_FALSE(answered);
