@@ -44,6 +44,7 @@ void BarHotKeys::registerKeys(int itemCount,
     // The old set goes before the new one is registered: a key in both would otherwise be
     // refused as held by another application.
     m_refs.clear();
+    m_combos.clear();
     m_refused.clear();
 
     registerDigits(itemCount, keys, hot_key_id::kDigitBase);
@@ -96,6 +97,14 @@ bool BarHotKeys::registerKey(uint16_t keyCode,
                              uint32_t id,
                              const std::string& name)
 {
+    // The menu keys are free to choose and may repeat one of our own keys; the first one
+    // registered keeps it rather than the second being blamed on another app.
+    auto combo = std::make_pair(keyCode, modifiers.raw());
+    if (std::find(m_combos.begin(), m_combos.end(), combo) != m_combos.end()) {
+        kLog.error(name + " already does something else here");
+        m_refused.push_back(name);
+        return false;
+    }
     auto ref = m_service.registerHotKey(keyCode, modifiers, kHotKeySignature, id);
     if (!ref) {
         kLog.error(name + " is taken by another app");
@@ -103,6 +112,7 @@ bool BarHotKeys::registerKey(uint16_t keyCode,
         return false;
     }
     m_refs.push_back(std::move(ref));
+    m_combos.push_back(combo);
     return true;
 }
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kit::keys {
@@ -81,6 +82,8 @@ private:
     support::MainQueue& m_mainQueue;
     bool m_handlerInstalled = false;
     std::vector<std::unique_ptr<Subscription>> m_refs;
+    // The key code and modifiers of each key in m_refs.
+    std::vector<std::pair<uint16_t, uint32_t>> m_combos;
     std::vector<std::string> m_refused;
     // Presses queued for the main thread hold this weakly, so none runs after destruction.
     std::shared_ptr<BarHotKeys*> m_self;

@@ -2,7 +2,6 @@
 #include "kit/keys/hot_key_combo.h"
 
 #include <array>
-#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -135,58 +134,6 @@ std::optional<int> HotKeyCombo::functionNumber(uint16_t keyCode)
         }
     }
     return std::nullopt;
-}
-
-void to_json(nlohmann::json& j, const HotKeyCombo& combo)
-{
-    j = nlohmann::json{{"keyCode", combo.keyCode}, {"modifiers", combo.modifiers}};
-}
-
-void from_json(const nlohmann::json& j, HotKeyCombo& combo)
-{
-    auto unsignedIn = [&j](const char* key, uint64_t limit) {
-        const auto& value = j.at(key);
-        // The parser types every non-negative integer as unsigned.
-        if (!value.is_number_unsigned()) {
-            throw nlohmann::json::type_error::create(
-                302, std::string(key) + " is not an unsigned integer", &j);
-        }
-        auto number = value.get<uint64_t>();
-        if (number > limit) {
-            throw nlohmann::json::out_of_range::create(
-                406, std::string(key) + " is out of range", &j);
-        }
-        return number;
-    };
-    combo.keyCode =
-        static_cast<uint16_t>(unsignedIn("keyCode", std::numeric_limits<uint16_t>::max()));
-    combo.modifiers =
-        static_cast<uint32_t>(unsignedIn("modifiers", std::numeric_limits<uint32_t>::max()));
-}
-
-std::optional<HotKeyCombo> readStoredHotKey(const std::optional<std::string>& data,
-                                            std::optional<HotKeyCombo> fallback)
-{
-    if (!data) {
-        return fallback;
-    }
-    if (data->empty()) {
-        return std::nullopt;
-    }
-    auto json = nlohmann::json::parse(*data, nullptr, false);
-    if (json.is_discarded() || !json.is_object()) {
-        return std::nullopt;
-    }
-    try {
-        return json.get<HotKeyCombo>();
-    } catch (const nlohmann::json::exception&) {
-        return std::nullopt;
-    }
-}
-
-std::string storedHotKeyData(const std::optional<HotKeyCombo>& combo)
-{
-    return combo ? nlohmann::json(*combo).dump() : std::string();
 }
 
 } // namespace kit::keys

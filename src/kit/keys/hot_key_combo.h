@@ -2,8 +2,7 @@
 #pragma once
 
 #include "kit/keys/modifiers.h"
-
-#include <nlohmann/json.hpp>
+#include "kit/settings/app_settings.h"
 
 #include <cstdint>
 #include <optional>
@@ -25,12 +24,23 @@ inline constexpr uint16_t kUpArrow = 126;
 // The key code of digit 0 to 9 on the main keyboard row; the codes are not in digit order.
 uint16_t digitKeyCode(int digit);
 
-// A global key combination as kept in the settings (JSON keys "keyCode" and "modifiers").
-// `modifiers` holds raw flag bits as stored; only the four modifiers are ever acted on.
+// A global key combination as the settings keep it. `modifiers` holds raw flag bits as stored;
+// only the four modifiers are ever acted on.
 struct HotKeyCombo
 {
     uint16_t keyCode = 0;
     uint32_t modifiers = 0;
+
+    constexpr HotKeyCombo() = default;
+    constexpr HotKeyCombo(uint16_t keyCode, uint32_t modifiers)
+        : keyCode(keyCode)
+        , modifiers(modifiers)
+    {}
+    // Implicit, so the settings' hot keys pass straight to registration.
+    constexpr HotKeyCombo(const settings::HotKeyCombo& stored)
+        : keyCode(stored.keyCode)
+        , modifiers(stored.modifiers)
+    {}
 
     ModifierSet modifierSet() const { return ModifierSet::fromRaw(modifiers); }
     // The modifiers in the hot-key service's encoding: Command 256, Shift 512, Option 2048,
@@ -50,20 +60,5 @@ struct HotKeyCombo
 
     bool operator==(const HotKeyCombo&) const = default;
 };
-
-// Control + Command + G opens the menu of the icons; Control + Command + A the showing bar.
-inline constexpr HotKeyCombo kDefaultMenuHotKey{key_code::kG, 0x140000};
-inline constexpr HotKeyCombo kDefaultActiveBarHotKey{key_code::kA, 0x140000};
-
-void to_json(nlohmann::json& j, const HotKeyCombo& combo);
-// Throws nlohmann::json::exception when a key is missing, not an integer, or out of range.
-void from_json(const nlohmann::json& j, HotKeyCombo& combo);
-
-// Reads a stored hot key: no data gives the fallback, empty data means off (so "off" survives a
-// restart), and data that is not a combo is off too.
-std::optional<HotKeyCombo> readStoredHotKey(const std::optional<std::string>& data,
-                                            std::optional<HotKeyCombo> fallback);
-// The data to store: a combo's JSON, or empty for off.
-std::string storedHotKeyData(const std::optional<HotKeyCombo>& combo);
 
 } // namespace kit::keys

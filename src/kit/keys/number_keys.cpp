@@ -3,52 +3,7 @@
 
 #include "kit/support/platform_words.h"
 
-#include <array>
-#include <utility>
-
 namespace kit::keys {
-
-namespace {
-
-constexpr std::array<std::pair<DigitKeys, std::string_view>, 5> kStoredNames{{
-    {DigitKeys::OptionCommand, "optionCommand"},
-    {DigitKeys::ControlCommand, "controlCommand"},
-    {DigitKeys::ShiftControl, "shiftControl"},
-    {DigitKeys::Custom, "custom"},
-    {DigitKeys::Off, "off"},
-}};
-
-} // namespace
-
-std::string_view storedName(DigitKeys keys)
-{
-    for (const auto& [value, name] : kStoredNames) {
-        if (value == keys) {
-            return name;
-        }
-    }
-    return "controlCommand";
-}
-
-DigitKeys digitKeysFromStored(std::optional<std::string_view> stored)
-{
-    if (stored) {
-        for (const auto& [value, name] : kStoredNames) {
-            if (name == *stored) {
-                return value;
-            }
-        }
-    }
-    return DigitKeys::ControlCommand;
-}
-
-ModifierSet customPairFromStored(std::optional<int64_t> raw)
-{
-    if (!raw || *raw < 0) {
-        return kDefaultCustomPair;
-    }
-    return ModifierSet::fromRaw(static_cast<uint64_t>(*raw));
-}
 
 bool isAllowedPair(ModifierSet pair)
 {
@@ -76,6 +31,12 @@ std::optional<NumberKeys> NumberKeys::resolve(DigitKeys keys, ModifierSet custom
         return std::nullopt;
     }
     return std::nullopt;
+}
+
+std::optional<NumberKeys> NumberKeys::fromSettings(const settings::AppSettings& settings)
+{
+    return resolve(settings.shortcutKeys(),
+                   ModifierSet::fromRaw(settings.customShortcutModifiers()));
 }
 
 std::optional<Modifier> NumberKeys::extra() const

@@ -2,33 +2,20 @@
 #pragma once
 
 #include "kit/keys/modifiers.h"
+#include "kit/settings/app_settings.h"
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace kit::keys {
 
-// Which modifiers, held with a digit, press the n-th numbered icon. Stored by its case name.
-enum class DigitKeys {
-    OptionCommand,
-    ControlCommand,
-    ShiftControl,
-    Custom,
-    Off,
-};
+// Which modifiers, held with a digit, press the n-th numbered icon: the setting's own choice.
+using DigitKeys = settings::DigitKeys;
 
-std::string_view storedName(DigitKeys keys);
-// A missing or unknown word reads as ControlCommand.
-DigitKeys digitKeysFromStored(std::optional<std::string_view> stored);
-
-// The pair a custom choice uses when nothing usable is stored.
+// The pair a custom choice uses when the stored one is unusable.
 inline constexpr ModifierSet kDefaultCustomPair{Modifier::Control, Modifier::Option};
-
-// Reads the stored custom-modifier integer: missing or negative gives kDefaultCustomPair; bits
-// other than the four modifiers are dropped.
-ModifierSet customPairFromStored(std::optional<int64_t> raw);
+static_assert(kDefaultCustomPair.raw() == settings::AppSettings::kCustomModifiersDefault);
 
 // A pair must hold two modifiers at least, one of them ⌘ or ⌃, and must not be exactly ⇧⌘ (the
 // screenshot keys).
@@ -46,6 +33,8 @@ struct NumberKeys
     // The pair for a setting; none for Off. A stored custom set that breaks the pair rules falls
     // back to kDefaultCustomPair, as an unreadable one does.
     static std::optional<NumberKeys> resolve(DigitKeys keys, ModifierSet custom);
+    // The pair the settings choose now.
+    static std::optional<NumberKeys> fromSettings(const settings::AppSettings& settings);
 
     static std::string symbols(ModifierSet modifiers) { return modifiers.symbols(); }
 

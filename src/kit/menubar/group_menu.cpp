@@ -5,26 +5,49 @@ namespace kit::menubar {
 
 using library::Shortcut;
 
-std::vector<MenuItem> GroupMenuBuilder::rows(const std::vector<Shortcut>& members, const Open& open)
+namespace {
+
+bool endsWithLine(const std::vector<MenuItem>& rows)
+{
+    return !rows.empty() && rows.back().kind == MenuItem::Kind::Separator;
+}
+
+} // namespace
+
+std::vector<MenuItem> GroupMenuBuilder::rows(const std::vector<Shortcut>& members,
+                                             const Open& open,
+                                             const IconRenderer* icons)
 {
     std::vector<MenuItem> result;
     for (const auto& member : members) {
         if (member.target.isDivider()) {
             // A line at either end or beside another line separates nothing.
-            if (!result.empty() && result.back().kind != MenuItem::Kind::Separator) {
+            if (!result.empty() && !endsWithLine(result)) {
                 result.push_back(MenuItem::separator());
             }
-        } else if (member.target.isGroup()) {
-            result.push_back(MenuItem::submenu(member.name, rows(member.target.members(), open)));
+            if (!member.name.empty()) {
+                result.push_back(MenuItem::heading(member.name));
+            }
+            continue;
+        }
+        MenuItem row;
+        if (member.target.isGroup()) {
+            row = MenuItem::submenu(member.name, rows(member.target.members(), open, icons));
         } else {
             std::function<void()> action;
             if (open) {
                 action = [open, member] { open(member); };
             }
-            result.push_back(MenuItem::command(member.name, std::move(action)));
+            row = MenuItem::command(member.name, std::move(action));
         }
+        if (icons) {
+            row.icon = icons->glyph(member, kIconPointSize);
+        }
+        result.push_back(std::move(row));
     }
-    if (!result.empty() && result.back().kind == MenuItem::Kind::Separator) {
+    // A trailing line, or a heading with nothing under it, leads nowhere.
+    while (endsWithLine(result)
+           || (!result.empty() && result.back().kind == MenuItem::Kind::Heading)) {
         result.pop_back();
     }
     if (result.empty()) {
@@ -33,9 +56,12 @@ std::vector<MenuItem> GroupMenuBuilder::rows(const std::vector<Shortcut>& member
     return result;
 }
 
-Menu GroupMenuBuilder::menu(const Shortcut& group, const Open& open, const Edit& edit)
+Menu GroupMenuBuilder::menu(const Shortcut& group,
+                            const Open& open,
+                            const Edit& edit,
+                            const IconRenderer* icons)
 {
-    Menu menu{rows(group.target.members(), open)};
+    Menu menu{rows(group.target.members(), open, icons)};
     if (edit) {
         menu.items.push_back(MenuItem::separator());
         menu.items.push_back(MenuItem::command(editTitle(group), [edit, group] { edit(group); }));

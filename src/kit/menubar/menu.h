@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "kit/menubar/icon_renderer.h"
+
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,7 +24,9 @@ struct MenuItem
     Kind kind = Kind::Action;
     std::string title;
     bool enabled = true;
+    bool checked = false;      // a check mark: the option in force, or a setting that is on
     std::string keyEquivalent; // a single character, or empty
+    std::optional<Glyph> icon;
     std::function<void()> action;
     std::vector<MenuItem> items; // a submenu's rows
 
@@ -33,6 +38,13 @@ struct MenuItem
         item.enabled = static_cast<bool>(action);
         item.action = std::move(action);
         item.keyEquivalent = std::move(keyEquivalent);
+        return item;
+    }
+    // A row that shows with a check mark whether it is in force.
+    static MenuItem option(std::string title, bool checked, std::function<void()> action)
+    {
+        MenuItem item = command(std::move(title), std::move(action));
+        item.checked = checked;
         return item;
     }
     static MenuItem separator()

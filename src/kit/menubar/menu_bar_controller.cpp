@@ -191,7 +191,7 @@ std::optional<Menu> MenuBarController::groupMenu(const ShortcutID& groupID) cons
             }
         };
     }
-    return GroupMenuBuilder::menu(*group, open, edit);
+    return GroupMenuBuilder::menu(*group, open, edit, &m_icons);
 }
 
 std::optional<StatusItemHandle> MenuBarController::button(const ShortcutID& id) const
@@ -238,6 +238,19 @@ void MenuBarController::openFromKeyboard(const ShortcutID& id)
     if (auto found = m_items.find(id); found != m_items.end()) {
         found->second->openPrimary();
     }
+}
+
+void MenuBarController::openNumbered(int n)
+{
+    auto ids = numbered(m_store.library());
+    if (n >= 1 && static_cast<size_t>(n) <= ids.size()) {
+        openFromKeyboard(ids[static_cast<size_t>(n) - 1]);
+    }
+}
+
+size_t MenuBarController::numberedCount() const
+{
+    return numbered(m_store.library()).size();
 }
 
 void MenuBarController::reveal(std::optional<int> tier)

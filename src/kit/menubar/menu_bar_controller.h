@@ -63,6 +63,11 @@ public:
     std::vector<Rect> iconFrames() const;
     // Does what a plain click on the shortcut's icon does; nothing when it has no icon.
     void openFromKeyboard(const library::ShortcutID& id);
+    // Does the same for the icon that number key n presses (from 1, counted as the badges are,
+    // in the bar showing at the moment of the press); nothing when there is no such icon.
+    void openNumbered(int n);
+    // How many icons number keys can reach; hot keys are registered for as many.
+    size_t numberedCount() const;
     // Number badges for tier 1 (icons 1 to 9) or tier 2 (icons 10 to 18); none without a tier.
     void reveal(std::optional<int> tier);
 

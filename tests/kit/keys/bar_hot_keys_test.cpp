@@ -18,6 +18,8 @@ namespace {
 
 constexpr ModifierSet kOptionCommand{Modifier::Option, Modifier::Command};
 constexpr ModifierSet kControlOptionCommand{Modifier::Control, Modifier::Option, Modifier::Command};
+constexpr HotKeyCombo kDefaultMenuHotKey = kit::settings::AppSettings::kMenuHotKeyDefault;
+constexpr HotKeyCombo kDefaultActiveBarHotKey = kit::settings::AppSettings::kActiveBarHotKeyDefault;
 
 class BarHotKeysTest : public testing::Test
 {
@@ -127,6 +129,25 @@ TEST_F(BarHotKeysTest, AKeyHeldElsewhereIsSkippedAndTheRestWork)
     EXPECT_NE(service.withID(204), nullptr);
     EXPECT_NE(service.withID(101), nullptr);
     EXPECT_EQ(press(204), (std::vector<std::string>{"item 4"}));
+}
+
+TEST_F(BarHotKeysTest, AMenuKeyRepeatingOneOfOurOwnKeysLeavesItToTheFirst)
+{
+    HotKeyCombo digitOne{digitKeyCode(1), kOptionCommand.raw()};
+    testing::internal::CaptureStderr();
+    registerWith(3, NumberKeys{kOptionCommand}, digitOne, digitOne);
+    std::string log = testing::internal::GetCapturedStderr();
+
+    EXPECT_EQ(hotKeys.refused(), (std::vector<std::string>{"⌥⌘1", "⌥⌘1"}));
+    EXPECT_NE(log.find("⌥⌘1 already does something else here"), std::string::npos) << log;
+    EXPECT_EQ(service.withID(100), nullptr);
+    EXPECT_EQ(service.withID(101), nullptr);
+    EXPECT_EQ(press(201), (std::vector<std::string>{"item 1"}));
+
+    // Once number keys are off the same combo is free for the menu.
+    registerWith(3, std::nullopt, digitOne, std::nullopt);
+    EXPECT_TRUE(hotKeys.refused().empty());
+    EXPECT_NE(service.withID(100), nullptr);
 }
 
 TEST_F(BarHotKeysTest, AStoredComboWithoutModifiersIsNotGrabbed)

@@ -16,6 +16,8 @@ constexpr Modifier kShift = Modifier::Shift;
 constexpr Modifier kControl = Modifier::Control;
 constexpr Modifier kOption = Modifier::Option;
 constexpr Modifier kCommand = Modifier::Command;
+constexpr HotKeyCombo kMenu = kit::settings::AppSettings::kMenuHotKeyDefault;
+constexpr HotKeyCombo kActiveBar = kit::settings::AppSettings::kActiveBarHotKeyDefault;
 
 TEST(ModifierSet, ShowsSymbolsAndNamesInFixedOrderWhateverTheBuildOrder)
 {
@@ -109,25 +111,50 @@ TEST(NumberKeys, ResolvesEachChoiceAndGuardsTheCustomPair)
     EXPECT_EQ(NumberKeys::resolve(DigitKeys::Custom, {})->pair, kDefaultCustomPair);
 }
 
-TEST(StoredSettings, ReadGarbageAsTheDefaults)
+// What the keys make of the settings, read through the settings from a store holding anything.
+class KeysFromSettings : public testing::Test
 {
-    EXPECT_EQ(digitKeysFromStored("optionCommand"), DigitKeys::OptionCommand);
-    EXPECT_EQ(digitKeysFromStored("off"), DigitKeys::Off);
-    EXPECT_EQ(digitKeysFromStored("OptionCommand"), DigitKeys::ControlCommand);
-    EXPECT_EQ(digitKeysFromStored("hyper"), DigitKeys::ControlCommand);
-    EXPECT_EQ(digitKeysFromStored(std::nullopt), DigitKeys::ControlCommand);
-    for (auto keys : {DigitKeys::OptionCommand,
-                      DigitKeys::ControlCommand,
-                      DigitKeys::ShiftControl,
-                      DigitKeys::Custom,
-                      DigitKeys::Off}) {
-        EXPECT_EQ(digitKeysFromStored(storedName(keys)), keys);
+protected:
+    kit::settings::AppSettings& settings()
+    {
+        m_settings.emplace(m_store);
+        return *m_settings;
     }
 
-    EXPECT_EQ(customPairFromStored(std::nullopt), kDefaultCustomPair);
-    EXPECT_EQ(customPairFromStored(-1), kDefaultCustomPair);
-    EXPECT_EQ(customPairFromStored(0x120000 | 0x1), (ModifierSet{kShift, kCommand}));
-    EXPECT_EQ(kDefaultCustomPair.raw(), 0xC0000U);
+    kit::settings::MemoryKeyValueStore m_store;
+    std::optional<kit::settings::AppSettings> m_settings;
+};
+
+TEST_F(KeysFromSettings, AFreshInstallUsesControlCommandAndBothHotKeys)
+{
+    auto& s = settings();
+    EXPECT_EQ(NumberKeys::fromSettings(s)->pair, (ModifierSet{kControl, kCommand}));
+    EXPECT_EQ(HotKeyCombo(*s.menuHotKey()).display(), "⌃⌘G");
+    EXPECT_EQ(HotKeyCombo(*s.activeBarHotKey()).display(), "⌃⌘A");
+}
+
+TEST_F(KeysFromSettings, GarbageReadsAsTheDefaultsOrOff)
+{
+    m_store.setValue("shortcutKeys", std::string("hyper"));
+    m_store.setValue("menuHotKey", std::string(R"({"keyCode": "G"})"));
+    m_store.setValue("activeBarHotKey", std::string("{"));
+    auto& s = settings();
+    EXPECT_EQ(NumberKeys::fromSettings(s)->pair, (ModifierSet{kControl, kCommand}));
+    EXPECT_EQ(s.menuHotKey(), std::nullopt);
+    EXPECT_EQ(s.activeBarHotKey(), std::nullopt);
+}
+
+TEST_F(KeysFromSettings, ACustomSetThatBreaksThePairRulesFallsBackToControlOption)
+{
+    m_store.setValue("shortcutKeys", std::string("custom"));
+    m_store.setValue("customShortcutModifiers", std::int64_t{0x120000}); // ⇧⌘
+    EXPECT_EQ(NumberKeys::fromSettings(settings())->pair, kDefaultCustomPair);
+
+    m_store.setValue("customShortcutModifiers", std::int64_t{0x1A0000 | 0x10000}); // ⇧⌥⌘, Caps
+    EXPECT_EQ(NumberKeys::fromSettings(settings())->pair, (ModifierSet{kShift, kOption, kCommand}));
+
+    m_store.setValue("shortcutKeys", std::string("off"));
+    EXPECT_EQ(NumberKeys::fromSettings(settings()), std::nullopt);
 }
 
 TEST(DigitKeysText, NamesEachChoice)
@@ -141,7 +168,7 @@ TEST(DigitKeysText, NamesEachChoice)
 
 TEST(HotKeyCombo, EncodesModifiersForTheHotKeyService)
 {
-    EXPECT_EQ(kDefaultMenuHotKey.carbonModifiers(), 256U + 4096U);
+    EXPECT_EQ(kMenu.carbonModifiers(), 256U + 4096U);
     EXPECT_EQ((HotKeyCombo{0, 0x20000 | 0x80000}.carbonModifiers()), 512U + 2048U);
     EXPECT_EQ((HotKeyCombo{0, 0x1E0000 | 0x10000}.carbonModifiers()), 256U + 512U + 2048U + 4096U);
     EXPECT_EQ((HotKeyCombo{0, 0}.carbonModifiers()), 0U);
@@ -149,8 +176,8 @@ TEST(HotKeyCombo, EncodesModifiersForTheHotKeyService)
 
 TEST(HotKeyCombo, DisplaysSymbolsThenTheKeyName)
 {
-    EXPECT_EQ(kDefaultMenuHotKey.display(), "⌃⌘G");
-    EXPECT_EQ(kDefaultActiveBarHotKey.display(), "⌃⌘A");
+    EXPECT_EQ(kMenu.display(), "⌃⌘G");
+    EXPECT_EQ(kActiveBar.display(), "⌃⌘A");
     EXPECT_EQ((HotKeyCombo{96, 0x80000 | 0x20000}.display()), "⌥⇧F5");
     EXPECT_EQ((HotKeyCombo{key_code::kLeftArrow, 0x180000}.display()), "⌥⌘←");
     EXPECT_EQ((HotKeyCombo{49, 0x100000}.display()), "⌘Space");
@@ -162,7 +189,7 @@ TEST(HotKeyCombo, DisplaysSymbolsThenTheKeyName)
 
 TEST(HotKeyCombo, WithoutModifiersOnlyAFunctionKeyIsUsable)
 {
-    EXPECT_TRUE(kDefaultMenuHotKey.isUsable());
+    EXPECT_TRUE(kMenu.isUsable());
     EXPECT_TRUE((HotKeyCombo{105, 0}.isUsable())); // F13
     EXPECT_FALSE((HotKeyCombo{key_code::kG, 0}.isUsable()));
     EXPECT_FALSE((HotKeyCombo{key_code::kG, 0x10000}.isUsable())); // Caps Lock is no modifier
@@ -173,31 +200,6 @@ TEST(HotKeyCombo, DigitKeyCodesNameTheirDigits)
     for (int digit = 0; digit <= 9; ++digit) {
         EXPECT_EQ(HotKeyCombo::name(digitKeyCode(digit)), std::to_string(digit));
     }
-}
-
-TEST(StoredHotKey, ReadsOffFallbackAndGarbage)
-{
-    const std::optional<HotKeyCombo> fallback = kDefaultMenuHotKey;
-    EXPECT_EQ(readStoredHotKey(std::nullopt, fallback), fallback);
-    EXPECT_EQ(readStoredHotKey(std::string(), fallback), std::nullopt);
-
-    for (const char* garbage : {"not json",
-                                "[]",
-                                "{}",
-                                R"({"keyCode": 5})",
-                                R"({"keyCode": -1, "modifiers": 0})",
-                                R"({"keyCode": 65536, "modifiers": 0})",
-                                R"({"keyCode": 5, "modifiers": "control"})",
-                                R"({"keyCode": 5.5, "modifiers": 0})",
-                                R"({"keyCode": 5, "modifiers": 4294967296})"}) {
-        EXPECT_EQ(readStoredHotKey(std::string(garbage), fallback), std::nullopt) << garbage;
-    }
-
-    HotKeyCombo combo{122, 0x1E0000};
-    auto data = storedHotKeyData(combo);
-    EXPECT_EQ(data, R"({"keyCode":122,"modifiers":1966080})");
-    EXPECT_EQ(readStoredHotKey(data, fallback), combo);
-    EXPECT_EQ(storedHotKeyData(std::nullopt), "");
 }
 
 } // namespace

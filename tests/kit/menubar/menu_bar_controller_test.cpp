@@ -365,6 +365,30 @@ TEST_P(MenuBarTest, OpeningFromTheKeyboardDoesWhatAPlainClickDoes)
     EXPECT_TRUE(icon(line).popped.empty());
 }
 
+TEST_P(MenuBarTest, ANumberKeyStepsOverDividersAndOpensWhatIsShowingWhenPressed)
+{
+    std::vector<Shortcut> list{webLink("1"), webLink("2"), divider(), webLink("3"), webLink("4")};
+    list.push_back(webLink("5"));
+    start(list);
+    EXPECT_EQ(controller->numberedCount(), 5u);
+
+    controller->openNumbered(3);
+    ASSERT_EQ(opened.size(), 1u);
+    EXPECT_EQ(opened[0].name, "3");
+    EXPECT_EQ(opened[0].anchor, controller->button(list[3].id));
+
+    for (int n : {0, 6, -1}) {
+        controller->openNumbered(n);
+    }
+    EXPECT_EQ(opened.size(), 1u);
+
+    // Presses count in the bar as it is now, not as it was when the keys were registered.
+    change([&](Library& l) { l.apply(change::ShowInMenuBar{false}, list[0].id); });
+    controller->openNumbered(3);
+    ASSERT_EQ(opened.size(), 2u);
+    EXPECT_EQ(opened[1].name, "4");
+}
+
 TEST_P(MenuBarTest, AGroupMenuShowsTheGroupAsItIsNowAndOpensUnderTheGroupsIcon)
 {
     auto g = group("G", {webLink("First")});

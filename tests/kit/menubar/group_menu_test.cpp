@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#include "kit/menubar/group_menu.h"
+
+#include "kit/library/fixtures.h"
+#include "kit/menubar/fakes.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace kit::library;
+using namespace kit::menubar;
+using namespace testing_support;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+namespace {
+
+Shortcut line(const std::string& name = {})
+{
+    return Shortcut::make(name, Target::divider());
+}
+
+struct LinesCase
+{
+    std::string label;
+    std::vector<Shortcut> members;
+    std::vector<std::string> titles;
+};
+
+class GroupMenuLines : public ::testing::TestWithParam<LinesCase>
+{};
+
+TEST_P(GroupMenuLines, KeepOnlyLinesThatSeparateSomething)
+{
+    auto rows = GroupMenuBuilder::rows(GetParam().members, {});
+    EXPECT_THAT(titles(Menu{rows}), ElementsAreArray(GetParam().titles));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Members,
+    GroupMenuLines,
+    ::testing::Values(
+        LinesCase{"Between", {webLink("A"), line(), webLink("B")}, {"A", "---", "B"}},
+        LinesCase{"AtTheEnds", {line(), webLink("A"), line()}, {"A"}},
+        LinesCase{"Doubled", {webLink("A"), line(), line(), webLink("B")}, {"A", "---", "B"}},
+        LinesCase{"Heading", {webLink("A"), line("Work"), webLink("B")}, {"A", "---", "Work", "B"}},
+        LinesCase{"HeadingFirst", {line("Work"), webLink("A")}, {"Work", "A"}},
+        LinesCase{"HeadingOverNothing", {webLink("A"), line("Later")}, {"A"}},
+        LinesCase{"Empty", {}, {GroupMenuBuilder::kEmptyTitle}},
+        LinesCase{"OnlyLines", {line(), line("Work")}, {GroupMenuBuilder::kEmptyTitle}}),
+    [](const auto& info) { return info.param.label; });
+
+TEST(GroupMenu, NestsGroupsAndOpensTheMemberChosen)
+{
+    auto deep = webLink("Deep");
+    auto g = group("Outer", {webLink("Top"), group("Inner", {deep})});
+    std::vector<std::string> opened;
+    std::vector<std::string> edited;
+    Menu menu = GroupMenuBuilder::menu(
+        g,
+        [&](const Shortcut& s) { opened.push_back(s.name); },
+        [&](const Shortcut& s) { edited.push_back(s.name); });
+
+    ASSERT_THAT(titles(menu), ElementsAre("Top", "Inner", "---", "Edit \u201cOuter\u201d\u2026"));
+    const MenuItem& inner = menu.items[1];
+    EXPECT_EQ(inner.kind, MenuItem::Kind::Submenu);
+    ASSERT_EQ(inner.items.size(), 1u);
+    inner.items[0].action();
+    menu.items[3].action();
+    EXPECT_THAT(opened, ElementsAre("Deep"));
+    EXPECT_THAT(edited, ElementsAre("Outer"));
+}
+
+TEST(GroupMenu, WithoutOpenTheRowsAreGreyedAndWithoutEditThereIsNoEditRow)
+{
+    Menu menu = GroupMenuBuilder::menu(group("G", {webLink("A")}), {});
+    ASSERT_THAT(titles(menu), ElementsAre("A"));
+    EXPECT_FALSE(menu.items[0].enabled);
+}
+
+TEST(GroupMenu, RowsCarryTheMembersGlyphsWhenGivenARenderer)
+{
+    StandardIconRenderer icons;
+    auto member = webLink("A");
+    member.icon = IconOverride::symbol("mail-unread");
+    Menu menu =
+        GroupMenuBuilder::menu(group("G", {member, line(), group("Inner", {})}), {}, {}, &icons);
+    ASSERT_EQ(menu.items.size(), 3u);
+    ASSERT_TRUE(menu.items[0].icon);
+    EXPECT_EQ(menu.items[0].icon->name, "mail-unread");
+    EXPECT_EQ(menu.items[0].icon->pointSize, GroupMenuBuilder::kIconPointSize);
+    EXPECT_FALSE(menu.items[1].icon);
+    EXPECT_EQ(menu.items[2].icon->name, StandardIconRenderer::kGroupSymbol);
+
+    EXPECT_FALSE(GroupMenuBuilder::menu(group("G", {member}), {}).items[0].icon);
+}
+
+} // namespace

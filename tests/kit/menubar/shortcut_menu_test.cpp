@@ -1,0 +1,414 @@
+// SPDX-License-Identifier: MIT
+#include "kit/menubar/shortcut_menu.h"
+
+#include "kit/library/fixtures.h"
+#include "kit/menubar/fakes.h"
+#include "kit/menubar/menu_bar_controller.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+using namespace kit::library;
+using namespace kit::menubar;
+using namespace kit::storage;
+using namespace testing_support;
+using ::testing::ElementsAre;
+
+namespace {
+
+// The row reached by following titles through submenus.
+const MenuItem& rowAt(const std::vector<MenuItem>& rows, const std::vector<std::string>& path)
+{
+    const std::vector<MenuItem>* level = &rows;
+    const MenuItem* found = nullptr;
+    for (const auto& title : path) {
+        found = nullptr;
+        for (const auto& item : *level) {
+            if (item.title == title && item.kind != MenuItem::Kind::Separator) {
+                found = &item;
+            }
+        }
+        if (!found) {
+            throw std::out_of_range("no row " + title);
+        }
+        level = &found->items;
+    }
+    return *found;
+}
+
+std::vector<std::string> titlesOf(const std::vector<MenuItem>& rows)
+{
+    return titles(Menu{rows});
+}
+
+// The titles of the rows that carry a check mark, at one level.
+std::vector<std::string> checked(const std::vector<MenuItem>& rows)
+{
+    std::vector<std::string> result;
+    for (const auto& item : rows) {
+        if (item.checked) {
+            result.push_back(item.title);
+        }
+    }
+    return result;
+}
+
+class ShortcutMenuTest : public ::testing::Test
+{
+protected:
+    ShortcutMenuTest()
+    {
+        LibraryStore::Options options;
+        options.interval = std::chrono::milliseconds(60'000);
+        store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+        provider = ShortcutMenu::provider(
+            *store,
+            [this] { return defaults; },
+            [this](const Shortcut& s) { opened.push_back(s.name); },
+            [this](const ShortcutID& id) { edited.push_back(id); });
+    }
+
+    const Shortcut& add(Shortcut shortcut)
+    {
+        store->mutate([&](Library& l) { l.add(shortcut); });
+        return *store->library().shortcut(shortcut.id);
+    }
+
+    // The rows as the menu would show them now.
+    std::vector<MenuItem> rows(const ShortcutID& id)
+    {
+        return provider(*store->library().shortcut(id));
+    }
+
+    void choose(const ShortcutID& id, const std::vector<std::string>& path)
+    {
+        auto built = rows(id);
+        const MenuItem& row = rowAt(built, path);
+        ASSERT_TRUE(row.enabled && row.action) << path.back();
+        row.action();
+    }
+
+    const URLTarget& url(const ShortcutID& id)
+    {
+        return *store->library().shortcut(id)->target.urlTarget();
+    }
+
+    TempDir dir;
+    std::unique_ptr<LibraryStore> store;
+    BrowsingDefaults defaults;
+    std::vector<std::string> opened;
+    std::vector<ShortcutID> edited;
+    std::function<std::vector<MenuItem>(const Shortcut&)> provider;
+};
+
+struct KindCase
+{
+    std::string label;
+    std::function<Shortcut()> make;
+    std::vector<std::string> titles;
+};
+
+class ShortcutMenuKinds : public ShortcutMenuTest, public ::testing::WithParamInterface<KindCase>
+{};
+
+TEST_P(ShortcutMenuKinds, OffersTheRowsThatApplyToTheKind)
+{
+    const Shortcut& shortcut = add(GetParam().make());
+    EXPECT_EQ(titlesOf(rows(shortcut.id)), GetParam().titles);
+}
+
+const std::vector<std::string> kPlainRows{
+    "Open", "---", "In the menu bar", "---", "Edit\u2026", "Remove"};
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds,
+    ShortcutMenuKinds,
+    ::testing::Values(
+        KindCase{"WebPage",
+                 [] { return webLink("Mail"); },
+                 {"Open",
+                  "---",
+                  "Opens",
+                  "Browser",
+                  "Account",
+                  "Browser agent",
+                  "Appearance",
+                  "Zoom",
+                  "---",
+                  "Blocks ads",
+                  "Stays on top",
+                  "Reloads on open",
+                  "Keeps playing",
+                  "In the menu bar",
+                  "---",
+                  "Edit\u2026",
+                  "Remove"}},
+        // A link into another app only ever opens in that app.
+        KindCase{"LinkIntoAnApp", [] { return webLink("Chat", "chat://open?team=1"); }, kPlainRows},
+        KindCase{"File",
+                 [] { return fileShortcut("Notes", "/home/a/notes.txt"); },
+                 {"Open", "---", "Opens in", "In the menu bar", "---", "Edit\u2026", "Remove"}},
+        KindCase{"App",
+                 [] {
+                     return Shortcut::make("Terminal", Target::app(AppTarget{"terminal", {}}));
+                 },
+                 kPlainRows},
+        KindCase{"Group", [] { return group("Work", {webLink("Mail")}); }, kPlainRows},
+        KindCase{"Divider",
+                 [] { return Shortcut::make("", Target::divider()); },
+                 {"In the menu bar", "---", "Edit\u2026", "Remove"}}),
+    [](const auto& info) { return info.param.label; });
+
+TEST_F(ShortcutMenuTest, OpenModeChecksTheOneInForceAndWritesThroughTheStore)
+{
+    const ShortcutID id = add(webLink("Mail")).id;
+    auto modes = rowAt(rows(id), {"Opens"}).items;
+    EXPECT_THAT(titlesOf(modes),
+                ElementsAre("Follows the default (In a panel)",
+                            "---",
+                            "In a panel",
+                            "In a window",
+                            "In a browser"));
+    EXPECT_THAT(checked(modes), ElementsAre("Follows the default (In a panel)"));
+
+    choose(id, {"Opens", "In a window"});
+    EXPECT_EQ(url(id).openMode, OpenMode::Window);
+    EXPECT_THAT(checked(rowAt(rows(id), {"Opens"}).items), ElementsAre("In a window"));
+
+    choose(id, {"Opens", "Follows the default (In a panel)"});
+    EXPECT_EQ(url(id).openMode, std::nullopt);
+}
+
+TEST_F(ShortcutMenuTest, PageRowsAreGreyedWhileTheLinkOpensInABrowser)
+{
+    defaults.openMode = OpenMode::System;
+    const ShortcutID id = add(webLink("Mail")).id;
+    auto built = rows(id);
+    for (const char* title : {"Account",
+                              "Browser agent",
+                              "Appearance",
+                              "Zoom",
+                              "Blocks ads",
+                              "Stays on top",
+                              "Reloads on open",
+                              "Keeps playing"}) {
+        EXPECT_FALSE(rowAt(built, {title}).enabled) << title;
+    }
+    EXPECT_TRUE(rowAt(built, {"Browser"}).enabled);
+
+    // Its own mode overrides the default.
+    choose(id, {"Opens", "In a panel"});
+    built = rows(id);
+    EXPECT_TRUE(rowAt(built, {"Zoom"}).enabled);
+    EXPECT_FALSE(rowAt(built, {"Browser"}).enabled);
+}
+
+TEST_F(ShortcutMenuTest, AccountsListTheSessionsAndKeepAGoneOneVisible)
+{
+    store->addSession("Work");
+    auto home = *store->addSession("Home");
+    const ShortcutID id = add(webLink("Mail")).id;
+
+    auto accounts = rowAt(rows(id), {"Account"}).items;
+    EXPECT_THAT(titlesOf(accounts), ElementsAre("Default", "Work", "Home"));
+    EXPECT_THAT(checked(accounts), ElementsAre("Default"));
+
+    choose(id, {"Account", "Home"});
+    EXPECT_EQ(url(id).sessionID, home);
+
+    store->mutate([&](Library& l) { l.apply(change::Account{SessionID::make()}, id); });
+    accounts = rowAt(rows(id), {"Account"}).items;
+    EXPECT_THAT(titlesOf(accounts), ElementsAre("Default", "Unknown account", "Work", "Home"));
+    EXPECT_THAT(checked(accounts), ElementsAre("Unknown account"));
+    EXPECT_FALSE(rowAt(accounts, {"Unknown account"}).enabled);
+}
+
+TEST_F(ShortcutMenuTest, APrivatePageHasNoAccountToChoose)
+{
+    store->addSession("Work");
+    Shortcut link = webLink("Bank");
+    link.target.urlTarget()->isPrivate = true;
+    const ShortcutID id = add(link).id;
+    EXPECT_FALSE(rowAt(rows(id), {"Account"}).enabled);
+}
+
+TEST_F(ShortcutMenuTest, BlockingAdsGoesBackToTheDefaultWhenItMatchesIt)
+{
+    const ShortcutID id = add(webLink("News")).id;
+    EXPECT_TRUE(rowAt(rows(id), {"Blocks ads"}).checked);
+
+    choose(id, {"Blocks ads"});
+    EXPECT_EQ(url(id).blocksAds, false);
+    EXPECT_FALSE(rowAt(rows(id), {"Blocks ads"}).checked);
+
+    choose(id, {"Blocks ads"});
+    EXPECT_EQ(url(id).blocksAds, std::nullopt);
+
+    // Following a default that blocks nothing, turning it on is the link's own choice.
+    defaults.blocksAds = false;
+    EXPECT_FALSE(rowAt(rows(id), {"Blocks ads"}).checked);
+    choose(id, {"Blocks ads"});
+    EXPECT_EQ(url(id).blocksAds, true);
+}
+
+TEST_F(ShortcutMenuTest, TogglesFlipTheirOwnField)
+{
+    const ShortcutID id = add(webLink("Radio")).id;
+    choose(id, {"Keeps playing"});
+    choose(id, {"Stays on top"});
+    choose(id, {"Reloads on open"});
+    EXPECT_TRUE(url(id).keepsPlaying);
+    EXPECT_TRUE(url(id).staysOnTop);
+    EXPECT_TRUE(url(id).reloadsOnOpen);
+
+    auto built = rows(id);
+    EXPECT_TRUE(rowAt(built, {"Keeps playing"}).checked);
+    choose(id, {"Keeps playing"});
+    EXPECT_FALSE(url(id).keepsPlaying);
+    EXPECT_TRUE(url(id).staysOnTop);
+}
+
+TEST_F(ShortcutMenuTest, AZoomBetweenTheStepsShowsWhereItFalls)
+{
+    defaults.pageZoom = 1.25;
+    Shortcut link = webLink("Docs");
+    link.target.urlTarget()->pageZoom = 1.33;
+    const ShortcutID id = add(link).id;
+
+    auto zoom = rowAt(rows(id), {"Zoom"}).items;
+    EXPECT_EQ(zoom.front().title, "Follows the default (125%)");
+    auto all = titlesOf(zoom);
+    auto at = std::find(all.begin(), all.end(), "133%");
+    ASSERT_NE(at, all.end());
+    EXPECT_EQ(*(at - 1), "125%");
+    EXPECT_EQ(*(at + 1), "150%");
+    EXPECT_THAT(checked(zoom), ElementsAre("133%"));
+
+    choose(id, {"Zoom", "150%"});
+    EXPECT_EQ(url(id).pageZoom, 1.5);
+    EXPECT_THAT(checked(rowAt(rows(id), {"Zoom"}).items), ElementsAre("150%"));
+}
+
+TEST_F(ShortcutMenuTest, BrowserAgentsKeepACustomTextToGoBackTo)
+{
+    Shortcut link = webLink("Site");
+    link.target.urlTarget()->userAgent = BrowserAgent::Custom;
+    link.target.urlTarget()->customUserAgent = "Agent/1.0";
+    const ShortcutID id = add(link).id;
+
+    EXPECT_THAT(checked(rowAt(rows(id), {"Browser agent"}).items), ElementsAre("Custom"));
+    choose(id, {"Browser agent", "Firefox"});
+    EXPECT_EQ(url(id).userAgent, BrowserAgent::Firefox);
+    EXPECT_EQ(url(id).customUserAgent, "Agent/1.0");
+    choose(id, {"Browser agent", "Custom"});
+    EXPECT_EQ(url(id).userAgent, BrowserAgent::Custom);
+}
+
+TEST_F(ShortcutMenuTest, FilesChooseTheAppTheyOpenIn)
+{
+    const Shortcut file = add(fileShortcut("Notes", "/home/a/notes.txt"));
+    ShortcutMenuContext context;
+    context.apps = {{"org.gnome.TextEditor", "Text Editor"}, {"vim", "Vim"}};
+    ShortcutMenuActions actions;
+    actions.mutate = [&](const std::function<void(Library&)>& change) { store->mutate(change); };
+
+    auto opensIn = rowAt(ShortcutMenu::rows(file, context, actions), {"Opens in"}).items;
+    EXPECT_THAT(titlesOf(opensIn), ElementsAre("The default app", "---", "Text Editor", "Vim"));
+    rowAt(opensIn, {"Vim"}).action();
+    const Shortcut& now = *store->library().shortcut(file.id);
+    EXPECT_EQ(now.target.fileTarget()->openWith, "vim");
+
+    // An app no longer offered still shows as the choice in force.
+    context.apps.pop_back();
+    opensIn = rowAt(ShortcutMenu::rows(now, context, actions), {"Opens in"}).items;
+    EXPECT_THAT(checked(opensIn), ElementsAre("vim"));
+}
+
+TEST_F(ShortcutMenuTest, OpenEditAndRemoveActOnTheShortcut)
+{
+    const ShortcutID id = add(webLink("Mail")).id;
+    choose(id, {"Open"});
+    choose(id, {"Edit\u2026"});
+    EXPECT_THAT(opened, ElementsAre("Mail"));
+    EXPECT_THAT(edited, ElementsAre(id));
+
+    auto built = rows(id);
+    rowAt(built, {"Remove"}).action();
+    EXPECT_EQ(store->library().shortcut(id), nullptr);
+    // A row of a menu still open does nothing once its shortcut is gone.
+    rowAt(built, {"Stays on top"}).action();
+    EXPECT_TRUE(store->library().shortcuts.empty());
+}
+
+TEST_F(ShortcutMenuTest, RemovingAGroupWithShortcutsInItAsksFirst)
+{
+    std::vector<std::string> questions;
+    bool answer = false;
+    provider = ShortcutMenu::provider(*store, {}, {}, {}, [&](const std::string& question) {
+        questions.push_back(question);
+        return answer;
+    });
+    const ShortcutID full = add(group("Work",
+                                      {webLink("Mail"),
+                                       Shortcut::make("", Target::divider()),
+                                       group("Inner", {webLink("Docs")})}))
+                                .id;
+    const ShortcutID one = add(group("One", {webLink("Mail")})).id;
+    const ShortcutID empty = add(group("Empty", {})).id;
+
+    choose(full, {"Remove"});
+    EXPECT_NE(store->library().shortcut(full), nullptr);
+    answer = true;
+    choose(full, {"Remove"});
+    EXPECT_EQ(store->library().shortcut(full), nullptr);
+    choose(one, {"Remove"});
+    choose(empty, {"Remove"});
+    EXPECT_TRUE(store->library().shortcuts.empty());
+    EXPECT_THAT(questions,
+                ElementsAre("Remove \u201cWork\u201d and the 3 shortcuts in it?",
+                            "Remove \u201cWork\u201d and the 3 shortcuts in it?",
+                            "Remove \u201cOne\u201d and the shortcut in it?"));
+}
+
+TEST_F(ShortcutMenuTest, OnlyATopLevelShortcutCanLeaveTheMenuBar)
+{
+    Shortcut member = webLink("Inside");
+    const ShortcutID groupID = add(group("Work", {member})).id;
+    EXPECT_THROW(rowAt(rows(member.id), {"In the menu bar"}), std::out_of_range);
+
+    EXPECT_TRUE(rowAt(rows(groupID), {"In the menu bar"}).checked);
+    choose(groupID, {"In the menu bar"});
+    EXPECT_FALSE(store->library().shortcut(groupID)->isInMenuBar);
+}
+
+TEST_F(ShortcutMenuTest, WithoutActionsEveryRowIsGreyed)
+{
+    const Shortcut link = add(webLink("Mail"));
+    ShortcutMenuContext context;
+    for (const auto& row : ShortcutMenu::rows(link, context, {})) {
+        EXPECT_FALSE(row.enabled && row.kind == MenuItem::Kind::Action) << row.title;
+    }
+}
+
+TEST_F(ShortcutMenuTest, ARightClickOnAnIconShowsTheseRowsAndTheyReachTheIcons)
+{
+    FakeStatusBar bar;
+    FakeQueue queue;
+    StandardIconRenderer icons;
+    const ShortcutID id = add(webLink("Mail")).id;
+    MenuBarController controller(*store, bar, icons, queue, {});
+    controller.setMenuRows(provider);
+    controller.observe();
+
+    auto& icon = bar.item(id.string());
+    icon.events.clicked(Click{Click::Kind::Secondary, false});
+    ASSERT_EQ(icon.popped.size(), 1U);
+    rowAt(icon.popped.back().items, {"In the menu bar"}).action();
+    queue.runAll();
+    EXPECT_TRUE(bar.row().empty());
+}
+
+} // namespace
