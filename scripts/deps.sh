@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh build|test|run
 set -euo pipefail
 
-build=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libssl-dev)
+build=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libssl-dev qt6-base-dev libglib2.0-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev)
 run=()
 

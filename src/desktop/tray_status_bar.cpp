@@ -1,0 +1,365 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/tray_status_bar.h"
+
+#include "desktop/menu_builder.h"
+#include "kit/support/log.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QEvent>
+#include <QMenu>
+#include <QPainter>
+#include <QPalette>
+#include <QSystemTrayIcon>
+
+#include <array>
+#include <variant>
+
+namespace desktop {
+
+using kit::menubar::Appearance;
+using kit::menubar::AppIconImage;
+using kit::menubar::Click;
+using kit::menubar::Glyph;
+using kit::menubar::Rect;
+using kit::menubar::StatusItemEvents;
+using kit::menubar::StatusItemHandle;
+
+namespace {
+
+constexpr kit::support::Logger kLog("menubar");
+
+// Sizes tray hosts ask for: XEmbed hosts draw at their panel height, StatusNotifierItem hosts
+// pick from what is offered.
+constexpr std::array<int, 6> kTraySizes{16, 22, 24, 32, 48, 64};
+
+QString toQt(const std::string& text)
+{
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+// Qt objects go through deleteLater: a click's handler may remove the very icon it came from
+// while Qt is still inside that icon's signal.
+template <class T> struct LaterDeleter
+{
+    void operator()(T* object) const
+    {
+        if (object) {
+            object->disconnect();
+            object->deleteLater();
+        }
+    }
+};
+
+template <class T> using LaterPtr = std::unique_ptr<T, LaterDeleter<T>>;
+
+// Calls back when the application's palette changes, which is how a light/dark switch arrives.
+class PaletteWatch final : public QObject
+{
+public:
+    explicit PaletteWatch(std::function<void()> changed)
+        : m_changed(std::move(changed))
+    {
+        if (qApp) {
+            qApp->installEventFilter(this);
+        }
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange) {
+            m_changed();
+        }
+        return false;
+    }
+
+private:
+    std::function<void()> m_changed;
+};
+
+} // namespace
+
+struct TrayStatusBar::Item
+{
+    LaterPtr<QSystemTrayIcon> tray;
+    LaterPtr<QMenu> contextMenu;
+    LaterPtr<QMenu> popped;
+    StatusItemEvents events;
+    // What the icon shows: a glyph, a title or the application's own picture.
+    std::variant<std::monostate, Glyph, std::string, AppIconImage> picture;
+    bool highlighted = false;
+};
+
+TrayStatusBar::TrayStatusBar(const QtIconRenderer& icons, std::optional<Host> host)
+    : m_icons(icons)
+    , m_host(host.value_or(detectHost()))
+    , m_appearance(currentAppearance())
+    , m_paletteWatch(std::make_unique<PaletteWatch>([this] { appearanceMayHaveChanged(); }))
+{
+    kLog.info(m_host == Host::XEmbed ? "tray host: XEmbed" : "tray host: StatusNotifierItem");
+}
+
+TrayStatusBar::~TrayStatusBar() = default;
+
+TrayStatusBar::Host TrayStatusBar::detectHost()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || !bus.interface()) {
+        return Host::XEmbed;
+    }
+    const bool watcher =
+        bus.interface()->isServiceRegistered(QStringLiteral("org.kde.StatusNotifierWatcher"));
+    return watcher ? Host::StatusNotifier : Host::XEmbed;
+}
+
+Appearance TrayStatusBar::currentAppearance()
+{
+    const QColor window = QApplication::palette().color(QPalette::Window);
+    return window.lightness() < 128 ? Appearance::Dark : Appearance::Light;
+}
+
+bool TrayStatusBar::newItemsGoLeft() const
+{
+    return m_host == Host::XEmbed;
+}
+
+std::optional<StatusItemHandle> TrayStatusBar::create(const std::string& identifier,
+                                                      StatusItemEvents events)
+{
+    const StatusItemHandle handle{m_nextHandle++};
+    auto item = std::make_unique<Item>();
+    item->events = std::move(events);
+    item->tray.reset(new QSystemTrayIcon());
+    item->tray->setObjectName(toQt(identifier));
+    Item* raw = item.get();
+
+    if (raw->events.contextMenu) {
+        // StatusNotifierItem hosts show this menu themselves and never report the right click,
+        // so its rows are asked for just before it opens.
+        raw->contextMenu.reset(new QMenu());
+        QObject::connect(raw->contextMenu.get(),
+                         &QMenu::aboutToShow,
+                         raw->contextMenu.get(),
+                         [raw, icons = &m_icons] {
+                             const auto rows = raw->events.contextMenu;
+                             raw->contextMenu->clear();
+                             fillMenu(*raw->contextMenu, rows(), icons);
+                             if (raw->contextMenu->isEmpty()) {
+                                 // Opening cannot be refused from here; close it before it is drawn
+                                 // empty.
+                                 QMetaObject::invokeMethod(
+                                     raw->contextMenu.get(), &QMenu::hide, Qt::QueuedConnection);
+                             }
+                         });
+        raw->tray->setContextMenu(raw->contextMenu.get());
+    }
+
+    QObject::connect(raw->tray.get(),
+                     &QSystemTrayIcon::activated,
+                     raw->tray.get(),
+                     [raw](QSystemTrayIcon::ActivationReason reason) {
+                         // A copy: the handler may remove this icon, and its events with it.
+                         const auto clicked = raw->events.clicked;
+                         if (!clicked) {
+                             return;
+                         }
+                         const bool control =
+                             QGuiApplication::queryKeyboardModifiers() & Qt::ControlModifier;
+                         switch (reason) {
+                         case QSystemTrayIcon::Trigger:
+                         // A middle click is a click that asks for no menu.
+                         case QSystemTrayIcon::MiddleClick:
+                             clicked(Click{Click::Kind::Primary, control});
+                             return;
+                         case QSystemTrayIcon::Context:
+                             // The context menu already opened on its own.
+                             if (!raw->contextMenu) {
+                                 clicked(Click{Click::Kind::Secondary, control});
+                             }
+                             return;
+                         case QSystemTrayIcon::DoubleClick:
+                             clicked(Click{Click::Kind::DoubleClick, control});
+                             return;
+                         case QSystemTrayIcon::Unknown:
+                             break;
+                         }
+                         clicked(std::nullopt);
+                     });
+
+    // A clear picture holds the icon's place until the first one is set: XEmbed hosts place an
+    // icon when it is shown, so it must be shown now for the order to hold. It is shown even
+    // when no tray is there yet: Qt docks it once a host appears.
+    QPixmap clear(kTraySizes.front(), kTraySizes.front());
+    clear.fill(Qt::transparent);
+    raw->tray->setIcon(QIcon(clear));
+    raw->tray->show();
+    m_items.emplace(handle, std::move(item));
+    return handle;
+}
+
+void TrayStatusBar::remove(StatusItemHandle item)
+{
+    const auto found = m_items.find(item);
+    if (found == m_items.end()) {
+        return;
+    }
+    found->second->tray->hide();
+    m_items.erase(found);
+}
+
+TrayStatusBar::Item* TrayStatusBar::find(StatusItemHandle item) const
+{
+    const auto found = m_items.find(item);
+    return found == m_items.end() ? nullptr : found->second.get();
+}
+
+void TrayStatusBar::redraw(Item& item) const
+{
+    QIcon icon;
+    for (const int side : kTraySizes) {
+        QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        if (item.highlighted) {
+            QColor backdrop = QtIconRenderer::foreground(m_appearance);
+            backdrop.setAlphaF(0.22);
+            painter.setRenderHint(QPainter::Antialiasing);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(backdrop);
+            painter.drawRoundedRect(QRectF(0, 0, side, side), side / 5.0, side / 5.0);
+        }
+        if (const auto* glyph = std::get_if<Glyph>(&item.picture)) {
+            painter.drawImage(0, 0, m_icons.draw(*glyph, side, m_appearance));
+        } else if (const auto* title = std::get_if<std::string>(&item.picture)) {
+            Glyph letters;
+            letters.source = Glyph::Source::Letters;
+            letters.name = *title;
+            painter.drawImage(0, 0, m_icons.draw(letters, side, m_appearance));
+        } else if (const auto* app = std::get_if<AppIconImage>(&item.picture)) {
+            painter.drawImage(0, 0, m_icons.draw(*app, side));
+        }
+        painter.end();
+        icon.addPixmap(QPixmap::fromImage(image));
+    }
+    item.tray->setIcon(icon);
+}
+
+void TrayStatusBar::setImage(StatusItemHandle item, const Glyph& glyph)
+{
+    if (Item* found = find(item)) {
+        found->picture = glyph;
+        redraw(*found);
+    }
+}
+
+void TrayStatusBar::setTitle(StatusItemHandle item, const std::string& title)
+{
+    if (Item* found = find(item)) {
+        found->picture = title;
+        redraw(*found);
+    }
+}
+
+void TrayStatusBar::setAppImage(StatusItemHandle item, const AppIconImage& image)
+{
+    if (Item* found = find(item)) {
+        found->picture = image;
+        redraw(*found);
+    }
+}
+
+void TrayStatusBar::setToolTip(StatusItemHandle item, const std::string& toolTip)
+{
+    if (Item* found = find(item)) {
+        found->tray->setToolTip(toQt(toolTip));
+    }
+}
+
+void TrayStatusBar::setAccessibilityLabel(StatusItemHandle /*item*/, const std::string& /*label*/)
+{
+    // A tray icon has no accessible name of its own; hosts read the tooltip, which carries it.
+}
+
+void TrayStatusBar::setHighlighted(StatusItemHandle item, bool highlighted)
+{
+    Item* found = find(item);
+    if (found && found->highlighted != highlighted) {
+        found->highlighted = highlighted;
+        redraw(*found);
+    }
+}
+
+void TrayStatusBar::popMenu(StatusItemHandle item, const kit::menubar::Menu& menu)
+{
+    Item* found = find(item);
+    if (!found) {
+        return;
+    }
+    found->popped.reset(new QMenu());
+    fillMenu(*found->popped, menu, &m_icons);
+    const QRect frame = found->tray->geometry();
+    // StatusNotifierItem hosts do not say where the icon is; the pointer is on it after a click.
+    const QPoint at = frame.isEmpty() ? QCursor::pos() : frame.bottomLeft() + QPoint(0, 1);
+    found->popped->popup(at);
+}
+
+std::optional<Rect> TrayStatusBar::geometry(StatusItemHandle item) const
+{
+    const Item* found = find(item);
+    if (!found) {
+        return std::nullopt;
+    }
+    const QRect frame = found->tray->geometry();
+    if (frame.isEmpty()) {
+        return std::nullopt;
+    }
+    return Rect{static_cast<double>(frame.x()),
+                static_cast<double>(frame.y()),
+                static_cast<double>(frame.width()),
+                static_cast<double>(frame.height())};
+}
+
+Appearance TrayStatusBar::appearance(StatusItemHandle /*item*/) const
+{
+    return m_appearance;
+}
+
+QSystemTrayIcon* TrayStatusBar::trayIcon(StatusItemHandle item) const
+{
+    const Item* found = find(item);
+    return found ? found->tray.get() : nullptr;
+}
+
+QMenu* TrayStatusBar::poppedMenu(StatusItemHandle item) const
+{
+    const Item* found = find(item);
+    return found ? found->popped.get() : nullptr;
+}
+
+void TrayStatusBar::appearanceMayHaveChanged()
+{
+    const Appearance now = currentAppearance();
+    if (now == m_appearance) {
+        return;
+    }
+    m_appearance = now;
+    // A copy of the handles: an observer may remove icons.
+    std::vector<StatusItemHandle> handles;
+    for (const auto& [handle, item] : m_items) {
+        handles.push_back(handle);
+    }
+    for (const auto handle : handles) {
+        if (Item* item = find(handle)) {
+            redraw(*item);
+            if (item->events.appearanceChanged) {
+                auto changed = item->events.appearanceChanged;
+                changed(now);
+            }
+        }
+    }
+}
+
+} // namespace desktop

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/qt_main_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QThread>
+#include <QTimer>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace desktop {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Runs the event loop until `done` holds or the time runs out.
+template <class Predicate> bool spinUntil(Predicate done, std::chrono::milliseconds limit = 2s)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done() && std::chrono::steady_clock::now() < deadline) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return done();
+}
+
+TEST(QtMainQueueTest, TasksPostedFromOtherThreadsRunOnTheGuiThreadInOrder)
+{
+    QtMainQueue queue;
+    const QThread* gui = QThread::currentThread();
+    std::vector<int> seen;
+    std::atomic<int> offThread{0};
+    std::thread worker([&] {
+        for (int i = 0; i < 100; ++i) {
+            queue.post([&, i] {
+                if (QThread::currentThread() != gui) {
+                    ++offThread;
+                }
+                seen.push_back(i);
+            });
+        }
+    });
+    worker.join();
+    ASSERT_TRUE(spinUntil([&] { return seen.size() == 100; }));
+    EXPECT_EQ(offThread.load(), 0);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(seen[static_cast<size_t>(i)], i);
+    }
+}
+
+TEST(QtMainQueueTest, PostNeverRunsTheTaskBeforeReturning)
+{
+    QtMainQueue queue;
+    bool ran = false;
+    queue.post([&] { ran = true; });
+    EXPECT_FALSE(ran);
+    EXPECT_TRUE(spinUntil([&] { return ran; }));
+}
+
+TEST(QtMainQueueTest, PostAfterFromAnotherThreadWaitsForTheDelayOnTheGuiThread)
+{
+    QtMainQueue queue;
+    const QThread* gui = QThread::currentThread();
+    const auto start = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point ranAt;
+    bool onGui = false;
+    std::atomic<bool> ran{false};
+    std::thread worker([&] {
+        queue.postAfter(80ms, [&] {
+            ranAt = std::chrono::steady_clock::now();
+            onGui = QThread::currentThread() == gui;
+            ran = true;
+        });
+    });
+    worker.join();
+    ASSERT_TRUE(spinUntil([&] { return ran.load(); }));
+    EXPECT_TRUE(onGui);
+    EXPECT_GE(ranAt - start, 80ms);
+}
+
+TEST(QtMainQueueTest, ShorterDelaysRunFirst)
+{
+    QtMainQueue queue;
+    std::vector<int> seen;
+    queue.postAfter(60ms, [&] { seen.push_back(2); });
+    queue.postAfter(10ms, [&] { seen.push_back(1); });
+    queue.post([&] { seen.push_back(0); });
+    ASSERT_TRUE(spinUntil([&] { return seen.size() == 3; }));
+    EXPECT_EQ(seen, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(QtMainQueueTest, TasksLeftWhenTheQueueGoesAreDropped)
+{
+    bool ran = false;
+    {
+        QtMainQueue queue;
+        queue.post([&] { ran = true; });
+        queue.postAfter(5ms, [&] { ran = true; });
+    }
+    spinUntil([] { return false; }, 50ms);
+    EXPECT_FALSE(ran);
+}
+
+} // namespace
+} // namespace desktop

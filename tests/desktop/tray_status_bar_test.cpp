@@ -1,0 +1,386 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/tray_status_bar.h"
+
+#include "desktop/menu_builder.h"
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QCoreApplication>
+#include <QMenu>
+#include <QSystemTrayIcon>
+
+#include <vector>
+
+namespace desktop {
+namespace {
+
+using kit::menubar::Click;
+using kit::menubar::Glyph;
+using kit::menubar::Menu;
+using kit::menubar::MenuItem;
+using kit::menubar::StatusItemEvents;
+using kit::menubar::StatusItemHandle;
+
+void drainEvents()
+{
+    for (int i = 0; i < 3; ++i) {
+        QCoreApplication::processEvents();
+    }
+}
+
+// The rows a menu shows, one text per row: "-" for a line, "[x]" for a disabled row, "> x"
+// for a submenu, whose rows follow indented.
+void describe(const QMenu& menu, std::vector<std::string>& out, const std::string& indent = "")
+{
+    for (QAction* action : menu.actions()) {
+        if (action->isSeparator()) {
+            out.push_back(indent + "-");
+            continue;
+        }
+        std::string text = action->text().toStdString();
+        if (action->menu()) {
+            out.push_back(indent + "> " + text);
+            describe(*action->menu(), out, indent + "  ");
+            continue;
+        }
+        out.push_back(indent + (action->isEnabled() ? text : "[" + text + "]"));
+    }
+}
+
+std::vector<std::string> describe(const QMenu& menu)
+{
+    std::vector<std::string> out;
+    describe(menu, out);
+    return out;
+}
+
+QAction* findAction(const QMenu& menu, const QString& text)
+{
+    for (QAction* action : menu.actions()) {
+        if (action->text() == text) {
+            return action;
+        }
+        if (action->menu()) {
+            if (QAction* found = findAction(*action->menu(), text)) {
+                return found;
+            }
+        }
+    }
+    return nullptr;
+}
+
+Menu groupMenu(std::vector<std::string>& chosen)
+{
+    auto choose = [&chosen](std::string name) {
+        return [&chosen, name] { chosen.push_back(name); };
+    };
+    return Menu{{
+        MenuItem::heading("Work"),
+        MenuItem::command("Mail", choose("Mail")),
+        MenuItem::separator(),
+        MenuItem::submenu("Docs & Sheets",
+                          {MenuItem::command("Sheets", choose("Sheets")),
+                           MenuItem::submenu("Old", {MenuItem::command("2019", choose("2019"))})}),
+        MenuItem::submenu("Nothing here", {}),
+        MenuItem::command("Unavailable", nullptr),
+        MenuItem::command("Settings\xE2\x80\xA6", choose("Settings"), ","),
+    }};
+}
+
+TEST(MenuBuilderTest, BuildsNestedSubmenusLinesHeadingsAndDisabledRows)
+{
+    std::vector<std::string> chosen;
+    QMenu menu;
+    fillMenu(menu, groupMenu(chosen));
+    EXPECT_EQ(describe(menu),
+              (std::vector<std::string>{"[Work]",
+                                        "Mail",
+                                        "-",
+                                        "> Docs && Sheets",
+                                        "  Sheets",
+                                        "  > Old",
+                                        "    2019",
+                                        "> Nothing here",
+                                        "[Unavailable]",
+                                        "Settings\xE2\x80\xA6"}));
+    // An empty submenu cannot be opened.
+    EXPECT_FALSE(findAction(menu, QStringLiteral("Nothing here"))->isEnabled());
+    EXPECT_EQ(findAction(menu, QStringLiteral("Settings\u2026"))->shortcut(),
+              QKeySequence(Qt::ControlModifier | Qt::Key_Comma));
+}
+
+TEST(MenuBuilderTest, ARowRunsItsActionOnlyOnceBackInTheEventLoop)
+{
+    std::vector<std::string> chosen;
+    auto menu = std::make_unique<QMenu>();
+    fillMenu(*menu, groupMenu(chosen));
+    findAction(*menu, QStringLiteral("2019"))->trigger();
+    EXPECT_TRUE(chosen.empty());
+    // The action may destroy the menu that offered it.
+    menu.reset();
+    drainEvents();
+    EXPECT_EQ(chosen, (std::vector<std::string>{"2019"}));
+}
+
+TEST(MenuBuilderTest, OptionsCarryTheirCheckMarkAndRowsTheirIcons)
+{
+    QtIconRenderer icons;
+    Glyph letter;
+    letter.source = Glyph::Source::Letters;
+    letter.name = "W";
+    MenuItem work = MenuItem::option("Work", true, [] {});
+    work.icon = letter;
+    QMenu menu;
+    fillMenu(menu, Menu{{work, MenuItem::option("Home", false, [] {})}}, &icons);
+    QAction* workRow = findAction(menu, QStringLiteral("Work"));
+    QAction* homeRow = findAction(menu, QStringLiteral("Home"));
+    EXPECT_TRUE(workRow->isChecked());
+    EXPECT_FALSE(homeRow->isChecked());
+    EXPECT_FALSE(workRow->icon().isNull());
+    EXPECT_TRUE(homeRow->icon().isNull());
+    // Without a renderer rows go without icons rather than fail.
+    QMenu plain;
+    fillMenu(plain, Menu{{work}});
+    EXPECT_TRUE(findAction(plain, QStringLiteral("Work"))->icon().isNull());
+}
+
+TEST(MenuBuilderTest, KeyEquivalentsTakeControlAndShiftForCapitals)
+{
+    EXPECT_EQ(keyEquivalent("q"), QKeySequence(Qt::ControlModifier | Qt::Key_Q));
+    EXPECT_EQ(keyEquivalent("Q"),
+              QKeySequence(Qt::ControlModifier | Qt::ShiftModifier | Qt::Key_Q));
+    EXPECT_TRUE(keyEquivalent("").isEmpty());
+    EXPECT_TRUE(keyEquivalent("ab").isEmpty());
+}
+
+class TrayStatusBarTest : public ::testing::Test
+{
+protected:
+    QtIconRenderer m_icons;
+    TrayStatusBar m_bar{m_icons, TrayStatusBar::Host::XEmbed};
+    std::vector<std::optional<Click>> m_clicks;
+
+    StatusItemEvents recordingClicks()
+    {
+        StatusItemEvents events;
+        events.clicked = [this](const std::optional<Click>& click) { m_clicks.push_back(click); };
+        return events;
+    }
+
+    StatusItemHandle make(StatusItemEvents events)
+    {
+        auto handle = m_bar.create("3F2504E0-4F89-11D3-9A0C-0305E82C3301", std::move(events));
+        EXPECT_TRUE(handle.has_value());
+        return handle.value_or(StatusItemHandle{});
+    }
+};
+
+TEST_F(TrayStatusBarTest, WhereNewIconsGoFollowsTheHost)
+{
+    EXPECT_TRUE(TrayStatusBar(m_icons, TrayStatusBar::Host::XEmbed).newItemsGoLeft());
+    EXPECT_FALSE(TrayStatusBar(m_icons, TrayStatusBar::Host::StatusNotifier).newItemsGoLeft());
+}
+
+TEST_F(TrayStatusBarTest, EachCreateIsItsOwnShownIconEvenWithoutATray)
+{
+    const auto first = make({});
+    const auto second = make({});
+    EXPECT_NE(first, second);
+    ASSERT_NE(m_bar.trayIcon(first), nullptr);
+    EXPECT_NE(m_bar.trayIcon(first), m_bar.trayIcon(second));
+    EXPECT_TRUE(m_bar.trayIcon(first)->isVisible());
+    // Offscreen there is no host to say where the icon is.
+    EXPECT_EQ(m_bar.geometry(first), std::nullopt);
+}
+
+struct ClickRow
+{
+    QSystemTrayIcon::ActivationReason reason;
+    bool withContextMenu;
+    std::optional<Click> expected; // nothing: no click reported
+    bool reported;
+};
+
+class TrayClickTest : public TrayStatusBarTest, public ::testing::WithParamInterface<ClickRow>
+{};
+
+TEST_P(TrayClickTest, ReportsWhatTheHostSaid)
+{
+    const ClickRow row = GetParam();
+    StatusItemEvents events = recordingClicks();
+    if (row.withContextMenu) {
+        events.contextMenu = [] { return Menu{}; };
+    }
+    const auto item = make(std::move(events));
+    Q_EMIT m_bar.trayIcon(item)->activated(row.reason);
+    if (!row.reported) {
+        EXPECT_TRUE(m_clicks.empty());
+        return;
+    }
+    ASSERT_EQ(m_clicks.size(), 1u);
+    EXPECT_EQ(m_clicks[0], row.expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reasons,
+    TrayClickTest,
+    ::testing::Values(
+        ClickRow{QSystemTrayIcon::Trigger, true, Click{Click::Kind::Primary, false}, true},
+        ClickRow{QSystemTrayIcon::MiddleClick, true, Click{Click::Kind::Primary, false}, true},
+        // The host opened the context menu by itself; a second menu must not follow.
+        ClickRow{QSystemTrayIcon::Context, true, std::nullopt, false},
+        ClickRow{QSystemTrayIcon::Context, false, Click{Click::Kind::Secondary, false}, true},
+        ClickRow{QSystemTrayIcon::DoubleClick, true, Click{Click::Kind::DoubleClick, false}, true},
+        ClickRow{QSystemTrayIcon::Unknown, true, std::nullopt, true}));
+
+TEST_F(TrayStatusBarTest, TheContextMenuAsksForItsRowsEachTimeItOpens)
+{
+    int asked = 0;
+    std::vector<std::string> chosen;
+    StatusItemEvents events;
+    events.contextMenu = [&] {
+        ++asked;
+        Menu menu = groupMenu(chosen);
+        menu.items.push_back(MenuItem::command("Pass " + std::to_string(asked), nullptr));
+        return menu;
+    };
+    const auto item = make(std::move(events));
+    QMenu* menu = m_bar.trayIcon(item)->contextMenu();
+    ASSERT_NE(menu, nullptr);
+    Q_EMIT menu->aboutToShow();
+    Q_EMIT menu->aboutToShow();
+    EXPECT_EQ(asked, 2);
+    const auto rows = describe(*menu);
+    EXPECT_EQ(rows.back(), "[Pass 2]");
+    EXPECT_EQ(rows.size(), 11u) << "rows of the first opening were left behind";
+    findAction(*menu, QStringLiteral("Mail"))->trigger();
+    drainEvents();
+    EXPECT_EQ(chosen, (std::vector<std::string>{"Mail"}));
+}
+
+TEST_F(TrayStatusBarTest, PopMenuShowsTheRowsUnderTheIcon)
+{
+    std::vector<std::string> chosen;
+    const auto item = make({});
+    m_bar.popMenu(item, groupMenu(chosen));
+    QMenu* popped = m_bar.poppedMenu(item);
+    ASSERT_NE(popped, nullptr);
+    EXPECT_TRUE(popped->isVisible());
+    EXPECT_EQ(describe(*popped).size(), 10u);
+    findAction(*popped, QStringLiteral("Sheets"))->trigger();
+    drainEvents();
+    EXPECT_EQ(chosen, (std::vector<std::string>{"Sheets"}));
+}
+
+TEST_F(TrayStatusBarTest, AClickThatRemovesItsOwnIconIsSafe)
+{
+    std::optional<StatusItemHandle> item;
+    StatusItemEvents events;
+    events.clicked = [&](const std::optional<Click>&) {
+        m_bar.remove(*item);
+        m_bar.remove(*item);
+    };
+    item = make(std::move(events));
+    QSystemTrayIcon* tray = m_bar.trayIcon(*item);
+    Q_EMIT tray->activated(QSystemTrayIcon::Trigger);
+    drainEvents();
+    EXPECT_EQ(m_bar.trayIcon(*item), nullptr);
+    // Calls naming a removed icon do nothing.
+    m_bar.setTitle(*item, "A");
+    m_bar.setToolTip(*item, "A");
+    m_bar.popMenu(*item, Menu{});
+    EXPECT_EQ(m_bar.geometry(*item), std::nullopt);
+}
+
+int visiblePixels(const QIcon& icon, int side)
+{
+    const QImage image = icon.pixmap(side, side).toImage().convertToFormat(QImage::Format_ARGB32);
+    int count = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            count += qAlpha(image.pixel(x, y)) > 0 ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+TEST_F(TrayStatusBarTest, ImagesTitlesAndTooltipsReachTheTrayIcon)
+{
+    const auto item = make({});
+    QSystemTrayIcon* tray = m_bar.trayIcon(item);
+    EXPECT_EQ(visiblePixels(tray->icon(), 22), 0);
+
+    Glyph divider;
+    divider.source = Glyph::Source::Divider;
+    m_bar.setImage(item, divider);
+    const int line = visiblePixels(tray->icon(), 22);
+    EXPECT_GT(line, 0);
+
+    m_bar.setTitle(item, "WM");
+    EXPECT_GT(visiblePixels(tray->icon(), 22), line);
+    for (const int side : {16, 22, 24, 32, 48, 64}) {
+        EXPECT_TRUE(tray->icon().availableSizes().contains(QSize(side, side))) << side;
+    }
+
+    m_bar.setToolTip(item, "Mail (playing)");
+    EXPECT_EQ(tray->toolTip(), QStringLiteral("Mail (playing)"));
+}
+
+TEST_F(TrayStatusBarTest, HighlightingDrawsABackdropAndTakingItAwayRemovesIt)
+{
+    const auto item = make({});
+    m_bar.setTitle(item, "A");
+    QSystemTrayIcon* tray = m_bar.trayIcon(item);
+    const int plain = visiblePixels(tray->icon(), 22);
+    m_bar.setHighlighted(item, true);
+    // The backdrop is a rounded square: all but the corners.
+    EXPECT_GT(visiblePixels(tray->icon(), 22), 22 * 22 * 9 / 10);
+    m_bar.setHighlighted(item, false);
+    EXPECT_EQ(visiblePixels(tray->icon(), 22), plain);
+}
+
+TEST_F(TrayStatusBarTest, TheApplicationsIconDrawsEvenWithoutItsSymbolInTheTheme)
+{
+    const auto item = make({});
+    kit::menubar::AppIconImage image;
+    image.symbolName = "vantorel-symbolic";
+    image.summary = "Vantorel";
+    m_bar.setAppImage(item, image);
+    EXPECT_GT(visiblePixels(m_bar.trayIcon(item)->icon(), 22), 10);
+}
+
+TEST_F(TrayStatusBarTest, ADarkPaletteRedrawsTemplatesInLightInkAndTellsTheIcon)
+{
+    std::vector<kit::menubar::Appearance> heard;
+    StatusItemEvents events;
+    events.appearanceChanged = [&](kit::menubar::Appearance appearance) {
+        heard.push_back(appearance);
+    };
+    const auto item = make(std::move(events));
+    m_bar.setTitle(item, "M");
+    const QPalette original = QApplication::palette();
+    QPalette dark = original;
+    dark.setColor(QPalette::Window, QColor(0x20, 0x20, 0x20));
+    QApplication::setPalette(dark);
+    drainEvents();
+    const QImage image = m_bar.trayIcon(item)->icon().pixmap(22, 22).toImage();
+    QApplication::setPalette(original);
+    drainEvents();
+
+    ASSERT_FALSE(heard.empty());
+    EXPECT_EQ(heard.front(), kit::menubar::Appearance::Dark);
+    EXPECT_EQ(m_bar.appearance(item), TrayStatusBar::currentAppearance());
+    int lightInk = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            lightInk += c.alpha() > 200 && c.lightness() > 200 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(lightInk, 10);
+}
+
+} // namespace
+} // namespace desktop
