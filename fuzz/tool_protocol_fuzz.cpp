@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // One received line through the protocol, with a small tool list and tools that answer canned
 // texts or fail. Whatever the bytes: no crash, at most one reply, and a reply is one line of JSON
-// with the JSON-RPC shape, due exactly when expectsReply says so.
+// with the JSON-RPC shape, due exactly when expectsReply says so. The same bytes as a tool's
+// answer must come back exactly as the JSON library would write them.
 #include "kit/mcp/tool_protocol.h"
 
 #include <nlohmann/json.hpp>
@@ -46,6 +47,22 @@ ToolResult call(const std::string& name, const std::optional<std::string>& argum
     return ToolResult::failure(ToolError::unknownTool(name));
 }
 
+void checkAnswerText(const std::string& text)
+{
+    auto reply =
+        ToolProtocol::respond(R"({"id":1,"method":"tools/call","params":{"name":"raw"}})",
+                              "0.1",
+                              &tools,
+                              [&text](const std::string&, const std::optional<std::string>&) {
+                                  return ToolResult::success(text);
+                              });
+    json answer = {{"content", json::array({{{"type", "text"}, {"text", text}}})},
+                   {"isError", false}};
+    if (reply != ToolProtocol::result(1, answer)) {
+        std::abort();
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -57,6 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::abort();
     }
     if (!reply) {
+        checkAnswerText(std::string(line));
         return 0;
     }
     if (reply->empty() || reply->back() != '\n' || reply->find('\n') != reply->size() - 1) {
@@ -67,5 +85,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         || !parsed.contains("id") || (parsed.contains("result") == parsed.contains("error"))) {
         std::abort();
     }
+    checkAnswerText(std::string(line));
     return 0;
 }

@@ -2,7 +2,9 @@
 // vantorel-mcp: relays an assistant's JSON-RPC lines from standard input to the app's tool socket
 // and the replies back to standard output. While the app cannot be reached, each request is
 // answered with an error saying what to do, and the next request tries to connect again.
+#include "kit/mcp/instance_marker.h"
 #include "kit/mcp/tool_protocol.h"
+#include "kit/mcp/tool_socket.h"
 #include "kit/mcp/tool_socket_path.h"
 
 #include <sys/socket.h>
@@ -22,15 +24,18 @@
 #include <utility>
 #include <vector>
 
+using kit::mcp::InstanceMarker;
+using kit::mcp::LineFramer;
 using kit::mcp::ToolProtocol;
 using kit::mcp::ToolSocketPath;
 
 namespace {
 
 constexpr int kUnavailable = -32000;
-constexpr std::string_view kUnavailableMessage =
-    "Vantorel is not running, or assistants are turned off: start Vantorel and turn on assistants "
-    "in its Settings.";
+// The app keeps its marker while it runs and its socket only while assistants are on.
+constexpr std::string_view kNotRunning = "Vantorel is not running; start Vantorel, then try again.";
+constexpr std::string_view kAssistantsOff =
+    "Vantorel has assistants turned off; turn them on in Vantorel's Settings, then try again.";
 constexpr size_t kChunkBytes = 65536;
 
 constexpr std::string_view kUsage =
@@ -80,8 +85,9 @@ int connectTo(const std::string& path)
     return fd;
 }
 
-// Splits a byte stream into lines, keeping an unfinished one for the next chunk.
-class LineSplitter
+// Splits the app's replies into lines, keeping an unfinished one for the next chunk. Unlike
+// requests, replies have no length limit and an empty one still counts.
+class ReplySplitter
 {
 public:
     template <class Sink> void feed(std::string_view bytes, Sink&& sink)
@@ -102,8 +108,6 @@ public:
         m_scanned -= start;
     }
 
-    std::string takeRest() { return std::exchange(m_pending, {}); }
-
 private:
     std::string m_pending;
     size_t m_scanned = 0;
@@ -121,20 +125,19 @@ public:
 
     void request(std::string_view line)
     {
-        std::optional<std::string> refusal =
-            ToolProtocol::refuse(line, kUnavailable, kUnavailableMessage);
+        std::optional<ToolProtocol::ReplyDue> due = ToolProtocol::replyDue(line);
         int fd = connection();
         {
             std::lock_guard lock(m_mutex);
             if (fd < 0 || !m_connected) {
-                if (refusal) {
-                    output(*refusal);
+                if (due) {
+                    output(ToolProtocol::refuse(*due, kUnavailable, whyUnavailable()));
                 }
                 return;
             }
             // Replies come back in order, so the queue says whose reply the next line is.
-            if (refusal) {
-                m_waiting.push_back(std::move(*refusal));
+            if (due) {
+                m_waiting.push_back(std::move(*due));
             }
         }
         std::string framed(line);
@@ -143,6 +146,13 @@ public:
             // The reader sees the end too and answers what is still waiting.
             ::shutdown(fd, SHUT_RDWR);
         }
+    }
+
+    // A line over the limit never goes to the app, which would refuse it the same way.
+    void refuseTooLong()
+    {
+        std::lock_guard lock(m_mutex);
+        output(ToolProtocol::lineTooLong());
     }
 
     // Lets the app answer what it has been sent, then waits for those replies.
@@ -193,7 +203,7 @@ private:
 
     void readReplies(int fd)
     {
-        LineSplitter replies;
+        ReplySplitter replies;
         std::vector<char> chunk(kChunkBytes);
         for (;;) {
             ssize_t count = ::read(fd, chunk.data(), chunk.size());
@@ -216,10 +226,21 @@ private:
         }
         std::lock_guard lock(m_mutex);
         m_connected = false;
-        for (const auto& refusal : m_waiting) {
-            output(refusal);
+        if (!m_waiting.empty()) {
+            std::string_view why = whyUnavailable();
+            for (const auto& due : m_waiting) {
+                output(ToolProtocol::refuse(due, kUnavailable, why));
+            }
+            m_waiting.clear();
         }
-        m_waiting.clear();
+    }
+
+    std::string_view whyUnavailable() const
+    {
+        if (m_path && InstanceMarker(InstanceMarker::besideSocket(*m_path)).isRunning()) {
+            return kAssistantsOff;
+        }
+        return kNotRunning;
     }
 
     // Called with m_mutex held.
@@ -237,8 +258,8 @@ private:
     std::thread m_reader;
     std::mutex m_mutex;
     bool m_connected = false;
-    // The answer to give each request still waiting for its reply, should the app go away.
-    std::deque<std::string> m_waiting;
+    // The requests still waiting for their replies, to be answered should the app go away.
+    std::deque<ToolProtocol::ReplyDue> m_waiting;
 };
 
 } // namespace
@@ -258,11 +279,14 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);
 
     Bridge bridge(ToolSocketPath::current());
-    LineSplitter requests;
-    auto relay = [&bridge](std::string_view line) {
-        if (!line.empty()) {
-            bridge.request(line);
+    LineFramer requests;
+    auto relay = [&bridge](std::optional<std::string_view> line) {
+        if (line) {
+            bridge.request(*line);
+        } else {
+            bridge.refuseTooLong();
         }
+        return true;
     };
     std::vector<char> chunk(kChunkBytes);
     for (;;) {
@@ -276,7 +300,10 @@ int main(int argc, char** argv)
         requests.feed(std::string_view(chunk.data(), static_cast<size_t>(count)), relay);
     }
     // A last request without its newline is still a request.
-    relay(requests.takeRest());
+    std::optional<std::string> rest = requests.takeRest();
+    if (!rest || !rest->empty()) {
+        relay(rest);
+    }
     bridge.finish();
     return 0;
 }

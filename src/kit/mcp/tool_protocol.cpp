@@ -68,6 +68,16 @@ std::string encode(const json& reply)
     }
 }
 
+// Takes the value by value so a tool's long answer is moved into the reply, not copied again.
+std::string encodeResult(const json& id, json value)
+{
+    json reply = json::object();
+    reply["id"] = id;
+    reply["jsonrpc"] = "2.0";
+    reply["result"] = std::move(value);
+    return encode(reply);
+}
+
 std::string parseError()
 {
     return ToolProtocol::error(
@@ -91,7 +101,7 @@ json toolsList(const ToolProtocol::ToolList& list)
 
 // Mirrors respond(): a notification is a request with a method and an absent or null id; a
 // request without a method is answered only when it carries an id.
-bool replyDue(const json& request)
+bool isReplyDue(const json& request)
 {
     auto id = request.find("id");
     if (id == request.end()) {
@@ -107,6 +117,144 @@ json toolAnswer(const ToolResult& answer)
             {"isError", !answer.ok()}};
 }
 
+// The length of the UTF-8 sequence starting at `at`, or 0 when it is not one (overlong forms,
+// surrogates and code points past U+10FFFF included, as the JSON library decides).
+size_t sequenceLength(std::string_view text, size_t at)
+{
+    auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+    auto continues = [&](size_t i, unsigned char low, unsigned char high) {
+        return i < text.size() && byte(i) >= low && byte(i) <= high;
+    };
+    unsigned char lead = byte(at);
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        return continues(at + 1, 0x80, 0xBF) ? 2 : 0;
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
+        unsigned char high = lead == 0xED ? 0x9F : 0xBF;
+        return continues(at + 1, low, high) && continues(at + 2, 0x80, 0xBF) ? 3 : 0;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
+        unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
+        return continues(at + 1, low, high) && continues(at + 2, 0x80, 0xBF)
+                       && continues(at + 3, 0x80, 0xBF)
+                   ? 4
+                   : 0;
+    }
+    return 0;
+}
+
+// The bytes `text` takes inside a JSON string, or nothing when it is not valid UTF-8. Measured
+// first so a long answer is written into a buffer of the right size at once.
+std::optional<size_t> escapedSize(std::string_view text)
+{
+    size_t size = 0;
+    size_t i = 0;
+    while (i < text.size()) {
+        auto c = static_cast<unsigned char>(text[i]);
+        if (c >= 0x80) {
+            size_t length = sequenceLength(text, i);
+            if (length == 0) {
+                return std::nullopt;
+            }
+            size += length;
+            i += length;
+            continue;
+        }
+        if (c == '"' || c == '\\' || c == '\b' || c == '\f' || c == '\n' || c == '\r'
+            || c == '\t') {
+            size += 2;
+        } else if (c < 0x20) {
+            size += 6;
+        } else {
+            size += 1;
+        }
+        ++i;
+    }
+    return size;
+}
+
+// Appends `text` as the body of a JSON string, escaped exactly as the JSON library writes it, with
+// `reserve` more bytes of room for what follows. False, with `out` untouched, when the text is
+// not valid UTF-8. Writes through a pointer into space made once: a long answer has a quote every
+// few bytes, and appending piece by piece costs several times more.
+bool appendEscaped(std::string& out, std::string_view text, size_t reserve)
+{
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::optional<size_t> size = escapedSize(text);
+    if (!size) {
+        return false;
+    }
+    size_t start = out.size();
+    out.reserve(start + *size + reserve);
+    out.resize(start + *size);
+    char* to = out.data() + start;
+    for (char byte : text) {
+        auto c = static_cast<unsigned char>(byte);
+        // Bytes of multi-byte sequences, already checked, go through as they are.
+        if (c >= 0x20 && c != '"' && c != '\\') {
+            *to++ = byte;
+            continue;
+        }
+        *to++ = '\\';
+        switch (c) {
+        case '"':
+            *to++ = '"';
+            break;
+        case '\\':
+            *to++ = '\\';
+            break;
+        case '\b':
+            *to++ = 'b';
+            break;
+        case '\f':
+            *to++ = 'f';
+            break;
+        case '\n':
+            *to++ = 'n';
+            break;
+        case '\r':
+            *to++ = 'r';
+            break;
+        case '\t':
+            *to++ = 't';
+            break;
+        default:
+            *to++ = 'u';
+            *to++ = '0';
+            *to++ = '0';
+            *to++ = kHex[c >> 4];
+            *to++ = kHex[c & 0xF];
+        }
+    }
+    return true;
+}
+
+// The reply to a tools/call. Written directly rather than through a json value: a long answer
+// (a whole bar's shortcuts) would otherwise be copied twice and escaped a byte at a time. The
+// keys are in sorted order, as encode() writes them; text that is not valid UTF-8 takes the
+// general path, which replaces the bad bytes.
+std::string toolReply(const json& id, const ToolResult& answer)
+{
+    constexpr std::string_view kOkTail = R"(","type":"text"}],"isError":false}})";
+    constexpr std::string_view kFailedTail = R"(","type":"text"}],"isError":true}})";
+    const std::string text = answer.text();
+    std::string reply;
+    try {
+        reply = "{\"id\":" + id.dump(-1, ' ', false, json::error_handler_t::replace)
+                + R"(,"jsonrpc":"2.0","result":{"content":[{"text":")";
+    } catch (const std::exception&) {
+        return "\n";
+    }
+    if (!appendEscaped(reply, text, kOkTail.size() + 1)) {
+        return encodeResult(id, toolAnswer(answer));
+    }
+    reply += answer.ok() ? kOkTail : kFailedTail;
+    reply.push_back('\n');
+    return reply;
+}
+
 // Delivers the reply of one tools/call at most once, whichever of the tool and respond's own
 // failure handling gets there first.
 class CallReply
@@ -120,7 +268,7 @@ public:
     void deliver(const ToolResult& answer)
     {
         if (!m_done.exchange(true)) {
-            m_completion(ToolProtocol::result(m_id, toolAnswer(answer)));
+            m_completion(toolReply(m_id, answer));
         }
     }
 
@@ -251,27 +399,49 @@ std::string ToolProtocol::error(const json& id, int code, std::string_view messa
 
 std::string ToolProtocol::result(const json& id, const json& value)
 {
-    return encode({{"jsonrpc", "2.0"}, {"id", id}, {"result", value}});
+    return encodeResult(id, value);
 }
 
 bool ToolProtocol::expectsReply(std::string_view line)
 {
+    return replyDue(line).has_value();
+}
+
+std::optional<ToolProtocol::ReplyDue> ToolProtocol::replyDue(std::string_view line)
+{
     std::optional<json> request = parse(line);
-    return !request || !request->is_object() || replyDue(*request);
+    if (!request || !request->is_object()) {
+        return ReplyDue{json(), false};
+    }
+    if (!isReplyDue(*request)) {
+        return std::nullopt;
+    }
+    auto id = request->find("id");
+    return ReplyDue{id == request->end() ? json() : std::move(*id), true};
+}
+
+std::string ToolProtocol::refuse(const ReplyDue& due, int code, std::string_view message)
+{
+    return due.readable ? error(due.id, code, message) : parseError();
 }
 
 std::optional<std::string>
 ToolProtocol::refuse(std::string_view line, int code, std::string_view message)
 {
-    std::optional<json> request = parse(line);
-    if (!request || !request->is_object()) {
-        return parseError();
-    }
-    if (!replyDue(*request)) {
+    std::optional<ReplyDue> due = replyDue(line);
+    if (!due) {
         return std::nullopt;
     }
-    auto id = request->find("id");
-    return error(id == request->end() ? json() : *id, code, message);
+    return refuse(*due, code, message);
+}
+
+const std::string& ToolProtocol::lineTooLong()
+{
+    static const std::string kReply = error(nullptr,
+                                            kParseError,
+                                            "Parse error: the line is longer than "
+                                                + std::to_string(kMaxLineBytes >> 20) + " MiB");
+    return kReply;
 }
 
 const std::string& ToolProtocol::instructions()

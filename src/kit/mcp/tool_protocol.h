@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -32,6 +33,9 @@ public:
 
     static constexpr std::string_view kDefaultProtocolVersion = "2025-06-18";
     static constexpr std::string_view kServerName = "Vantorel";
+    // The most one request line may hold. A whole 1,000-shortcut bar written out is about 670 KB,
+    // so a proposal of every shortcut fits many times over while a client's memory stays bounded.
+    static constexpr std::size_t kMaxLineBytes = std::size_t{8} << 20;
     // Deeper lines are refused as unreadable: writing a reply recurses once per level.
     static constexpr int kMaxDepth = 512;
 
@@ -63,12 +67,26 @@ public:
 
     // Whether respond() answers this line at all: false only for notifications.
     static bool expectsReply(std::string_view line);
-    // The error reply for a line that cannot be served at all (the server is unreachable):
-    // `message` under `code` with the request's id, the parse error for an unreadable line, and
-    // nothing when no reply is due.
+
+    // A reply respond() owes a line: the id it carries, and whether the line could be read (an
+    // unreadable line is answered with the parse error under a null id).
+    struct ReplyDue
+    {
+        nlohmann::json id;
+        bool readable = true;
+    };
+    // Nothing for a notification.
+    static std::optional<ReplyDue> replyDue(std::string_view line);
+    // The reply to a line that cannot be served at all (the server is unreachable): the parse
+    // error for an unreadable line, else `message` under `code` with the line's id.
+    static std::string refuse(const ReplyDue& due, int code, std::string_view message);
+    // The same for a line: nothing when no reply is due.
     static std::optional<std::string>
     refuse(std::string_view line, int code, std::string_view message);
 
+    // The answer to a line too long to be read (LineFramer's limit): a parse error, since its id
+    // is never seen.
+    static const std::string& lineTooLong();
     // The text sent with initialize, in this build's words.
     static const std::string& instructions();
 };

@@ -28,6 +28,9 @@ namespace {
 
 constexpr support::Logger kLog("tools");
 
+// Above this a framer's buffer is freed after its line rather than kept for the next one.
+constexpr std::size_t kReleaseAboveBytes = std::size_t{1} << 20;
+
 std::string systemError(int error)
 {
     return std::system_category().message(error);
@@ -56,6 +59,59 @@ bool writeAll(int fd, std::string_view bytes)
 }
 
 } // namespace
+
+bool LineFramer::feed(std::string_view bytes, const Sink& sink)
+{
+    while (!bytes.empty()) {
+        size_t newline = bytes.find('\n');
+        std::string_view piece = bytes.substr(0, newline);
+        bytes.remove_prefix(newline == std::string_view::npos ? bytes.size() : newline + 1);
+        if (!m_overLimit && m_pending.size() + piece.size() > m_maxLineBytes) {
+            m_overLimit = true;
+            std::string().swap(m_pending);
+        }
+        if (newline == std::string_view::npos) {
+            if (!m_overLimit) {
+                m_pending.append(piece);
+            }
+            break;
+        }
+        if (m_overLimit) {
+            m_overLimit = false;
+            if (!sink(std::nullopt)) {
+                return false;
+            }
+            continue;
+        }
+        // Most lines arrive whole in one read and go out without a copy.
+        std::string_view line = piece;
+        if (!m_pending.empty()) {
+            m_pending.append(piece);
+            line = m_pending;
+        }
+        bool more = line.empty() || sink(line);
+        if (m_pending.capacity() > kReleaseAboveBytes) {
+            // A huge line's memory goes back rather than staying with the client for good.
+            std::string().swap(m_pending);
+        } else {
+            m_pending.clear();
+        }
+        if (!more) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<std::string> LineFramer::takeRest()
+{
+    bool wasOver = std::exchange(m_overLimit, false);
+    std::string rest = std::exchange(m_pending, {});
+    if (wasOver) {
+        return std::nullopt;
+    }
+    return rest;
+}
 
 struct ToolSocket::Client
 {
@@ -258,52 +314,24 @@ void ToolSocket::serve(const std::shared_ptr<Client>& client)
     nameThisThread("tools.client");
     int fd = client->fd;
     std::vector<char> chunk(kChunkBytes);
-    std::string pending;
-    // Where the search for the next newline resumes, so a long line is scanned once.
-    size_t scanned = 0;
-    bool open = true;
-    while (open) {
+    LineFramer framer;
+    auto answer = [&](std::optional<std::string_view> line) {
+        std::optional<std::optional<std::string>> reply;
+        if (line) {
+            reply = ask(client, std::string(*line));
+        } else {
+            reply.emplace(ToolProtocol::lineTooLong());
+        }
+        return reply && (!*reply || writeAll(fd, **reply));
+    };
+    for (;;) {
         ssize_t count = ::read(fd, chunk.data(), chunk.size());
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        if (count <= 0) {
+        if (count <= 0
+            || !framer.feed(std::string_view(chunk.data(), static_cast<size_t>(count)), answer)) {
             break;
-        }
-        pending.append(chunk.data(), static_cast<size_t>(count));
-        size_t start = 0;
-        for (;;) {
-            size_t newline = pending.find('\n', scanned);
-            if (newline == std::string::npos) {
-                scanned = pending.size();
-                break;
-            }
-            std::string line;
-            if (start == 0 && newline >= kChunkBytes) {
-                // A long line takes the buffer itself rather than a copy of it.
-                std::string rest = pending.substr(newline + 1);
-                pending.resize(newline);
-                line = std::exchange(pending, std::move(rest));
-                start = 0;
-            } else {
-                line = pending.substr(start, newline - start);
-                start = newline + 1;
-            }
-            scanned = start;
-            if (line.empty()) {
-                continue;
-            }
-            auto reply = ask(client, std::move(line));
-            if (!reply || (*reply && !writeAll(fd, **reply))) {
-                open = false;
-                break;
-            }
-        }
-        pending.erase(0, start);
-        scanned -= std::min(scanned, start);
-        if (pending.empty() && pending.capacity() > 4 * kChunkBytes) {
-            // Give a huge request's memory back rather than keep it for the life of the client.
-            std::string().swap(pending);
         }
     }
     {

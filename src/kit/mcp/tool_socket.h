@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "kit/mcp/tool_protocol.h"
 #include "kit/support/main_queue.h"
 
 #include <cstddef>
@@ -9,13 +10,43 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 namespace kit::mcp {
 
+// Cuts a byte stream into newline-ended lines, for the tool socket and the bridge alike so the two
+// cannot disagree. Empty lines are skipped. A line longer than the limit is never gathered: its
+// bytes are dropped up to its newline and it is reported as too long, so a peer cannot make us
+// hold more than the limit. One instance per stream, on one thread.
+class LineFramer
+{
+public:
+    // Gets each complete line, or nothing for a line over the limit; answers false to stop.
+    using Sink = std::function<bool(std::optional<std::string_view> line)>;
+
+    explicit LineFramer(std::size_t maxLineBytes = ToolProtocol::kMaxLineBytes)
+        : m_maxLineBytes(maxLineBytes)
+    {}
+
+    // Hands the lines completed by `bytes` to the sink in order; false when the sink stopped
+    // (the rest of `bytes` is then dropped).
+    bool feed(std::string_view bytes, const Sink& sink);
+    // The unfinished last line, emptied; nothing when it was already over the limit.
+    std::optional<std::string> takeRest();
+    // Bytes held for the unfinished line.
+    std::size_t heldBytes() const { return m_pending.capacity(); }
+
+private:
+    std::size_t m_maxLineBytes;
+    std::string m_pending;
+    bool m_overLimit = false;
+};
+
 // Serves request lines on a Unix-domain socket: an accept thread and a thread per client, which
-// hands each line to `respond` on the main queue and waits for its reply. start() and stop() are
+// hands each line to `respond` on the main queue and waits for its reply; a line over the limit is
+// answered with ToolProtocol::lineTooLong() without reaching `respond`. start() and stop() are
 // safe from any thread; destruction disconnects clients and joins them, never from inside respond.
 class ToolSocket
 {
@@ -25,7 +56,7 @@ public:
     // Always called on the main queue.
     using Respond = std::function<void(std::string line, Completion completion)>;
 
-    // Bytes read at a time; the line being gathered grows as needed.
+    // Bytes read at a time; the line being gathered grows up to ToolProtocol::kMaxLineBytes.
     static constexpr std::size_t kChunkBytes = 65536;
     static constexpr int kBacklog = 8;
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // vantorel-mcp run as the assistant runs it: a child process with pipes for its standard streams.
+#include "kit/mcp/instance_marker.h"
 #include "kit/mcp/tool_protocol.h"
 #include "kit/mcp/tool_socket.h"
 #include "kit/support/run_loop.h"
@@ -18,6 +19,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 extern char** environ;
@@ -32,9 +34,9 @@ using kit::support::RunLoop;
 using nlohmann::json;
 using Lines = std::vector<std::string>;
 
-const std::string kUnavailable =
-    "Vantorel is not running, or assistants are turned off: start Vantorel and turn on assistants "
-    "in its Settings.";
+const std::string kNotRunning = "Vantorel is not running; start Vantorel, then try again.";
+const std::string kAssistantsOff =
+    "Vantorel has assistants turned off; turn them on in Vantorel's Settings, then try again.";
 
 class BridgeProcess
 {
@@ -175,6 +177,7 @@ protected:
         m_socket = std::make_unique<ToolSocket>(
             (m_dir.path() / "vantorel.sock").string(),
             [this](std::string request, ToolSocket::Completion completion) {
+                ++m_requests;
                 ToolProtocol::respond(
                     request,
                     "1.0",
@@ -208,22 +211,63 @@ protected:
     RunLoop m_loop;
     std::unique_ptr<ToolSocket> m_socket;
     std::vector<ToolProtocol::ToolCompletion> m_held;
+    size_t m_requests = 0;
 };
 
-TEST_F(BridgeTest, AnswersEachRequestWithWhatToDoWhenNothingListens)
+// What the folder holds besides no listening socket, and what the bridge should say.
+struct AbsentCase
 {
+    const char* name;
+    bool marker;
+    bool markerHeld;
+    bool staleSocket;
+    const std::string* message;
+};
+
+class BridgeWithoutServer : public BridgeTest, public testing::WithParamInterface<AbsentCase>
+{};
+
+TEST_P(BridgeWithoutServer, AnswersEachRequestWithWhatToDo)
+{
+    const AbsentCase& c = GetParam();
+    kit::mcp::InstanceMarker app((m_dir.path() / "vantorel.pid").string());
+    if (c.markerHeld) {
+        ASSERT_TRUE(app.write(::getpid()));
+    } else if (c.marker) {
+        // Left by an app that died; the pid is alive but holds no lock.
+        testing_support::writeFile(app.path(), std::to_string(::getpid()) + "\n");
+    }
+    if (c.staleSocket) {
+        startApp();
+        m_socket.reset();
+        testing_support::writeFile(m_dir.path() / "vantorel.sock", "");
+    }
     BridgeProcess bridge(m_dir.path().string());
     bridge.write("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"initialize\"}\n"
                  "{\"jsonrpc\":\"2.0\",\"method\":\"notifications/initialized\"}\n"
                  "\n"
+                 "nonsense\n"
                  "{\"jsonrpc\":\"2.0\",\"id\":\"two\",\"method\":\"tools/list\"}");
     bridge.closeInput();
     EXPECT_EQ(bridge.finish(), 0);
     EXPECT_EQ(bridge.lines(),
-              (Lines{line(ToolProtocol::error(1, -32000, kUnavailable)),
-                     line(ToolProtocol::error("two", -32000, kUnavailable))}));
+              (Lines{line(ToolProtocol::error(1, -32000, *c.message)),
+                     line(ToolProtocol::refuse("nonsense", 0, "").value()),
+                     line(ToolProtocol::error("two", -32000, *c.message))}));
     EXPECT_EQ(bridge.unfinished(), "");
 }
+
+const AbsentCase kAbsent[] = {
+    {"NothingThere", false, false, false, &kNotRunning},
+    {"MarkerOfADeadApp", true, false, false, &kNotRunning},
+    {"StaleSocketFile", false, false, true, &kNotRunning},
+    {"AppRunningWithAssistantsOff", true, true, false, &kAssistantsOff},
+};
+
+INSTANTIATE_TEST_SUITE_P(Folders,
+                         BridgeWithoutServer,
+                         testing::ValuesIn(kAbsent),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(BridgeTest, RelaysRequestsAndRepliesAndEndsWithItsInput)
 {
@@ -274,8 +318,8 @@ TEST_F(BridgeTest, AnswersWhatIsLeftWhenTheAppGoesAway)
     EXPECT_EQ(bridge.finish(), 0);
     EXPECT_EQ(bridge.lines(),
               (Lines{R"({"id":1,"jsonrpc":"2.0","result":{}})",
-                     line(ToolProtocol::error(2, -32000, kUnavailable)),
-                     line(ToolProtocol::error(3, -32000, kUnavailable))}));
+                     line(ToolProtocol::error(2, -32000, kNotRunning)),
+                     line(ToolProtocol::error(3, -32000, kNotRunning))}));
 }
 
 TEST_F(BridgeTest, ConnectsOnceTheAppListens)
@@ -289,8 +333,29 @@ TEST_F(BridgeTest, ConnectsOnceTheAppListens)
     bridge.closeInput();
     EXPECT_TRUE(m_loop.runUntil([&] { return bridge.poll(); }, 5s));
     EXPECT_EQ(bridge.lines(),
-              (Lines{line(ToolProtocol::error(1, -32000, kUnavailable)),
+              (Lines{line(ToolProtocol::error(1, -32000, kNotRunning)),
                      R"({"id":2,"jsonrpc":"2.0","result":{}})"}));
+}
+
+TEST_F(BridgeTest, ALineOverTheLimitIsAnsweredWithoutReachingTheApp)
+{
+    startApp();
+    BridgeProcess bridge(m_dir.path().string());
+    std::thread writer([&] {
+        std::string chunk(1 << 16, ' ');
+        for (size_t sent = 0; sent <= ToolProtocol::kMaxLineBytes; sent += chunk.size()) {
+            bridge.write(chunk);
+        }
+        bridge.write("\n{\"id\":1,\"method\":\"ping\"}\n");
+        bridge.closeInput();
+    });
+    EXPECT_TRUE(m_loop.runUntil([&] { return bridge.poll(); }, 20s));
+    writer.join();
+    EXPECT_EQ(bridge.exitStatus(), 0);
+    EXPECT_EQ(
+        bridge.lines(),
+        (Lines{line(ToolProtocol::lineTooLong()), R"({"id":1,"jsonrpc":"2.0","result":{}})"}));
+    EXPECT_EQ(m_requests, 1U);
 }
 
 TEST_F(BridgeTest, HelpIsOneParagraph)

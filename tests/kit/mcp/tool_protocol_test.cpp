@@ -265,6 +265,56 @@ TEST(ToolProtocol, AThrowingToolStillGetsOneResult)
     EXPECT_EQ(parsed.at("result").at("content")[0].at("text"), "disk on fire");
 }
 
+// A tool's answer is written into the reply by a path of its own; it must give exactly the bytes
+// the JSON library would, replacing what is not UTF-8.
+struct AnswerTextCase
+{
+    const char* name;
+    std::string text;
+};
+
+class ToolProtocolAnswerText : public testing::TestWithParam<AnswerTextCase>
+{};
+
+TEST_P(ToolProtocolAnswerText, IsWrittenAsTheJsonLibraryWritesIt)
+{
+    for (bool ok : {true, false}) {
+        const std::string& text = GetParam().text;
+        auto reply = ToolProtocol::respond(
+            R"({"id":"x","method":"tools/call","params":{"name":"t"}})",
+            "1",
+            &tools,
+            [&](const std::string&, const std::optional<std::string>&) {
+                return ok ? ToolResult::success(text) : ToolResult::failure(text);
+            });
+        json expected = {{"content", json::array({{{"type", "text"}, {"text", text}}})},
+                         {"isError", !ok}};
+        EXPECT_EQ(reply, ToolProtocol::result("x", expected));
+    }
+}
+
+const AnswerTextCase kAnswerTexts[] = {
+    {"Empty", ""},
+    {"Plain", R"({"url":"https://example.com/a?b=c"})"},
+    {"QuotesAndBackslashes", "say \"hi\" \\ C:\\path"},
+    {"ShortEscapes", "\b\f\n\r\t"},
+    {"OtherControls", std::string("\x00\x01\x1f\x7f end", 8)},
+    {"MultiByte", "caf\u00e9 \u201cquoted\u201d \u203a \U0001F600"},
+    {"LoneContinuation",
+     "a\x80"
+     "b"},
+    {"Overlong", "\xc0\xaf"},
+    {"Surrogate", "\xed\xa0\x80"},
+    {"PastTheLastCodePoint", "\xf4\x90\x80\x80"},
+    {"TruncatedAtTheEnd", "ok \xe2\x80"},
+    {"InvalidAfterValid", "\u00e9\xff\xfe"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Texts,
+                         ToolProtocolAnswerText,
+                         testing::ValuesIn(kAnswerTexts),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 TEST(ToolProtocol, MethodOfALine)
 {
     EXPECT_EQ(ToolProtocol::method(R"({"method":"ping"})"), "ping");

@@ -12,7 +12,9 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -81,6 +83,28 @@ protected:
 };
 
 using Lines = std::vector<std::string>;
+
+std::string line(const std::string& reply)
+{
+    return reply.substr(0, reply.size() - 1);
+}
+
+// Sets a signal's action for one scope.
+class SignalAction
+{
+public:
+    SignalAction(int signal, void (*handler)(int))
+        : m_signal(signal)
+        , m_previous(std::signal(signal, handler))
+    {}
+    ~SignalAction() { std::signal(m_signal, m_previous); }
+    SignalAction(const SignalAction&) = delete;
+    SignalAction& operator=(const SignalAction&) = delete;
+
+private:
+    int m_signal;
+    void (*m_previous)(int);
+};
 
 TEST_F(ToolSocketTest, TwoLinesInOneWriteGetTwoRepliesInOrder)
 {
@@ -252,6 +276,8 @@ TEST(ToolSocketPathLimit, TheLongestPathThatFitsIsServed)
 
 TEST_F(ToolSocketTest, AClientThatHangsUpBeforeItsReplyDoesNotHurtTheServer)
 {
+    // With the default action a write to the closed connection would end the test run.
+    SignalAction pipe(SIGPIPE, SIG_DFL);
     {
         SocketClient client(m_path);
         ASSERT_TRUE(client.send("hold this\n"));
@@ -308,12 +334,55 @@ TEST_F(ToolSocketTest, AThousandDroppedConnectionsLeakNoDescriptorsOrThreads)
     EXPECT_EQ(awaitLines(last, 1), (Lines{"re:last"}));
 }
 
-TEST_F(ToolSocketTest, ReadsASixtyFourMebibyteLine)
+// Resets the peak resident size so the next peakGrowthKiB() sees only what comes after.
+class PeakMemory
 {
-    constexpr size_t kSize = 64 << 20;
-    std::string big(kSize, 'a');
-    big.front() = '<';
-    big.back() = '>';
+public:
+    PeakMemory()
+    {
+        std::ofstream("/proc/self/clear_refs") << "5";
+        m_base = statusKiB("VmRSS:");
+    }
+    long growthKiB() const { return statusKiB("VmHWM:") - m_base; }
+
+private:
+    static long statusKiB(const std::string& key)
+    {
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind(key, 0) == 0) {
+                return std::stol(line.substr(key.size()));
+            }
+        }
+        return 0;
+    }
+    long m_base = 0;
+};
+
+TEST_F(ToolSocketTest, ASixtyFourMebibyteLineIsRefusedInBoundedMemory)
+{
+    SocketClient client(m_path);
+    PeakMemory peak;
+    // Written a chunk at a time, so the only large buffer would be the server's.
+    std::thread writer([&] {
+        std::string chunk(1 << 16, 'a');
+        chunk.front() = '{';
+        for (size_t sent = 0; sent < (64U << 20); sent += chunk.size()) {
+            ASSERT_TRUE(client.send(chunk));
+            chunk.front() = 'a';
+        }
+        client.send("\nsmall\n");
+    });
+    auto lines = awaitLines(client, 2, 30s);
+    writer.join();
+    EXPECT_EQ(lines, (Lines{line(ToolProtocol::lineTooLong()), "re:small"}));
+    EXPECT_EQ(m_received, (Lines{"small"}));
+    EXPECT_LT(peak.growthKiB(), 40 << 10);
+}
+
+TEST_F(ToolSocketTest, ALineOfExactlyTheLimitIsServedWhole)
+{
+    std::string big(ToolProtocol::kMaxLineBytes, 'b');
     m_socket.reset();
     m_socket = std::make_unique<ToolSocket>(
         m_path,
@@ -323,13 +392,10 @@ TEST_F(ToolSocketTest, ReadsASixtyFourMebibyteLine)
         m_loop);
     ASSERT_TRUE(m_socket->start());
     SocketClient client(m_path);
-    std::thread writer([&] {
-        client.send(big);
-        client.send("\nsmall\n");
-    });
+    std::thread writer([&] { client.send(big + "\nsmall\n"); });
     auto lines = awaitLines(client, 2, 20s);
     writer.join();
-    EXPECT_EQ(lines, (Lines{std::to_string(kSize) + " intact", "5"}));
+    EXPECT_EQ(lines, (Lines{std::to_string(big.size()) + " intact", "5"}));
 }
 
 TEST_F(ToolSocketTest, ASilentHalfLineDoesNotHoldUpOthers)
