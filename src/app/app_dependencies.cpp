@@ -9,6 +9,8 @@
 #include "kit/support/log.h"
 #include "kit/tools/icon_theme.h"
 
+#include <unistd.h>
+
 #include <cctype>
 #include <fstream>
 #include <sstream>
@@ -161,6 +163,12 @@ void AppDependencies::start()
         return;
     }
     m_started = true;
+    m_marker = std::make_unique<mcp::InstanceMarker>(
+        mcp::InstanceMarker::besideSocket(m_toolSocket->path()));
+    if (!m_marker->write(static_cast<pid_t>(::getpid()))) {
+        kLog.error("could not write " + m_marker->path()
+                   + "; the bridge may say Vantorel is not running");
+    }
     m_assistantsObservation = m_settings->observe(settings::AppSettings::Key::AssistantsEnabled,
                                                   [this] { applyAssistantsSetting(); });
     applyAssistantsSetting();
@@ -190,6 +198,9 @@ void AppDependencies::terminate()
     m_terminated = true;
     m_libraryStore->flush();
     m_grants->flush();
+    if (m_marker) {
+        m_marker->remove();
+    }
     m_toolSocket->stop();
 }
 

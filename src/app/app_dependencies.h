@@ -2,6 +2,7 @@
 #pragma once
 
 #include "app/environment.h"
+#include "kit/mcp/instance_marker.h"
 #include "kit/mcp/tool_socket.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/proposal/root_grant_store.h"
@@ -100,6 +101,8 @@ private:
     std::shared_ptr<kit::tools::IconProvider> m_icons;
     std::unique_ptr<kit::tools::ToolService> m_tools;
     std::unique_ptr<kit::mcp::ToolSocket> m_toolSocket;
+    // Tells the bridge the app runs even while assistants are off and the socket is gone.
+    std::unique_ptr<kit::mcp::InstanceMarker> m_marker;
     size_t m_assistantsObservation = 0;
 };
 

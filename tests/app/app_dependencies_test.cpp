@@ -129,6 +129,9 @@ TEST_F(Machine, TurningAssistantsOnAndOffStartsAndStopsTheSocketAtOnce)
     AppDependencies dependencies(m_loop, options());
     dependencies.start();
     EXPECT_FALSE(isSocket(socketPath()));
+    // The bridge still learns that the app runs.
+    mcp::InstanceMarker marker(mcp::InstanceMarker::besideSocket(socketPath().string()));
+    EXPECT_TRUE(marker.isRunning());
 
     dependencies.settings().setAssistantsEnabled(true);
     EXPECT_TRUE(isSocket(socketPath()));
@@ -146,6 +149,7 @@ TEST_F(Machine, TurningAssistantsOnAndOffStartsAndStopsTheSocketAtOnce)
 
     dependencies.terminate();
     EXPECT_FALSE(std::filesystem::exists(socketPath()));
+    EXPECT_FALSE(marker.isRunning());
 }
 
 TEST_F(Machine, AssistantsReachTheLibraryThroughTheSocket)

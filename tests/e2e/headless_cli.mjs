@@ -7,7 +7,7 @@ import { tmpdir } from "node:os";
 import { join } from "node:path";
 import assert from "node:assert/strict";
 
-const [vantorel] = process.argv.slice(2);
+const [vantorel, bridge] = process.argv.slice(2);
 const root = mkdtempSync(join(tmpdir(), "vantorel-cli-"));
 const runtime = join(root, "run");
 mkdirSync(runtime, { mode: 0o700 });
@@ -42,6 +42,18 @@ try {
   await until(() => log.includes("Vantorel started"), "the app to start");
   await until(() => output.includes("Assistants are off"), "the hint to turn assistants on");
   assert.ok(!existsSync(socket), "no socket while assistants are off");
+  // An assistant asking now is told what to do rather than left waiting.
+  const asked = spawnSync(bridge, [], {
+    env,
+    encoding: "utf8",
+    timeout: 20000,
+    input: '{"jsonrpc":"2.0","id":1,"method":"tools/list"}\n',
+  });
+  assert.equal(asked.status, 0, asked.stderr);
+  const refusal = JSON.parse(asked.stdout.trim());
+  assert.equal(refusal.id, 1);
+  assert.match(refusal.error.message, /turn them on/);
+  step("the bridge says assistants are off while the app runs");
 
   let result = run("settings", "set", "assistantsEnabled", "true");
   assert.equal(result.status, 0, result.stderr);

@@ -60,9 +60,12 @@ void ProposalInbox::refresh(const storage::LibraryStore& store)
         snapshot.grantedBookmarks = m_grantedFolders();
     }
     m_review = proposal::review(*m_proposal, snapshot, m_reach);
-    m_applying = m_leftOut.empty()
-                     ? m_review
-                     : proposal::review(m_proposal->leavingOut(m_leftOut), snapshot, m_reach);
+    // With nothing left out the review is what applying writes; a large one is not copied.
+    if (m_leftOut.empty()) {
+        m_applying.reset();
+    } else {
+        m_applying = proposal::review(m_proposal->leavingOut(m_leftOut), snapshot, m_reach);
+    }
     notify();
 }
 
@@ -131,11 +134,12 @@ std::vector<std::string> ProposalInbox::leftOutNames() const
 bool ProposalInbox::apply(storage::LibraryStore& store)
 {
     refresh(store);
-    if (!m_applying || !m_applying->hasWork()) {
+    if (!applying() || !applying()->hasWork()) {
         return false;
     }
-    const ProposalReview written = *m_applying;
     std::vector<std::string> leftOut = leftOutNames();
+    // Taken, not copied: the inbox is cleared once the writes are done.
+    ProposalReview written = std::move(*(m_leftOut.empty() ? m_review : m_applying));
 
     for (const auto& session : written.sessionsToWrite()) {
         store.upsertSession(session);
@@ -198,7 +202,7 @@ bool ProposalInbox::apply(storage::LibraryStore& store)
 
     clear();
     notify();
-    tell({Decision::Kind::Applied, written, std::move(leftOut)});
+    tell({Decision::Kind::Applied, std::move(written), std::move(leftOut)});
     return true;
 }
 

@@ -52,7 +52,10 @@ public:
     const std::optional<Proposal>& proposal() const { return m_proposal; }
     const std::optional<ProposalReview>& review() const { return m_review; }
     // The review of the proposal without the unchecked rows: what Apply would write.
-    const std::optional<ProposalReview>& applying() const { return m_applying; }
+    const std::optional<ProposalReview>& applying() const
+    {
+        return m_leftOut.empty() ? m_review : m_applying;
+    }
     const ProposalEntries& leftOut() const { return m_leftOut; }
     const std::optional<std::string>& fileName() const { return m_fileName; }
     bool isPending() const { return m_proposal.has_value(); }
@@ -89,7 +92,7 @@ private:
 
     std::optional<Proposal> m_proposal;
     std::optional<ProposalReview> m_review;
-    std::optional<ProposalReview> m_applying;
+    std::optional<ProposalReview> m_applying; // only while rows are left out
     ProposalEntries m_leftOut;
     std::optional<std::string> m_fileName;
     DecisionCallback m_onDecision;

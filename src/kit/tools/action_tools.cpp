@@ -60,7 +60,7 @@ ActionTools::Action ActionTools::parse(const std::string& name,
 {
     if (name == "switch_bar") {
         const Arguments args = Arguments::parse(arguments);
-        return Action::switchBar(resolve(context.snapshot, args.requiredString("bar")));
+        return Action::switchBar(resolve(*context.snapshot, args.requiredString("bar")));
     }
     if (name == "open_shortcut") {
         const Arguments args = Arguments::parse(arguments);
@@ -68,7 +68,7 @@ ActionTools::Action ActionTools::parse(const std::string& name,
         if (!ShortcutID::parse(trimmed(id))) {
             throw ToolError::badArguments(id + " is not an id");
         }
-        auto found = findShortcut(context.snapshot, id, args.string("bar"));
+        auto found = findShortcut(*context.snapshot, id, args.string("bar"));
         const auto& target = found.shortcut->target;
         if (target.isDivider()) {
             throw ToolError::badArguments("A divider opens nothing.");

@@ -141,7 +141,7 @@ int clampedLimit(std::optional<int64_t> limit, int fallback)
 
 Record listBars(const ToolContext& context)
 {
-    const auto& snapshot = context.snapshot;
+    const auto& snapshot = *context.snapshot;
     Record bars = Record::array();
     for (const auto& bar : snapshot.bars) {
         const Library* library = snapshot.library(bar.id);
@@ -156,9 +156,9 @@ Record listBars(const ToolContext& context)
 
 Record listShortcuts(const Arguments& arguments, const ToolContext& context)
 {
-    const Bar& bar = resolveOrShowing(context.snapshot, arguments.string("bar"));
+    const Bar& bar = resolveOrShowing(*context.snapshot, arguments.string("bar"));
     Record shortcuts = Record::array();
-    if (const Library* library = context.snapshot.library(bar.id)) {
+    if (const Library* library = context.snapshot->library(bar.id)) {
         for (const auto& shortcut : library->shortcuts) {
             shortcuts.push_back(Record(documentShape(shortcut)));
         }
@@ -169,7 +169,7 @@ Record listShortcuts(const Arguments& arguments, const ToolContext& context)
 Record getShortcut(const Arguments& arguments, const ToolContext& context)
 {
     auto found =
-        findShortcut(context.snapshot, arguments.requiredString("id"), arguments.string("bar"));
+        findShortcut(*context.snapshot, arguments.requiredString("id"), arguments.string("bar"));
     return Record{{"bar", found.bar->name},
                   {"path", nameOrNull(groupPath(*found.library, found.shortcut->id))},
                   {"shortcut", Record(documentShape(*found.shortcut))}};
@@ -177,9 +177,9 @@ Record getShortcut(const Arguments& arguments, const ToolContext& context)
 
 Record listGroups(const Arguments& arguments, const ToolContext& context)
 {
-    const Bar& bar = resolveOrShowing(context.snapshot, arguments.string("bar"));
+    const Bar& bar = resolveOrShowing(*context.snapshot, arguments.string("bar"));
     Record groups = Record::array();
-    if (const Library* library = context.snapshot.library(bar.id)) {
+    if (const Library* library = context.snapshot->library(bar.id)) {
         auto visit = [&](const Shortcut& shortcut, const std::string& path, int depth) {
             if (shortcut.target.isGroup()) {
                 groups.push_back(
@@ -200,8 +200,8 @@ Record searchShortcuts(const Arguments& arguments, const ToolContext& context)
     const std::string query = arguments.requiredString("query");
     const std::string needle = folded(trimmed(query));
     Record hits = Record::array();
-    for (const auto& bar : context.snapshot.bars) {
-        const Library* library = context.snapshot.library(bar.id);
+    for (const auto& bar : context.snapshot->bars) {
+        const Library* library = context.snapshot->library(bar.id);
         if (!library) {
             continue;
         }
@@ -222,7 +222,7 @@ Record searchShortcuts(const Arguments& arguments, const ToolContext& context)
 Record listSessions(const ToolContext& context)
 {
     std::unordered_map<library::SessionID, int> uses;
-    for (const auto& [id, library] : context.snapshot.libraries) {
+    for (const auto& [id, library] : context.snapshot->libraries) {
         auto visit = [&](const Shortcut& shortcut, const std::string&, int) {
             if (const auto* url = shortcut.target.urlTarget(); url && url->sessionID) {
                 ++uses[*url->sessionID];
@@ -231,7 +231,7 @@ Record listSessions(const ToolContext& context)
         walk(library.shortcuts, std::string(), 0, visit);
     }
     Record sessions = Record::array();
-    for (const auto& session : context.snapshot.sessions) {
+    for (const auto& session : context.snapshot->sessions) {
         sessions.push_back(Record{{"id", session.id.string()},
                                   {"name", session.name},
                                   {"colour", library::Session::colourIndex(session)},
@@ -245,7 +245,7 @@ Record getSettings(const ToolContext& context)
     const auto& browsing = context.browsing;
     return Record{
         {"appVersion", context.appVersion},
-        {"barCount", context.snapshot.bars.size()},
+        {"barCount", context.snapshot->bars.size()},
         {"linksOpen", library::enumWord(browsing.openMode)},
         {"browserBundleID",
          browsing.browserBundleID ? Record(*browsing.browserBundleID) : Record(nullptr)},

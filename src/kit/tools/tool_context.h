@@ -7,6 +7,7 @@
 #include "kit/tools/icon_provider.h"
 #include "kit/tools/installed_apps.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,10 +16,10 @@
 namespace kit::tools {
 
 // A read-only picture of the running app, taken on the main thread at the start of one tool call.
-// A plain value: the snapshot is its own copy, the lists are shared and never changed.
+// A plain value: the snapshot and the lists are shared and never changed.
 struct ToolContext
 {
-    proposal::LibrarySnapshot snapshot;
+    std::shared_ptr<const proposal::LibrarySnapshot> snapshot;
     library::BrowsingDefaults browsing;
     AppList installedApps;
     IconList icons;

@@ -24,7 +24,14 @@ ToolService::ToolService(storage::LibraryStore& store,
     , m_installedApps(std::move(installedApps))
     , m_icons(std::move(icons))
     , m_bindings(std::move(bindings))
-{}
+{
+    m_storeObservation = m_store.observe([this](unsigned) { m_snapshot.reset(); });
+}
+
+ToolService::~ToolService()
+{
+    m_store.removeObserver(m_storeObservation);
+}
 
 ToolContext ToolService::context() const
 {
@@ -33,8 +40,11 @@ ToolContext ToolService::context() const
 
 ToolContext ToolService::context(bool withApps, bool withIcons) const
 {
+    if (!m_snapshot) {
+        m_snapshot = std::make_shared<const proposal::LibrarySnapshot>(m_store);
+    }
     return ToolContext{
-        proposal::LibrarySnapshot(m_store),
+        m_snapshot,
         m_bindings.browsing ? m_bindings.browsing() : library::BrowsingDefaults::standard(),
         withApps && m_installedApps ? m_installedApps->list() : nullptr,
         withIcons && m_icons ? m_icons->icons() : nullptr,

@@ -56,6 +56,9 @@ public:
                 std::shared_ptr<InstalledApps> installedApps,
                 std::shared_ptr<IconProvider> icons,
                 Bindings bindings);
+    ~ToolService();
+    ToolService(const ToolService&) = delete;
+    ToolService& operator=(const ToolService&) = delete;
 
     Bindings& bindings() { return m_bindings; }
 
@@ -82,6 +85,10 @@ private:
     std::shared_ptr<InstalledApps> m_installedApps;
     std::shared_ptr<IconProvider> m_icons;
     Bindings m_bindings;
+    // Every bar as the tools see it, kept between calls until the store changes: reading the
+    // other bars' files and copying the showing one would cost more than most tools do.
+    mutable std::shared_ptr<const proposal::LibrarySnapshot> m_snapshot;
+    size_t m_storeObservation = 0;
 };
 
 } // namespace kit::tools

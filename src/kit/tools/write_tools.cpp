@@ -165,7 +165,7 @@ const library::Session* findSession(const std::vector<library::Session>& session
 
 const library::Session& resolveSession(const ToolContext& context, const std::string& text)
 {
-    if (const auto* session = findSession(context.snapshot.sessions, text)) {
+    if (const auto* session = findSession(context.snapshot->sessions, text)) {
         return *session;
     }
     throw ToolError::unknownSession(text);
@@ -185,7 +185,7 @@ std::string nonEmptyName(const Arguments& args, const char* key, const char* ref
 BarDestination destinationOf(const Arguments& args, const ToolContext& context)
 {
     auto bar = args.string("bar");
-    return bar ? BarDestination::existing(resolve(context.snapshot, *bar).id)
+    return bar ? BarDestination::existing(resolve(*context.snapshot, *bar).id)
                : BarDestination::active();
 }
 
@@ -215,7 +215,7 @@ struct Edit
 
 Edit edit(const Arguments& args, const ToolContext& context)
 {
-    auto found = findShortcut(context.snapshot, args.requiredString("id"), args.string("bar"));
+    auto found = findShortcut(*context.snapshot, args.requiredString("id"), args.string("bar"));
     return {found, ProposedShortcut::from(*found.shortcut), {}};
 }
 
@@ -362,7 +362,7 @@ Proposal setAccount(const Arguments& args, const ToolContext& context)
         auto text = args.string("session");
         if (!text) {
             link.sessionID.reset();
-        } else if (const auto* session = findSession(context.snapshot.sessions, *text)) {
+        } else if (const auto* session = findSession(context.snapshot->sessions, *text)) {
             link.sessionID = session->id;
         } else if (library::SessionID::parse(trimmed(*text))) {
             throw ToolError::unknownSession(*text);
@@ -434,12 +434,12 @@ Proposal setLinkOptions(const Arguments& args, const ToolContext& context)
 
 Proposal moveToBar(const Arguments& args, const ToolContext& context)
 {
-    auto found = findShortcut(context.snapshot, args.requiredString("id"), args.string("bar"));
+    auto found = findShortcut(*context.snapshot, args.requiredString("id"), args.string("bar"));
     const std::string to = args.requiredString("to");
     BarDestination destination;
     std::string toName;
     try {
-        const Bar& bar = resolve(context.snapshot, to);
+        const Bar& bar = resolve(*context.snapshot, to);
         destination = BarDestination::existing(bar.id);
         toName = bar.name;
     } catch (const ToolError&) {
@@ -466,7 +466,7 @@ Proposal addBar(const Arguments& args, const ToolContext&)
 
 Proposal renameBar(const Arguments& args, const ToolContext& context)
 {
-    const Bar& bar = resolve(context.snapshot, args.requiredString("bar"));
+    const Bar& bar = resolve(*context.snapshot, args.requiredString("bar"));
     std::string name = nonEmptyName(args, "name", "A bar needs a name.");
     Proposal proposal;
     proposal.title = "Rename the bar " + curly(bar.name);
@@ -504,7 +504,7 @@ Proposal removeSession(const Arguments& args, const ToolContext& context)
 
 Proposal removeShortcuts(const Arguments& args, const ToolContext& context)
 {
-    const Bar& bar = resolveOrShowing(context.snapshot, args.string("bar"));
+    const Bar& bar = resolveOrShowing(*context.snapshot, args.string("bar"));
     const json* ids = args.array("ids");
     if (!ids) {
         refuse("ids is required.");
@@ -512,7 +512,7 @@ Proposal removeShortcuts(const Arguments& args, const ToolContext& context)
     if (ids->empty()) {
         refuse("ids is empty.");
     }
-    const library::Library* library = context.snapshot.library(bar.id);
+    const library::Library* library = context.snapshot->library(bar.id);
     std::vector<ShortcutID> removals;
     std::string firstName;
     for (const json& item : *ids) {
@@ -542,7 +542,7 @@ Proposal removeShortcuts(const Arguments& args, const ToolContext& context)
 
 Proposal removeBar(const Arguments& args, const ToolContext& context)
 {
-    const Bar& bar = resolve(context.snapshot, args.requiredString("bar"));
+    const Bar& bar = resolve(*context.snapshot, args.requiredString("bar"));
     Proposal proposal;
     proposal.title = "Remove the bar " + curly(bar.name);
     proposal.removeBars.push_back(bar.id);
@@ -1103,7 +1103,7 @@ WriteTools::Call WriteTools::call(const std::string& name,
     Call call;
     call.proposal = tool->build(args, context);
     call.proposal.source = source;
-    call.review = proposal::review(call.proposal, context.snapshot, context.reach);
+    call.review = proposal::review(call.proposal, *context.snapshot, context.reach);
     std::string title = call.proposal.title && !trimmed(*call.proposal.title).empty()
                             ? *call.proposal.title
                             : std::string(kUntitled);

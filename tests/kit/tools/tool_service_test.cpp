@@ -292,6 +292,18 @@ INSTANTIATE_TEST_SUITE_P(
                       R"({"bar":"Attic"})",
                       "There is no bar “Attic”. list_bars says which there are."}));
 
+// The picture of the bars is kept between calls; every change of the store must show at once.
+TEST_F(ToolServiceTest, ReadsSeeEachChangeOfTheStore)
+{
+    EXPECT_EQ(answer("list_bars")["bars"].size(), store->bars().size());
+    store->addBar("Later");
+    auto bars = answer("list_bars")["bars"];
+    EXPECT_EQ(bars.size(), store->bars().size());
+    EXPECT_EQ(bars.back()["name"], "Later");
+    store->mutate([](Library& l) { l.add(testing_support::webLink("Fresh")); });
+    EXPECT_NE(answer("list_shortcuts").dump().find("Fresh"), std::string::npos);
+}
+
 TEST_F(ToolServiceTest, AbsentArgumentsReadAsAnEmptyObject)
 {
     EXPECT_EQ(failure("switch_bar"), "The arguments could not be read: bar is required.");
