@@ -94,21 +94,24 @@ void applyThroughStore(benchmark::State& state, bool withSave)
 {
     for (auto _ : state) {
         state.PauseTiming();
-        testing_support::TempDir dir;
-        bench_support::writeRealisticLibrary(dir.path());
+        auto dir = std::make_unique<testing_support::TempDir>();
+        bench_support::writeRealisticLibrary(dir->path());
         LibraryStore::Options options;
         options.interval = std::chrono::milliseconds(60'000);
-        LibraryStore store(SupportDirectory{dir.path(), true}, options);
-        ProposalInbox inbox;
-        inbox.receive(mixedProposal(store.library()), {}, store);
+        auto store = std::make_unique<LibraryStore>(SupportDirectory{dir->path(), true}, options);
+        auto inbox = std::make_unique<ProposalInbox>();
+        inbox->receive(mixedProposal(store->library()), {}, *store);
         state.ResumeTiming();
-        bool applied = inbox.apply(store);
+        bool applied = inbox->apply(*store);
         if (withSave) {
-            store.flush();
+            store->flush();
         }
         benchmark::DoNotOptimize(applied);
+        // Tearing down the folder and the store is not part of applying.
         state.PauseTiming();
-        store.flush();
+        inbox.reset();
+        store.reset();
+        dir.reset();
         state.ResumeTiming();
     }
 }
