@@ -529,7 +529,9 @@ std::optional<std::optional<HotKeyCombo>> AppSettings::hotKeyFromText(std::strin
 {
     text = trimmed(text);
     if (lowered(text) == "off") {
-        return std::optional<HotKeyCombo>();
+        // Built in place: g++ 12 at -O2 warns falsely about copying an empty inner optional.
+        std::optional<std::optional<HotKeyCombo>> off(std::in_place);
+        return off;
     }
     auto parts = splitPlus(text);
     const auto key = keyFromText(parts.back());
