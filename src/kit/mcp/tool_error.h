@@ -67,7 +67,10 @@ class ToolResult
 {
 public:
     static ToolResult success(std::string json) { return ToolResult(std::move(json), {}, true); }
-    static ToolResult failure(const ToolError& error) { return ToolResult({}, error, false); }
+    static ToolResult failure(const ToolError& error)
+    {
+        return ToolResult(error.message(), error, false);
+    }
     static ToolResult failure(std::string message)
     {
         return ToolResult(std::move(message), {}, false);
@@ -75,7 +78,7 @@ public:
 
     bool ok() const { return m_ok; }
     // The answer's JSON text when ok(), otherwise the failure's sentence.
-    std::string text() const { return m_error ? m_error->message() : m_text; }
+    const std::string& text() const { return m_text; }
     const std::optional<ToolError>& error() const { return m_error; }
 
     bool operator==(const ToolResult&) const = default;

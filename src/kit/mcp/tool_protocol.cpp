@@ -239,7 +239,7 @@ std::string toolReply(const json& id, const ToolResult& answer)
 {
     constexpr std::string_view kOkTail = R"(","type":"text"}],"isError":false}})";
     constexpr std::string_view kFailedTail = R"(","type":"text"}],"isError":true}})";
-    const std::string text = answer.text();
+    const std::string& text = answer.text();
     std::string reply;
     try {
         reply = "{\"id\":" + id.dump(-1, ' ', false, json::error_handler_t::replace)

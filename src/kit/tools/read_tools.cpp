@@ -154,16 +154,19 @@ Record listBars(const ToolContext& context)
     return Record{{"bars", std::move(bars)}};
 }
 
-Record listShortcuts(const Arguments& arguments, const ToolContext& context)
+// Built as a sorted json rather than a Record: its two keys are in order either way, and a whole
+// bar copied into an ordered tree would cost as much again as building it.
+json listShortcuts(const Arguments& arguments, const ToolContext& context)
 {
     const Bar& bar = resolveOrShowing(*context.snapshot, arguments.string("bar"));
-    Record shortcuts = Record::array();
+    json shortcuts = json::array();
     if (const Library* library = context.snapshot->library(bar.id)) {
+        shortcuts.get_ref<json::array_t&>().reserve(library->shortcuts.size());
         for (const auto& shortcut : library->shortcuts) {
-            shortcuts.push_back(Record(documentShape(shortcut)));
+            shortcuts.push_back(documentShape(shortcut));
         }
     }
-    return Record{{"bar", bar.name}, {"shortcuts", std::move(shortcuts)}};
+    return json{{"bar", bar.name}, {"shortcuts", std::move(shortcuts)}};
 }
 
 Record getShortcut(const Arguments& arguments, const ToolContext& context)
@@ -470,6 +473,13 @@ bool ReadTools::handles(std::string_view name)
     return std::find(all.begin(), all.end(), name) != all.end();
 }
 
+bool ReadTools::answersFromBarsAlone(std::string_view name)
+{
+    // Not settings, icons, apps or deep links: those change without the bars changing.
+    return name == "list_bars" || name == "list_shortcuts" || name == "get_shortcut"
+           || name == "list_groups" || name == "search_shortcuts" || name == "list_sessions";
+}
+
 std::string ReadTools::call(const std::string& name,
                             const std::optional<std::string>& arguments,
                             const ToolContext& context)
@@ -482,7 +492,7 @@ std::string ReadTools::call(const std::string& name,
     if (name == "list_bars") {
         answer = listBars(context);
     } else if (name == "list_shortcuts") {
-        answer = listShortcuts(args, context);
+        return compact(listShortcuts(args, context));
     } else if (name == "get_shortcut") {
         answer = getShortcut(args, context);
     } else if (name == "list_groups") {

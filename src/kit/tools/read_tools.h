@@ -23,6 +23,9 @@ public:
     static const std::vector<mcp::ToolDescription>& descriptions();
     static const std::vector<std::string>& names();
     static bool handles(std::string_view name);
+    // Whether the answer depends on nothing but the bars and the arguments, so that it can be
+    // kept until the bars change.
+    static bool answersFromBarsAlone(std::string_view name);
 
     // The answer's JSON text. Throws mcp::ToolError (unknownTool for a name not among the ten).
     static std::string call(const std::string& name,

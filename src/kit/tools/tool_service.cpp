@@ -25,7 +25,11 @@ ToolService::ToolService(storage::LibraryStore& store,
     , m_icons(std::move(icons))
     , m_bindings(std::move(bindings))
 {
-    m_storeObservation = m_store.observe([this](unsigned) { m_snapshot.reset(); });
+    m_storeObservation = m_store.observe([this](unsigned) {
+        m_snapshot.reset();
+        m_answers.clear();
+        m_answerBytes = 0;
+    });
 }
 
 ToolService::~ToolService()
@@ -68,10 +72,7 @@ void ToolService::call(const std::string& name,
     std::optional<WriteTools::Call> write;
     try {
         if (ReadTools::handles(name)) {
-            // Scans are slow the first time, so only the tools that read them start them.
-            const bool apps = name == "find_apps" || name == "list_deep_links";
-            const bool icons = name == "search_icons";
-            result = ToolResult::success(ReadTools::call(name, arguments, context(apps, icons)));
+            result = ToolResult::success(read(name, arguments));
         } else if (!allowsWrites()) {
             result = ToolResult::failure(ToolError::writesOff());
         } else if (ActionTools::handles(name)) {
@@ -92,6 +93,32 @@ void ToolService::call(const std::string& name,
         return;
     }
     propose(std::move(*write), std::move(completion));
+}
+
+std::string ToolService::read(const std::string& name, const std::optional<std::string>& arguments)
+{
+    if (!ReadTools::answersFromBarsAlone(name)) {
+        // Scans are slow the first time, so only the tools that read them start them.
+        const bool apps = name == "find_apps" || name == "list_deep_links";
+        const bool icons = name == "search_icons";
+        return ReadTools::call(name, arguments, context(apps, icons));
+    }
+    std::string key = name;
+    key.push_back('\0');
+    key += arguments.value_or(std::string());
+    if (auto it = m_answers.find(key); it != m_answers.end()) {
+        return it->second;
+    }
+    std::string answer = ReadTools::call(name, arguments, context(false, false));
+    if (m_answerBytes + answer.size() > kAnswerBudget) {
+        m_answers.clear();
+        m_answerBytes = 0;
+    }
+    if (answer.size() <= kAnswerBudget) {
+        m_answerBytes += answer.size();
+        m_answers.emplace(std::move(key), answer);
+    }
+    return answer;
 }
 
 void ToolService::propose(WriteTools::Call call, Completion completion)

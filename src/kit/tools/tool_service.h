@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace kit::storage {
@@ -79,6 +80,7 @@ private:
     ToolContext context(bool withApps, bool withIcons) const;
     bool allowsWrites() const;
     void propose(WriteTools::Call call, Completion completion);
+    std::string read(const std::string& name, const std::optional<std::string>& arguments);
 
     storage::LibraryStore& m_store;
     support::MainQueue& m_mainQueue;
@@ -88,6 +90,11 @@ private:
     // Every bar as the tools see it, kept between calls until the store changes: reading the
     // other bars' files and copying the showing one would cost more than most tools do.
     mutable std::shared_ptr<const proposal::LibrarySnapshot> m_snapshot;
+    // Answers of the tools that read only the bars, by tool and arguments, dropped with the
+    // snapshot: an assistant asks for the same bar again and again while it works.
+    std::unordered_map<std::string, std::string> m_answers;
+    size_t m_answerBytes = 0;
+    static constexpr size_t kAnswerBudget = 16u << 20;
     size_t m_storeObservation = 0;
 };
 

@@ -296,12 +296,23 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(ToolServiceTest, ReadsSeeEachChangeOfTheStore)
 {
     EXPECT_EQ(answer("list_bars")["bars"].size(), store->bars().size());
+    const auto sessionsBefore = answer("list_sessions")["sessions"].size();
+    const auto shortcutsBefore = answer("list_shortcuts")["shortcuts"].size();
+    EXPECT_EQ(answer("list_shortcuts")["shortcuts"].size(), shortcutsBefore);
+
     store->addBar("Later");
     auto bars = answer("list_bars")["bars"];
     EXPECT_EQ(bars.size(), store->bars().size());
     EXPECT_EQ(bars.back()["name"], "Later");
     store->mutate([](Library& l) { l.add(testing_support::webLink("Fresh")); });
-    EXPECT_NE(answer("list_shortcuts").dump().find("Fresh"), std::string::npos);
+    auto shortcuts = answer("list_shortcuts")["shortcuts"];
+    EXPECT_EQ(shortcuts.size(), shortcutsBefore + 1);
+    EXPECT_NE(shortcuts.dump().find("Fresh"), std::string::npos);
+    store->addSession("Second account");
+    EXPECT_EQ(answer("list_sessions")["sessions"].size(), sessionsBefore + 1);
+    // Kept answers are per arguments: another bar's list is not the showing one's.
+    EXPECT_EQ(answer("list_shortcuts", R"({"bar":"Later"})")["bar"], "Later");
+    EXPECT_EQ(answer("list_shortcuts")["bar"], "Work");
 }
 
 TEST_F(ToolServiceTest, AbsentArgumentsReadAsAnEmptyObject)
