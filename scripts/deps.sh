@@ -1,17 +1,23 @@
 #!/usr/bin/env bash
 # Installs the Debian packages a step needs, asking apt only for those that are missing.
-# Usage: scripts/deps.sh build|test|run
+# Usage: scripts/deps.sh build|test|run|package
 set -euo pipefail
 
-build=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libssl-dev qt6-base-dev libglib2.0-dev)
-test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev)
-run=()
+build=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libssl-dev qt6-base-dev libglib2.0-dev
+       libxcb1-dev libxcb-keysyms1-dev)
+test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+      xvfb trayer xdotool x11-utils imagemagick desktop-file-utils)
+# The Debian package: dpkg-shlibdeps computes its dependencies.
+package=(dpkg-dev)
+# Icons name symbols from the icon theme and paint emoji and letters: a theme and fonts to do it.
+run=(adwaita-icon-theme fonts-dejavu-core fonts-noto-color-emoji)
 
 case "${1:-build}" in
   build) want=("${build[@]}") ;;
-  test) want=("${build[@]}" "${test[@]}") ;;
+  test) want=("${build[@]}" "${run[@]}" "${test[@]}") ;;
   run) want=("${build[@]}" "${run[@]}") ;;
-  *) echo "deps.sh: unknown set '$1' (build, test or run)" >&2; exit 2 ;;
+  package) want=("${build[@]}" "${package[@]}") ;;
+  *) echo "deps.sh: unknown set '$1' (build, test, run or package)" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -1,0 +1,563 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/x11_keys.h"
+
+#include "kit/keys/bar_wheel.h"
+#include "kit/keys/hot_key_combo.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QSystemTrayIcon>
+#include <QThread>
+#include <QWheelEvent>
+#include <QWidget>
+
+#include <X11/keysym.h>
+#include <xcb/xcb.h>
+#include <xcb/xcb_keysyms.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace desktop {
+namespace {
+
+using namespace std::chrono_literals;
+using kit::keys::HotKeyCombo;
+using kit::keys::Modifier;
+using kit::keys::ModifierSet;
+namespace key_code = kit::keys::key_code;
+
+template <class Predicate> bool spinUntil(Predicate done, std::chrono::milliseconds limit = 3s)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done() && std::chrono::steady_clock::now() < deadline) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return done();
+}
+
+void spinFor(std::chrono::milliseconds time)
+{
+    spinUntil([] { return false; }, time);
+}
+
+// ---- key codes ----
+
+struct KeysymCase
+{
+    uint16_t keyCode;
+    std::optional<uint32_t> keysym;
+};
+
+class KeysymTest : public ::testing::TestWithParam<KeysymCase>
+{};
+
+TEST_P(KeysymTest, MapsTheStoredKeyCode)
+{
+    EXPECT_EQ(X11HotKeys::keysymFor(GetParam().keyCode), GetParam().keysym)
+        << "key code " << GetParam().keyCode;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys,
+    KeysymTest,
+    ::testing::Values(
+        // Letters are scattered over the codes and come out lower case.
+        KeysymCase{key_code::kA, XK_a},
+        KeysymCase{key_code::kG, XK_g},
+        KeysymCase{6, XK_z},
+        KeysymCase{46, XK_m},
+        // Digits are not in code order either.
+        KeysymCase{kit::keys::digitKeyCode(0), XK_0},
+        KeysymCase{kit::keys::digitKeyCode(1), XK_1},
+        KeysymCase{kit::keys::digitKeyCode(5), XK_5},
+        KeysymCase{kit::keys::digitKeyCode(9), XK_9},
+        KeysymCase{key_code::kLeftArrow, XK_Left},
+        KeysymCase{key_code::kRightArrow, XK_Right},
+        KeysymCase{key_code::kUpArrow, XK_Up},
+        KeysymCase{key_code::kDownArrow, XK_Down},
+        KeysymCase{122, XK_F1},
+        KeysymCase{96, XK_F5},
+        KeysymCase{111, XK_F12},
+        KeysymCase{90, XK_F20},
+        KeysymCase{51, XK_BackSpace},
+        KeysymCase{117, XK_Delete},
+        KeysymCase{76, XK_KP_Enter},
+        KeysymCase{83, XK_KP_1},
+        // The fn key, the modifier keys themselves and codes no keyboard sends.
+        KeysymCase{63, std::nullopt},
+        KeysymCase{55, std::nullopt},
+        KeysymCase{56, std::nullopt},
+        KeysymCase{200, std::nullopt},
+        KeysymCase{0xffff, std::nullopt}));
+
+TEST(KeysymTableTest, EveryNamedKeyHasItsOwnKeysym)
+{
+    std::map<uint32_t, uint16_t> seen;
+    for (uint16_t code = 0; code < 128; ++code) {
+        const std::string name = HotKeyCombo::name(code);
+        const auto keysym = X11HotKeys::keysymFor(code);
+        if (name.rfind("Key ", 0) == 0) {
+            continue;
+        }
+        ASSERT_TRUE(keysym.has_value()) << name << " (code " << code << ") has no keysym";
+        const auto [it, fresh] = seen.emplace(*keysym, code);
+        EXPECT_TRUE(fresh) << name << " shares its keysym with code " << it->second;
+    }
+}
+
+// ---- clock ----
+
+TEST(QtClockTest, NowFollowsTheSteadyClock)
+{
+    QtClock clock;
+    const auto before = std::chrono::steady_clock::now();
+    const auto now = clock.now();
+    EXPECT_GE(now, before);
+    EXPECT_LE(now, std::chrono::steady_clock::now());
+}
+
+TEST(QtClockTest, RepeatTicksOnTheGuiThreadUntilTheHandleGoes)
+{
+    QtClock clock;
+    const QThread* gui = QThread::currentThread();
+    int ticks = 0;
+    int offThread = 0;
+    auto handle = clock.repeat(10ms, [&] {
+        ++ticks;
+        offThread += QThread::currentThread() != gui ? 1 : 0;
+    });
+    ASSERT_TRUE(spinUntil([&] { return ticks >= 3; }));
+    EXPECT_EQ(offThread, 0);
+    handle.reset();
+    const int atStop = ticks;
+    spinFor(60ms);
+    EXPECT_EQ(ticks, atStop);
+}
+
+TEST(QtClockTest, TheTickMayEndItsOwnTimer)
+{
+    QtClock clock;
+    int ticks = 0;
+    std::unique_ptr<kit::keys::Subscription> handle;
+    handle = clock.repeat(5ms, [&] {
+        ++ticks;
+        handle.reset();
+    });
+    ASSERT_TRUE(spinUntil([&] { return ticks >= 1; }));
+    spinFor(50ms);
+    EXPECT_EQ(ticks, 1);
+    EXPECT_EQ(handle, nullptr);
+}
+
+TEST(QtClockTest, TheTickMayStartAnotherTimerInPlaceOfItsOwn)
+{
+    // The modifier watch swaps a slow poll for a fast one from inside the tick.
+    QtClock clock;
+    int slow = 0;
+    int fast = 0;
+    std::unique_ptr<kit::keys::Subscription> handle;
+    handle = clock.repeat(5ms, [&] {
+        ++slow;
+        handle = clock.repeat(5ms, [&] { ++fast; });
+    });
+    ASSERT_TRUE(spinUntil([&] { return fast >= 3; }));
+    EXPECT_EQ(slow, 1);
+}
+
+// ---- wheel ----
+
+QWheelEvent wheelEvent(QPoint pixels, QPoint angle, Qt::ScrollPhase phase = Qt::NoScrollPhase)
+{
+    return QWheelEvent(
+        QPointF(5, 5), QPointF(105, 7), pixels, angle, Qt::NoButton, Qt::NoModifier, phase, false);
+}
+
+class QtScrollMonitoringTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        // An open menu takes every wheel event, so one left open elsewhere would swallow ours.
+        while (QWidget* popup = QApplication::activePopupWidget()) {
+            popup->close();
+        }
+        m_watch = m_monitoring.addLocalMonitor(
+            [this](const kit::keys::ScrollEvent& event) { m_events.push_back(event); });
+    }
+
+    void send(QObject* to, QWheelEvent event) { QCoreApplication::sendEvent(to, &event); }
+
+    QtScrollMonitoring m_monitoring;
+    std::unique_ptr<kit::keys::Subscription> m_watch;
+    std::vector<kit::keys::ScrollEvent> m_events;
+};
+
+TEST_F(QtScrollMonitoringTest, AWheelNotchOverATrayIconNamesTheIcon)
+{
+    QSystemTrayIcon icon;
+    send(&icon, wheelEvent({}, {0, -120}));
+    ASSERT_EQ(m_events.size(), 1U);
+    const auto& event = m_events.front();
+    EXPECT_EQ(event.window, QtScrollMonitoring::windowRefOf(&icon));
+    EXPECT_FALSE(event.input.precise);
+    EXPECT_DOUBLE_EQ(event.input.deltaY, -1);
+    EXPECT_DOUBLE_EQ(event.input.deltaX, 0);
+    EXPECT_DOUBLE_EQ(event.pointer.x, 105);
+}
+
+TEST_F(QtScrollMonitoringTest, ATouchpadReportsPointsAndItsPhase)
+{
+    QSystemTrayIcon icon;
+    send(&icon, wheelEvent({12, -30}, {12, -30}, Qt::ScrollBegin));
+    send(&icon, wheelEvent({0, -8}, {0, -8}, Qt::ScrollMomentum));
+    ASSERT_EQ(m_events.size(), 2U);
+    EXPECT_TRUE(m_events[0].input.precise);
+    EXPECT_TRUE(m_events[0].input.began);
+    EXPECT_DOUBLE_EQ(m_events[0].input.deltaX, 12);
+    EXPECT_DOUBLE_EQ(m_events[0].input.deltaY, -30);
+    EXPECT_TRUE(m_events[1].input.momentum);
+    EXPECT_FALSE(m_events[1].input.began);
+}
+
+TEST_F(QtScrollMonitoringTest, AWindowCountsButNotTheChildThatPassesTheEventUp)
+{
+    // A real event visits the child and then its window: counting both would step twice.
+    QWidget window;
+    auto* child = new QWidget(&window);
+    send(child, wheelEvent({}, {0, 120}));
+    EXPECT_TRUE(m_events.empty());
+    send(&window, wheelEvent({}, {0, 120}));
+    ASSERT_EQ(m_events.size(), 1U);
+    EXPECT_EQ(m_events.front().window, QtScrollMonitoring::windowRefOf(&window));
+}
+
+TEST_F(QtScrollMonitoringTest, NothingArrivesOnceTheMonitorIsGone)
+{
+    QSystemTrayIcon icon;
+    m_watch.reset();
+    send(&icon, wheelEvent({}, {0, -120}));
+    EXPECT_TRUE(m_events.empty());
+}
+
+TEST_F(QtScrollMonitoringTest, RollingDownOverAnIconStepsToTheNextBar)
+{
+    m_watch.reset();
+    QSystemTrayIcon icon;
+    QWidget elsewhere;
+    kit::keys::BarWheel wheel(m_monitoring);
+    std::vector<int> steps;
+    wheel.onCycleBar = [&](int step) { steps.push_back(step); };
+    wheel.isOverIcon = [&](kit::keys::WindowRef window) {
+        return window == QtScrollMonitoring::windowRefOf(&icon);
+    };
+    wheel.iconFrames = [] { return std::vector<kit::keys::ScreenRect>{}; };
+    wheel.start();
+    send(&elsewhere, wheelEvent({}, {0, -120}));
+    send(&icon, wheelEvent({}, {0, -120}));
+    EXPECT_EQ(steps, std::vector<int>{1});
+}
+
+// ---- without X ----
+
+TEST(X11HotKeysTest, OffX11NothingIsGrabbed)
+{
+    // The tests run Qt on the offscreen platform.
+    X11HotKeys keys;
+    EXPECT_FALSE(keys.isAvailable());
+    keys.installHandler([](uint32_t, uint32_t) {});
+    EXPECT_EQ(keys.registerHotKey(key_code::kG, {Modifier::Control}, 1, 1), nullptr);
+}
+
+TEST(X11HotKeysTest, ADisplayThatCannotBeOpenedGrabsNothing)
+{
+    X11HotKeys keys(":4711");
+    EXPECT_FALSE(keys.isAvailable());
+    EXPECT_EQ(keys.registerHotKey(key_code::kG, {Modifier::Control}, 1, 1), nullptr);
+}
+
+// ---- on a real X server ----
+
+// An X server of our own for the suite (a free display from :78 up), and a second client on it
+// that can hold grabs and ask who holds them.
+class X11ServerTest : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        if (QStandardPaths::findExecutable("Xvfb").isEmpty()
+            || QStandardPaths::findExecutable("xdotool").isEmpty()) {
+            return;
+        }
+        for (int number = 78; number < 100 && s_display.empty(); ++number) {
+            if (std::filesystem::exists("/tmp/.X" + std::to_string(number) + "-lock")) {
+                continue;
+            }
+            const std::string display = ":" + std::to_string(number);
+            auto server = std::make_unique<QProcess>();
+            server->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            server->start("Xvfb",
+                          {QString::fromStdString(display), "-nolisten", "tcp", "-noreset"});
+            if (!server->waitForStarted(2000)) {
+                return;
+            }
+            if (waitForDisplay(display, *server)) {
+                s_display = display;
+                s_server = std::move(server);
+            } else {
+                stop(*server);
+            }
+        }
+    }
+
+    static void TearDownTestSuite()
+    {
+        if (s_server) {
+            stop(*s_server);
+            s_server.reset();
+        }
+        s_display.clear();
+    }
+
+    void SetUp() override
+    {
+        if (s_display.empty()) {
+            GTEST_SKIP() << "needs Xvfb and xdotool";
+        }
+        m_other = xcb_connect(s_display.c_str(), nullptr);
+        ASSERT_EQ(xcb_connection_has_error(m_other), 0);
+        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_other)).data->root;
+    }
+
+    void TearDown() override
+    {
+        if (m_other != nullptr) {
+            xcb_disconnect(m_other);
+        }
+    }
+
+    // Presses keys on the server as a person would, such as "ctrl+alt+g".
+    static void press(const QStringList& args)
+    {
+        QProcess xdotool;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("DISPLAY", QString::fromStdString(s_display));
+        xdotool.setProcessEnvironment(env);
+        xdotool.start("xdotool", args);
+        ASSERT_TRUE(xdotool.waitForFinished(5000));
+        ASSERT_EQ(xdotool.exitCode(), 0);
+    }
+
+    // Whether the other client may grab the combination now, keeping the grab when it may.
+    bool otherGrabs(uint32_t keysym, uint16_t mask)
+    {
+        xcb_key_symbols_t* symbols = xcb_key_symbols_alloc(m_other);
+        xcb_keycode_t* codes = xcb_key_symbols_get_keycode(symbols, keysym);
+        const xcb_keycode_t code = codes != nullptr ? codes[0] : 0;
+        std::free(codes);
+        xcb_key_symbols_free(symbols);
+        xcb_generic_error_t* error = xcb_request_check(
+            m_other,
+            xcb_grab_key_checked(
+                m_other, 1, m_root, mask, code, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
+        std::free(error);
+        return code != 0 && error == nullptr;
+    }
+
+    static std::string display() { return s_display; }
+
+    xcb_connection_t* m_other = nullptr;
+    xcb_window_t m_root = 0;
+
+private:
+    static bool waitForDisplay(const std::string& display, QProcess& server)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + 5s;
+        while (std::chrono::steady_clock::now() < deadline && server.state() == QProcess::Running) {
+            xcb_connection_t* probe = xcb_connect(display.c_str(), nullptr);
+            const bool up = xcb_connection_has_error(probe) == 0;
+            xcb_disconnect(probe);
+            if (up) {
+                return true;
+            }
+            QThread::msleep(20);
+        }
+        return false;
+    }
+
+    static void stop(QProcess& server)
+    {
+        server.terminate();
+        if (!server.waitForFinished(3000)) {
+            server.kill();
+            server.waitForFinished(1000);
+        }
+    }
+
+    static inline std::string s_display;
+    static inline std::unique_ptr<QProcess> s_server;
+};
+
+struct Press
+{
+    uint32_t signature;
+    uint32_t id;
+    bool operator==(const Press&) const = default;
+};
+
+class X11HotKeysServerTest : public X11ServerTest
+{
+protected:
+    void SetUp() override
+    {
+        X11ServerTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) {
+            return;
+        }
+        m_keys = std::make_unique<X11HotKeys>(display());
+        ASSERT_TRUE(m_keys->isAvailable());
+        m_keys->installHandler([this](uint32_t signature, uint32_t id) {
+            m_presses.push_back({signature, id});
+        });
+    }
+
+    bool pressedUntil(size_t count)
+    {
+        return spinUntil([&] { return m_presses.size() >= count; });
+    }
+
+    static constexpr uint32_t kSignature = kit::keys::kHotKeySignature;
+    std::unique_ptr<X11HotKeys> m_keys;
+    std::vector<Press> m_presses;
+};
+
+TEST_F(X11HotKeysServerTest, APressReachesTheHandlerWithItsId)
+{
+    auto menu = m_keys->registerHotKey(
+        key_code::kG, {Modifier::Control, Modifier::Option}, kSignature, 100);
+    auto second =
+        m_keys->registerHotKey(kit::keys::digitKeyCode(2), {Modifier::Command}, kSignature, 202);
+    ASSERT_NE(menu, nullptr);
+    ASSERT_NE(second, nullptr);
+
+    press({"key", "super+2"});
+    ASSERT_TRUE(pressedUntil(1));
+    press({"key", "ctrl+alt+g"});
+    ASSERT_TRUE(pressedUntil(2));
+    EXPECT_EQ(m_presses, (std::vector<Press>{{kSignature, 202}, {kSignature, 100}}));
+}
+
+TEST_F(X11HotKeysServerTest, OtherModifiersOrAPlainKeyDoNotCount)
+{
+    auto menu = m_keys->registerHotKey(key_code::kG, {Modifier::Control}, kSignature, 100);
+    ASSERT_NE(menu, nullptr);
+    press({"key", "g", "ctrl+shift+g", "alt+g"});
+    press({"key", "ctrl+g"});
+    ASSERT_TRUE(pressedUntil(1));
+    spinFor(100ms);
+    EXPECT_EQ(m_presses.size(), 1U);
+}
+
+TEST_F(X11HotKeysServerTest, LocksDoNotDisableTheKey)
+{
+    auto key = m_keys->registerHotKey(122, {}, kSignature, 7); // F1
+    ASSERT_NE(key, nullptr);
+    press({"key", "Caps_Lock", "F1", "Caps_Lock", "Num_Lock", "F1", "Num_Lock"});
+    EXPECT_TRUE(pressedUntil(2));
+}
+
+TEST_F(X11HotKeysServerTest, HoldingTheKeyDownIsOnePress)
+{
+    auto key = m_keys->registerHotKey(122, {}, kSignature, 7);
+    ASSERT_NE(key, nullptr);
+    // Held past the server's auto-repeat delay (660 ms by default), the key repeats.
+    press({"keydown", "F1", "sleep", "1", "keyup", "F1"});
+    press({"key", "F1"});
+    ASSERT_TRUE(pressedUntil(2));
+    spinFor(100ms);
+    EXPECT_EQ(m_presses.size(), 2U);
+}
+
+TEST_F(X11HotKeysServerTest, AKeyHeldByAnotherClientIsRefused)
+{
+    ASSERT_TRUE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
+    EXPECT_EQ(m_keys->registerHotKey(
+                  key_code::kG, {Modifier::Control, Modifier::Option}, kSignature, 100),
+              nullptr);
+    // The refusal leaves no half of the grab behind.
+    EXPECT_TRUE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1 | XCB_MOD_MASK_LOCK));
+    // Another combination with the same key is free.
+    EXPECT_NE(m_keys->registerHotKey(key_code::kG, {Modifier::Control}, kSignature, 101), nullptr);
+}
+
+TEST_F(X11HotKeysServerTest, DestroyingTheHandleReleasesTheKey)
+{
+    auto key = m_keys->registerHotKey(key_code::kG, {Modifier::Control}, kSignature, 100);
+    ASSERT_NE(key, nullptr);
+    EXPECT_FALSE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL));
+    key.reset();
+    EXPECT_TRUE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL));
+    press({"key", "ctrl+g"});
+    spinFor(100ms);
+    EXPECT_TRUE(m_presses.empty());
+}
+
+TEST_F(X11HotKeysServerTest, AHandleOutlivingTheServiceIsHarmless)
+{
+    auto key = m_keys->registerHotKey(key_code::kG, {Modifier::Control}, kSignature, 100);
+    ASSERT_NE(key, nullptr);
+    m_keys.reset();
+    key.reset();
+    EXPECT_TRUE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL));
+}
+
+TEST_F(X11HotKeysServerTest, AKeyWithoutAnXEquivalentIsRefused)
+{
+    EXPECT_EQ(m_keys->registerHotKey(63, {Modifier::Control}, kSignature, 100), nullptr);
+}
+
+// Qt's own connection; runs only when the tests are started on the xcb platform.
+TEST(X11HotKeysQtDisplayTest, PressesArriveThroughQtsEventLoop)
+{
+    X11HotKeys keys;
+    if (!keys.isAvailable()) {
+        GTEST_SKIP() << "Qt does not run on X11 here";
+    }
+    std::vector<uint32_t> ids;
+    keys.installHandler([&](uint32_t, uint32_t id) { ids.push_back(id); });
+    auto key = keys.registerHotKey(
+        key_code::kG, {Modifier::Control, Modifier::Option}, kit::keys::kHotKeySignature, 100);
+    ASSERT_NE(key, nullptr);
+    ASSERT_EQ(QProcess::execute("xdotool", {"key", "ctrl+alt+g"}), 0);
+    ASSERT_TRUE(spinUntil([&] { return !ids.empty(); }));
+    EXPECT_EQ(ids, std::vector<uint32_t>{100});
+}
+
+TEST(X11HotKeysQtDisplayTest, TheHeldModifiersAreRead)
+{
+    if (!X11HotKeys().isAvailable()) {
+        GTEST_SKIP() << "Qt does not run on X11 here";
+    }
+    X11ModifierSource source;
+    ASSERT_EQ(QProcess::execute("xdotool", {"keydown", "ctrl+super"}), 0);
+    const ModifierSet held = source.held();
+    ASSERT_EQ(QProcess::execute("xdotool", {"keyup", "ctrl+super"}), 0);
+    EXPECT_EQ(held, (ModifierSet{Modifier::Control, Modifier::Command}));
+    EXPECT_TRUE(source.held().empty());
+}
+
+} // namespace
+} // namespace desktop
