@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "app/terminal_review.h"
 
+#include "kit/proposal/review_rows.h"
 #include "kit/storage/library_store.h"
 
-#include <cctype>
 #include <charconv>
 #include <sstream>
 
 namespace app {
 
 using namespace kit::proposal;
-using kit::library::Target;
 
 namespace {
-
-constexpr const char* kNothingChecked = "Nothing checked would change your bars.";
 
 std::string inQuotes(const std::string& text)
 {
@@ -29,47 +26,6 @@ std::string trimmed(const std::string& text)
     }
     auto end = text.find_last_not_of(" \t\r");
     return text.substr(begin, end - begin + 1);
-}
-
-std::string sessionVerdict(const SessionReview& row)
-{
-    using Kind = SessionReview::Verdict::Kind;
-    switch (row.verdict.kind) {
-    case Kind::Added:
-        return "added";
-    case Kind::MatchedByName:
-        return "matched by name";
-    case Kind::Unchanged:
-        return "unchanged";
-    case Kind::Renamed:
-        return "renamed from " + inQuotes(row.verdict.from);
-    case Kind::Removed:
-        return "removed";
-    case Kind::Refused:
-        return "refused";
-    }
-    return {};
-}
-
-// The summary line as a sentence of its own.
-std::string summarySentence(const ProposalReview& review)
-{
-    std::string line = summaryLine(review);
-    if (!line.empty() && line.back() != '.') {
-        line += '.';
-    }
-    if (!line.empty()) {
-        line[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(line[0])));
-    }
-    return line;
-}
-
-std::string itemName(const ItemReview& item)
-{
-    if (item.kind == Target::Kind::Divider) {
-        return "Divider";
-    }
-    return item.name.empty() ? "(no name)" : inQuotes(item.name);
 }
 
 } // namespace
@@ -110,99 +66,13 @@ std::vector<TerminalReview::Row> TerminalReview::rows() const
     if (!review) {
         return list;
     }
-    for (const auto& session : review->sessions) {
-        Row row;
-        row.text = "Account " + inQuotes(session.session.name) + ": " + sessionVerdict(session);
-        if (session.verdict.kind == SessionReview::Verdict::Kind::Refused) {
-            row.details.emplace_back(description(session.verdict.refusal));
-        } else if (session.verdict.isRemoval() && session.verdict.shortcutCount > 0) {
-            int n = session.verdict.shortcutCount;
-            row.details.push_back(std::to_string(n) + (n == 1 ? " link goes" : " links go")
-                                  + " back to the default account.");
+    for (auto& row : reviewRows(*review)) {
+        std::string text = row.subject;
+        if (row.kind == ReviewRow::Kind::Shortcut) {
+            text = std::string(static_cast<size_t>(row.depth) * 2, ' ')
+                   + barLabel(review->bars[*row.bar]) + " › " + row.subject;
         }
-        if (session.verdict.writes()) {
-            row.entry = ProposalEntry::session(session.id);
-        }
-        list.push_back(std::move(row));
-    }
-    for (const auto& bar : review->bars) {
-        std::string barName =
-            bar.name.empty() ? std::string("the showing bar") : inQuotes(bar.name);
-        if (bar.isNew) {
-            barName += " (new)";
-        }
-        if (bar.refusal) {
-            list.push_back({std::nullopt,
-                            "Bar " + barName + ": refused",
-                            {std::string(description(*bar.refusal))}});
-            continue;
-        }
-        for (const auto& item : bar.items) {
-            Row row;
-            row.text = std::string(static_cast<size_t>(item.depth) * 2, ' ') + barName + " › "
-                       + itemName(item) + ": " + std::string(word(item.verdict.kind));
-            if (item.verdict.kind == Verdict::Kind::Refused) {
-                row.details.emplace_back(description(item.verdict.refusal));
-            } else if (item.verdict.kind == Verdict::Kind::NeedsAccess) {
-                row.details.push_back(item.verdict.path + kNotReachedNote);
-            }
-            if (item.note) {
-                row.details.push_back(*item.note);
-            }
-            for (const auto& change : item.changes) {
-                row.details.push_back(change.field + ": "
-                                      + (change.from.empty() ? "none" : change.from) + " → "
-                                      + (change.to.empty() ? "none" : change.to));
-            }
-            // Members are checked with their group.
-            if (item.verdict.writes() && item.depth == 0) {
-                row.entry = ProposalEntry::shortcut(item.id);
-            }
-            list.push_back(std::move(row));
-        }
-    }
-    for (const auto& removal : review->barRemovals) {
-        Row row;
-        row.text = "Bar " + inQuotes(removal.name) + ": " + std::string(word(removal.verdict.kind));
-        if (removal.verdict.kind == Verdict::Kind::Refused) {
-            row.details.emplace_back(description(removal.verdict.refusal));
-        } else if (removal.shortcutCount > 0) {
-            row.details.push_back(
-                "Its " + std::to_string(removal.shortcutCount)
-                + (removal.shortcutCount == 1 ? " shortcut goes" : " shortcuts go") + " too.");
-        }
-        if (removal.verdict.writes()) {
-            row.entry = ProposalEntry::barRemoval(removal.id);
-        }
-        list.push_back(std::move(row));
-    }
-    for (const auto& rename : review->barRenames) {
-        Row row;
-        row.text = "Bar " + inQuotes(rename.from) + " renamed to " + inQuotes(rename.to) + ": "
-                   + std::string(word(rename.verdict.kind));
-        if (rename.verdict.kind == Verdict::Kind::Refused) {
-            row.details.emplace_back(description(rename.verdict.refusal));
-        }
-        if (rename.verdict.writes()) {
-            row.entry = ProposalEntry::barRename(rename.id);
-        }
-        list.push_back(std::move(row));
-    }
-    for (const auto& move : review->moves) {
-        Row row;
-        std::string name =
-            move.name.empty() ? std::string("(unknown shortcut)") : inQuotes(move.name);
-        row.text = name + " from " + (move.fromName.empty() ? "?" : inQuotes(move.fromName))
-                   + " to " + (move.toName.empty() ? "?" : inQuotes(move.toName))
-                   + (move.to.isNew() ? " (new)" : "") + ": "
-                   + std::string(word(move.verdict.kind));
-        if (move.verdict.kind == Verdict::Kind::Refused) {
-            row.details.emplace_back(description(move.verdict.refusal));
-        }
-        if (move.verdict.writes()) {
-            row.entry = ProposalEntry::move(move.id);
-        }
-        list.push_back(std::move(row));
+        list.push_back({row.entry, text + ": " + row.verdict, std::move(row.details)});
     }
     return list;
 }

@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+#include "kit/proposal/review_rows.h"
+
+#include <cctype>
+
+namespace kit::proposal {
+
+using library::Target;
+
+namespace {
+
+std::string inQuotes(const std::string& text)
+{
+    return "“" + text + "”";
+}
+
+ReviewRow::Tone tone(const Verdict& verdict)
+{
+    switch (verdict.kind) {
+    case Verdict::Kind::NeedsAccess:
+        return ReviewRow::Tone::NeedsAccess;
+    case Verdict::Kind::Refused:
+        return ReviewRow::Tone::Refused;
+    default:
+        return verdict.writes() ? ReviewRow::Tone::Writes : ReviewRow::Tone::Unchanged;
+    }
+}
+
+std::string sessionVerdict(const SessionReview& row)
+{
+    using Kind = SessionReview::Verdict::Kind;
+    switch (row.verdict.kind) {
+    case Kind::Added:
+        return "added";
+    case Kind::MatchedByName:
+        return "matched by name";
+    case Kind::Unchanged:
+        return "unchanged";
+    case Kind::Renamed:
+        return "renamed from " + inQuotes(row.verdict.from);
+    case Kind::Removed:
+        return "removed";
+    case Kind::Refused:
+        return "refused";
+    }
+    return {};
+}
+
+ReviewRow sessionRow(const SessionReview& session)
+{
+    ReviewRow row;
+    row.kind = ReviewRow::Kind::Account;
+    row.subject = "Account " + inQuotes(session.session.name);
+    row.verdict = sessionVerdict(session);
+    if (session.verdict.kind == SessionReview::Verdict::Kind::Refused) {
+        row.tone = ReviewRow::Tone::Refused;
+        row.details.emplace_back(description(session.verdict.refusal));
+    } else {
+        row.tone = session.verdict.writes() ? ReviewRow::Tone::Writes : ReviewRow::Tone::Unchanged;
+    }
+    if (session.verdict.isRemoval() && session.verdict.shortcutCount > 0) {
+        const int n = session.verdict.shortcutCount;
+        row.details.push_back(std::to_string(n) + (n == 1 ? " link goes" : " links go")
+                              + " back to the default account.");
+    }
+    if (session.verdict.writes()) {
+        row.entry = ProposalEntry::session(session.id);
+    }
+    return row;
+}
+
+std::string itemName(const ItemReview& item)
+{
+    if (item.kind == Target::Kind::Divider) {
+        return "Divider";
+    }
+    return item.name.empty() ? "(no name)" : inQuotes(item.name);
+}
+
+ReviewRow itemRow(const ItemReview& item, size_t bar)
+{
+    ReviewRow row;
+    row.kind = ReviewRow::Kind::Shortcut;
+    row.bar = bar;
+    row.subject = itemName(item);
+    row.verdict = std::string(word(item.verdict.kind));
+    row.tone = tone(item.verdict);
+    row.depth = item.depth;
+    if (item.verdict.kind == Verdict::Kind::Refused) {
+        row.details.emplace_back(description(item.verdict.refusal));
+    } else if (item.verdict.kind == Verdict::Kind::NeedsAccess) {
+        row.details.push_back(item.verdict.path + kNotReachedNote);
+    }
+    // The review notes a row out of reach itself; the path line above already says it.
+    if (item.note && *item.note != kNotReachedNote) {
+        row.details.push_back(*item.note);
+    }
+    for (const auto& change : item.changes) {
+        row.details.push_back(changeText(change));
+    }
+    if (item.verdict.writes() && item.depth == 0) {
+        row.entry = ProposalEntry::shortcut(item.id);
+    }
+    return row;
+}
+
+} // namespace
+
+std::string barLabel(const BarReview& bar)
+{
+    std::string label = bar.name.empty() ? std::string("the showing bar") : inQuotes(bar.name);
+    if (bar.isNew) {
+        label += " (new)";
+    }
+    return label;
+}
+
+std::string changeText(const FieldChange& change)
+{
+    return change.field + ": " + (change.from.empty() ? "none" : change.from) + " → "
+           + (change.to.empty() ? "none" : change.to);
+}
+
+std::string summarySentence(const ProposalReview& review)
+{
+    std::string line = summaryLine(review);
+    if (!line.empty() && line.back() != '.') {
+        line += '.';
+    }
+    if (!line.empty()) {
+        line[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(line[0])));
+    }
+    return line;
+}
+
+std::vector<ReviewRow> reviewRows(const ProposalReview& review)
+{
+    std::vector<ReviewRow> rows;
+    for (const auto& session : review.sessions) {
+        rows.push_back(sessionRow(session));
+    }
+    for (size_t index = 0; index < review.bars.size(); ++index) {
+        const BarReview& bar = review.bars[index];
+        if (bar.refusal) {
+            ReviewRow row;
+            row.kind = ReviewRow::Kind::Bar;
+            row.tone = ReviewRow::Tone::Refused;
+            row.bar = index;
+            row.subject = "Bar " + barLabel(bar);
+            row.verdict = "refused";
+            row.details.emplace_back(description(*bar.refusal));
+            rows.push_back(std::move(row));
+            continue;
+        }
+        for (const auto& item : bar.items) {
+            rows.push_back(itemRow(item, index));
+        }
+    }
+    for (const auto& removal : review.barRemovals) {
+        ReviewRow row;
+        row.kind = ReviewRow::Kind::BarRemoval;
+        row.subject = "Bar " + inQuotes(removal.name);
+        row.verdict = std::string(word(removal.verdict.kind));
+        row.tone = tone(removal.verdict);
+        if (removal.verdict.kind == Verdict::Kind::Refused) {
+            row.details.emplace_back(description(removal.verdict.refusal));
+        } else if (removal.shortcutCount > 0) {
+            row.details.push_back(
+                "Its " + std::to_string(removal.shortcutCount)
+                + (removal.shortcutCount == 1 ? " shortcut goes" : " shortcuts go") + " too.");
+        }
+        if (removal.verdict.writes()) {
+            row.entry = ProposalEntry::barRemoval(removal.id);
+        }
+        rows.push_back(std::move(row));
+    }
+    for (const auto& rename : review.barRenames) {
+        ReviewRow row;
+        row.kind = ReviewRow::Kind::BarRename;
+        row.subject = "Bar " + inQuotes(rename.from) + " renamed to " + inQuotes(rename.to);
+        row.verdict = std::string(word(rename.verdict.kind));
+        row.tone = tone(rename.verdict);
+        if (rename.verdict.kind == Verdict::Kind::Refused) {
+            row.details.emplace_back(description(rename.verdict.refusal));
+        }
+        if (rename.verdict.writes()) {
+            row.entry = ProposalEntry::barRename(rename.id);
+        }
+        rows.push_back(std::move(row));
+    }
+    for (const auto& move : review.moves) {
+        ReviewRow row;
+        row.kind = ReviewRow::Kind::Move;
+        row.subject = (move.name.empty() ? std::string("(unknown shortcut)") : inQuotes(move.name))
+                      + " from " + (move.fromName.empty() ? "?" : inQuotes(move.fromName)) + " to "
+                      + (move.toName.empty() ? "?" : inQuotes(move.toName))
+                      + (move.to.isNew() ? " (new)" : "");
+        row.verdict = std::string(word(move.verdict.kind));
+        row.tone = tone(move.verdict);
+        if (move.verdict.kind == Verdict::Kind::Refused) {
+            row.details.emplace_back(description(move.verdict.refusal));
+        }
+        if (move.verdict.writes()) {
+            row.entry = ProposalEntry::move(move.id);
+        }
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+} // namespace kit::proposal

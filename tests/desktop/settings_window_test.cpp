@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/settings_window.h"
+
+#include "kit/proposal/root_grant_store.h"
+#include "kit/settings/app_settings.h"
+#include "kit/settings/key_value_store.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+
+#include <algorithm>
+#include <filesystem>
+
+using desktop::SettingsWindow;
+using kit::proposal::RootGrantStore;
+using kit::settings::AppSettings;
+using kit::settings::DigitKeys;
+using kit::settings::HotKeyCombo;
+using kit::settings::MemoryKeyValueStore;
+using ::testing::HasSubstr;
+namespace modifier = kit::settings::modifier;
+
+namespace {
+
+class SettingsWindowTest : public ::testing::Test
+{
+protected:
+    SettingsWindowTest()
+        : m_settings(m_store)
+        , m_grants(m_dir.path() / RootGrantStore::kFileName)
+        , m_window(
+              m_settings,
+              m_grants,
+              nullptr,
+              [] { return std::string("/opt/vantorel/vantorel-mcp"); },
+              [] { return std::vector<std::string>{"⌃⌘A"}; },
+              [this](QWidget*) { return m_chosen; })
+    {}
+
+    template <class Widget> Widget* control(const char* name)
+    {
+        auto* widget = m_window.findChild<Widget*>(QString::fromLatin1(name));
+        EXPECT_NE(widget, nullptr) << name;
+        return widget;
+    }
+
+    // The message shown under a control, if any.
+    QStringList messages()
+    {
+        QStringList shown;
+        for (auto* label : m_window.findChildren<QLabel*>()) {
+            if (label->isVisibleTo(&m_window) && label->text().contains(QStringLiteral("take"))) {
+                shown << label->text();
+            }
+        }
+        return shown;
+    }
+
+    void press(QWidget* widget, QEvent::Type type, int key, Qt::KeyboardModifiers modifiers)
+    {
+        QKeyEvent event(type, key, modifiers);
+        QApplication::sendEvent(widget, &event);
+    }
+
+    testing_support::TempDir m_dir;
+    MemoryKeyValueStore m_store;
+    AppSettings m_settings;
+    RootGrantStore m_grants;
+    std::string m_chosen;
+    SettingsWindow m_window;
+};
+
+TEST_F(SettingsWindowTest, ControlsWriteTheSettingsAtOnce)
+{
+    auto* appearance = control<QComboBox>("appearance");
+    appearance->setCurrentIndex(appearance->findData("dark"));
+    Q_EMIT appearance->activated(appearance->currentIndex());
+    EXPECT_EQ(m_settings.appearance(), kit::settings::AppAppearance::Dark);
+
+    control<QCheckBox>("assistantsEnabled")->click();
+    EXPECT_TRUE(m_settings.assistantsEnabled());
+    control<QCheckBox>("assistantWritesEnabled")->click();
+    EXPECT_FALSE(m_settings.assistantWritesEnabled());
+    control<QCheckBox>("blocksAds")->click();
+    EXPECT_FALSE(m_settings.blocksAds());
+    control<QCheckBox>("wheelSwitchesBars")->click();
+    EXPECT_FALSE(m_settings.wheelSwitchesBars());
+
+    auto* links = control<QComboBox>("newWindowLinks");
+    links->setCurrentIndex(links->findData("thisPage"));
+    Q_EMIT links->activated(links->currentIndex());
+    EXPECT_EQ(m_settings.newWindowLinks(), kit::library::NewWindowLinks::ThisPage);
+
+    auto* digits = control<QComboBox>("digitKeys");
+    digits->setCurrentIndex(digits->findData("off"));
+    Q_EMIT digits->activated(digits->currentIndex());
+    EXPECT_EQ(m_settings.shortcutKeys(), DigitKeys::Off);
+}
+
+TEST_F(SettingsWindowTest, AChangeMadeElsewhereShows)
+{
+    // As a settings command in a terminal would write it, seen when the store reloads.
+    m_store.setValue("assistantsEnabled", kit::settings::Value(true));
+    m_store.setValue("shortcutKeys", kit::settings::Value(std::string("shiftControl")));
+    m_settings.setMenuHotKey(std::nullopt);
+
+    EXPECT_TRUE(control<QCheckBox>("assistantsEnabled")->isChecked());
+    EXPECT_TRUE(control<QCheckBox>("assistantWritesEnabled")->isEnabled());
+    EXPECT_EQ(control<QComboBox>("digitKeys")->currentData().toString(), "shiftControl");
+    EXPECT_EQ(control<QPushButton>("menuHotKey")->text(), "Off");
+    // With assistants on, the texts to register the bridge name its path.
+    EXPECT_THAT(control<QPlainTextEdit>("configJSON")->toPlainText().toStdString(),
+                HasSubstr("\"command\": \"/opt/vantorel/vantorel-mcp\""));
+    EXPECT_EQ(control<QLabel>("addCommand")->text(),
+              "<client> mcp add vantorel -- \"/opt/vantorel/vantorel-mcp\"");
+}
+
+TEST_F(SettingsWindowTest, RecordingAHotKeyKeepsItOrSaysWhyNot)
+{
+    auto* recorder = control<QPushButton>("menuHotKey");
+    recorder->click();
+    press(recorder, QEvent::KeyPress, Qt::Key_M, Qt::ControlModifier | Qt::AltModifier);
+    ASSERT_TRUE(m_settings.menuHotKey());
+    EXPECT_EQ(*m_settings.menuHotKey(), (HotKeyCombo{46, modifier::kControl | modifier::kOption}));
+    EXPECT_EQ(recorder->text(), "⌃⌥M");
+
+    // A bare letter would be taken from every other app.
+    recorder->click();
+    press(recorder, QEvent::KeyPress, Qt::Key_K, Qt::NoModifier);
+    EXPECT_EQ(m_settings.menuHotKey()->keyCode, 46);
+    EXPECT_EQ(messages().size(), 2); // the bare key, and the key the system refused
+    EXPECT_THAT(messages().join('|').toStdString(), HasSubstr("⌃⌘A is taken by another app."));
+
+    control<QPushButton>("activeBarHotKeyOff")->click();
+    EXPECT_FALSE(m_settings.activeBarHotKey());
+    EXPECT_EQ(control<QPushButton>("activeBarHotKey")->text(), "Off");
+}
+
+TEST_F(SettingsWindowTest, ACustomPairMustFollowTheRules)
+{
+    auto* pair = control<QPushButton>("customPair");
+    pair->click();
+    // ⇧⌘ takes screenshots: refused, with the rule beside the field.
+    press(pair, QEvent::KeyPress, Qt::Key_Shift, Qt::NoModifier);
+    press(pair, QEvent::KeyPress, Qt::Key_Meta, Qt::ShiftModifier);
+    press(pair, QEvent::KeyRelease, Qt::Key_Meta, Qt::ShiftModifier | Qt::MetaModifier);
+    press(pair, QEvent::KeyRelease, Qt::Key_Shift, Qt::ShiftModifier);
+    EXPECT_EQ(m_settings.customShortcutModifiers(), AppSettings::kCustomModifiersDefault);
+    EXPECT_NE(m_settings.shortcutKeys(), DigitKeys::Custom);
+
+    pair->click();
+    press(pair, QEvent::KeyPress, Qt::Key_Alt, Qt::NoModifier);
+    press(pair, QEvent::KeyPress, Qt::Key_Meta, Qt::AltModifier);
+    press(pair, QEvent::KeyRelease, Qt::Key_Meta, Qt::AltModifier | Qt::MetaModifier);
+    press(pair, QEvent::KeyRelease, Qt::Key_Alt, Qt::AltModifier);
+    EXPECT_EQ(m_settings.customShortcutModifiers(), modifier::kOption | modifier::kCommand);
+    EXPECT_EQ(m_settings.shortcutKeys(), DigitKeys::Custom);
+    EXPECT_EQ(control<QComboBox>("digitKeys")->currentData().toString(), "custom");
+}
+
+TEST_F(SettingsWindowTest, FoldersAreGrantedAndTakenBack)
+{
+    const auto folder = m_dir.path() / "Documents";
+    std::filesystem::create_directory(folder);
+    auto* list = control<QListWidget>("folders");
+
+    m_chosen = (m_dir.path() / "missing").string();
+    control<QPushButton>("addFolder")->click();
+    EXPECT_TRUE(m_grants.grants().empty());
+
+    m_chosen = folder.string();
+    control<QPushButton>("addFolder")->click();
+    ASSERT_EQ(list->count(), 1);
+    EXPECT_EQ(list->item(0)->text().toStdString(), folder.string());
+    EXPECT_TRUE(m_grants.reach((folder / "notes.txt").string()));
+
+    auto* remove = control<QPushButton>("removeFolder");
+    EXPECT_FALSE(remove->isEnabled());
+    list->setCurrentRow(0);
+    remove->click();
+    EXPECT_EQ(list->count(), 0);
+    EXPECT_TRUE(m_grants.grants().empty());
+
+    // Cancelling the dialog grants nothing.
+    m_chosen.clear();
+    control<QPushButton>("addFolder")->click();
+    EXPECT_EQ(list->count(), 0);
+}
+
+// A settings file that cannot be read is never written over; the control says why its change
+// will not last.
+TEST(SettingsWindowStoreTest, AValueTheStoreCannotSaveSaysWhy)
+{
+    testing_support::TempDir dir;
+    const auto file = dir.path() / "settings.json";
+    testing_support::writeFile(file, "{ not json");
+    kit::settings::JsonFileKeyValueStore store(file);
+    AppSettings settings(store);
+    RootGrantStore grants(dir.path() / RootGrantStore::kFileName);
+    SettingsWindow window(settings, grants);
+    ASSERT_TRUE(store.error());
+
+    window.findChild<QCheckBox*>("blocksAds")->click();
+    const auto labels = window.findChildren<QLabel*>();
+    const bool said = std::any_of(labels.begin(), labels.end(), [&](QLabel* label) {
+        return label->isVisibleTo(&window) && label->text().toStdString() == *store.error();
+    });
+    EXPECT_TRUE(said);
+    EXPECT_EQ(testing_support::readFile(file), "{ not json");
+}
+
+} // namespace
