@@ -2,15 +2,19 @@
 #include "app/app_dependencies.h"
 
 #include "app/starter_bar.h"
+#include "kit/keys/number_keys.h"
 #include "kit/library/library_json.h"
 #include "kit/mcp/tool_protocol.h"
 #include "kit/mcp/tool_socket_path.h"
+#include "kit/menubar/group_menu.h"
+#include "kit/menubar/shortcut_menu.h"
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/support/log.h"
 #include "kit/tools/icon_theme.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <sstream>
@@ -67,6 +71,8 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     : m_mainQueue(mainQueue)
     , m_runningTests(options.environment.isRunningTests())
     , m_supportDirectory(supportDirectoryFor(options, m_runningTests))
+    , m_platform(std::move(options.platform))
+    , m_self(std::make_shared<AppDependencies*>(this))
 {
     // Settings: the person's file, except under a test run, where they stay in the test folder.
     std::optional<std::filesystem::path> settingsFile = options.settingsFile;
@@ -110,6 +116,23 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     m_grants = std::make_unique<proposal::RootGrantStore>(
         m_supportDirectory.file(proposal::RootGrantStore::kFileName));
 
+    m_bookmarks = std::make_unique<opening::InodeBookmarkResolver>();
+    m_targetFactory = std::make_unique<opening::TargetFactory>(*m_bookmarks);
+    if (m_platform) {
+        m_appleShortcuts = std::make_unique<opening::UnavailableAppleShortcutRunner>();
+        m_opener = std::make_unique<opening::Opener>(opening::Opener::Services{
+            *m_libraryStore,
+            [this] { return m_settings->browsing(); },
+            *m_platform->workspace,
+            *m_appleShortcuts,
+            *m_bookmarks,
+            *m_platform->alerts,
+            m_mainQueue,
+            m_platform->panels,
+            m_platform->windows,
+        });
+    }
+
     tools::ToolService::Bindings bindings;
     bindings.browsing = [this] { return m_settings->browsing(); };
     bindings.onProposal = [this](proposal::Proposal proposal,
@@ -119,6 +142,18 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     bindings.reach = [this](const std::string& path) { return reach(path); };
     bindings.allowsWrites = [this] { return m_settings->assistantWritesEnabled(); };
     bindings.appVersion = kVersion;
+    if (m_opener) {
+        bindings.openShortcut = [this](const library::Shortcut& shortcut,
+                                       const library::BarID& bar) {
+            std::optional<opening::Anchor> anchor;
+            if (m_menuBar && bar == m_libraryStore->activeBarID()) {
+                if (auto button = m_menuBar->button(shortcut.id)) {
+                    anchor = opening::Anchor{button->value};
+                }
+            }
+            return !m_opener->open(shortcut, anchor).isFailure();
+        };
+    }
     m_tools = std::make_unique<tools::ToolService>(
         *m_libraryStore, m_mainQueue, m_installedApps, m_icons, std::move(bindings));
 
@@ -147,6 +182,101 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
                 std::move(completion));
         },
         m_mainQueue);
+
+    if (m_platform) {
+        makeMenuBar();
+    }
+}
+
+void AppDependencies::makeMenuBar()
+{
+    const Platform& platform = *m_platform;
+    m_menuBar = std::make_unique<menubar::MenuBarController>(
+        *m_libraryStore,
+        *platform.statusBar,
+        *platform.icons,
+        m_mainQueue,
+        [this](const library::Shortcut& shortcut, std::optional<menubar::StatusItemHandle> icon) {
+            std::optional<opening::Anchor> anchor;
+            if (icon) {
+                anchor = opening::Anchor{icon->value};
+            }
+            m_opener->open(shortcut, anchor);
+        });
+    auto rows = menubar::ShortcutMenu::provider(
+        *m_libraryStore,
+        [this] { return m_settings->browsing(); },
+        [this](const library::Shortcut& shortcut) { m_opener->open(shortcut); },
+        {},
+        platform.confirm);
+    // There is no editor yet: a row that could only ever be greyed out is left out.
+    m_menuBar->setMenuRows([rows = std::move(rows)](const library::Shortcut& shortcut) {
+        auto list = rows(shortcut);
+        std::erase_if(list, [](const menubar::MenuItem& row) {
+            return row.kind == menubar::MenuItem::Kind::Action && !row.action
+                   && row.title == "Edit\u2026";
+        });
+        return list;
+    });
+
+    makeStatusItem();
+
+    if (platform.hotKeys && platform.clock && platform.modifiers) {
+        m_hotKeys = std::make_unique<keys::BarHotKeys>(*platform.hotKeys, m_mainQueue);
+        m_modifierWatch =
+            std::make_unique<keys::ModifierWatch>(*platform.modifiers, *platform.clock);
+    }
+    if (platform.scroll) {
+        m_barWheel = std::make_unique<keys::BarWheel>(*platform.scroll);
+    }
+}
+
+void AppDependencies::makeStatusItem()
+{
+    const Platform& platform = *m_platform;
+    m_statusItem.reset();
+    m_statusItem = std::make_unique<menubar::StatusItemController>(
+        *platform.statusBar, *platform.popover, *platform.appEvents, m_mainQueue, "Vantorel");
+    m_statusItem->setSummary("Vantorel");
+    m_statusItem->setOnOpenSettings(platform.showSettings);
+    m_statusItem->setOnQuit(platform.quit);
+    m_statusItem->setOnDrop([this](const std::vector<std::string>& urls) {
+        std::string text;
+        for (const auto& url : urls) {
+            text += url + "\n";
+        }
+        Added added = addShortcuts(text);
+        if (added.failure) {
+            m_platform->alerts->showAlert("Vantorel", *added.failure);
+        }
+        return !added.names.empty();
+    });
+    if (m_started) {
+        m_statusItem->setMenuProvider([this] { return appMenu(); });
+    }
+}
+
+void AppDependencies::keepIconRightmost()
+{
+    // The menu bar rebuilds its row on the main queue after the change; look once it has.
+    std::weak_ptr<AppDependencies*> weak = m_self;
+    m_mainQueue.post([weak] {
+        auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        (*self)->m_mainQueue.post([weak] {
+            auto self = weak.lock();
+            if (!self || (*self)->m_terminated
+                || (*self)->m_menuBar->rebuildCount() == (*self)->m_iconRebuilds) {
+                return;
+            }
+            // New icons went right of the application's icon; it moves back to the end.
+            (*self)->m_iconRebuilds = (*self)->m_menuBar->rebuildCount();
+            (*self)->makeStatusItem();
+            (*self)->m_statusItem->install();
+        });
+    });
 }
 
 AppDependencies::~AppDependencies()
@@ -155,6 +285,17 @@ AppDependencies::~AppDependencies()
     if (m_assistantsObservation != 0) {
         m_settings->removeObserver(m_assistantsObservation);
     }
+    for (size_t token : m_keySettingsObservations) {
+        m_settings->removeObserver(token);
+    }
+    if (m_keyStoreObservation) {
+        m_libraryStore->removeObserver(*m_keyStoreObservation);
+    }
+    if (m_iconOrderObservation) {
+        m_libraryStore->removeObserver(*m_iconOrderObservation);
+    }
+    // Delayed tasks that outlive this object find nothing.
+    m_self.reset();
 }
 
 void AppDependencies::start()
@@ -163,6 +304,10 @@ void AppDependencies::start()
         return;
     }
     m_started = true;
+    if (m_statusItem) {
+        m_statusItem->setMenuProvider([this] { return appMenu(); });
+        observeKeys();
+    }
     m_marker = std::make_unique<mcp::InstanceMarker>(
         mcp::InstanceMarker::besideSocket(m_toolSocket->path()));
     if (!m_marker->write(static_cast<pid_t>(::getpid()))) {
@@ -172,7 +317,252 @@ void AppDependencies::start()
     m_assistantsObservation = m_settings->observe(settings::AppSettings::Key::AssistantsEnabled,
                                                   [this] { applyAssistantsSetting(); });
     applyAssistantsSetting();
+    if (m_statusItem) {
+        // The application's icon stands right of the shortcuts: first where new icons go left,
+        // last where they keep the order they were made in.
+        const bool iconFirst = m_platform->statusBar->newItemsGoLeft();
+        if (iconFirst) {
+            m_statusItem->install();
+        }
+        offerLoginItem();
+        m_menuBar->observe();
+        if (!iconFirst) {
+            m_statusItem->install();
+            m_iconRebuilds = m_menuBar->rebuildCount();
+            m_iconOrderObservation =
+                m_libraryStore->observe([this](unsigned) { keepIconRightmost(); });
+        }
+        registerKeys();
+        if (!m_settings->welcomeShown()) {
+            showWelcome(0);
+        }
+    }
     kLog.info("Vantorel started");
+}
+
+void AppDependencies::offerLoginItem()
+{
+    if (m_settings->loginItemOffered() || !m_platform->loginItem) {
+        return;
+    }
+    m_settings->setLoginItemOffered(true);
+    if (m_platform->loginItem->isEnabled() || !m_platform->offerLoginItem) {
+        return;
+    }
+    std::weak_ptr<AppDependencies*> weak = m_self;
+    m_platform->offerLoginItem([weak](bool yes) {
+        auto self = weak.lock();
+        if (self && yes && !(*self)->m_platform->loginItem->enable()) {
+            kLog.error("could not add Vantorel to the programs that start at login");
+        }
+    });
+}
+
+void AppDependencies::showWelcome(int attempt)
+{
+    if (m_settings->welcomeShown() || !m_platform->showWelcome) {
+        return;
+    }
+    auto place = m_platform->statusBar->geometry(*m_statusItem->statusItem());
+    // An icon not yet docked reports the origin, and one being docked may still move: a place
+    // counts once it is off the origin and the same on two looks in a row.
+    if (place && place->x == 0 && place->y == 0) {
+        place.reset();
+    }
+    const bool settled = place && place == m_welcomePlace;
+    m_welcomePlace = place;
+    if (settled || !m_platform->iconPlacesKnown) {
+        m_settings->setWelcomeShown(true);
+        m_platform->showWelcome(place);
+        return;
+    }
+    if (attempt + 1 >= kWelcomeTries) {
+        kLog.info("the icon has no place on screen yet; the introduction waits for the next start");
+        return;
+    }
+    std::weak_ptr<AppDependencies*> weak = m_self;
+    m_mainQueue.postAfter(kWelcomeRetry, [weak, attempt] {
+        if (auto self = weak.lock()) {
+            (*self)->showWelcome(attempt + 1);
+        }
+    });
+}
+
+void AppDependencies::observeKeys()
+{
+    if (m_barWheel) {
+        m_barWheel->onCycleBar = [this](int step) { cycleBar(step); };
+        m_barWheel->isOverIcon = m_platform->isIconWindow;
+        m_barWheel->iconFrames = [this] {
+            std::vector<keys::ScreenRect> frames;
+            for (const auto& frame : m_menuBar->iconFrames()) {
+                frames.push_back({frame.x, frame.y, frame.width, frame.height});
+            }
+            return frames;
+        };
+        m_keySettingsObservations.push_back(m_settings->observe(
+            settings::AppSettings::Key::WheelSwitchesBars, [this] { applyWheelSetting(); }));
+        applyWheelSetting();
+    }
+    if (!m_hotKeys) {
+        return;
+    }
+    m_hotKeys->onItem = [this](int number) { m_menuBar->openNumbered(number); };
+    m_hotKeys->onCycleBar = [this](int step) { cycleBar(step); };
+    m_hotKeys->onOpenMenu = [this] {
+        std::vector<library::Shortcut> shown;
+        for (const auto* shortcut : menubar::MenuBarController::shown(m_libraryStore->library())) {
+            shown.push_back(*shortcut);
+        }
+        popShortcuts(shown);
+    };
+    m_hotKeys->onOpenActiveBar = [this] { popShortcuts(m_libraryStore->library().shortcuts); };
+    m_modifierWatch->onChange = [this](std::optional<int> tier) { m_menuBar->reveal(tier); };
+
+    using Key = settings::AppSettings::Key;
+    for (Key key :
+         {Key::ShortcutKeys, Key::CustomShortcutModifiers, Key::MenuHotKey, Key::ActiveBarHotKey}) {
+        m_keySettingsObservations.push_back(m_settings->observe(key, [this] {
+            m_registeredCount.reset();
+            registerKeys();
+        }));
+    }
+    m_keyStoreObservation = m_libraryStore->observe([this](unsigned) { registerKeys(); });
+}
+
+void AppDependencies::applyWheelSetting()
+{
+    if (m_settings->wheelSwitchesBars() && !m_terminated) {
+        m_barWheel->start();
+    } else {
+        m_barWheel->stop();
+    }
+}
+
+void AppDependencies::registerKeys()
+{
+    if (!m_hotKeys || m_terminated) {
+        return;
+    }
+    // Presses count icons when they arrive, so only a change in how many there are matters.
+    const size_t count = menubar::MenuBarController::numbered(m_libraryStore->library()).size();
+    if (m_registeredCount == count) {
+        return;
+    }
+    m_registeredCount = count;
+    const auto numberKeys = keys::NumberKeys::fromSettings(*m_settings);
+    m_hotKeys->registerKeys(static_cast<int>(count),
+                            numberKeys,
+                            m_settings->menuHotKey(),
+                            m_settings->activeBarHotKey());
+    m_modifierWatch->setKeys(numberKeys);
+    if (numberKeys) {
+        m_modifierWatch->start();
+    } else {
+        m_modifierWatch->stop();
+    }
+}
+
+void AppDependencies::popShortcuts(const std::vector<library::Shortcut>& shortcuts)
+{
+    auto rows = menubar::GroupMenuBuilder::rows(
+        shortcuts,
+        [this](const library::Shortcut& shortcut) {
+            std::optional<opening::Anchor> anchor;
+            if (auto button = m_menuBar->button(shortcut.id)) {
+                anchor = opening::Anchor{button->value};
+            }
+            m_opener->open(shortcut, anchor);
+        },
+        m_platform->icons);
+    m_statusItem->open(menubar::Menu{std::move(rows)});
+}
+
+void AppDependencies::cycleBar(int step)
+{
+    const auto& bars = m_libraryStore->bars();
+    const auto active = std::find_if(bars.begin(), bars.end(), [this](const library::Bar& bar) {
+        return bar.id == m_libraryStore->activeBarID();
+    });
+    if (active == bars.end()) {
+        return;
+    }
+    const auto index = static_cast<long>(active - bars.begin()) + step;
+    if (index >= 0 && index < static_cast<long>(bars.size())) {
+        m_libraryStore->activate(bars[static_cast<size_t>(index)].id);
+    }
+}
+
+menubar::Menu AppDependencies::appMenu()
+{
+    using menubar::MenuItem;
+    menubar::Menu menu;
+    const library::BarID showing = m_libraryStore->activeBarID();
+    for (const auto& bar : m_libraryStore->bars()) {
+        const library::BarID id = bar.id;
+        menu.items.push_back(MenuItem::option(
+            bar.name, id == showing, [this, id] { m_libraryStore->activate(id); }));
+    }
+    menu.items.push_back(MenuItem::separator());
+    menu.items.push_back(MenuItem::command("Settings…", m_platform->showSettings, ","));
+    std::function<void()> add;
+    if (m_platform->clipboardText) {
+        add = [this] { addFromClipboard(); };
+    }
+    menu.items.push_back(MenuItem::command("Add from clipboard", add));
+    menu.items.push_back(MenuItem::separator());
+    menu.items.push_back(MenuItem::command("Quit Vantorel", m_platform->quit, "q"));
+    return menu;
+}
+
+void AppDependencies::addFromClipboard()
+{
+    Added added = addShortcuts(m_platform->clipboardText());
+    if (added.failure) {
+        m_platform->alerts->showAlert("Add from clipboard", *added.failure);
+    }
+}
+
+AppDependencies::Added AppDependencies::addShortcuts(const std::string& text)
+{
+    Added added;
+    std::vector<library::Shortcut> made;
+    std::optional<std::string> firstFailure;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const auto begin = line.find_first_not_of(" \t\r");
+        const auto end = line.find_last_not_of(" \t\r");
+        // A list of links may carry comment lines.
+        if (begin == std::string::npos || line[begin] == '#') {
+            continue;
+        }
+        try {
+            auto draft = m_targetFactory->draft(line.substr(begin, end - begin + 1));
+            made.push_back(library::Shortcut::make(std::move(draft.name), std::move(draft.target)));
+        } catch (const opening::TargetFactory::Failure& failure) {
+            if (!firstFailure) {
+                firstFailure = failure.what();
+            }
+        }
+    }
+    if (made.empty()) {
+        added.failure = firstFailure.value_or(
+            "The clipboard holds nothing to add; copy a link or a file first.");
+        return added;
+    }
+    if (m_libraryStore->isHeldAfterCorruption()) {
+        added.failure = "The showing bar could not be read, so nothing can be added to it.";
+        return added;
+    }
+    m_libraryStore->mutate([&made](library::Library& library) {
+        for (auto& shortcut : made) {
+            library.add(shortcut);
+        }
+    });
+    for (const auto& shortcut : made) {
+        added.names.push_back(shortcut.name);
+    }
+    return added;
 }
 
 void AppDependencies::applyAssistantsSetting()

@@ -2,8 +2,12 @@
 #pragma once
 
 #include "app/environment.h"
+#include "app/platform.h"
 #include "kit/mcp/instance_marker.h"
 #include "kit/mcp/tool_socket.h"
+#include "kit/menubar/menu_bar_controller.h"
+#include "kit/opening/opener.h"
+#include "kit/opening/target_factory.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/proposal/root_grant_store.h"
 #include "kit/settings/app_settings.h"
@@ -14,10 +18,12 @@
 #include "kit/tools/installed_apps.h"
 #include "kit/tools/tool_service.h"
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace app {
 
@@ -42,7 +48,20 @@ public:
         std::optional<std::string> socketPath;
         // Unset: the XDG data folders. Tests give their own, so no real apps or icons are read.
         std::optional<std::vector<std::filesystem::path>> dataFolders;
+        // Unset: headless, with no opener, icons or keys.
+        std::optional<Platform> platform;
     };
+
+    // What "Add from clipboard" made of the text.
+    struct Added
+    {
+        std::vector<std::string> names;     // the new shortcuts, in order
+        std::optional<std::string> failure; // the sentence when nothing could be added
+    };
+
+    // How often, and how far apart, the introduction looks for the icon's place.
+    static constexpr int kWelcomeTries = 20;
+    static constexpr std::chrono::milliseconds kWelcomeRetry{100};
 
     // Throws std::runtime_error with a sentence when the support folder cannot be made.
     AppDependencies(kit::support::MainQueue& mainQueue, Options options);
@@ -52,7 +71,9 @@ public:
     AppDependencies& operator=(const AppDependencies&) = delete;
 
     // Observes the settings the running app acts on, starts the tool socket when assistants are
-    // on, and logs "Vantorel started".
+    // on and, with a platform, installs the application's icon, offers the login item once,
+    // shows the showing bar's icons and the introduction once, and registers the global keys;
+    // then logs "Vantorel started".
     void start();
     // Writes what is pending and removes the socket file. Safe to call more than once.
     void terminate();
@@ -60,6 +81,16 @@ public:
     // Reads a document and hands it to the proposal inbox; nothing on success, else the sentence
     // the person reads.
     std::optional<std::string> openDocument(const std::filesystem::path& file);
+
+    // Each line of the text (a link, a file URL or an absolute path) becomes a shortcut at the
+    // end of the showing bar.
+    Added addShortcuts(const std::string& text);
+    // The application's menu: the bars with the showing one checked, then Settings…, Add from
+    // clipboard and Quit.
+    kit::menubar::Menu appMenu();
+    // The bar before (-1) or after (+1) the showing one becomes the showing one; nothing at the
+    // ends.
+    void cycleBar(int step);
 
     // Whether the file is a Vantorel document by its extension, in any case.
     static bool isDocument(const std::filesystem::path& file);
@@ -75,6 +106,16 @@ public:
     kit::proposal::RootGrantStore& grants() { return *m_grants; }
     kit::tools::ToolService& tools() { return *m_tools; }
     kit::mcp::ToolSocket& toolSocket() { return *m_toolSocket; }
+    kit::opening::TargetFactory& targetFactory() { return *m_targetFactory; }
+    // Present with a platform.
+    kit::opening::Opener* opener() { return m_opener.get(); }
+    kit::menubar::MenuBarController* menuBar() { return m_menuBar.get(); }
+    kit::menubar::StatusItemController* statusItem() { return m_statusItem.get(); }
+    // Present with a platform that has keys.
+    kit::keys::BarHotKeys* hotKeys() { return m_hotKeys.get(); }
+    kit::keys::ModifierWatch* modifierWatch() { return m_modifierWatch.get(); }
+    // Present with a platform that sees the wheel.
+    kit::keys::BarWheel* barWheel() { return m_barWheel.get(); }
 
     // Answers for a path: a granted folder's grant, else a bookmark of the place itself when it
     // exists (nothing on this system hides a path from the app).
@@ -83,7 +124,20 @@ public:
     static std::optional<std::filesystem::path> defaultSettingsFile(const Environment& environment);
 
 private:
+    void makeMenuBar();
+    void makeStatusItem();
+    // Where icons keep the order they were made in, a rebuilt row would stand right of the
+    // application's icon.
+    void keepIconRightmost();
     void applyAssistantsSetting();
+    void observeKeys();
+    void applyWheelSetting();
+    void registerKeys();
+    void offerLoginItem();
+    void showWelcome(int attempt);
+    void addFromClipboard();
+    // The menu of the given shortcuts under the application's icon, each row opening its one.
+    void popShortcuts(const std::vector<kit::library::Shortcut>& shortcuts);
 
     kit::support::MainQueue& m_mainQueue;
     bool m_runningTests = false;
@@ -104,6 +158,27 @@ private:
     // Tells the bridge the app runs even while assistants are off and the socket is gone.
     std::unique_ptr<kit::mcp::InstanceMarker> m_marker;
     size_t m_assistantsObservation = 0;
+
+    std::optional<Platform> m_platform;
+    std::unique_ptr<kit::opening::BookmarkResolver> m_bookmarks;
+    std::unique_ptr<kit::opening::TargetFactory> m_targetFactory;
+    std::unique_ptr<kit::opening::AppleShortcutRunning> m_appleShortcuts;
+    std::unique_ptr<kit::opening::Opener> m_opener;
+    std::unique_ptr<kit::menubar::MenuBarController> m_menuBar;
+    std::unique_ptr<kit::menubar::StatusItemController> m_statusItem;
+    std::unique_ptr<kit::keys::BarHotKeys> m_hotKeys;
+    std::unique_ptr<kit::keys::ModifierWatch> m_modifierWatch;
+    std::unique_ptr<kit::keys::BarWheel> m_barWheel;
+    std::vector<size_t> m_keySettingsObservations;
+    std::optional<size_t> m_keyStoreObservation;
+    // What the keys were last registered for, so a library change that keeps it registers nothing.
+    std::optional<size_t> m_registeredCount;
+    std::optional<size_t> m_iconOrderObservation;
+    size_t m_iconRebuilds = 0;
+    // Where the application's icon stood at the introduction's last look.
+    std::optional<kit::menubar::Rect> m_welcomePlace;
+    // Held weakly by delayed tasks, which do nothing once this object is gone.
+    std::shared_ptr<AppDependencies*> m_self;
 };
 
 } // namespace app

@@ -1,13 +1,21 @@
 // SPDX-License-Identifier: MIT
-// The vantorel executable: the headless app, the settings command, handing documents to the
-// running app, and a summary of the library.
+// The vantorel executable: the menu-bar app (in a build with Qt), the headless app, the settings
+// command, handing documents and links to the running app, and a summary of the library.
 #include "app/app_dependencies.h"
 #include "app/instance_channel.h"
 #include "app/terminal_review.h"
+#include "kit/library/web_address.h"
 #include "kit/mcp/assistant_setup.h"
 #include "kit/mcp/tool_socket_path.h"
 #include "kit/support/memory.h"
 #include "kit/support/run_loop.h"
+
+#ifdef VANTOREL_HAS_DESKTOP
+#include "desktop/desktop_app.h"
+
+#include <QApplication>
+#include <QIcon>
+#endif
 
 #include <nlohmann/json.hpp>
 
@@ -15,9 +23,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -28,11 +39,25 @@ using namespace kit::library;
 using namespace kit::storage;
 using nlohmann::json;
 
+#ifdef VANTOREL_HAS_DESKTOP
+// The resources of a static library are registered by name, from the global namespace.
+static void registerIcons()
+{
+    Q_INIT_RESOURCE(icons);
+}
+#endif
+
 namespace {
 
 constexpr const char* kUsage =
     "Usage:\n"
+#ifdef VANTOREL_HAS_DESKTOP
+    "  vantorel                      start Vantorel in the menu bar, or show the running one's\n"
+    "                                settings\n"
+    "  vantorel vantorel:LINK        bring the running Vantorel forward\n"
+#else
     "  vantorel                      tell what your library holds\n"
+#endif
     "  vantorel --headless           run without a display: serve assistants, review proposals\n"
     "                                in this terminal\n"
     "  vantorel FILE.vantorel        review a document in the running Vantorel (or start one)\n"
@@ -41,6 +66,7 @@ constexpr const char* kUsage =
     "  vantorel settings set KEY VALUE\n"
     "  vantorel assistants           how to connect an assistant to Vantorel\n"
     "                                change one setting; a running Vantorel follows at once\n"
+    "  vantorel bars                 tell what your library holds\n"
     "  vantorel --help | --version\n";
 
 std::string plural(size_t count, const char* one, const char* many)
@@ -324,6 +350,121 @@ int headless(const std::optional<std::filesystem::path>& document)
     return 0;
 }
 
+#ifdef VANTOREL_HAS_DESKTOP
+
+bool hasDisplay()
+{
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) {
+        const char* value = std::getenv(name);
+        if (value && *value) {
+            return true;
+        }
+    }
+    return false;
+}
+
+constexpr const char* kNoDisplay =
+    "There is no display to show Vantorel on; “vantorel --headless” runs it in this terminal.";
+
+// Hands the document, or a request to show itself, to a running Vantorel; its exit code, or
+// nothing when none runs.
+std::optional<int> handToRunning(const std::optional<std::filesystem::path>& document)
+{
+    const json request = document ? json{{"command", "open"}, {"path", document->string()}}
+                                  : json{{"command", "show"}};
+    auto reply = askRunning(request);
+    if (!reply) {
+        return std::nullopt;
+    }
+    if (reply->is_object() && reply->contains("error")) {
+        return fail(reply->value("error", std::string()));
+    }
+    if (document) {
+        printLine("“" + document->filename().string()
+                  + "” is waiting for your review in the running Vantorel.");
+    }
+    return 0;
+}
+
+// What Qt said while the application object was being made: shown once it stands, dropped when
+// Qt gives up, since the sentence below says it better.
+std::vector<std::string>& platformMessagesHeld()
+{
+    static std::vector<std::string> held;
+    return held;
+}
+
+// Qt ends the process when its platform plugin cannot start (no X server behind DISPLAY, say);
+// the person gets a sentence instead of a core dump.
+void platformMessages(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    if (type == QtFatalMsg) {
+        std::fprintf(stderr, "vantorel: %s\n", kNoDisplay);
+        std::_Exit(1);
+    }
+    platformMessagesHeld().push_back(message.toStdString());
+}
+
+int runDesktop(int argc, char** argv, const std::optional<std::filesystem::path>& document)
+{
+    if (auto code = handToRunning(document)) {
+        return *code;
+    }
+    if (!hasDisplay()) {
+        if (document) {
+            return headless(document);
+        }
+        return fail(kNoDisplay);
+    }
+    // Quit signals arrive through a descriptor the event loop watches; every thread started
+    // after this inherits the block.
+    sigset_t quitSignals;
+    sigemptyset(&quitSignals);
+    sigaddset(&quitSignals, SIGINT);
+    sigaddset(&quitSignals, SIGTERM);
+    sigaddset(&quitSignals, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &quitSignals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    QApplication::setApplicationName(QStringLiteral("Vantorel"));
+    QApplication::setDesktopFileName(QStringLiteral("io.vantorel.Vantorel"));
+    // The application's own symbol, for when the installed theme does not have it.
+    registerIcons();
+    QIcon::setFallbackSearchPaths(QIcon::fallbackSearchPaths() << QStringLiteral(":/icons"));
+    const QtMessageHandler previous = qInstallMessageHandler(platformMessages);
+    QApplication application(argc, argv);
+    qInstallMessageHandler(previous);
+    for (const auto& message : platformMessagesHeld()) {
+        std::fprintf(stderr, "%s\n", message.c_str());
+    }
+    platformMessagesHeld().clear();
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    desktop::DesktopApp::Options options;
+    options.instanceFolder = instanceFolder();
+    options.handleSignals = true;
+    options.bridgePath = [] { return bridgePath(); };
+    desktop::DesktopApp app(std::move(options));
+    if (!app.becomePrimary()) {
+        // Another start got there first.
+        if (auto code = handToRunning(document)) {
+            return *code;
+        }
+        return fail("Vantorel is already running.");
+    }
+    try {
+        app.start();
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+    if (document) {
+        app.openDocument(*document);
+    }
+    return QApplication::exec();
+}
+
+#endif
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -331,7 +472,11 @@ int main(int argc, char** argv)
     kit::support::returnFreedMemoryPromptly();
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty()) {
+#ifdef VANTOREL_HAS_DESKTOP
+        return runDesktop(argc, argv, std::nullopt);
+#else
         return summary();
+#endif
     }
     const std::string& first = args[0];
     if (first == "--help" || first == "-h") {
@@ -345,6 +490,9 @@ int main(int argc, char** argv)
     if (first == "--headless" && args.size() == 1) {
         return headless(std::nullopt);
     }
+    if (first == "bars" && args.size() == 1) {
+        return summary();
+    }
     if (first == "assistants" && args.size() == 1) {
         return assistantsCommand();
     }
@@ -352,9 +500,30 @@ int main(int argc, char** argv)
         return settingsCommand({args.begin() + 1, args.end()});
     }
     if (args.size() == 1 && app::AppDependencies::isDocument(first)) {
+        // File managers may hand a document over as a file URL.
+        std::string named = first;
+        for (const char* prefix : {"file://localhost/", "file:///"}) {
+            if (named.starts_with(prefix)) {
+                named = "/" + WebAddress::percentDecoded(named.substr(std::strlen(prefix)));
+                break;
+            }
+        }
         std::error_code error;
-        auto path = std::filesystem::absolute(first, error);
-        return headless(error ? std::filesystem::path(first) : path);
+        auto path = std::filesystem::absolute(named, error);
+#ifdef VANTOREL_HAS_DESKTOP
+        return runDesktop(argc, argv, error ? std::filesystem::path(named) : path);
+#else
+        return headless(error ? std::filesystem::path(named) : path);
+#endif
     }
+#ifdef VANTOREL_HAS_DESKTOP
+    // A link into Vantorel only brings it forward; what follows the scheme is not read.
+    if (args.size() == 1 && first.size() >= 9
+        && std::equal(first.begin(), first.begin() + 9, "vantorel:", [](char a, char b) {
+               return std::tolower(static_cast<unsigned char>(a)) == b;
+           })) {
+        return runDesktop(argc, argv, std::nullopt);
+    }
+#endif
     return fail("“" + first + "” is not something vantorel knows.\n" + kUsage, 2);
 }

@@ -1,0 +1,314 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/desktop_app.h"
+
+#include "desktop/review_window.h"
+#include "desktop/settings_window.h"
+#include "kit/support/log.h"
+
+#include <nlohmann/json.hpp>
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QMessageBox>
+#include <QSocketNotifier>
+#include <QSystemTrayIcon>
+#include <QTimer>
+
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+
+namespace desktop {
+
+using nlohmann::json;
+
+namespace {
+
+constexpr kit::support::Logger kLog("app");
+
+// Milliseconds since the process began, from the kernel's record of its start; nothing when
+// /proc cannot tell.
+std::optional<long long> millisecondsSinceProcessStart()
+{
+    std::ifstream in("/proc/self/stat");
+    std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    // The command name may hold spaces; fields are counted after its closing parenthesis.
+    const auto close = stat.rfind(')');
+    if (close == std::string::npos) {
+        return std::nullopt;
+    }
+    std::istringstream fields(stat.substr(close + 2));
+    std::string field;
+    // starttime is field 22; the text after the parenthesis begins at field 3.
+    for (int i = 3; i < 22 && fields >> field;) {
+        ++i;
+    }
+    unsigned long long ticks = 0;
+    if (!(fields >> ticks)) {
+        return std::nullopt;
+    }
+    timespec now{};
+    ::clock_gettime(CLOCK_BOOTTIME, &now);
+    const long hz = ::sysconf(_SC_CLK_TCK);
+    const long long started = static_cast<long long>(ticks) * 1000 / hz;
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000 - started;
+}
+
+} // namespace
+
+DesktopApp::DesktopApp(Options options)
+    : m_statusBar(std::make_unique<TrayStatusBar>(m_icons, options.host))
+    , m_loginItem(options.configHome ? std::nullopt : XdgLoginItem::current())
+    , m_channel(options.instanceFolder)
+    , m_bridgePath(std::move(options.bridgePath))
+{
+    if (options.configHome) {
+        // The entry names the executable itself, not the link that leads to it.
+        std::error_code error;
+        auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
+        m_loginItem.emplace(*options.configHome, error ? "vantorel" : executable);
+    }
+
+    m_options = std::move(options.dependencies);
+    connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { terminate(); });
+    if (options.handleSignals) {
+        listenForSignals();
+    }
+}
+
+DesktopApp::~DesktopApp()
+{
+    terminate();
+    if (m_dependencies) {
+        m_dependencies->proposals().removeObserver(m_inboxObservation);
+    }
+    // Windows hold references into the composition root, so they go first.
+    delete m_settingsWindow.data();
+    delete m_reviewWindow.data();
+    delete m_welcome.data();
+    delete m_loginOffer.data();
+    m_dependencies.reset();
+    if (m_signalFD >= 0) {
+        m_signals.reset();
+        ::close(m_signalFD);
+    }
+}
+
+SettingsWindow* DesktopApp::settingsWindow() const
+{
+    return m_settingsWindow.data();
+}
+
+ReviewWindow* DesktopApp::reviewWindow() const
+{
+    return m_reviewWindow.data();
+}
+
+QWidget* DesktopApp::welcomeWindow() const
+{
+    return m_welcome.data();
+}
+
+QMessageBox* DesktopApp::loginOffer() const
+{
+    return m_loginOffer.data();
+}
+
+bool DesktopApp::becomePrimary()
+{
+    return m_channel.becomePrimary([this](const std::string& line) { return handle(line); },
+                                   m_queue);
+}
+
+void DesktopApp::makeDependencies()
+{
+    app::Platform platform;
+    platform.workspace = &m_workspace;
+    platform.alerts = &m_alerts;
+    platform.statusBar = m_statusBar.get();
+    platform.icons = &m_icons;
+    platform.popover = &m_popover;
+    platform.appEvents = &m_appEvents;
+    if (m_hotKeys.isAvailable()) {
+        platform.hotKeys = &m_hotKeys;
+        platform.clock = &m_clock;
+        platform.modifiers = &m_modifiers;
+    }
+    platform.scroll = &m_scroll;
+    platform.isIconWindow = [this](kit::keys::WindowRef window) { return isIconWindow(window); };
+    platform.loginItem = m_loginItem ? &*m_loginItem : nullptr;
+    platform.iconPlacesKnown = m_statusBar->host() == TrayStatusBar::Host::XEmbed;
+    platform.showSettings = [this] { presentSettings(); };
+    platform.quit = [this] { quit(); };
+    platform.clipboardText = [] { return clipboardText(); };
+    platform.offerLoginItem = [this](std::function<void(bool)> answer) {
+        m_loginOffer = desktop::offerLoginItem(std::move(answer));
+    };
+    platform.showWelcome = [this](std::optional<kit::menubar::Rect> place) {
+        auto* window = new WelcomeWindow;
+        m_welcome = window;
+        window->present(place);
+    };
+    platform.confirm = [](const std::string& question) { return desktop::confirm(question); };
+    m_options.platform = std::move(platform);
+
+    m_dependencies = std::make_unique<app::AppDependencies>(m_queue, std::move(m_options));
+    m_inboxObservation = m_dependencies->proposals().observe([this] { inboxChanged(); });
+}
+
+void DesktopApp::start()
+{
+    if (!m_dependencies) {
+        makeDependencies();
+    }
+    m_dependencies->start();
+    // The icons were created above; the host places them once the loop runs.
+    QTimer::singleShot(0, this, [this] { logIconsShown(); });
+}
+
+bool DesktopApp::isIconWindow(kit::keys::WindowRef window) const
+{
+    const auto isOne = [&](std::optional<kit::menubar::StatusItemHandle> handle) {
+        return handle && QtScrollMonitoring::windowRefOf(m_statusBar->trayIcon(*handle)) == window;
+    };
+    auto* statusItem = m_dependencies->statusItem();
+    if (statusItem && isOne(statusItem->statusItem())) {
+        return true;
+    }
+    const auto* menuBar = m_dependencies->menuBar();
+    for (const auto& id : menuBar->order()) {
+        const auto* item = menuBar->item(id);
+        if (item && isOne(item->button())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void DesktopApp::logIconsShown() const
+{
+    const auto* menuBar = m_dependencies->menuBar();
+    const size_t count = menuBar ? menuBar->order().size() : 0;
+    if (auto elapsed = millisecondsSinceProcessStart()) {
+        kLog.info(std::to_string(count) + " icons in the menu bar " + std::to_string(*elapsed)
+                  + " ms after start");
+    }
+}
+
+std::string DesktopApp::handle(const std::string& line)
+{
+    const json request = json::parse(line, nullptr, false);
+    const std::string command = request.is_object() && request.value("command", json()).is_string()
+                                    ? request["command"].get<std::string>()
+                                    : std::string();
+    if (!m_dependencies) {
+        return json{{"error", "Vantorel is still starting; try again in a moment."}}.dump();
+    }
+    if (command == "open" && request.value("path", json()).is_string()) {
+        if (auto error = openDocument(request["path"].get<std::string>())) {
+            return json{{"error", *error}}.dump();
+        }
+        return json{{"ok", true}}.dump();
+    }
+    if (command == "settingsChanged") {
+        m_dependencies->settingsStore().reload();
+        return json{{"ok", true}}.dump();
+    }
+    if (command == "show") {
+        presentSettings();
+        return json{{"ok", true}}.dump();
+    }
+    return json{{"error", "This Vantorel does not know that request."}}.dump();
+}
+
+std::optional<std::string> DesktopApp::openDocument(const std::filesystem::path& file)
+{
+    auto error = m_dependencies->openDocument(file);
+    if (error) {
+        m_alerts.showAlert(file.filename().string(), *error);
+    }
+    return error;
+}
+
+void DesktopApp::presentSettings()
+{
+    if (!m_settingsWindow) {
+        app::AppDependencies& dependencies = *m_dependencies;
+        m_settingsWindow = new SettingsWindow(
+            dependencies.settings(), dependencies.grants(), nullptr, m_bridgePath, [&dependencies] {
+                return dependencies.hotKeys() ? dependencies.hotKeys()->refused()
+                                              : std::vector<std::string>{};
+            });
+        m_settingsWindow->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_settingsWindow->present();
+}
+
+void DesktopApp::presentReview()
+{
+    if (!m_reviewWindow) {
+        m_reviewWindow =
+            new ReviewWindow(m_dependencies->proposals(), m_dependencies->libraryStore());
+        m_reviewWindow->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_reviewWindow->present();
+}
+
+void DesktopApp::inboxChanged()
+{
+    const auto& inbox = m_dependencies->proposals();
+    if (!inbox.isPending()) {
+        m_presented.reset();
+        return;
+    }
+    // A refreshed review of the same proposal leaves the windows as the person arranged them.
+    if (m_presented && *m_presented == *inbox.proposal()) {
+        return;
+    }
+    m_presented = inbox.proposal();
+    presentReview();
+}
+
+void DesktopApp::quit()
+{
+    QCoreApplication::quit();
+}
+
+void DesktopApp::terminate()
+{
+    if (m_terminated) {
+        return;
+    }
+    m_terminated = true;
+    if (m_dependencies) {
+        m_dependencies->terminate();
+    }
+    m_channel.stop();
+}
+
+void DesktopApp::listenForSignals()
+{
+    sigset_t quitSignals;
+    sigemptyset(&quitSignals);
+    sigaddset(&quitSignals, SIGINT);
+    sigaddset(&quitSignals, SIGTERM);
+    sigaddset(&quitSignals, SIGHUP);
+    m_signalFD = ::signalfd(-1, &quitSignals, SFD_NONBLOCK | SFD_CLOEXEC);
+    if (m_signalFD < 0) {
+        kLog.error("cannot listen for quit signals; Vantorel quits from its menu only");
+        return;
+    }
+    m_signals = std::make_unique<QSocketNotifier>(m_signalFD, QSocketNotifier::Read);
+    connect(m_signals.get(), &QSocketNotifier::activated, this, [this] {
+        signalfd_siginfo info{};
+        while (::read(m_signalFD, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+        }
+        quit();
+    });
+}
+
+} // namespace desktop

@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/menubar/status_bar.h"
+#include "kit/opening/presenters.h"
+
+#include <QMessageBox>
+#include <QPointer>
+#include <QWidget>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace desktop {
+
+// Failures as message boxes titled with the shortcut's name. The box is modal to the application
+// but does not block the caller: opening returns at once and the box stays until dismissed.
+// GUI thread only.
+class MessageBoxAlerts final : public kit::opening::AlertPresenter
+{
+public:
+    void showAlert(const std::string& title, const std::string& message) override;
+
+    // The box shown last, while it is open; for tests.
+    QMessageBox* current() const { return m_current; }
+
+private:
+    QPointer<QMessageBox> m_current;
+};
+
+// The short introduction shown once: where the shortcuts stand and what the clicks do. Closes
+// itself when dismissed. GUI thread only.
+class WelcomeWindow final : public QWidget
+{
+public:
+    explicit WelcomeWindow(QWidget* parent = nullptr);
+
+    // Shows the window under the icon at `place`, kept on its screen, or centred without one.
+    void present(const std::optional<kit::menubar::Rect>& place);
+};
+
+// Asks once whether Vantorel should start at login; `answer` hears the choice, false when the box
+// is closed without one. Does not block. GUI thread only.
+QMessageBox* offerLoginItem(std::function<void(bool yes)> answer);
+
+// A yes-or-no question asked in a modal box; true for yes.
+bool confirm(const std::string& question);
+
+} // namespace desktop

@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: MIT
+// The composition root with a platform of fakes: what start-up shows and offers, and how the
+// global keys and the application menu reach the bars.
+#include "app/app_dependencies.h"
+#include "kit/keys/fakes.h"
+#include "kit/library/fixtures.h"
+#include "kit/menubar/fakes.h"
+#include "kit/opening/fakes.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using namespace app;
+using kit::library::BarID;
+using kit::menubar::Rect;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using testing_support::TempDir;
+
+namespace {
+
+class ClosedPopover final : public kit::menubar::Popover
+{
+public:
+    void show(kit::menubar::StatusItemHandle, kit::menubar::Edge) override {}
+    void close() override {}
+    bool isShown() const override { return false; }
+    std::optional<Rect> frame() const override { return std::nullopt; }
+    void setClosedHandler(std::function<void()>) override {}
+};
+
+class QuietEvents final : public kit::menubar::AppEvents
+{
+public:
+    Token addGlobalMouseDown(std::function<void(kit::menubar::Point)>) override { return 1; }
+    Token addResignActive(std::function<void()>) override { return 1; }
+    void remove(Token) override {}
+    void activate() override {}
+    bool isActive() const override { return true; }
+};
+
+class FakeLoginItem final : public LoginItem
+{
+public:
+    bool isEnabled() const override { return enabled; }
+    bool enable() override { return enabled = true; }
+    bool disable() override { return !(enabled = false); }
+    bool enabled = false;
+};
+
+class PlatformTest : public ::testing::Test
+{
+protected:
+    PlatformTest() { std::filesystem::create_directories(m_dir.path() / "home"); }
+    ~PlatformTest() override { dependencies.reset(); }
+
+    kit::storage::SupportDirectory support() const { return {m_dir.path() / "support", false}; }
+
+    // Bars named as given, the first showing with `shortcuts` links.
+    std::vector<BarID> prepare(int shortcuts, std::vector<std::string> barNames = {"Work"})
+    {
+        kit::storage::LibraryStore store(support());
+        store.renameBar(store.activeBarID(), barNames[0]);
+        std::vector<BarID> bars{store.activeBarID()};
+        store.mutate([&](kit::library::Library& library) {
+            for (int i = 1; i <= shortcuts; ++i) {
+                library.add(testing_support::webLink("Link " + std::to_string(i),
+                                                     "https://example.org/" + std::to_string(i)));
+            }
+        });
+        for (size_t i = 1; i < barNames.size(); ++i) {
+            bars.push_back(*store.addBar(barNames[i]));
+        }
+        store.flush();
+        return bars;
+    }
+
+    AppDependencies& make()
+    {
+        AppDependencies::Options options;
+        const auto home = m_dir.path() / "home";
+        options.environment = Environment{[home](const char* name) -> std::optional<std::string> {
+                                              return std::string(name) == "HOME"
+                                                         ? std::optional(home.string())
+                                                         : std::nullopt;
+                                          },
+                                          4242,
+                                          m_dir.path()};
+        options.supportDirectory = support();
+        options.settingsFile = m_dir.path() / "settings.json";
+        options.socketPath = (m_dir.path() / "vantorel.sock").string();
+        options.dataFolders = std::vector<std::filesystem::path>{m_dir.path() / "share"};
+        Platform platform;
+        platform.workspace = &workspace;
+        platform.alerts = &alerts;
+        platform.statusBar = &bar;
+        platform.icons = &icons;
+        platform.popover = &popover;
+        platform.appEvents = &events;
+        platform.hotKeys = &hotKeys;
+        platform.clock = &clock;
+        platform.modifiers = &modifiers;
+        platform.loginItem = &loginItem;
+        platform.iconPlacesKnown = iconPlacesKnown;
+        platform.clipboardText = [this] { return clipboard; };
+        platform.offerLoginItem = [this](std::function<void(bool)> answer) {
+            offers.push_back(std::move(answer));
+        };
+        platform.showWelcome = [this](std::optional<Rect> place) { welcomes.push_back(place); };
+        options.platform = platform;
+        dependencies.reset();
+        dependencies = std::make_unique<AppDependencies>(queue, std::move(options));
+        return *dependencies;
+    }
+
+    AppDependencies& started()
+    {
+        make().start();
+        queue.runAll();
+        return *dependencies;
+    }
+
+    std::vector<uint32_t> registeredIDs() const
+    {
+        std::vector<uint32_t> ids;
+        for (const auto& registration : hotKeys.registered()) {
+            ids.push_back(registration.id);
+        }
+        return ids;
+    }
+
+    kit::menubar::MenuItem* row(kit::menubar::Menu& menu, const std::string& title)
+    {
+        for (auto& item : menu.items) {
+            if (item.title == title) {
+                return &item;
+            }
+        }
+        return nullptr;
+    }
+
+    TempDir m_dir;
+    keys_testing::FakeMainQueue queue;
+    testing_support::FakeWorkspace workspace;
+    testing_support::FakeAlerts alerts;
+    testing_support::FakeStatusBar bar;
+    kit::menubar::StandardIconRenderer icons;
+    ClosedPopover popover;
+    QuietEvents events;
+    keys_testing::FakeHotKeyService hotKeys;
+    keys_testing::FakeClock clock;
+    keys_testing::FakeModifierSource modifiers;
+    FakeLoginItem loginItem;
+    bool iconPlacesKnown = true;
+    std::string clipboard;
+    std::vector<std::function<void(bool)>> offers;
+    std::vector<std::optional<Rect>> welcomes;
+    std::unique_ptr<AppDependencies> dependencies;
+};
+
+TEST_F(PlatformTest, NumberKeysOpenTheNthIconAndFollowTheBarAndTheSettings)
+{
+    prepare(3);
+    auto& app = started();
+    using namespace kit::keys::hot_key_id;
+    EXPECT_THAT(registeredIDs(),
+                ElementsAre(kDigitBase + 1,
+                            kDigitBase + 2,
+                            kDigitBase + 3,
+                            kPreviousBar,
+                            kNextBar,
+                            kMenu,
+                            kActiveBar));
+
+    hotKeys.press(kit::keys::kHotKeySignature, kDigitBase + 2);
+    queue.runAll();
+    EXPECT_THAT(workspace.opened, ElementsAre("https://example.org/2"));
+
+    app.libraryStore().mutate([](kit::library::Library& library) {
+        library.add(testing_support::webLink("Link 4", "https://example.org/4"));
+    });
+    queue.runAll();
+    EXPECT_NE(hotKeys.withID(kDigitBase + 4), nullptr);
+
+    app.settings().setShortcutKeys(kit::settings::DigitKeys::Off);
+    queue.runAll();
+    EXPECT_THAT(registeredIDs(), ElementsAre(kMenu, kActiveBar));
+    EXPECT_FALSE(app.modifierWatch()->isRunning());
+}
+
+TEST_F(PlatformTest, TheMenuKeyPopsWhatIsInTheMenuBarUnderTheApplicationIcon)
+{
+    prepare(2);
+    auto& app = started();
+    hotKeys.press(kit::keys::kHotKeySignature, kit::keys::hot_key_id::kMenu);
+    queue.runAll();
+    auto* appIcon = bar.find(*app.statusItem()->statusItem());
+    ASSERT_NE(appIcon, nullptr);
+    ASSERT_EQ(appIcon->popped.size(), 1U);
+    auto& menu = appIcon->popped.back();
+    ASSERT_NE(row(menu, "Link 2"), nullptr);
+    row(menu, "Link 2")->action();
+    EXPECT_THAT(workspace.opened, ElementsAre("https://example.org/2"));
+}
+
+TEST_F(PlatformTest, SwitchingBarsByKeyStopsAtTheEnds)
+{
+    auto bars = prepare(1, {"Work", "Home", "Travel"});
+    auto& app = started();
+    app.cycleBar(-1);
+    EXPECT_EQ(app.libraryStore().activeBarID(), bars[0]);
+    hotKeys.press(kit::keys::kHotKeySignature, kit::keys::hot_key_id::kNextBar);
+    queue.runAll();
+    EXPECT_EQ(app.libraryStore().activeBarID(), bars[1]);
+    app.cycleBar(+1);
+    app.cycleBar(+1);
+    EXPECT_EQ(app.libraryStore().activeBarID(), bars[2]);
+}
+
+TEST_F(PlatformTest, TheAppMenuSwitchesBarsAndAddsFromTheClipboard)
+{
+    auto bars = prepare(1, {"Work", "Home"});
+    auto& app = started();
+    auto menu = app.appMenu();
+    ASSERT_NE(row(menu, "Work"), nullptr);
+    EXPECT_TRUE(row(menu, "Work")->checked);
+    EXPECT_FALSE(row(menu, "Home")->checked);
+    EXPECT_EQ(row(menu, "Quit Vantorel")->keyEquivalent, "q");
+    EXPECT_EQ(row(menu, "Settings…")->keyEquivalent, ",");
+    row(menu, "Home")->action();
+    EXPECT_EQ(app.libraryStore().activeBarID(), bars[1]);
+
+    clipboard = "https://maps.example.org/";
+    auto again = app.appMenu();
+    row(again, "Add from clipboard")->action();
+    ASSERT_EQ(app.libraryStore().library().shortcuts.size(), 1U);
+    EXPECT_TRUE(alerts.shown.empty());
+}
+
+struct AddCase
+{
+    std::string name;
+    std::string text;
+    std::vector<std::string> added;
+    std::string failure; // part of the sentence; empty for none
+};
+
+class AddShortcuts : public PlatformTest, public ::testing::WithParamInterface<AddCase>
+{};
+
+TEST_P(AddShortcuts, TurnsEachUsableLineIntoAShortcut)
+{
+    prepare(0);
+    auto& app = make();
+    const auto result = app.addShortcuts(GetParam().text);
+    EXPECT_EQ(result.names, GetParam().added);
+    if (GetParam().failure.empty()) {
+        EXPECT_EQ(result.failure, std::nullopt);
+    } else {
+        ASSERT_TRUE(result.failure);
+        EXPECT_THAT(*result.failure, HasSubstr(GetParam().failure));
+        EXPECT_EQ(result.failure->back(), '.');
+    }
+    EXPECT_EQ(app.libraryStore().library().shortcuts.size(), GetParam().added.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    AddShortcuts,
+    ::testing::Values(AddCase{"OneLink", "https://www.example.org/news\n", {"Example"}, ""},
+                      AddCase{
+                          "ListWithCommentsAndJunk",
+                          "# copied by a file manager\r\nhttps://alpha.org/\r\nnot a link\r\n\r\n"
+                          "https://beta.org/",
+                          {"Alpha", "Beta"},
+                          ""},
+                      AddCase{"OnlyJunk", "two words", {}, "“two words”"},
+                      AddCase{"Nothing", " \n\t\n", {}, "The clipboard holds nothing to add"},
+                      AddCase{"MissingFile", "/no/such/file.pdf", {}, "file.pdf"}),
+    [](const auto& info) { return info.param.name; });
+
+TEST_F(PlatformTest, OffersTheLoginItemOnceEvenWhenTheQuestionIsNotAnswered)
+{
+    prepare(1);
+    started();
+    ASSERT_EQ(offers.size(), 1U);
+    EXPECT_TRUE(dependencies->settings().loginItemOffered());
+    offers.front()(true);
+    EXPECT_TRUE(loginItem.enabled);
+
+    loginItem.enabled = false;
+    started();
+    EXPECT_EQ(offers.size(), 1U);
+    EXPECT_FALSE(loginItem.enabled) << "the person's later choice stands";
+}
+
+TEST_F(PlatformTest, DoesNotOfferWhatIsAlreadyOn)
+{
+    prepare(1);
+    loginItem.enabled = true;
+    started();
+    EXPECT_TRUE(offers.empty());
+    EXPECT_TRUE(dependencies->settings().loginItemOffered());
+}
+
+TEST_F(PlatformTest, TheIntroductionWaitsUntilTheIconHasSettledOnScreen)
+{
+    prepare(1);
+    auto& app = make();
+    app.start();
+    auto& appIcon = *bar.find(*app.statusItem()->statusItem());
+    // Not yet docked: the host reports the origin.
+    appIcon.geometry = Rect{0, 0, 22, 22};
+    queue.runAll();
+    EXPECT_TRUE(welcomes.empty());
+    EXPECT_FALSE(app.settings().welcomeShown()) << "tried again at the next start";
+
+    make().start();
+    auto& again = *bar.find(*dependencies->statusItem()->statusItem());
+    again.geometry = Rect{1200, 1, 22, 22};
+    queue.runAll();
+    ASSERT_EQ(welcomes.size(), 1U);
+    EXPECT_EQ(welcomes.front(), (Rect{1200, 1, 22, 22}));
+    EXPECT_TRUE(dependencies->settings().welcomeShown());
+
+    started();
+    EXPECT_EQ(welcomes.size(), 1U) << "once only";
+}
+
+TEST_F(PlatformTest, WithAHostThatNeverTellsPlacesTheIntroductionShowsAtOnce)
+{
+    prepare(1);
+    iconPlacesKnown = false;
+    make().start();
+    EXPECT_EQ(welcomes.size(), 1U);
+    EXPECT_TRUE(dependencies->settings().welcomeShown());
+}
+
+} // namespace

@@ -1,0 +1,491 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/desktop_app.h"
+
+#include "desktop/review_window.h"
+#include "desktop/settings_window.h"
+#include "kit/library/fixtures.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QClipboard>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QMenu>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <QUrl>
+
+#include <sys/stat.h>
+
+#include <future>
+
+namespace desktop::testing {
+
+namespace {
+
+using kit::library::BarID;
+using kit::library::Shortcut;
+using kit::storage::LibraryStore;
+using kit::storage::SupportDirectory;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using testing_support::TempDir;
+
+bool isSocket(const std::filesystem::path& path)
+{
+    struct stat info
+    {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode);
+}
+
+// Runs the event loop until `done` holds or two seconds pass.
+bool pumpUntil(const std::function<bool()>& done, int milliseconds = 2000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done()) {
+        if (timer.elapsed() > milliseconds) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return true;
+}
+
+void pump()
+{
+    for (int i = 0; i < 5; ++i) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+    }
+}
+
+// A person's machine in a temporary folder: a library with two bars, settings, a runtime folder.
+class DesktopAppTest : public ::testing::Test
+{
+protected:
+    DesktopAppTest()
+    {
+        for (const auto& folder : {home(), support(), config(), runtime(), root() / "tmp"}) {
+            std::filesystem::create_directories(folder);
+        }
+        ::chmod(runtime().c_str(), 0700);
+    }
+
+    ~DesktopAppTest() override
+    {
+        m_app.reset();
+        QGuiApplication::clipboard()->clear();
+    }
+
+    std::filesystem::path root() const { return m_dir.path(); }
+    std::filesystem::path home() const { return root() / "home"; }
+    std::filesystem::path support() const { return root() / "support"; }
+    std::filesystem::path config() const { return root() / "config"; }
+    std::filesystem::path runtime() const { return root() / "run"; }
+    std::filesystem::path socketPath() const { return runtime() / "vantorel.sock"; }
+
+    // Two bars: "Work" showing with three shortcuts, "Home" with one.
+    void prepareLibrary(int workShortcuts = 3)
+    {
+        LibraryStore store(SupportDirectory{support(), false});
+        store.mutate([&](kit::library::Library& library) {
+            for (int i = 1; i <= workShortcuts; ++i) {
+                library.add(testing_support::webLink(
+                    "Work " + std::to_string(i), "https://work.example.org/" + std::to_string(i)));
+            }
+        });
+        store.renameBar(store.activeBarID(), "Work");
+        m_homeBar = *store.addBar("Home");
+        store.mutate(m_homeBar, [](kit::library::Library& library) {
+            library.add(testing_support::webLink("Recipes", "https://recipes.example.org/"));
+        });
+        store.flush();
+    }
+
+    DesktopApp& start(TrayStatusBar::Host host = TrayStatusBar::Host::XEmbed)
+    {
+        DesktopApp::Options options;
+        const auto homeFolder = home();
+        options.dependencies.environment =
+            app::Environment{[homeFolder](const char* name) -> std::optional<std::string> {
+                                 if (std::string(name) == "HOME") {
+                                     return homeFolder.string();
+                                 }
+                                 return std::nullopt;
+                             },
+                             4242,
+                             root() / "tmp"};
+        options.dependencies.supportDirectory = SupportDirectory{support(), false};
+        options.dependencies.settingsFile = config() / "Vantorel" / "settings.json";
+        options.dependencies.socketPath = socketPath().string();
+        options.dependencies.dataFolders = std::vector<std::filesystem::path>{root() / "data"};
+        options.instanceFolder = runtime();
+        options.configHome = config();
+        options.host = host;
+        m_app = std::make_unique<DesktopApp>(std::move(options));
+        EXPECT_TRUE(m_app->becomePrimary());
+        m_app->start();
+        pump();
+        return *m_app;
+    }
+
+    // Quits the app as the process would, keeping the test's application object.
+    void restart(TrayStatusBar::Host host = TrayStatusBar::Host::XEmbed)
+    {
+        m_app.reset();
+        start(host);
+    }
+
+    app::AppDependencies& dependencies() { return m_app->dependencies(); }
+
+    // The tooltips of the shortcut icons, in the menu bar's order, and whether each is shown.
+    std::vector<std::string> iconNames()
+    {
+        std::vector<std::string> names;
+        auto* menuBar = dependencies().menuBar();
+        for (const auto& id : menuBar->order()) {
+            const auto* item = menuBar->item(id);
+            QSystemTrayIcon* icon =
+                item && item->button() ? m_app->statusBar().trayIcon(*item->button()) : nullptr;
+            if (icon && icon->isVisible()) {
+                names.push_back(icon->toolTip().toStdString());
+            }
+        }
+        return names;
+    }
+
+    // The application menu as the tray pops it.
+    QMenu* popAppMenu()
+    {
+        auto* statusItem = dependencies().statusItem();
+        statusItem->showMenu();
+        return m_app->statusBar().poppedMenu(*statusItem->statusItem());
+    }
+
+    static QAction* action(QMenu& menu, const QString& text)
+    {
+        for (QAction* action : menu.actions()) {
+            if (action->text() == text) {
+                return action;
+            }
+        }
+        return nullptr;
+    }
+
+    static std::vector<std::string> texts(QMenu& menu)
+    {
+        std::vector<std::string> out;
+        for (QAction* action : menu.actions()) {
+            out.push_back(action->isSeparator() ? "—" : action->text().toStdString());
+        }
+        return out;
+    }
+
+    void chooseFromAppMenu(const QString& text)
+    {
+        QMenu* menu = popAppMenu();
+        ASSERT_NE(menu, nullptr);
+        QAction* row = action(*menu, text);
+        ASSERT_NE(row, nullptr) << text.toStdString();
+        row->trigger();
+        pump();
+    }
+
+    TempDir m_dir;
+    BarID m_homeBar;
+    std::unique_ptr<DesktopApp> m_app;
+};
+
+class DesktopAppHosts : public DesktopAppTest,
+                        public ::testing::WithParamInterface<TrayStatusBar::Host>
+{};
+
+TEST_P(DesktopAppHosts, ShowsOneIconPerShortcutWithTheFirstLeftmostAndTheAppIconRightmost)
+{
+    prepareLibrary(10);
+    start(GetParam());
+
+    std::vector<std::string> expected;
+    for (int i = 1; i <= 10; ++i) {
+        expected.push_back("Work " + std::to_string(i));
+    }
+    EXPECT_EQ(iconNames(), expected);
+
+    // XEmbed hosts put the newest icon leftmost, StatusNotifierItem hosts keep creation order.
+    auto* menuBar = dependencies().menuBar();
+    const auto handleOf = [&](size_t index) {
+        return menuBar->item(menuBar->order()[index])->button()->value;
+    };
+    const auto appIcon = dependencies().statusItem()->statusItem()->value;
+    if (GetParam() == TrayStatusBar::Host::XEmbed) {
+        EXPECT_GT(handleOf(0), handleOf(9));
+        EXPECT_LT(appIcon, handleOf(9));
+    } else {
+        EXPECT_LT(handleOf(0), handleOf(9));
+        EXPECT_GT(appIcon, handleOf(9));
+    }
+    QSystemTrayIcon* app = m_app->statusBar().trayIcon({appIcon});
+    ASSERT_NE(app, nullptr);
+    EXPECT_TRUE(app->isVisible());
+    EXPECT_FALSE(app->icon().isNull());
+
+    // A rebuilt row still leaves the application's icon rightmost.
+    dependencies().libraryStore().activate(m_homeBar);
+    pump();
+    ASSERT_EQ(iconNames(), std::vector<std::string>{"Recipes"});
+    const auto recipes = handleOf(0);
+    const auto appIconNow = dependencies().statusItem()->statusItem()->value;
+    EXPECT_EQ(GetParam() == TrayStatusBar::Host::XEmbed, appIconNow < recipes);
+    ASSERT_NE(m_app->statusBar().trayIcon({appIconNow}), nullptr);
+    EXPECT_TRUE(m_app->statusBar().trayIcon({appIconNow})->isVisible());
+}
+
+INSTANTIATE_TEST_SUITE_P(Hosts,
+                         DesktopAppHosts,
+                         ::testing::Values(TrayStatusBar::Host::XEmbed,
+                                           TrayStatusBar::Host::StatusNotifier),
+                         [](const auto& info) {
+                             return info.param == TrayStatusBar::Host::XEmbed
+                                        ? std::string("XEmbed")
+                                        : std::string("StatusNotifier");
+                         });
+
+TEST_F(DesktopAppTest, AppMenuListsTheBarsAndChoosingOneSwitchesTheIcons)
+{
+    prepareLibrary();
+    start();
+
+    QMenu* menu = popAppMenu();
+    ASSERT_NE(menu, nullptr);
+    EXPECT_THAT(
+        texts(*menu),
+        ElementsAre("Work", "Home", "—", "Settings…", "Add from clipboard", "—", "Quit Vantorel"));
+    EXPECT_TRUE(action(*menu, "Work")->isChecked());
+    EXPECT_FALSE(action(*menu, "Home")->isChecked());
+
+    chooseFromAppMenu("Home");
+    EXPECT_EQ(dependencies().libraryStore().activeBarID(), m_homeBar);
+    EXPECT_EQ(iconNames(), std::vector<std::string>{"Recipes"});
+
+    // The menu is built when it opens, so it follows a bar added since.
+    dependencies().libraryStore().addBar("Travel");
+    menu = popAppMenu();
+    EXPECT_THAT(texts(*menu), ::testing::Contains("Travel"));
+    EXPECT_TRUE(action(*menu, "Home")->isChecked());
+}
+
+TEST_F(DesktopAppTest, AddFromClipboardMakesAShortcutOfALinkOrAFile)
+{
+    prepareLibrary();
+    start();
+
+    QGuiApplication::clipboard()->setText(QStringLiteral("https://news.example.org/today"));
+    chooseFromAppMenu(QStringLiteral("Add from clipboard"));
+    ASSERT_TRUE(pumpUntil([&] { return iconNames().size() == 4; }));
+    const auto& shortcuts = dependencies().libraryStore().library().shortcuts;
+    ASSERT_EQ(shortcuts.size(), 4U);
+    EXPECT_EQ(shortcuts.back().target.urlTarget()->url, "https://news.example.org/today");
+    EXPECT_EQ(m_app->alerts().current(), nullptr);
+
+    // A file manager's copied files arrive as URLs.
+    const auto file = root() / "Report.pdf";
+    testing_support::writeFile(file, "%PDF");
+    auto* data = new QMimeData;
+    data->setUrls({QUrl::fromLocalFile(QString::fromStdString(file.string()))});
+    QGuiApplication::clipboard()->setMimeData(data);
+    chooseFromAppMenu(QStringLiteral("Add from clipboard"));
+    ASSERT_TRUE(pumpUntil([&] { return iconNames().size() == 5; }));
+    EXPECT_EQ(dependencies().libraryStore().library().shortcuts.back().name, "Report");
+}
+
+TEST_F(DesktopAppTest, AddFromClipboardWithNothingUsableSaysSoAndAddsNothing)
+{
+    prepareLibrary();
+    start();
+
+    for (const QString& junk : {QStringLiteral("two words"), QString()}) {
+        QGuiApplication::clipboard()->setText(junk);
+        chooseFromAppMenu(QStringLiteral("Add from clipboard"));
+        QMessageBox* box = m_app->alerts().current();
+        ASSERT_NE(box, nullptr) << junk.toStdString();
+        EXPECT_TRUE(box->isVisible());
+        const std::string text = box->text().toStdString();
+        EXPECT_EQ(text.back(), '.') << text;
+        EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+        if (!junk.isEmpty()) {
+            EXPECT_THAT(text, HasSubstr("“two words”"));
+        }
+        box->close();
+        pump();
+    }
+    EXPECT_EQ(dependencies().libraryStore().library().shortcuts.size(), 3U);
+}
+
+TEST_F(DesktopAppTest, ShortcutMenuChangesGoThroughTheStore)
+{
+    prepareLibrary();
+    start();
+
+    const Shortcut first = dependencies().libraryStore().library().shortcuts.front();
+    const auto* item = dependencies().menuBar()->item(first.id);
+    ASSERT_NE(item, nullptr);
+    QMenu* menu = m_app->statusBar().trayIcon(*item->button())->contextMenu();
+    ASSERT_NE(menu, nullptr);
+    // What a host does just before it shows the menu.
+    Q_EMIT menu->aboutToShow();
+    // There is no editor yet, so nothing offers one.
+    EXPECT_EQ(action(*menu, QStringLiteral("Edit…")), nullptr)
+        << ::testing::PrintToString(texts(*menu));
+    QAction* shown = action(*menu, QStringLiteral("In the menu bar"));
+    ASSERT_NE(shown, nullptr) << ::testing::PrintToString(texts(*menu));
+    EXPECT_TRUE(shown->isChecked());
+    shown->trigger();
+    pump();
+    EXPECT_FALSE(dependencies().libraryStore().library().shortcuts.front().isInMenuBar);
+    EXPECT_EQ(iconNames(), (std::vector<std::string>{"Work 2", "Work 3"}));
+}
+
+TEST(XdgLoginItemTest, WritesAnAutostartEntryAndRemovesIt)
+{
+    TempDir dir;
+    XdgLoginItem item(dir.path(), "/opt/Vantorel Apps/vantorel");
+    EXPECT_FALSE(item.isEnabled());
+    EXPECT_EQ(item.file(), dir.path() / "autostart" / "vantorel.desktop");
+
+    ASSERT_TRUE(item.enable());
+    EXPECT_TRUE(item.isEnabled());
+    const std::string entry = testing_support::readFile(item.file());
+    EXPECT_THAT(entry, HasSubstr("[Desktop Entry]\nType=Application\nName=Vantorel\n"));
+    EXPECT_THAT(entry, HasSubstr("\nExec=\"/opt/Vantorel Apps/vantorel\"\n"));
+
+    ASSERT_TRUE(item.disable());
+    EXPECT_FALSE(std::filesystem::exists(item.file()));
+    EXPECT_FALSE(item.isEnabled());
+    EXPECT_TRUE(item.disable()) << "removing what is not there is no failure";
+
+    // The person switched it off in their session's settings.
+    testing_support::writeFile(item.file(), item.entry() + "Hidden=true\n");
+    EXPECT_FALSE(item.isEnabled());
+}
+
+TEST_F(DesktopAppTest, OffersTheLoginItemOnceAndWritesItOnYes)
+{
+    prepareLibrary();
+    start();
+    const auto entry = config() / "autostart" / "vantorel.desktop";
+
+    QMessageBox* offer = m_app->loginOffer();
+    ASSERT_NE(offer, nullptr);
+    EXPECT_TRUE(offer->isVisible());
+    EXPECT_TRUE(dependencies().settings().loginItemOffered());
+    EXPECT_FALSE(std::filesystem::exists(entry));
+    offer->defaultButton()->click();
+    pump();
+    EXPECT_TRUE(std::filesystem::exists(entry));
+
+    std::filesystem::remove(entry);
+    restart();
+    EXPECT_EQ(m_app->loginOffer(), nullptr) << "offered once only";
+    EXPECT_FALSE(std::filesystem::exists(entry));
+}
+
+TEST_F(DesktopAppTest, ShowsTheIntroductionOnceWhenTheHostCannotPlaceIcons)
+{
+    prepareLibrary();
+    start(TrayStatusBar::Host::StatusNotifier);
+    ASSERT_NE(m_app->welcomeWindow(), nullptr);
+    EXPECT_TRUE(m_app->welcomeWindow()->isVisible());
+    EXPECT_TRUE(dependencies().settings().welcomeShown());
+
+    restart(TrayStatusBar::Host::StatusNotifier);
+    EXPECT_EQ(m_app->welcomeWindow(), nullptr);
+}
+
+TEST_F(DesktopAppTest, GivesUpOnTheIntroductionWhenTheIconNeverGetsAPlace)
+{
+    prepareLibrary();
+    // Offscreen, an XEmbed icon never docks, so its place stays unknown.
+    start(TrayStatusBar::Host::XEmbed);
+    QElapsedTimer timer;
+    timer.start();
+    pumpUntil([] { return false; },
+              app::AppDependencies::kWelcomeTries * app::AppDependencies::kWelcomeRetry.count()
+                  + 300);
+    EXPECT_EQ(m_app->welcomeWindow(), nullptr);
+    EXPECT_FALSE(dependencies().settings().welcomeShown()) << "tried again on the next start";
+}
+
+TEST_F(DesktopAppTest, ASecondStartShowsTheSettingsWindow)
+{
+    prepareLibrary();
+    start();
+    EXPECT_EQ(m_app->settingsWindow(), nullptr) << "made only when first wanted";
+
+    // A second process finds the lock taken.
+    DesktopApp::Options options;
+    options.instanceFolder = runtime();
+    options.configHome = config();
+    options.host = TrayStatusBar::Host::XEmbed;
+    DesktopApp second(std::move(options));
+    EXPECT_FALSE(second.becomePrimary());
+
+    auto reply = std::async(std::launch::async, [folder = runtime()] {
+        return app::InstanceChannel::send(folder, R"({"command":"show"})");
+    });
+    ASSERT_TRUE(pumpUntil(
+        [&] { return reply.wait_for(std::chrono::milliseconds(0)) == std::future_status::ready; }));
+    EXPECT_EQ(reply.get(), std::optional<std::string>(R"({"ok":true})"));
+    ASSERT_NE(m_app->settingsWindow(), nullptr);
+    EXPECT_TRUE(m_app->settingsWindow()->isVisible());
+}
+
+TEST_F(DesktopAppTest, ADocumentBringsUpTheReviewWindow)
+{
+    prepareLibrary();
+    start();
+    const auto document = root() / "Shared.vantorel";
+    testing_support::writeFile(
+        document,
+        R"({"title":"From a friend","bars":[{"shortcuts":[{"name":"Maps","target":{"kind":"url","url":"https://maps.example.org/"}}]}]})");
+
+    const std::string reply =
+        m_app->handle(R"({"command":"open","path":")" + document.string() + R"("})");
+    EXPECT_EQ(reply, R"({"ok":true})");
+    ASSERT_NE(m_app->reviewWindow(), nullptr);
+    EXPECT_TRUE(m_app->reviewWindow()->isVisible());
+
+    const auto broken = root() / "broken.vantorel";
+    testing_support::writeFile(broken, R"({"formatVersion": 3})");
+    EXPECT_THAT(m_app->handle(R"({"command":"open","path":")" + broken.string() + R"("})"),
+                HasSubstr("could not be opened"));
+    ASSERT_NE(m_app->alerts().current(), nullptr);
+    EXPECT_EQ(m_app->alerts().current()->windowTitle(), "broken.vantorel");
+}
+
+TEST_F(DesktopAppTest, QuitRemovesTheSocketAndGivesTheLockBack)
+{
+    prepareLibrary();
+    start();
+    dependencies().settings().setAssistantsEnabled(true);
+    ASSERT_TRUE(isSocket(socketPath()));
+
+    // "Quit Vantorel" ends the event loop; the tidying follows from aboutToQuit.
+    QTimer::singleShot(0, [this] { chooseFromAppMenu(QStringLiteral("Quit Vantorel")); });
+    QTimer::singleShot(3000, [] { QCoreApplication::exit(1); });
+    EXPECT_EQ(QCoreApplication::exec(), 0);
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+
+    QtMainQueue queue;
+    app::InstanceChannel next(runtime());
+    EXPECT_TRUE(next.becomePrimary([](const std::string&) { return std::string("{}"); }, queue));
+    next.stop();
+}
+
+} // namespace
+
+} // namespace desktop::testing
