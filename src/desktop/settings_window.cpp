@@ -92,7 +92,9 @@ std::optional<std::uint16_t> keyCodeFor(int key)
     if (auto found = named.find(key); found != named.end()) {
         name = found->second;
     } else if (key >= Qt::Key_F1 && key <= Qt::Key_F20) {
-        name = "F" + std::to_string(key - Qt::Key_F1 + 1);
+        // Appended, not "F" + text: g++ 12 at -O2 warns falsely about the latter.
+        name = "F";
+        name += std::to_string(key - Qt::Key_F1 + 1);
     } else if (key > 0x20 && key < 0x7f) {
         name = std::string(1, char(key));
     } else {

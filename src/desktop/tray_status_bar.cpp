@@ -9,12 +9,17 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QEvent>
+#include <QIconEngine>
 #include <QMenu>
 #include <QPainter>
 #include <QPalette>
 #include <QSystemTrayIcon>
 
+#include <algorithm>
 #include <array>
+#include <functional>
+#include <map>
+#include <memory>
 #include <variant>
 
 namespace desktop {
@@ -34,6 +39,73 @@ constexpr kit::support::Logger kLog("menubar");
 // Sizes tray hosts ask for: XEmbed hosts draw at their panel height, StatusNotifierItem hosts
 // pick from what is offered.
 constexpr std::array<int, 6> kTraySizes{16, 22, 24, 32, 48, 64};
+
+// Draws an icon's picture at a size only when a host asks for that size: a tray asks for one or
+// two, and drawing every size up front was most of what showing a bar cost.
+class DrawnIconEngine final : public QIconEngine
+{
+public:
+    using Draw = std::function<QImage(int side)>;
+
+    explicit DrawnIconEngine(Draw draw)
+        : m_shared(std::make_shared<Shared>(Shared{std::move(draw), {}}))
+    {}
+
+    QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override
+    {
+        const int side = std::max(1, std::min(size.width(), size.height()));
+        auto& cached = m_shared->drawn[side];
+        if (cached.isNull()) {
+            cached = QPixmap::fromImage(m_shared->draw(side));
+        }
+        return cached;
+    }
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
+    {
+        const qreal ratio = painter->device() ? painter->device()->devicePixelRatioF() : 1.0;
+        const QSize pixels(qRound(rect.width() * ratio), qRound(rect.height() * ratio));
+        const QPixmap drawn = pixmap(pixels, mode, state);
+        const int side = std::min(rect.width(), rect.height());
+        painter->drawPixmap(QRect(rect.x() + (rect.width() - side) / 2,
+                                  rect.y() + (rect.height() - side) / 2,
+                                  side,
+                                  side),
+                            drawn);
+    }
+
+    QSize actualSize(const QSize& size, QIcon::Mode, QIcon::State) override
+    {
+        const int side = std::min(size.width(), size.height());
+        return {side, side};
+    }
+
+    QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override
+    {
+        // What a StatusNotifierItem host is sent to choose from.
+        QList<QSize> sizes;
+        for (const int side : kTraySizes) {
+            sizes << QSize(side, side);
+        }
+        return sizes;
+    }
+
+    QIconEngine* clone() const override { return new DrawnIconEngine(m_shared); }
+    QString key() const override { return QStringLiteral("vantorel-drawn"); }
+
+private:
+    struct Shared
+    {
+        Draw draw;
+        std::map<int, QPixmap> drawn;
+    };
+
+    explicit DrawnIconEngine(std::shared_ptr<Shared> shared)
+        : m_shared(std::move(shared))
+    {}
+
+    std::shared_ptr<Shared> m_shared;
+};
 
 QString toQt(const std::string& text)
 {
@@ -218,33 +290,36 @@ TrayStatusBar::Item* TrayStatusBar::find(StatusItemHandle item) const
 
 void TrayStatusBar::redraw(Item& item) const
 {
-    QIcon icon;
-    for (const int side : kTraySizes) {
+    // The engine draws later, so it takes copies of what it draws, not the item.
+    auto draw = [icons = &m_icons,
+                 picture = item.picture,
+                 highlighted = item.highlighted,
+                 appearance = m_appearance](int side) {
         QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
         image.fill(Qt::transparent);
         QPainter painter(&image);
-        if (item.highlighted) {
-            QColor backdrop = QtIconRenderer::foreground(m_appearance);
+        if (highlighted) {
+            QColor backdrop = QtIconRenderer::foreground(appearance);
             backdrop.setAlphaF(0.22);
             painter.setRenderHint(QPainter::Antialiasing);
             painter.setPen(Qt::NoPen);
             painter.setBrush(backdrop);
             painter.drawRoundedRect(QRectF(0, 0, side, side), side / 5.0, side / 5.0);
         }
-        if (const auto* glyph = std::get_if<Glyph>(&item.picture)) {
-            painter.drawImage(0, 0, m_icons.draw(*glyph, side, m_appearance));
-        } else if (const auto* title = std::get_if<std::string>(&item.picture)) {
+        if (const auto* glyph = std::get_if<Glyph>(&picture)) {
+            painter.drawImage(0, 0, icons->draw(*glyph, side, appearance));
+        } else if (const auto* title = std::get_if<std::string>(&picture)) {
             Glyph letters;
             letters.source = Glyph::Source::Letters;
             letters.name = *title;
-            painter.drawImage(0, 0, m_icons.draw(letters, side, m_appearance));
-        } else if (const auto* app = std::get_if<AppIconImage>(&item.picture)) {
-            painter.drawImage(0, 0, m_icons.draw(*app, side));
+            painter.drawImage(0, 0, icons->draw(letters, side, appearance));
+        } else if (const auto* app = std::get_if<AppIconImage>(&picture)) {
+            painter.drawImage(0, 0, icons->draw(*app, side));
         }
         painter.end();
-        icon.addPixmap(QPixmap::fromImage(image));
-    }
-    item.tray->setIcon(icon);
+        return image;
+    };
+    item.tray->setIcon(QIcon(new DrawnIconEngine(std::move(draw))));
 }
 
 void TrayStatusBar::setImage(StatusItemHandle item, const Glyph& glyph)

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Writes a known library into a support folder for the desktop end-to-end run: a showing bar
-// "Work" of a file, a group of two links and a link, and a second bar "Home" of two links.
-// Usage: prepare_library SUPPORT_FOLDER FILE
+// "Work" of a file, a group of two links and a link (or COUNT shortcuts, more links after those),
+// and a second bar "Home" of two links.
+// Usage: prepare_library SUPPORT_FOLDER FILE [COUNT]
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/storage/library_store.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 
 using namespace kit::library;
 
@@ -24,10 +27,11 @@ Shortcut link(std::string name, std::string address, IconOverride icon)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: prepare_library SUPPORT_FOLDER FILE\n");
+    if (argc != 3 && argc != 4) {
+        std::fprintf(stderr, "usage: prepare_library SUPPORT_FOLDER FILE [COUNT]\n");
         return 2;
     }
+    const int count = argc == 4 ? std::atoi(argv[3]) : 3;
     auto bookmark = kit::opening::makeInodeBookmark(argv[2]);
     if (!bookmark) {
         std::fprintf(stderr, "cannot make a bookmark of %s\n", argv[2]);
@@ -51,6 +55,19 @@ int main(int argc, char** argv)
         library.add(std::move(reading));
         library.add(
             link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search")));
+        const char* symbols[] = {"mail-unread",
+                                 "folder",
+                                 "rss",
+                                 "weather-clear",
+                                 "camera-photo",
+                                 "help-browser",
+                                 "media-playback-start",
+                                 "user-home"};
+        for (int i = 3; i < count; ++i) {
+            library.add(link("Link " + std::to_string(i + 1),
+                             "https://example.org/" + std::to_string(i + 1),
+                             IconOverride::symbol(symbols[i % 8])));
+        }
     });
     const auto home = store.addBar("Home");
     if (!home) {
