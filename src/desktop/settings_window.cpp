@@ -316,9 +316,7 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
 
     m_settingsToken = m_settings.observeAll([this](AppSettings::Key) { reload(); });
     reload();
-    // Tall enough that nothing scrolls on a usual screen; the scroll area covers small ones.
-    const QSize wanted = content->sizeHint();
-    resize(std::max(wanted.width() + 24, 960), std::min(wanted.height() + 40, 760));
+    m_content = content;
 }
 
 SettingsWindow::~SettingsWindow()
@@ -329,6 +327,13 @@ SettingsWindow::~SettingsWindow()
 void SettingsWindow::present()
 {
     reload();
+    if (!isVisible()) {
+        // Sized for what shows now (the assistants' texts only while they are on): tall enough
+        // that nothing scrolls on a usual screen; the scroll area covers small ones.
+        m_content->adjustSize();
+        const QSize wanted = m_content->minimumSizeHint();
+        resize(std::max(wanted.width() + 24, 960), std::min(wanted.height() + 8, 760));
+    }
     show();
     raise();
     activateWindow();

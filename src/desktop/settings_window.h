@@ -72,6 +72,8 @@ private:
     void writeHotKey(bool menu, std::optional<std::pair<std::uint16_t, std::uint32_t>> combo);
 
     kit::settings::AppSettings& m_settings;
+    // Everything inside the scroll area, measured when the window opens.
+    QWidget* m_content = nullptr;
     kit::proposal::RootGrantStore& m_grants;
     BridgePath m_bridgePath;
     RefusedHotKeys m_refusedHotKeys;

@@ -291,7 +291,7 @@ TEST(X11HotKeysTest, ADisplayThatCannotBeOpenedGrabsNothing)
 
 // ---- on a real X server ----
 
-// An X server of our own for the suite (a free display from :78 up), and a second client on it
+// An X server of our own for the suite (on a display it picks), and a second client on it
 // that can hold grabs and ask who holds them.
 class X11ServerTest : public ::testing::Test
 {
@@ -302,24 +302,32 @@ protected:
             || QStandardPaths::findExecutable("xdotool").isEmpty()) {
             return;
         }
-        for (int number = 78; number < 100 && s_display.empty(); ++number) {
-            if (std::filesystem::exists("/tmp/.X" + std::to_string(number) + "-lock")) {
-                continue;
-            }
-            const std::string display = ":" + std::to_string(number);
-            auto server = std::make_unique<QProcess>();
-            server->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-            server->start("Xvfb",
-                          {QString::fromStdString(display), "-nolisten", "tcp", "-noreset"});
-            if (!server->waitForStarted(2000)) {
-                return;
-            }
-            if (waitForDisplay(display, *server)) {
-                s_display = display;
-                s_server = std::move(server);
-            } else {
-                stop(*server);
-            }
+        // Xvfb picks a free display and writes its number to standard output, so test
+        // processes running side by side never share a server.
+        auto server = std::make_unique<QProcess>();
+        server->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        server->start("Xvfb", {"-displayfd", "1", "-nolisten", "tcp", "-noreset"});
+        if (!server->waitForStarted(2000)) {
+            return;
+        }
+        std::string number;
+        const auto deadline = std::chrono::steady_clock::now() + 5s;
+        while (number.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline
+               && server->state() == QProcess::Running) {
+            server->waitForReadyRead(100);
+            number += server->readAllStandardOutput().toStdString();
+        }
+        if (number.find('\n') == std::string::npos) {
+            stop(*server);
+            return;
+        }
+        number.erase(number.find('\n'));
+        const std::string display = ":" + number;
+        if (waitForDisplay(display, *server)) {
+            s_display = display;
+            s_server = std::move(server);
+        } else {
+            stop(*server);
         }
     }
 
