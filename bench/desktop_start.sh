@@ -25,7 +25,7 @@ sleep 0.5
 
 # The icons docked in trayer's panel that belong to Vantorel.
 docked() {
-  xwininfo -root -tree | awk '/"panel": \("panel" "trayer"\)/ { inside = 1; next }
+  xwininfo -root -tree 2>/dev/null | awk '/"panel": \("panel" "trayer"\)/ { inside = 1; next }
     inside && /^     0x/ { inside = 0 } inside && /"Vantorel"/ { n++ } END { print n + 0 }'
 }
 

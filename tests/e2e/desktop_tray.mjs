@@ -68,9 +68,14 @@ const until = async (test, what, limit = 10000) => {
 };
 const x = (tool, ...args) => execFileSync(tool, args, { env, encoding: "utf8" });
 
+// The window tree; empty when a window went away mid-query (icons come and go), to be asked again.
+const tree = () => {
+  const result = spawnSync("xwininfo", ["-root", "-tree"], { env, encoding: "utf8" });
+  return result.status === 0 ? result.stdout : "";
+};
 // The icons docked in trayer's panel, left to right: its grandchildren that belong to the app.
 const trayIcons = () => {
-  const lines = x("xwininfo", "-root", "-tree").split("\n");
+  const lines = tree().split("\n");
   const panel = lines.findIndex((line) => line.includes('("panel" "trayer")'));
   if (panel < 0) return [];
   const depth = (line) => line.length - line.trimStart().length;
@@ -109,7 +114,7 @@ try {
   env.DISPLAY = display;
   start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request", "--height", "24",
                    "--transparent", "false", "--tint", "0x333333"]);
-  await until(() => x("xwininfo", "-root", "-tree").includes('("panel" "trayer")'), "the tray");
+  await until(() => tree().includes('("panel" "trayer")'), "the tray");
 
   execFileSync(prepareLibrary, [join(env.XDG_DATA_HOME, "Vantorel"), notes], { env });
   // Past the first-launch offers, so nothing covers the tray.
@@ -123,7 +128,11 @@ try {
   await until(() => log.includes("Vantorel started"), "the app to start");
 
   // Three shortcuts and the application's own icon; the first shortcut stands leftmost.
-  let icons = await until(() => (trayIcons().length === 4 ? trayIcons() : null), "four icons");
+  const iconsWhen = (count) => () => {
+    const icons = trayIcons();
+    return icons.length === count ? icons : null;
+  };
+  let icons = await until(iconsWhen(4), "four icons");
   step(`four icons in the tray at x = ${icons.map((icon) => icon.x).join(", ")}`);
 
   click(icons[0], 1);
@@ -145,7 +154,7 @@ try {
   click(icons[3], 1);
   await until(() => popups().length > before, "the application menu");
   x("xdotool", "key", "Down", "Down", "Return");
-  icons = await until(() => (trayIcons().length === 3 ? trayIcons() : null), "the Home bar's icons");
+  icons = await until(iconsWhen(3), "the Home bar's icons");
   step("choosing Home in the application menu left its two icons and the application's");
 
   app.kill("SIGTERM");
