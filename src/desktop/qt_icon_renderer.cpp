@@ -420,10 +420,12 @@ QImage QtIconRenderer::themed(const std::string& name, int side, bool& isTemplat
     }
     candidates << base;
     for (const QString& candidate : candidates) {
-        if (!QIcon::hasThemeIcon(candidate)) {
+        // One look-up rather than asking whether it exists first: each walks the theme's folders.
+        const QIcon icon = QIcon::fromTheme(candidate);
+        if (icon.isNull()) {
             continue;
         }
-        QImage image = fromIcon(QIcon::fromTheme(candidate), side);
+        QImage image = fromIcon(icon, side);
         if (!image.isNull() && hasVisiblePixel(image)) {
             isTemplate = candidate.endsWith(QLatin1String("-symbolic"));
             return image;
