@@ -254,10 +254,10 @@ private:
     std::thread m_thread;
 };
 
-int headless(const std::optional<std::filesystem::path>& document)
+// Blocks the signals that mean "quit" so that they can be waited for, and ignores SIGPIPE; every
+// thread started afterwards inherits the block.
+sigset_t blockQuitSignals()
 {
-    // Quit signals are taken by one thread of our own, which asks the loop to stop; every other
-    // thread (started after this) inherits the block.
     sigset_t quitSignals;
     sigemptyset(&quitSignals);
     sigaddset(&quitSignals, SIGINT);
@@ -265,6 +265,14 @@ int headless(const std::optional<std::filesystem::path>& document)
     sigaddset(&quitSignals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &quitSignals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    return quitSignals;
+}
+
+int headless(const std::optional<std::filesystem::path>& document)
+{
+    // Quit signals are taken by one thread of our own, which asks the loop to stop; every other
+    // thread (started after this) inherits the block.
+    const sigset_t quitSignals = blockQuitSignals();
 
     kit::support::RunLoop loop;
     std::unique_ptr<app::AppDependencies> dependencies;
@@ -416,15 +424,8 @@ int runDesktop(int argc, char** argv, const std::optional<std::filesystem::path>
         }
         return fail(kNoDisplay);
     }
-    // Quit signals arrive through a descriptor the event loop watches; every thread started
-    // after this inherits the block.
-    sigset_t quitSignals;
-    sigemptyset(&quitSignals);
-    sigaddset(&quitSignals, SIGINT);
-    sigaddset(&quitSignals, SIGTERM);
-    sigaddset(&quitSignals, SIGHUP);
-    pthread_sigmask(SIG_BLOCK, &quitSignals, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
+    // Quit signals arrive through a descriptor the event loop watches.
+    blockQuitSignals();
 
     QApplication::setApplicationName(QStringLiteral("Vantorel"));
     QApplication::setDesktopFileName(QStringLiteral("io.vantorel.Vantorel"));

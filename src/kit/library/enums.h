@@ -94,4 +94,25 @@ template <class E> constexpr std::optional<E> enumFromWord(std::string_view word
     return std::nullopt;
 }
 
+// How a choice reads to the person, the same in a shortcut's menu and in a review.
+constexpr std::string_view readableWord(OpenMode mode)
+{
+    constexpr std::array<std::string_view, 3> kWords{"In a browser", "In a panel", "In a window"};
+    return kWords[static_cast<size_t>(mode)];
+}
+
+constexpr std::string_view readableWord(PageAppearance appearance)
+{
+    constexpr std::array<std::string_view, 4> kWords{
+        "As the system", "Light", "Dark", "Forced dark"};
+    return kWords[static_cast<size_t>(appearance)];
+}
+
+constexpr std::string_view readableWord(BrowserAgent agent)
+{
+    constexpr std::array<std::string_view, 6> kWords{
+        "Standard", "Chrome", "Firefox", "Tablet", "Phone", "Custom"};
+    return kWords[static_cast<size_t>(agent)];
+}
+
 } // namespace kit::library

@@ -404,49 +404,17 @@ std::optional<std::string> ShortcutMenu::removalQuestion(const Shortcut& shortcu
 
 std::string ShortcutMenu::openModeTitle(OpenMode mode)
 {
-    switch (mode) {
-    case OpenMode::Popover:
-        return "In a panel";
-    case OpenMode::Window:
-        return "In a window";
-    case OpenMode::System:
-        return "In a browser";
-    }
-    return {};
+    return std::string(library::readableWord(mode));
 }
 
 std::string ShortcutMenu::appearanceTitle(PageAppearance appearance)
 {
-    switch (appearance) {
-    case PageAppearance::System:
-        return "Like the system";
-    case PageAppearance::Light:
-        return "Light";
-    case PageAppearance::Dark:
-        return "Dark";
-    case PageAppearance::ForcedDark:
-        return "Dark, colours inverted";
-    }
-    return {};
+    return std::string(library::readableWord(appearance));
 }
 
 std::string ShortcutMenu::agentTitle(BrowserAgent agent)
 {
-    switch (agent) {
-    case BrowserAgent::DefaultSafari:
-        return "Standard";
-    case BrowserAgent::Chrome:
-        return "Chrome";
-    case BrowserAgent::Firefox:
-        return "Firefox";
-    case BrowserAgent::IpadSafari:
-        return "iPad";
-    case BrowserAgent::IphoneSafari:
-        return "iPhone";
-    case BrowserAgent::Custom:
-        return "Custom";
-    }
-    return {};
+    return std::string(library::readableWord(agent));
 }
 
 std::string ShortcutMenu::followsDefault(const std::string& title)

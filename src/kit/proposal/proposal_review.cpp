@@ -191,18 +191,7 @@ constexpr const char* kFollowsDefault = "Follows the default";
 
 std::string openModeText(const std::optional<OpenMode>& mode)
 {
-    if (!mode) {
-        return kFollowsDefault;
-    }
-    switch (*mode) {
-    case OpenMode::Popover:
-        return "In a panel";
-    case OpenMode::Window:
-        return "In a window";
-    case OpenMode::System:
-        return "In a browser";
-    }
-    return {};
+    return mode ? std::string(readableWord(*mode)) : kFollowsDefault;
 }
 
 std::string agentText(const URLTarget& url)
@@ -210,39 +199,15 @@ std::string agentText(const URLTarget& url)
     if (!url.userAgent) {
         return kFollowsDefault;
     }
-    switch (*url.userAgent) {
-    case BrowserAgent::DefaultSafari:
-        return "Standard";
-    case BrowserAgent::Chrome:
-        return "Chrome";
-    case BrowserAgent::Firefox:
-        return "Firefox";
-    case BrowserAgent::IpadSafari:
-        return "Tablet";
-    case BrowserAgent::IphoneSafari:
-        return "Phone";
-    case BrowserAgent::Custom:
+    if (*url.userAgent == BrowserAgent::Custom) {
         return "Custom: " + url.customUserAgent.value_or("");
     }
-    return {};
+    return std::string(readableWord(*url.userAgent));
 }
 
 std::string appearanceText(const std::optional<PageAppearance>& appearance)
 {
-    if (!appearance) {
-        return kFollowsDefault;
-    }
-    switch (*appearance) {
-    case PageAppearance::System:
-        return "As the system";
-    case PageAppearance::Light:
-        return "Light";
-    case PageAppearance::Dark:
-        return "Dark";
-    case PageAppearance::ForcedDark:
-        return "Forced dark";
-    }
-    return {};
+    return appearance ? std::string(readableWord(*appearance)) : kFollowsDefault;
 }
 
 std::string newWindowsText(const std::optional<NewWindowLinks>& links)

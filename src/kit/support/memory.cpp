@@ -14,7 +14,8 @@ void returnFreedMemoryPromptly()
 #ifdef __GLIBC__
     // Fixed values switch off glibc's dynamic adjustment of both. Blocks up to 32 MB come from
     // the heap, so a large reply built again and again reuses pages instead of faulting in fresh
-    // ones; a free megabyte at the heap's top, and malloc_trim after large writes, give memory back.
+    // ones; a free megabyte at the heap's top, and malloc_trim after large writes, give memory
+    // back.
     mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 1024 * 1024);
 #endif
