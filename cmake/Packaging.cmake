@@ -18,6 +18,11 @@ install(FILES ${_packaging}/icons/vantorel-symbolic.svg
 install(FILES ${_packaging}/icons/${VANTOREL_APP_ID}.png
         DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/48x48/apps)
 
+# The blocking rules, when this build could make them from EasyList and EasyPrivacy.
+if(VANTOREL_ADBLOCK_RULES)
+    install(FILES ${VANTOREL_ADBLOCK_RULES} DESTINATION ${CMAKE_INSTALL_DATADIR}/vantorel/AdBlock)
+endif()
+
 if(VANTOREL_TESTS)
     add_test(NAME packaging.install
              COMMAND ${_packaging}/check_install.sh ${PROJECT_BINARY_DIR})

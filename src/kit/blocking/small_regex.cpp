@@ -1,0 +1,330 @@
+// SPDX-License-Identifier: MIT
+#include "kit/blocking/small_regex.h"
+
+namespace kit::blocking {
+
+namespace {
+
+constexpr size_t kMaxPatternLength = 4096;
+constexpr int kMaxDepth = 32;
+
+unsigned char lowerChar(unsigned char c)
+{
+    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c - 'A' + 'a') : c;
+}
+
+} // namespace
+
+class SmallRegex::Parser
+{
+public:
+    Parser(std::string_view pattern, bool caseSensitive, SmallRegex& out)
+        : m_pattern(pattern)
+        , m_caseSensitive(caseSensitive)
+        , m_out(out)
+    {}
+
+    bool run()
+    {
+        if (m_pattern.size() > kMaxPatternLength) {
+            return fail("the expression is too long");
+        }
+        if (!m_pattern.empty() && m_pattern.front() == '^') {
+            m_out.m_anchoredStart = true;
+            ++m_at;
+        }
+        std::vector<Node> sequence;
+        if (!parseSequence(sequence, 0)) {
+            return false;
+        }
+        if (m_at < m_pattern.size() && m_pattern[m_at] == ')') {
+            return fail("unbalanced parenthesis");
+        }
+        for (const Node& node : sequence) {
+            emit(node);
+        }
+        m_out.m_program.push_back({Op::Match});
+        return true;
+    }
+
+    std::string error;
+
+private:
+    struct Node
+    {
+        Op op = Op::Char; // Char, Class or Any; Split marks a group
+        unsigned char c = 0;
+        uint32_t cls = 0;
+        char quantifier = 0;
+        std::vector<Node> children;
+    };
+
+    bool fail(std::string message)
+    {
+        error = std::move(message);
+        return false;
+    }
+
+    bool parseSequence(std::vector<Node>& sequence, int depth)
+    {
+        while (m_at < m_pattern.size()) {
+            char c = m_pattern[m_at];
+            if (c == ')') {
+                return true;
+            }
+            if (c == '$') {
+                if (m_at + 1 != m_pattern.size() || depth != 0) {
+                    return fail("\"$\" is allowed only at the end");
+                }
+                m_out.m_anchoredEnd = true;
+                ++m_at;
+                return true;
+            }
+            Node node;
+            if (c == '(') {
+                if (depth + 1 > kMaxDepth) {
+                    return fail("groups are nested too deeply");
+                }
+                ++m_at;
+                node.op = Op::Split;
+                if (!parseSequence(node.children, depth + 1)) {
+                    return false;
+                }
+                if (m_at >= m_pattern.size() || m_pattern[m_at] != ')') {
+                    return fail("unbalanced parenthesis");
+                }
+                ++m_at;
+            } else if (c == '[') {
+                if (!parseClass(node)) {
+                    return false;
+                }
+            } else if (c == '.') {
+                node.op = Op::Any;
+                ++m_at;
+            } else if (c == '\\') {
+                if (m_at + 1 >= m_pattern.size()) {
+                    return fail("the expression ends with a backslash");
+                }
+                setChar(node, static_cast<unsigned char>(m_pattern[m_at + 1]));
+                m_at += 2;
+            } else if (c == '|') {
+                return fail("alternation (\"|\") is not supported");
+            } else if (c == '{' || c == '}') {
+                return fail("counted repetition (\"{}\") is not supported");
+            } else if (c == '*' || c == '+' || c == '?') {
+                return fail("a quantifier follows nothing");
+            } else if (c == '^') {
+                return fail("\"^\" is allowed only at the start");
+            } else if (static_cast<unsigned char>(c) >= 0x80) {
+                return fail("only ASCII is allowed");
+            } else {
+                setChar(node, static_cast<unsigned char>(c));
+                ++m_at;
+            }
+            if (m_at < m_pattern.size()
+                && (m_pattern[m_at] == '*' || m_pattern[m_at] == '+' || m_pattern[m_at] == '?')) {
+                node.quantifier = m_pattern[m_at++];
+                if (m_at < m_pattern.size()
+                    && (m_pattern[m_at] == '*' || m_pattern[m_at] == '+'
+                        || m_pattern[m_at] == '?')) {
+                    return fail("quantifiers follow each other");
+                }
+            }
+            sequence.push_back(std::move(node));
+        }
+        return true;
+    }
+
+    void setChar(Node& node, unsigned char c)
+    {
+        node.op = Op::Char;
+        node.c = m_caseSensitive ? c : lowerChar(c);
+    }
+
+    bool parseClass(Node& node)
+    {
+        ++m_at; // '['
+        std::bitset<256> set;
+        bool negated = false;
+        if (m_at < m_pattern.size() && m_pattern[m_at] == '^') {
+            negated = true;
+            ++m_at;
+        }
+        bool first = true;
+        while (true) {
+            if (m_at >= m_pattern.size()) {
+                return fail("unterminated character class");
+            }
+            auto c = static_cast<unsigned char>(m_pattern[m_at]);
+            if (c == ']' && !first) {
+                ++m_at;
+                break;
+            }
+            first = false;
+            if (c == '\\') {
+                if (m_at + 1 >= m_pattern.size()) {
+                    return fail("unterminated character class");
+                }
+                c = static_cast<unsigned char>(m_pattern[++m_at]);
+            }
+            ++m_at;
+            unsigned char last = c;
+            if (m_at + 1 < m_pattern.size() && m_pattern[m_at] == '-'
+                && m_pattern[m_at + 1] != ']') {
+                last = static_cast<unsigned char>(m_pattern[m_at + 1]);
+                if (last == '\\') {
+                    if (m_at + 2 >= m_pattern.size()) {
+                        return fail("unterminated character class");
+                    }
+                    last = static_cast<unsigned char>(m_pattern[m_at + 2]);
+                    ++m_at;
+                }
+                m_at += 2;
+                if (last < c) {
+                    return fail("a character range is reversed");
+                }
+            }
+            for (unsigned v = c; v <= last; ++v) {
+                set.set(v);
+                if (!m_caseSensitive) {
+                    set.set(lowerChar(static_cast<unsigned char>(v)));
+                }
+            }
+        }
+        if (negated) {
+            set.flip();
+        }
+        node.op = Op::Class;
+        node.cls = static_cast<uint32_t>(m_out.m_classes.size());
+        m_out.m_classes.push_back(set);
+        return true;
+    }
+
+    uint32_t here() const { return static_cast<uint32_t>(m_out.m_program.size()); }
+
+    void emitBody(const Node& node)
+    {
+        if (node.op == Op::Split) {
+            for (const Node& child : node.children) {
+                emit(child);
+            }
+        } else {
+            m_out.m_program.push_back({node.op, node.c, node.cls, 0});
+        }
+    }
+
+    void emit(const Node& node)
+    {
+        auto& program = m_out.m_program;
+        switch (node.quantifier) {
+        case '?': {
+            uint32_t split = here();
+            program.push_back({Op::Split, 0, split + 1, 0});
+            emitBody(node);
+            program[split].y = here();
+            break;
+        }
+        case '*': {
+            uint32_t split = here();
+            program.push_back({Op::Split, 0, split + 1, 0});
+            emitBody(node);
+            program.push_back({Op::Jump, 0, split, 0});
+            program[split].y = here();
+            break;
+        }
+        case '+': {
+            uint32_t start = here();
+            emitBody(node);
+            program.push_back({Op::Split, 0, start, here() + 1});
+            break;
+        }
+        default:
+            emitBody(node);
+        }
+    }
+
+    std::string_view m_pattern;
+    bool m_caseSensitive;
+    SmallRegex& m_out;
+    size_t m_at = 0;
+};
+
+std::optional<SmallRegex>
+SmallRegex::parse(std::string_view pattern, bool caseSensitive, std::string* error)
+{
+    SmallRegex regex;
+    Parser parser(pattern, caseSensitive, regex);
+    if (!parser.run()) {
+        if (error) {
+            *error = parser.error;
+        }
+        return std::nullopt;
+    }
+    return regex;
+}
+
+bool SmallRegex::search(std::string_view text) const
+{
+    const size_t size = m_program.size();
+    // Sparse sets of program counters: the threads alive before and after one character.
+    std::vector<uint32_t> current, next, stack;
+    std::vector<size_t> seenAt(size, SIZE_MAX);
+    current.reserve(size);
+    next.reserve(size);
+    size_t generation = 0;
+
+    auto add = [&](std::vector<uint32_t>& list, uint32_t pc) {
+        stack.push_back(pc);
+        while (!stack.empty()) {
+            uint32_t at = stack.back();
+            stack.pop_back();
+            if (seenAt[at] == generation) {
+                continue;
+            }
+            seenAt[at] = generation;
+            const Instruction& instruction = m_program[at];
+            if (instruction.op == Op::Jump) {
+                stack.push_back(instruction.x);
+            } else if (instruction.op == Op::Split) {
+                stack.push_back(instruction.y);
+                stack.push_back(instruction.x);
+            } else {
+                list.push_back(at);
+            }
+        }
+    };
+
+    for (size_t pos = 0; pos <= text.size(); ++pos) {
+        if (!m_anchoredStart || pos == 0) {
+            add(current, 0);
+        }
+        if (current.empty()) {
+            return false;
+        }
+        ++generation;
+        next.clear();
+        for (uint32_t pc : current) {
+            const Instruction& instruction = m_program[pc];
+            if (instruction.op == Op::Match) {
+                if (!m_anchoredEnd || pos == text.size()) {
+                    return true;
+                }
+                continue;
+            }
+            if (pos == text.size()) {
+                continue;
+            }
+            auto c = static_cast<unsigned char>(text[pos]);
+            bool matches = instruction.op == Op::Any
+                           || (instruction.op == Op::Char && instruction.c == c)
+                           || (instruction.op == Op::Class && m_classes[instruction.x].test(c));
+            if (matches) {
+                add(next, pc + 1);
+            }
+        }
+        std::swap(current, next);
+    }
+    return false;
+}
+
+} // namespace kit::blocking

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <bitset>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kit::blocking {
+
+// The regular expressions a content-blocker url-filter may hold: literals, ".", classes, groups
+// with "*", "+" and "?", "^" at the start and "$" at the end (no alternation, counts or back
+// references). Runs as a Thompson machine, so time is linear in the text and nothing recurses.
+// Immutable once built; search() may be called from any thread.
+class SmallRegex
+{
+public:
+    // The expression, or the reason it is not one this engine (and the content-blocker format)
+    // accepts. Case-insensitive expressions must be searched in lower-case text.
+    static std::optional<SmallRegex>
+    parse(std::string_view pattern, bool caseSensitive, std::string* error = nullptr);
+
+    bool search(std::string_view text) const;
+
+private:
+    enum class Op : uint8_t { Char, Class, Any, Split, Jump, Match };
+    struct Instruction
+    {
+        Op op;
+        unsigned char c = 0;
+        uint32_t x = 0; // class index, or the first target
+        uint32_t y = 0; // the second target of a split
+    };
+    class Parser;
+
+    std::vector<Instruction> m_program;
+    std::vector<std::bitset<256>> m_classes;
+    bool m_anchoredStart = false;
+    bool m_anchoredEnd = false;
+};
+
+} // namespace kit::blocking

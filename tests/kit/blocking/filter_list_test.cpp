@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: MIT
+#include "kit/blocking/filter_list.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+using namespace kit::blocking;
+using nlohmann::json;
+
+namespace {
+
+json convert(std::vector<std::string_view> lines)
+{
+    std::string text;
+    for (std::string_view line : lines) {
+        text += line;
+        text += '\n';
+    }
+    return json::parse(convertFilterLists({text}).json);
+}
+
+const std::string kHost = std::string(kHostAnchor);
+const std::string kSepEnd = std::string(kSeparatorOrEnd);
+const std::string kSep = std::string(kSeparatorClass);
+
+// One filter and the single rule it must become (only the listed trigger fields are compared).
+struct Shape
+{
+    std::string filter;
+    json trigger;
+    std::string action;
+};
+
+std::ostream& operator<<(std::ostream& out, const Shape& shape)
+{
+    return out << shape.filter;
+}
+
+class FilterShapes : public testing::TestWithParam<Shape>
+{};
+
+TEST_P(FilterShapes, BecomeTheExpectedRule)
+{
+    const Shape& shape = GetParam();
+    json rules = convert({shape.filter});
+    ASSERT_EQ(rules.size(), 1u) << rules.dump();
+    EXPECT_EQ(rules[0]["action"]["type"], shape.action);
+    for (const auto& [key, value] : shape.trigger.items()) {
+        EXPECT_EQ(rules[0]["trigger"][key], value) << key << " in " << rules[0].dump();
+    }
+    for (const auto& [key, value] : rules[0]["trigger"].items()) {
+        EXPECT_TRUE(shape.trigger.contains(key))
+            << "unexpected " << key << " in " << rules[0].dump();
+    }
+}
+
+const json kDefaultTypes = {"image",
+                            "style-sheet",
+                            "script",
+                            "font",
+                            "raw",
+                            "svg-document",
+                            "media",
+                            "ping",
+                            "fetch",
+                            "websocket",
+                            "other"};
+
+INSTANTIATE_TEST_SUITE_P(
+    Network,
+    FilterShapes,
+    testing::Values(
+        Shape{"||ads.example.com^",
+              {{"url-filter", kHost + "ads\\.example\\.com" + kSepEnd}},
+              "block"},
+        Shape{"|https://x.com/ad", {{"url-filter", "^https://x\\.com/ad"}}, "block"},
+        Shape{"/banner.gif|", {{"url-filter", "/banner\\.gif$"}}, "block"},
+        Shape{"/ads/*/track^id=", {{"url-filter", "/ads/.*/track" + kSep + "id="}}, "block"},
+        Shape{"*/pixel?*", {{"url-filter", "/pixel\\?"}}, "block"},
+        Shape{"||x.com/a^|", {{"url-filter", kHost + "x\\.com/a" + kSep + "?$"}}, "block"},
+        Shape{"||t.com^$third-party",
+              {{"url-filter", kHost + "t\\.com" + kSepEnd}, {"load-type", {"third-party"}}},
+              "block"},
+        Shape{"||t.com^$~third-party",
+              {{"url-filter", kHost + "t\\.com" + kSepEnd}, {"load-type", {"first-party"}}},
+              "block"},
+        Shape{"/ad.js$domain=a.com|b.org",
+              {{"url-filter", "/ad\\.js"}, {"if-domain", {"*a.com", "*b.org"}}},
+              "block"},
+        Shape{"/ad.js$domain=~a.com",
+              {{"url-filter", "/ad\\.js"}, {"unless-domain", {"*a.com"}}},
+              "block"},
+        Shape{"/ad.js$script,image",
+              {{"url-filter", "/ad\\.js"}, {"resource-type", {"image", "script"}}},
+              "block"},
+        Shape{"/ad.js$subdocument,xmlhttprequest",
+              {{"url-filter", "/ad\\.js"}, {"resource-type", {"document", "raw"}}},
+              "block"},
+        Shape{"/ad$~script,~image",
+              {{"url-filter", "/ad"},
+               {"resource-type",
+                {"document",
+                 "style-sheet",
+                 "font",
+                 "raw",
+                 "svg-document",
+                 "media",
+                 "ping",
+                 "fetch",
+                 "websocket",
+                 "other"}}},
+              "block"},
+        Shape{"/Ad.JS$match-case",
+              {{"url-filter", "/Ad\\.JS"}, {"url-filter-is-case-sensitive", true}},
+              "block"},
+        Shape{"||x.com^$important", {{"url-filter", kHost + "x\\.com" + kSepEnd}}, "block"},
+        Shape{"$script,domain=a.com",
+              {{"url-filter", ".*"}, {"resource-type", {"script"}}, {"if-domain", {"*a.com"}}},
+              "block"},
+        Shape{"@@||cdn.com/lib.js",
+              {{"url-filter", kHost + "cdn\\.com/lib\\.js"}, {"resource-type", kDefaultTypes}},
+              "ignore-previous-rules"},
+        Shape{"@@||cdn.com^$script",
+              {{"url-filter", kHost + "cdn\\.com" + kSepEnd}, {"resource-type", {"script"}}},
+              "ignore-previous-rules"},
+        Shape{"@@||site.com^$document",
+              {{"url-filter", ".*"}, {"if-domain", {"*site.com"}}},
+              "ignore-previous-rules"},
+        Shape{"@@|https://site.com/app/$document",
+              {{"url-filter", ".*"}, {"if-top-url", {"^https://site\\.com/app/"}}},
+              "ignore-previous-rules"},
+        Shape{"@@||site.com^$elemhide",
+              {{"url-filter", kHost + "site\\.com" + kSepEnd}, {"resource-type", {"document"}}},
+              "ignore-previous-rules"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Cosmetic,
+    FilterShapes,
+    testing::Values(Shape{"##.ad-banner", {{"url-filter", ".*"}}, "css-display-none"},
+                    Shape{"a.com,b.com##.ad",
+                          {{"url-filter", ".*"}, {"if-domain", {"*a.com", "*b.com"}}},
+                          "css-display-none"},
+                    Shape{"~a.com##.ad",
+                          {{"url-filter", ".*"}, {"unless-domain", {"*a.com"}}},
+                          "css-display-none"}));
+
+struct Dropped
+{
+    std::string filter;
+    std::string reason;
+};
+
+std::ostream& operator<<(std::ostream& out, const Dropped& dropped)
+{
+    return out << dropped.filter;
+}
+
+class DroppedFilters : public testing::TestWithParam<Dropped>
+{};
+
+TEST_P(DroppedFilters, AreCountedByReasonAndMakeNoRule)
+{
+    Conversion conversion = convertFilterLists({GetParam().filter});
+    EXPECT_EQ(conversion.rules, 0u);
+    EXPECT_EQ(conversion.filters, 1u);
+    EXPECT_EQ(conversion.dropped[GetParam().reason], 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All,
+    DroppedFilters,
+    testing::Values(Dropped{"/ads[0-9]+/", "regular expression"},
+                    Dropped{"||x.com^$csp=script-src 'none'", "unsupported option $csp"},
+                    Dropped{"||x.com^$redirect=noop.js", "unsupported option $redirect"},
+                    Dropped{"@@||x.com^$generichide", "$generichide (no rule form)"},
+                    Dropped{"||x.com^$elemhide", "$elemhide on a blocking filter"},
+                    Dropped{"/ad$domain=a.com|~b.a.com", "included and excluded domains together"},
+                    Dropped{"google.*##.ad", "unsupported domain form"},
+                    Dropped{"x.com##.ad:-abp-has(.sponsored)", "procedural element hiding"},
+                    Dropped{"x.com##div:has(> .ad)", "procedural element hiding"},
+                    Dropped{"x.com#?#div:has-text(Ad)", "procedural element hiding"},
+                    Dropped{"x.com#$#.ad { height: 0 }", "style injection"},
+                    Dropped{"x.com##+js(set-constant, a, 1)", "scriptlet"},
+                    Dropped{"x.com##^script:has-text(ad)", "HTML filtering"},
+                    Dropped{"/wërbung/", "regular expression"},
+                    Dropped{"/wërbung.js", "non-ASCII or malformed address"},
+                    Dropped{"/ad$script,~script", "no resource type left"},
+                    Dropped{"x.com##.a\xff\xfe", "malformed element hiding"}));
+
+TEST(FilterList, CommentsHeadersAndBlanksAreNotFilters)
+{
+    Conversion conversion =
+        convertFilterLists({"[Adblock Plus 2.0]\n! Title: x\n\n   \r\n/ad.js\n"});
+    EXPECT_EQ(conversion.filters, 1u);
+    EXPECT_EQ(conversion.converted, 1u);
+    EXPECT_EQ(conversion.rules, 1u);
+}
+
+// Exceptions must follow what they cancel, and important blocks must follow the exceptions.
+TEST(FilterList, OrdersBlocksHidingExceptionsThenImportant)
+{
+    json rules = convert({"||imp.com^$important", "@@||a.com^", "##.ad", "||a.com^"});
+    ASSERT_EQ(rules.size(), 4u);
+    EXPECT_EQ(rules[0]["action"]["type"], "block");
+    EXPECT_EQ(rules[0]["trigger"]["url-filter"], kHost + "a\\.com" + kSepEnd);
+    EXPECT_EQ(rules[1]["action"]["type"], "css-display-none");
+    EXPECT_EQ(rules[2]["action"]["type"], "ignore-previous-rules");
+    EXPECT_EQ(rules[3]["trigger"]["url-filter"], kHost + "imp\\.com" + kSepEnd);
+}
+
+TEST(FilterList, HidingExceptionsEditTheRulesTheyName)
+{
+    json rules = convert({"##.gone",
+                          "#@#.gone",
+                          "##.kept",
+                          "a.com#@#.kept",
+                          "##.plain",
+                          "##.other",
+                          "a.com,b.com##.side",
+                          "a.com#@#.side"});
+    std::map<std::string, json> bySelector;
+    for (const json& rule : rules) {
+        bySelector[rule["action"]["selector"]] = rule["trigger"];
+    }
+    EXPECT_FALSE(bySelector.contains(".gone"));
+    EXPECT_EQ(bySelector[".kept"]["unless-domain"], json({"*a.com"}));
+    EXPECT_EQ(bySelector[".plain, .other"]["url-filter"], ".*"); // generic ones share a rule
+    EXPECT_EQ(bySelector[".side"]["if-domain"], json({"*b.com"}));
+}
+
+TEST(FilterList, SpecificHidingForTheSameDomainsSharesARule)
+{
+    json rules = convert({"a.com##.x", "a.com##.y", "b.com##.z"});
+    ASSERT_EQ(rules.size(), 2u);
+    EXPECT_EQ(rules[0]["action"]["selector"], ".x, .y");
+    EXPECT_EQ(rules[1]["trigger"]["if-domain"], json({"*b.com"}));
+}
+
+TEST(FilterList, ParsesOptionsOfANetworkFilter)
+{
+    auto parsed = parseFilter("@@||Cdn.example.com/x^$script,3p,domain=A.com|b.com,match-case");
+    auto* filter = std::get_if<NetworkFilter>(&parsed);
+    ASSERT_NE(filter, nullptr);
+    EXPECT_TRUE(filter->exception);
+    EXPECT_TRUE(filter->hostAnchor);
+    EXPECT_EQ(filter->pattern, "Cdn.example.com/x^");
+    EXPECT_EQ(filter->thirdParty, true);
+    EXPECT_TRUE(filter->matchCase);
+    EXPECT_EQ(filter->types, bit(ResourceType::Script));
+    EXPECT_EQ(filter->domains, (std::vector<std::string>{"a.com", "b.com"}));
+}
+
+} // namespace
