@@ -203,21 +203,17 @@ void AppDependencies::makeMenuBar()
             }
             m_opener->open(shortcut, anchor);
         });
-    auto rows = menubar::ShortcutMenu::provider(
+    // "Edit…" only leaves a request in the store; the windows that edit pick it up.
+    auto requestEdit = [this](const library::ShortcutID& id) {
+        m_libraryStore->requestEdit({id, {}, {}});
+    };
+    m_menuBar->setOnEdit(requestEdit);
+    m_menuBar->setMenuRows(menubar::ShortcutMenu::provider(
         *m_libraryStore,
         [this] { return m_settings->browsing(); },
         [this](const library::Shortcut& shortcut) { m_opener->open(shortcut); },
-        {},
-        platform.confirm);
-    // There is no editor yet: a row that could only ever be greyed out is left out.
-    m_menuBar->setMenuRows([rows = std::move(rows)](const library::Shortcut& shortcut) {
-        auto list = rows(shortcut);
-        std::erase_if(list, [](const menubar::MenuItem& row) {
-            return row.kind == menubar::MenuItem::Kind::Action && !row.action
-                   && row.title == "Edit\u2026";
-        });
-        return list;
-    });
+        requestEdit,
+        platform.confirm));
 
     makeStatusItem();
 
@@ -504,6 +500,9 @@ menubar::Menu AppDependencies::appMenu()
             bar.name, id == showing, [this, id] { m_libraryStore->activate(id); }));
     }
     menu.items.push_back(MenuItem::separator());
+    if (m_platform->showManager) {
+        menu.items.push_back(MenuItem::command("Manage Bars…", m_platform->showManager));
+    }
     menu.items.push_back(MenuItem::command("Settings…", m_platform->showSettings, ","));
     std::function<void()> add;
     if (m_platform->clipboardText) {

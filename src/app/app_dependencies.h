@@ -107,6 +107,8 @@ public:
     kit::tools::ToolService& tools() { return *m_tools; }
     kit::mcp::ToolSocket& toolSocket() { return *m_toolSocket; }
     kit::opening::TargetFactory& targetFactory() { return *m_targetFactory; }
+    kit::tools::InstalledApps& installedApps() { return *m_installedApps; }
+    kit::tools::IconProvider& iconTheme() { return *m_icons; }
     // Present with a platform.
     kit::opening::Opener* opener() { return m_opener.get(); }
     kit::menubar::MenuBarController* menuBar() { return m_menuBar.get(); }

@@ -59,6 +59,8 @@ struct Platform
     bool iconPlacesKnown = true;
 
     std::function<void()> showSettings;
+    // Optional: the manager window on the bars; the application menu has no row for it without.
+    std::function<void()> showManager;
     std::function<void()> quit;
     // What the clipboard holds as text, links one a line.
     std::function<std::string()> clipboardText;

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/desktop_app.h"
 
+#include "desktop/editor/shortcut_editor.h"
+#include "desktop/manager_introduction.h"
+#include "desktop/manager_window.h"
 #include "desktop/review_window.h"
 #include "desktop/settings_window.h"
 #include "kit/support/log.h"
+#include "kit/web/session_stores.h"
 
 #include <nlohmann/json.hpp>
 
@@ -63,6 +67,7 @@ std::optional<long long> millisecondsSinceProcessStart()
 DesktopApp::DesktopApp(Options options)
     : m_statusBar(std::make_unique<TrayStatusBar>(m_icons, options.host))
     , m_loginItem(options.configHome ? std::nullopt : XdgLoginItem::current())
+    , m_pages(m_queue, *m_statusBar, m_workspace)
     , m_channel(options.instanceFolder)
     , m_bridgePath(std::move(options.bridgePath))
 {
@@ -85,12 +90,14 @@ DesktopApp::~DesktopApp()
     terminate();
     if (m_dependencies) {
         m_dependencies->proposals().removeObserver(m_inboxObservation);
+        m_dependencies->libraryStore().removeObserver(m_editObservation);
     }
     // Windows hold references into the composition root, so they go first.
-    delete m_settingsWindow.data();
-    delete m_reviewWindow.data();
+    m_editor.reset();
+    delete m_manager.data();
     delete m_welcome.data();
     delete m_loginOffer.data();
+    m_pages.close();
     m_dependencies.reset();
     if (m_signalFD >= 0) {
         m_signals.reset();
@@ -98,14 +105,19 @@ DesktopApp::~DesktopApp()
     }
 }
 
+ManagerWindow* DesktopApp::managerWindow() const
+{
+    return m_manager.data();
+}
+
 SettingsWindow* DesktopApp::settingsWindow() const
 {
-    return m_settingsWindow.data();
+    return m_manager ? qobject_cast<SettingsWindow*>(m_manager->settings()) : nullptr;
 }
 
 ReviewWindow* DesktopApp::reviewWindow() const
 {
-    return m_reviewWindow.data();
+    return m_manager ? m_manager->review() : nullptr;
 }
 
 QWidget* DesktopApp::welcomeWindow() const
@@ -133,8 +145,20 @@ void DesktopApp::makeDependencies()
     platform.icons = &m_icons;
     platform.popover = &m_popover;
     platform.appEvents = &m_appEvents;
+    kit::keys::HotKeyService* hotKeys = nullptr;
     if (m_hotKeys.isAvailable()) {
-        platform.hotKeys = &m_hotKeys;
+        hotKeys = &m_hotKeys;
+    } else {
+        m_portalKeys = std::make_unique<PortalHotKeys>();
+        if (m_portalKeys->isAvailable()) {
+            hotKeys = m_portalKeys.get();
+        } else {
+            m_portalKeys.reset();
+            kLog.info("Global keys are not available on this desktop; the icons still work.");
+        }
+    }
+    if (hotKeys != nullptr) {
+        platform.hotKeys = hotKeys;
         platform.clock = &m_clock;
         platform.modifiers = &m_modifiers;
     }
@@ -143,21 +167,29 @@ void DesktopApp::makeDependencies()
     platform.loginItem = m_loginItem ? &*m_loginItem : nullptr;
     platform.iconPlacesKnown = m_statusBar->host() == TrayStatusBar::Host::XEmbed;
     platform.showSettings = [this] { presentSettings(); };
+    platform.showManager = [this] { presentManager(); };
     platform.quit = [this] { quit(); };
     platform.clipboardText = [] { return clipboardText(); };
     platform.offerLoginItem = [this](std::function<void(bool)> answer) {
         m_loginOffer = desktop::offerLoginItem(std::move(answer));
     };
     platform.showWelcome = [this](std::optional<kit::menubar::Rect> place) {
-        auto* window = new WelcomeWindow;
-        m_welcome = window;
-        window->present(place);
+        showIntroduction(place);
     };
     platform.confirm = [](const std::string& question) { return desktop::confirm(question); };
+    platform.panels = &m_pages.presenters();
+    platform.windows = &m_pages.presenters();
     m_options.platform = std::move(platform);
 
     m_dependencies = std::make_unique<app::AppDependencies>(m_queue, std::move(m_options));
+    m_pages.connect(*m_dependencies);
     m_inboxObservation = m_dependencies->proposals().observe([this] { inboxChanged(); });
+    m_editObservation = m_dependencies->libraryStore().observe([this](unsigned changes) {
+        if (changes & kit::storage::LibraryStore::EditRequested) {
+            // Not inside the store's announcement: the manager it may make observes the store.
+            QTimer::singleShot(0, this, [this] { editRequested(); });
+        }
+    });
 }
 
 void DesktopApp::start()
@@ -166,6 +198,7 @@ void DesktopApp::start()
         makeDependencies();
     }
     m_dependencies->start();
+    m_pages.removeOrphanSessions();
     // The icons were created above; the host places them once the loop runs.
     QTimer::singleShot(0, this, [this] { logIconsShown(); });
 }
@@ -219,7 +252,7 @@ std::string DesktopApp::handle(const std::string& line)
         return json{{"ok", true}}.dump();
     }
     if (command == "show") {
-        presentSettings();
+        presentManager();
         return json{{"ok", true}}.dump();
     }
     return json{{"error", "This Vantorel does not know that request."}}.dump();
@@ -234,28 +267,106 @@ std::optional<std::string> DesktopApp::openDocument(const std::filesystem::path&
     return error;
 }
 
+ManagerWindow& DesktopApp::manager()
+{
+    if (!m_manager) {
+        app::AppDependencies& dependencies = *m_dependencies;
+        ManagerServices services(dependencies.libraryStore(), dependencies.proposals());
+        services.version = app::AppDependencies::kVersion;
+        services.makeSettings = [this, &dependencies](QWidget* parent) {
+            return new SettingsWindow(dependencies.settings(),
+                                      dependencies.grants(),
+                                      parent,
+                                      m_bridgePath,
+                                      [&dependencies] {
+                                          return dependencies.hotKeys()
+                                                     ? dependencies.hotKeys()->refused()
+                                                     : std::vector<std::string>{};
+                                      });
+        };
+        services.edit = [this](const kit::storage::LibraryStore::EditRequest& request) {
+            editor().edit(request);
+        };
+        services.add = [this](const kit::library::BarID& bar,
+                              kit::library::Target::Kind kind,
+                              std::optional<kit::library::ShortcutID> intoGroup) {
+            editor().add(bar, kind, intoGroup);
+        };
+        kit::web::SessionStores& stores = m_pages.sessionStores();
+        services.sessionData.siteCount = [&stores](const kit::library::SessionID& session,
+                                                   std::function<void(int)> done) {
+            stores.siteCount(session, std::move(done));
+        };
+        services.sessionData.clear = [&stores](const kit::library::SessionID& session,
+                                               std::function<void()> done) {
+            stores.clearData(session, std::move(done));
+        };
+        services.sessionData.remove = [&stores](const kit::library::SessionID& session) {
+            stores.deleteStore(session, [](bool) {});
+        };
+        services.openDocument = [this](const std::filesystem::path& file) {
+            return openDocument(file);
+        };
+        services.showIntroduction = [this] { showIntroduction(std::nullopt); };
+        m_manager = new ManagerWindow(std::move(services));
+    }
+    return *m_manager;
+}
+
+void DesktopApp::showIntroduction(std::optional<kit::menubar::Rect> place)
+{
+    delete m_welcome.data();
+    auto* window = new ManagerIntroduction(
+        m_dependencies->settings(), [this] { presentManager(); }, [this] { presentSettings(); });
+    m_welcome = window;
+    window->present(place);
+}
+
+editor::ShortcutEditor& DesktopApp::editor()
+{
+    if (!m_editor) {
+        app::AppDependencies& dependencies = *m_dependencies;
+        editor::EditorServices services{
+            dependencies.libraryStore(),
+            m_icons,
+            dependencies.installedApps(),
+            dependencies.iconTheme(),
+            dependencies.targetFactory(),
+            [&dependencies] { return dependencies.settings().browsing(); },
+            {}};
+        m_editor = std::make_unique<editor::ShortcutEditor>(std::move(services), m_manager.data());
+    }
+    return *m_editor;
+}
+
+void DesktopApp::presentManager()
+{
+    ManagerWindow& window = manager();
+    if (!window.isVisible()) {
+        window.showPane(ManagerWindow::Pane::Bar);
+    }
+    window.present();
+}
+
 void DesktopApp::presentSettings()
 {
-    if (!m_settingsWindow) {
-        app::AppDependencies& dependencies = *m_dependencies;
-        m_settingsWindow = new SettingsWindow(
-            dependencies.settings(), dependencies.grants(), nullptr, m_bridgePath, [&dependencies] {
-                return dependencies.hotKeys() ? dependencies.hotKeys()->refused()
-                                              : std::vector<std::string>{};
-            });
-        m_settingsWindow->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    m_settingsWindow->present();
+    ManagerWindow& window = manager();
+    window.showPane(ManagerWindow::Pane::Settings);
+    window.present();
 }
 
 void DesktopApp::presentReview()
 {
-    if (!m_reviewWindow) {
-        m_reviewWindow =
-            new ReviewWindow(m_dependencies->proposals(), m_dependencies->libraryStore());
-        m_reviewWindow->setAttribute(Qt::WA_DeleteOnClose);
+    ManagerWindow& window = manager();
+    window.showPane(ManagerWindow::Pane::Proposals);
+    window.present();
+}
+
+void DesktopApp::editRequested()
+{
+    if (m_dependencies && m_dependencies->libraryStore().editRequest()) {
+        manager().handleEditRequest();
     }
-    m_reviewWindow->present();
 }
 
 void DesktopApp::inboxChanged()

@@ -7,6 +7,8 @@
 #include "desktop/dialogs.h"
 #include "desktop/gio_workspace.h"
 #include "desktop/login_item.h"
+#include "desktop/pages/app_pages.h"
+#include "desktop/portal_keys.h"
 #include "desktop/qt_icon_renderer.h"
 #include "desktop/qt_main_queue.h"
 #include "desktop/tray_status_bar.h"
@@ -26,12 +28,16 @@ class QSocketNotifier;
 
 namespace desktop {
 
+class ManagerWindow;
+namespace editor {
+class ShortcutEditor;
+}
 class ReviewWindow;
 class SettingsWindow;
 
 // The application delegate of the desktop build: makes the Qt adapters, hands them to the
-// composition root, answers later starts of Vantorel, shows the review and settings windows when
-// asked, and tidies up on quit. Needs a QApplication; GUI thread only.
+// composition root, answers later starts of Vantorel, shows the manager window on the pane
+// asked for, and tidies up on quit. Needs a QApplication; GUI thread only.
 class DesktopApp final : public QObject
 {
 public:
@@ -65,6 +71,8 @@ public:
     std::string handle(const std::string& request);
     // Hands a document to the review window; a failure is shown and returned as its sentence.
     std::optional<std::string> openDocument(const std::filesystem::path& file);
+    // The manager window on the bar being managed, on Settings, or on the pending proposal.
+    void presentManager();
     void presentSettings();
     void presentReview();
     // Ends the event loop; terminate() follows from aboutToQuit.
@@ -76,8 +84,11 @@ public:
     app::AppDependencies& dependencies() { return *m_dependencies; }
     TrayStatusBar& statusBar() { return *m_statusBar; }
     MessageBoxAlerts& alerts() { return m_alerts; }
+    // The in-app pages and each session's website data.
+    pages::AppPages& pages() { return m_pages; }
     const app::InstanceChannel& channel() const { return m_channel; }
     // The windows while they exist.
+    ManagerWindow* managerWindow() const;
     SettingsWindow* settingsWindow() const;
     ReviewWindow* reviewWindow() const;
     QWidget* welcomeWindow() const;
@@ -86,6 +97,11 @@ public:
 private:
     void makeDependencies();
     void inboxChanged();
+    ManagerWindow& manager();
+    editor::ShortcutEditor& editor();
+    void showIntroduction(std::optional<kit::menubar::Rect> place);
+    // Opens the editor on what the store's edit request names, once the event that asked ends.
+    void editRequested();
     void listenForSignals();
     bool isIconWindow(kit::keys::WindowRef window) const;
     // Logs how long after the process began the icons were all in place.
@@ -100,18 +116,23 @@ private:
     QtAppEvents m_appEvents;
     std::optional<XdgLoginItem> m_loginItem;
     X11HotKeys m_hotKeys;
+    // The portal's keys where X grabs are impossible (Wayland); made only there.
+    std::unique_ptr<PortalHotKeys> m_portalKeys;
     QtClock m_clock;
     X11ModifierSource m_modifiers;
     QtScrollMonitoring m_scroll;
+    // Before the composition root: its opener and menu bar hold the pages.
+    pages::AppPages m_pages;
     app::AppDependencies::Options m_options;
     std::unique_ptr<app::AppDependencies> m_dependencies;
     app::InstanceChannel m_channel;
 
-    QPointer<SettingsWindow> m_settingsWindow;
-    QPointer<ReviewWindow> m_reviewWindow;
+    QPointer<ManagerWindow> m_manager;
+    std::unique_ptr<editor::ShortcutEditor> m_editor;
     QPointer<QWidget> m_welcome;
     QPointer<QMessageBox> m_loginOffer;
     size_t m_inboxObservation = 0;
+    size_t m_editObservation = 0;
     // The proposal the review window was last brought up for.
     std::optional<kit::proposal::Proposal> m_presented;
     std::unique_ptr<QSocketNotifier> m_signals;

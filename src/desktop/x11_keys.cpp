@@ -452,7 +452,7 @@ X11HotKeys::X11HotKeys()
 {
     xcb_connection_t* connection = qtX11Connection();
     if (connection == nullptr) {
-        logUnavailable();
+        // The caller may still find keys elsewhere (the portal), so it says what is missing.
         return;
     }
     m_impl->attach(connection, false);

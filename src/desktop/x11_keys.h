@@ -21,16 +21,17 @@ namespace desktop {
 
 // Global hot keys as X key grabs on the root window, one per key code the keysym has, each also
 // grabbed with NumLock and CapsLock held so those locks do not disable it. Presses (not their
-// auto-repeats) reach the handler on the GUI thread. Off X11 (Wayland, offscreen) it grabs nothing,
-// answers null and says so once in the log. GUI thread only; handles may outlive the service, the
+// auto-repeats) reach the handler on the GUI thread. Off X11 (Wayland, offscreen) it grabs nothing
+// and answers null. GUI thread only; handles may outlive the service, the
 // service must not outlive the QApplication whose connection it uses.
 class X11HotKeys final : public kit::keys::HotKeyService
 {
 public:
-    // Grabs on the display Qt itself runs on, reading its events through a native event filter.
+    // Grabs on the display Qt itself runs on, reading its events through a native event filter;
+    // unavailable, silently, when Qt runs elsewhere.
     X11HotKeys();
     // Grabs on an own connection to `display` (such as ":78"), read on the GUI thread whatever
-    // platform Qt runs on; unavailable when the display cannot be opened.
+    // platform Qt runs on; unavailable, saying so in the log, when the display cannot be opened.
     explicit X11HotKeys(const std::string& display);
     ~X11HotKeys() override;
     X11HotKeys(const X11HotKeys&) = delete;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/desktop_app.h"
 
+#include "desktop/manager_window.h"
 #include "desktop/review_window.h"
 #include "desktop/settings_window.h"
 #include "kit/library/fixtures.h"
@@ -262,9 +263,15 @@ TEST_F(DesktopAppTest, AppMenuListsTheBarsAndChoosingOneSwitchesTheIcons)
 
     QMenu* menu = popAppMenu();
     ASSERT_NE(menu, nullptr);
-    EXPECT_THAT(
-        texts(*menu),
-        ElementsAre("Work", "Home", "—", "Settings…", "Add from clipboard", "—", "Quit Vantorel"));
+    EXPECT_THAT(texts(*menu),
+                ElementsAre("Work",
+                            "Home",
+                            "—",
+                            "Manage Bars…",
+                            "Settings…",
+                            "Add from clipboard",
+                            "—",
+                            "Quit Vantorel"));
     EXPECT_TRUE(action(*menu, "Work")->isChecked());
     EXPECT_FALSE(action(*menu, "Home")->isChecked());
 
@@ -277,6 +284,15 @@ TEST_F(DesktopAppTest, AppMenuListsTheBarsAndChoosingOneSwitchesTheIcons)
     menu = popAppMenu();
     EXPECT_THAT(texts(*menu), ::testing::Contains("Travel"));
     EXPECT_TRUE(action(*menu, "Home")->isChecked());
+
+    chooseFromAppMenu(QStringLiteral("Manage Bars…"));
+    ASSERT_NE(m_app->managerWindow(), nullptr);
+    EXPECT_TRUE(m_app->managerWindow()->isVisible());
+    EXPECT_EQ(m_app->managerWindow()->currentBar(), m_homeBar);
+    chooseFromAppMenu(QStringLiteral("Settings…"));
+    EXPECT_EQ(m_app->managerWindow()->currentPane(), ManagerWindow::Pane::Settings);
+    ASSERT_NE(m_app->settingsWindow(), nullptr);
+    EXPECT_TRUE(m_app->settingsWindow()->isVisible());
 }
 
 TEST_F(DesktopAppTest, AddFromClipboardMakesAShortcutOfALinkOrAFile)
@@ -338,9 +354,6 @@ TEST_F(DesktopAppTest, ShortcutMenuChangesGoThroughTheStore)
     ASSERT_NE(menu, nullptr);
     // What a host does just before it shows the menu.
     Q_EMIT menu->aboutToShow();
-    // There is no editor yet, so nothing offers one.
-    EXPECT_EQ(action(*menu, QStringLiteral("Edit…")), nullptr)
-        << ::testing::PrintToString(texts(*menu));
     QAction* shown = action(*menu, QStringLiteral("In the menu bar"));
     ASSERT_NE(shown, nullptr) << ::testing::PrintToString(texts(*menu));
     EXPECT_TRUE(shown->isChecked());
@@ -348,6 +361,25 @@ TEST_F(DesktopAppTest, ShortcutMenuChangesGoThroughTheStore)
     pump();
     EXPECT_FALSE(dependencies().libraryStore().library().shortcuts.front().isInMenuBar);
     EXPECT_EQ(iconNames(), (std::vector<std::string>{"Work 2", "Work 3"}));
+}
+
+TEST_F(DesktopAppTest, EditInAShortcutsMenuBringsUpTheManagerOnIt)
+{
+    prepareLibrary();
+    start();
+
+    const Shortcut second = dependencies().libraryStore().library().shortcuts[1];
+    const auto* item = dependencies().menuBar()->item(second.id);
+    ASSERT_NE(item, nullptr);
+    QMenu* menu = m_app->statusBar().trayIcon(*item->button())->contextMenu();
+    Q_EMIT menu->aboutToShow();
+    QAction* edit = action(*menu, QStringLiteral("Edit…"));
+    ASSERT_NE(edit, nullptr) << ::testing::PrintToString(texts(*menu));
+    edit->trigger();
+    ASSERT_TRUE(pumpUntil([&] { return m_app->managerWindow() != nullptr; }));
+    EXPECT_TRUE(m_app->managerWindow()->isVisible());
+    EXPECT_EQ(m_app->managerWindow()->selectedShortcut(), second.id);
+    EXPECT_EQ(dependencies().libraryStore().editRequest(), std::nullopt);
 }
 
 TEST(XdgLoginItemTest, WritesAnAutostartEntryAndRemovesIt)
@@ -420,11 +452,11 @@ TEST_F(DesktopAppTest, GivesUpOnTheIntroductionWhenTheIconNeverGetsAPlace)
     EXPECT_FALSE(dependencies().settings().welcomeShown()) << "tried again on the next start";
 }
 
-TEST_F(DesktopAppTest, ASecondStartShowsTheSettingsWindow)
+TEST_F(DesktopAppTest, ASecondStartShowsTheManager)
 {
     prepareLibrary();
     start();
-    EXPECT_EQ(m_app->settingsWindow(), nullptr) << "made only when first wanted";
+    EXPECT_EQ(m_app->managerWindow(), nullptr) << "made only when first wanted";
 
     // A second process finds the lock taken.
     DesktopApp::Options options;
@@ -440,8 +472,9 @@ TEST_F(DesktopAppTest, ASecondStartShowsTheSettingsWindow)
     ASSERT_TRUE(pumpUntil(
         [&] { return reply.wait_for(std::chrono::milliseconds(0)) == std::future_status::ready; }));
     EXPECT_EQ(reply.get(), std::optional<std::string>(R"({"ok":true})"));
-    ASSERT_NE(m_app->settingsWindow(), nullptr);
-    EXPECT_TRUE(m_app->settingsWindow()->isVisible());
+    ASSERT_NE(m_app->managerWindow(), nullptr);
+    EXPECT_TRUE(m_app->managerWindow()->isVisible());
+    EXPECT_EQ(m_app->managerWindow()->currentBar(), dependencies().libraryStore().activeBarID());
 }
 
 TEST_F(DesktopAppTest, ADocumentBringsUpTheReviewWindow)

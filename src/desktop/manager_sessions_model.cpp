@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/manager_sessions_model.h"
+
+#include "kit/storage/library_store.h"
+
+#include <QPainter>
+#include <QPixmap>
+
+#include <algorithm>
+#include <array>
+
+namespace desktop {
+
+using kit::library::Session;
+using kit::library::SessionID;
+
+namespace {
+
+QString qt(const std::string& text)
+{
+    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+QPixmap swatch(const QColor& colour)
+{
+    QPixmap pixmap(14, 14);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(colour.darker(130));
+    painter.setBrush(colour);
+    painter.drawEllipse(QRectF(1, 1, 12, 12));
+    return pixmap;
+}
+
+} // namespace
+
+ManagerSessionsModel::ManagerSessionsModel(kit::storage::LibraryStore& store,
+                                           SessionData data,
+                                           QObject* parent)
+    : QAbstractListModel(parent)
+    , m_store(store)
+    , m_data(std::move(data))
+    , m_self(std::make_shared<ManagerSessionsModel*>(this))
+{
+    using Store = kit::storage::LibraryStore;
+    m_observation = m_store.observe([this](unsigned changes) {
+        // Link counts follow the bars' shortcuts as well as the sessions.
+        if (changes & (Store::SessionsChanged | Store::LibraryChanged | Store::BarsChanged)) {
+            reload();
+        }
+    });
+    reload();
+}
+
+ManagerSessionsModel::~ManagerSessionsModel()
+{
+    m_store.removeObserver(m_observation);
+    m_self.reset();
+}
+
+QColor ManagerSessionsModel::colour(int index)
+{
+    static const std::array<QColor, Session::kColourCount> kPalette{
+        QColor(0x1f, 0x77, 0xd0), // blue
+        QColor(0x2e, 0xa0, 0x43), // green
+        QColor(0xe0, 0x8a, 0x00), // orange
+        QColor(0xc6, 0x28, 0x28), // red
+        QColor(0x8e, 0x44, 0xad), // purple
+        QColor(0x00, 0x97, 0xa7), // teal
+        QColor(0xd8, 0x1b, 0x60), // pink
+        QColor(0x6d, 0x6d, 0x6d), // grey
+    };
+    return kPalette[static_cast<size_t>(((index % Session::kColourCount) + Session::kColourCount)
+                                        % Session::kColourCount)];
+}
+
+QString ManagerSessionsModel::detail(int links, std::optional<int> sites)
+{
+    QString text = links == 1 ? QStringLiteral("1 link") : QStringLiteral("%1 links").arg(links);
+    if (sites) {
+        text +=
+            *sites == 1 ? QStringLiteral(" · 1 site") : QStringLiteral(" · %1 sites").arg(*sites);
+    }
+    return text;
+}
+
+std::optional<SessionID> ManagerSessionsModel::sessionAt(int row) const
+{
+    const auto& sessions = m_store.sessions();
+    if (row < 0 || static_cast<size_t>(row) >= sessions.size()) {
+        return std::nullopt;
+    }
+    return sessions[static_cast<size_t>(row)].id;
+}
+
+int ManagerSessionsModel::rowOf(const SessionID& session) const
+{
+    const auto& sessions = m_store.sessions();
+    const auto at = std::find_if(
+        sessions.begin(), sessions.end(), [&](const Session& s) { return s.id == session; });
+    return at == sessions.end() ? -1 : static_cast<int>(at - sessions.begin());
+}
+
+std::optional<SessionID> ManagerSessionsModel::addSession()
+{
+    const auto taken = [this](const std::string& name) {
+        const auto& sessions = m_store.sessions();
+        return std::any_of(
+            sessions.begin(), sessions.end(), [&](const Session& s) { return s.name == name; });
+    };
+    std::string name = kNewName;
+    for (int n = 2; taken(name); ++n) {
+        name = std::string(kNewName) + " " + std::to_string(n);
+    }
+    return m_store.addSession(name);
+}
+
+std::string ManagerSessionsModel::removalQuestion(const SessionID& session) const
+{
+    const int row = rowOf(session);
+    const std::string name = row < 0 ? std::string() : m_store.sessions()[size_t(row)].name;
+    const int links = m_store.usage(session).value_or(0);
+    std::string question = "Remove “" + name + "” and what its pages remember?";
+    if (links == 1) {
+        question += " Its 1 link goes back to the default account.";
+    } else if (links > 1) {
+        question += " Its " + std::to_string(links) + " links go back to the default account.";
+    }
+    return question;
+}
+
+void ManagerSessionsModel::remove(const SessionID& session)
+{
+    if (rowOf(session) < 0) {
+        return;
+    }
+    m_store.removeSession(session);
+    if (m_data.remove) {
+        m_data.remove(session);
+    }
+}
+
+void ManagerSessionsModel::clearData(const SessionID& session)
+{
+    if (!m_data.clear || rowOf(session) < 0) {
+        return;
+    }
+    std::weak_ptr<ManagerSessionsModel*> weak = m_self;
+    m_data.clear(session, [weak] {
+        if (auto self = weak.lock()) {
+            (*self)->countSites();
+        }
+    });
+}
+
+int ManagerSessionsModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(m_store.sessions().size());
+}
+
+QVariant ManagerSessionsModel::data(const QModelIndex& index, int role) const
+{
+    if (!index.isValid() || index.row() >= rowCount()) {
+        return {};
+    }
+    const Session& session = m_store.sessions()[static_cast<size_t>(index.row())];
+    const auto sites = [&]() -> std::optional<int> {
+        const auto found = m_sites.find(session.id.string());
+        return found == m_sites.end() ? std::nullopt : std::optional<int>(found->second);
+    };
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::EditRole:
+        return qt(session.name);
+    case Qt::DecorationRole:
+        return swatch(colour(Session::colourIndex(session)));
+    case Qt::ToolTipRole:
+    case DetailRole:
+        return detail(m_store.usage(session.id).value_or(0), sites());
+    case IDRole:
+        return qt(session.id.string());
+    case ColourRole:
+        return Session::colourIndex(session);
+    default:
+        return {};
+    }
+}
+
+bool ManagerSessionsModel::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    const auto session = sessionAt(index.row());
+    const std::string name = value.toString().trimmed().toStdString();
+    if (!session || role != Qt::EditRole || name.empty()) {
+        return false;
+    }
+    return m_store.renameSession(*session, name);
+}
+
+Qt::ItemFlags ManagerSessionsModel::flags(const QModelIndex& index) const
+{
+    if (!index.isValid()) {
+        return Qt::NoItemFlags;
+    }
+    return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable;
+}
+
+void ManagerSessionsModel::reload()
+{
+    beginResetModel();
+    endResetModel();
+    countSites();
+}
+
+void ManagerSessionsModel::startCounting()
+{
+    if (!m_counting) {
+        m_counting = true;
+        countSites();
+    }
+}
+
+void ManagerSessionsModel::countSites()
+{
+    if (!m_data.siteCount || !m_counting) {
+        return;
+    }
+    std::weak_ptr<ManagerSessionsModel*> weak = m_self;
+    for (const Session& session : m_store.sessions()) {
+        const SessionID id = session.id;
+        m_data.siteCount(id, [weak, id](int sites) {
+            auto self = weak.lock();
+            if (!self) {
+                return;
+            }
+            ManagerSessionsModel& model = **self;
+            model.m_sites[id.string()] = sites;
+            const int row = model.rowOf(id);
+            if (row >= 0) {
+                Q_EMIT model.dataChanged(model.index(row), model.index(row));
+            }
+        });
+    }
+}
+
+} // namespace desktop

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/library/library.h"
+
+#include <QAbstractListModel>
+#include <QColor>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kit::storage {
+class LibraryStore;
+}
+
+namespace desktop {
+
+// What the sessions pane asks of the pages' website data, each optional: without an engine there
+// is no site count, and data is neither cleared nor removed.
+struct SessionData
+{
+    std::function<void(const kit::library::SessionID&, std::function<void(int sites)>)> siteCount;
+    std::function<void(const kit::library::SessionID&, std::function<void()> done)> clear;
+    std::function<void(const kit::library::SessionID&)> remove;
+};
+
+// The sessions (browsing accounts) in the person's order with their colours, how many links use
+// each and, when the engine can tell, how many sites left data in it. Renames and removals go
+// through the store. Main thread only; the store must outlive the model.
+class ManagerSessionsModel : public QAbstractListModel
+{
+    Q_OBJECT
+
+public:
+    enum Role {
+        // QString: the session's id.
+        IDRole = Qt::UserRole + 1,
+        // QString: "3 links · 12 sites".
+        DetailRole,
+        // int: the colour's index in the palette.
+        ColourRole,
+    };
+    static constexpr const char* kNewName = "New Session";
+
+    ManagerSessionsModel(kit::storage::LibraryStore& store,
+                         SessionData data,
+                         QObject* parent = nullptr);
+    ~ManagerSessionsModel() override;
+
+    // The colour a session wears everywhere it is shown.
+    static QColor colour(int index);
+    // "1 link", "3 links · 12 sites".
+    static QString detail(int links, std::optional<int> sites);
+
+    std::optional<kit::library::SessionID> sessionAt(int row) const;
+    int rowOf(const kit::library::SessionID& session) const;
+    bool canCountSites() const { return static_cast<bool>(m_data.siteCount); }
+    bool canClearData() const { return static_cast<bool>(m_data.clear); }
+
+    std::optional<kit::library::SessionID> addSession();
+    // "Remove “Work”? Its 2 links go back to the default account."
+    std::string removalQuestion(const kit::library::SessionID& session) const;
+    void remove(const kit::library::SessionID& session);
+    // Clears the session's website data; the links keep using it. Counts again when done.
+    void clearData(const kit::library::SessionID& session);
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+
+    // Re-reads the sessions and, once counting started, asks for the site counts again.
+    void reload();
+    // Counting may start the web engine, so it waits until someone looks at the sessions.
+    void startCounting();
+
+private:
+    void countSites();
+
+    kit::storage::LibraryStore& m_store;
+    SessionData m_data;
+    std::map<std::string, int> m_sites;
+    bool m_counting = false;
+    size_t m_observation = 0;
+    // Held weakly by the engine's answers, which do nothing once the model is gone.
+    std::shared_ptr<ManagerSessionsModel*> m_self;
+};
+
+} // namespace desktop

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/pages/app_pages.h"
+
+#include "app/app_dependencies.h"
+#include "kit/support/log.h"
+#include "kit/web/content_blocker.h"
+
+#include <unordered_set>
+
+namespace desktop::pages {
+
+using kit::library::ContentSize;
+using kit::library::ShortcutID;
+
+namespace {
+
+constexpr kit::support::Logger kLog("browser");
+
+} // namespace
+
+AppPages::AppPages(kit::support::MainQueue& mainQueue,
+                   kit::menubar::StatusBar& statusBar,
+                   kit::opening::WorkspaceOpening& workspace)
+    : m_mainQueue(mainQueue)
+    , m_statusBar(statusBar)
+    , m_workspace(workspace)
+{
+    Host host;
+    host.mainQueue = &m_mainQueue;
+    host.playing = &m_playing;
+    const ProfileRoots roots = ProfileRoots::standard();
+    host.storageRoot = roots.storage;
+    host.cacheRoot = roots.cache;
+    host.openInBrowser = [this](const std::string& address) {
+        if (!m_workspace.open(address)) {
+            kLog.error("nothing opens " + address);
+        }
+    };
+    m_loader = std::make_unique<PagesLoader>(std::move(host), PagesLoader::defaultCandidates());
+    m_presenters = std::make_unique<PagePresenters>(PagePresenters::Services{
+        *m_loader, nullptr, [this](kit::opening::Anchor anchor) {
+            const auto place = m_statusBar.geometry(kit::menubar::StatusItemHandle{anchor.value});
+            if (!place || place->isEmpty()) {
+                return QRect();
+            }
+            return QRect(static_cast<int>(place->x),
+                         static_cast<int>(place->y),
+                         static_cast<int>(place->width),
+                         static_cast<int>(place->height));
+        }});
+}
+
+AppPages::~AppPages()
+{
+    close();
+}
+
+void AppPages::connect(app::AppDependencies& dependencies)
+{
+    m_dependencies = &dependencies;
+    m_profileStores = std::make_unique<ProfileStores>(
+        *m_loader,
+        m_mainQueue,
+        ProfileRoots{m_loader->host().storageRoot, m_loader->host().cacheRoot},
+        makeRuleListStore(dependencies.supportDirectory().file("ContentRules")));
+    m_sessionStores = std::make_unique<kit::web::SessionStores>(*m_profileStores);
+
+    Host& host = m_loader->host();
+    host.ruleLists = &m_profileStores->ruleLists();
+    if (auto root = rulesRoot()) {
+        host.rulesRoot = *root;
+    }
+    auto* store = &dependencies.libraryStore();
+    auto* settings = &dependencies.settings();
+    host.asksWhereToSaveDownloads = [settings] { return settings->asksWhereToSaveDownloads(); };
+    host.savePopoverSize = [store](const ShortcutID& id, const ContentSize& size) {
+        store->mutate([&](kit::library::Library& library) { library.setPopoverSize(id, size); });
+    };
+    host.saveWindowSize = [store](const ShortcutID& id, const ContentSize& size) {
+        store->mutate([&](kit::library::Library& library) { library.setWindowSize(id, size); });
+    };
+    host.saveLastVisited = [store](const ShortcutID& id, const std::string& address) {
+        store->mutate(
+            [&](kit::library::Library& library) { library.setLastVisitedURL(id, address); });
+    };
+
+    m_presenters->setAnchorFallback(
+        [&dependencies](const ShortcutID& id) -> std::optional<kit::opening::Anchor> {
+            const auto* menuBar = dependencies.menuBar();
+            const auto button = menuBar ? menuBar->button(id) : std::nullopt;
+            if (!button) {
+                return std::nullopt;
+            }
+            return kit::opening::Anchor{button->value};
+        });
+    if (auto* menuBar = dependencies.menuBar()) {
+        menuBar->setPlaying(&m_playing);
+    }
+}
+
+void AppPages::removeOrphanSessions()
+{
+    if (!m_dependencies || !m_sessionStores) {
+        return;
+    }
+    auto& store = m_dependencies->libraryStore();
+    // A session the person keeps without a link yet still keeps its logins.
+    std::unordered_set<kit::library::SessionID> inUse;
+    for (const auto& session : store.sessions()) {
+        inUse.insert(session.id);
+    }
+    for (const auto& bar : store.bars()) {
+        const auto library = store.library(bar.id);
+        if (!library) {
+            // An unreadable bar may name sessions we cannot see; leave every store alone.
+            return;
+        }
+        for (const auto* shortcut : library->allShortcuts()) {
+            const auto* target = shortcut->target.urlTarget();
+            if (target && target->sessionID) {
+                inUse.insert(*target->sessionID);
+            }
+        }
+    }
+    m_sessionStores->removeOrphans(inUse, [](int removed) {
+        if (removed > 0) {
+            kLog.info("removed the website data of " + std::to_string(removed)
+                      + " sessions no bar uses");
+        }
+    });
+}
+
+void AppPages::close()
+{
+    m_loader->close();
+}
+
+std::optional<std::filesystem::path> AppPages::rulesRoot()
+{
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) {
+        return std::nullopt;
+    }
+    const auto folder = self.parent_path();
+    // Installed: <prefix>/bin and <prefix>/share/vantorel; the build tree: <build>/src/main and
+    // <build>/share.
+    for (const auto& candidate : {folder.parent_path() / "share" / "vantorel",
+                                  folder.parent_path().parent_path() / "share"}) {
+        if (kit::web::findRulesFile(candidate)) {
+            return candidate;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace desktop::pages

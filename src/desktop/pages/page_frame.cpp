@@ -1,0 +1,389 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/pages/page_frame.h"
+
+#include "desktop/pages/page_logic.h"
+#include "desktop/pages/page_prompts.h"
+
+#ifdef VANTOREL_HAS_PAGE_BLOCKING
+#include "desktop/blocking/page_blocking.h"
+#endif
+
+#include <QApplication>
+#include <QDateTime>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QShortcut>
+#include <QSizeGrip>
+#include <QVBoxLayout>
+#include <QWebEngineNewWindowRequest>
+#include <QWebEnginePage>
+#include <QWebEngineProfile>
+#include <QWebEngineScript>
+#include <QWebEngineScriptCollection>
+#include <QWebEngineView>
+
+#include <cmath>
+
+namespace desktop::pages {
+
+using kit::library::ContentSize;
+using kit::library::PageAppearance;
+using kit::library::PageZoom;
+using kit::library::ResolvedBrowsing;
+using kit::library::Shortcut;
+using kit::library::SurfaceLimits;
+
+namespace {
+
+constexpr auto kAppearanceScript = "vantorel-appearance";
+constexpr int kZoomBadgeMs = 1200;
+
+// The colour scheme a page's own styles follow, or the inversion that darkens any page.
+QString appearanceStyle(PageAppearance appearance)
+{
+    switch (appearance) {
+    case PageAppearance::System:
+        return {};
+    case PageAppearance::Light:
+        return QStringLiteral(":root{color-scheme:light}");
+    case PageAppearance::Dark:
+        return QStringLiteral(":root{color-scheme:dark}");
+    case PageAppearance::ForcedDark:
+        // Pictures are turned back so they keep their colours.
+        return QStringLiteral(
+            "html{filter:invert(1) hue-rotate(180deg)!important;background:#fff}"
+            "img,video,picture,canvas,iframe,embed,object,[style*='background-image']"
+            "{filter:invert(1) hue-rotate(180deg)!important}");
+    }
+    return {};
+}
+
+QSize sizeOf(const ContentSize& size)
+{
+    const ContentSize clamped = size.clamped(SurfaceLimits::kMinimum, ContentSize::unbounded());
+    return {static_cast<int>(clamped.width), static_cast<int>(clamped.height)};
+}
+
+} // namespace
+
+PageRules::PageRules(QWebEnginePage* page)
+    : m_page(page)
+{}
+
+void PageRules::addContentRuleList(const kit::web::ContentRuleListPtr& list)
+{
+#ifdef VANTOREL_HAS_PAGE_BLOCKING
+    if (m_page) {
+        blocking::enableBlocking(*m_page, list);
+    }
+#else
+    (void)list;
+#endif
+}
+
+void PageRules::removeAllContentRuleLists()
+{
+#ifdef VANTOREL_HAS_PAGE_BLOCKING
+    if (m_page) {
+        blocking::disableBlocking(*m_page);
+    }
+#endif
+}
+
+PageFrame::PageFrame(Kind kind,
+                     const Shortcut& shortcut,
+                     const ResolvedBrowsing& settings,
+                     QWebEngineProfile* profile,
+                     std::unique_ptr<QWebEngineProfile> privateProfile,
+                     std::string engineAgent,
+                     Callbacks callbacks)
+    : QWidget(nullptr,
+              kind == Kind::Panel ? Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
+                                  : Qt::Window)
+    , m_kind(kind)
+    , m_shortcut(shortcut)
+    , m_settings(settings)
+    , m_profile(privateProfile ? privateProfile.get() : profile)
+    , m_privateProfile(std::move(privateProfile))
+    , m_engineAgent(std::move(engineAgent))
+    , m_callbacks(std::move(callbacks))
+{
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_view = new QWebEngineView(this);
+    m_view->setPage(new QWebEnginePage(m_profile, m_view));
+    layout->addWidget(m_view);
+    m_rules = std::make_shared<PageRules>(m_view->page());
+
+    if (m_kind == Kind::Panel) {
+        // A frameless panel has no edges to drag; the grip in its corner is how it is resized.
+        m_grip = new QSizeGrip(this);
+        auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+        connect(escape, &QShortcut::activated, this, &QWidget::hide);
+        resize(sizeOf(settings.popoverSize));
+    } else {
+        setAttribute(Qt::WA_DeleteOnClose);
+        resize(sizeOf(settings.windowSize));
+    }
+    setMinimumSize(sizeOf(SurfaceLimits::kMinimum));
+
+    m_zoomBadge = new QLabel(this);
+    m_zoomBadge->setStyleSheet(QStringLiteral(
+        "QLabel{background:rgba(40,40,40,210);color:white;border-radius:6px;padding:6px 12px;"
+        "font-weight:bold}"));
+    m_zoomBadge->hide();
+    m_hideBadge.setSingleShot(true);
+    m_hideBadge.setInterval(kZoomBadgeMs);
+    connect(&m_hideBadge, &QTimer::timeout, m_zoomBadge, &QWidget::hide);
+
+    for (const auto key : {Qt::Key_Equal, Qt::Key_Plus, Qt::Key_Minus, Qt::Key_0}) {
+        const QKeyCombination combination(Qt::ControlModifier, key);
+        auto* shortcutKey = new QShortcut(QKeySequence(combination), this);
+        connect(shortcutKey, &QShortcut::activated, this, [this, combination] {
+            if (auto next = zoomForKey(combination, zoom())) {
+                setZoom(*next);
+                showZoom();
+            }
+        });
+    }
+
+    m_saveSize.setSingleShot(true);
+    m_saveSize.setInterval(kSaveDelayMs);
+    connect(&m_saveSize, &QTimer::timeout, this, [this] {
+        const ContentSize size{static_cast<double>(width()), static_cast<double>(height())};
+        ContentSize& kept = m_kind == Kind::Panel ? m_settings.popoverSize : m_settings.windowSize;
+        if (size != kept && m_callbacks.resized) {
+            kept = size;
+            m_callbacks.resized(size);
+        }
+    });
+
+    QWebEnginePage* webPage = m_view->page();
+    connect(webPage, &QWebEnginePage::loadFinished, this, [this](bool ok) {
+        // The engine may reset a zoom set before the first load.
+        if (std::abs(m_view->zoomFactor() - m_zoom) > 0.001) {
+            m_view->setZoomFactor(m_zoom);
+        }
+        if (m_callbacks.loaded) {
+            m_callbacks.loaded(ok, m_view->url().toString().toStdString());
+        }
+    });
+    connect(webPage, &QWebEnginePage::titleChanged, this, [this] { updateTitle(); });
+    connect(webPage,
+            &QWebEnginePage::newWindowRequested,
+            this,
+            [this](QWebEngineNewWindowRequest& request) {
+                if (m_callbacks.newWindow) {
+                    m_callbacks.newWindow(request);
+                }
+            });
+    connect(webPage, &QWebEnginePage::recentlyAudibleChanged, this, [this](bool audible) {
+        if (m_callbacks.audibleChanged) {
+            m_callbacks.audibleChanged(audible);
+        }
+    });
+    attachPrompts(*m_view);
+
+    applyAgent();
+    applyAppearance();
+    applyStaysOnTop();
+    setZoom(m_settings.pageZoom);
+    updateTitle();
+}
+
+PageFrame::~PageFrame()
+{
+    // The page must go before the private profile it was made with.
+    delete m_view;
+    m_view = nullptr;
+}
+
+QWebEnginePage* PageFrame::page() const
+{
+    return m_view->page();
+}
+
+void PageFrame::start(const kit::library::URLTarget& target)
+{
+    const bool resume = target.lastVisitedURL && !target.isPrivate;
+    m_view->load(
+        QUrl::fromUserInput(QString::fromStdString(resume ? *target.lastVisitedURL : target.url)));
+}
+
+void PageFrame::update(const Shortcut& shortcut, const ResolvedBrowsing& settings)
+{
+    const ResolvedBrowsing before = m_settings;
+    m_shortcut = shortcut;
+    m_settings = settings;
+    if (before.userAgent != settings.userAgent
+        || before.customUserAgent != settings.customUserAgent) {
+        applyAgent();
+    }
+    if (before.pageAppearance != settings.pageAppearance) {
+        applyAppearance();
+        m_view->reload();
+    }
+    if (before.staysOnTop != settings.staysOnTop) {
+        applyStaysOnTop();
+    }
+    if (before.pageZoom != settings.pageZoom) {
+        setZoom(settings.pageZoom);
+    }
+    const QSize wanted = sizeOf(m_kind == Kind::Panel ? settings.popoverSize : settings.windowSize);
+    const QSize had = sizeOf(m_kind == Kind::Panel ? before.popoverSize : before.windowSize);
+    if (wanted != had) {
+        resize(wanted);
+    }
+    updateTitle();
+}
+
+void PageFrame::present(std::optional<QRect> geometry)
+{
+    m_placing = true;
+    if (geometry) {
+        setGeometry(*geometry);
+    }
+    show();
+    raise();
+    activateWindow();
+    m_view->setFocus();
+    m_placing = false;
+}
+
+bool PageFrame::hiddenJustNow() const
+{
+    return m_hiddenAt != 0 && QDateTime::currentMSecsSinceEpoch() - m_hiddenAt < kReopenGraceMs;
+}
+
+double PageFrame::zoom() const
+{
+    return m_zoom;
+}
+
+void PageFrame::setZoom(double zoom)
+{
+    m_zoom = PageZoom::clamped(zoom);
+    m_view->setZoomFactor(m_zoom);
+    updateTitle();
+}
+
+void PageFrame::showZoom()
+{
+    m_zoomBadge->setText(QString::fromStdString(PageZoom::title(zoom())));
+    m_zoomBadge->adjustSize();
+    m_zoomBadge->move((width() - m_zoomBadge->width()) / 2, 12);
+    m_zoomBadge->show();
+    m_zoomBadge->raise();
+    m_hideBadge.start();
+}
+
+void PageFrame::updateTitle()
+{
+    QString title = QString::fromStdString(m_shortcut.name);
+    if (std::abs(zoom() - PageZoom::kNormal) > 0.001) {
+        title += QStringLiteral(" — ") + QString::fromStdString(PageZoom::title(zoom()));
+    }
+    setWindowTitle(title);
+}
+
+void PageFrame::applyAgent()
+{
+    // An agent belongs to a profile, so pages sharing a session share the last one set.
+    m_profile->setHttpUserAgent(QString::fromStdString(
+        userAgent(m_engineAgent, m_settings.userAgent, m_settings.customUserAgent)));
+}
+
+void PageFrame::applyAppearance()
+{
+    QWebEngineScriptCollection& scripts = page()->scripts();
+    for (const auto& old : scripts.find(QString::fromLatin1(kAppearanceScript))) {
+        scripts.remove(old);
+    }
+    const QString style = appearanceStyle(m_settings.pageAppearance);
+    const bool dark = m_settings.pageAppearance == PageAppearance::Dark;
+    page()->setBackgroundColor(dark ? QColor(30, 30, 30) : QColor(Qt::white));
+    if (style.isEmpty()) {
+        return;
+    }
+    QWebEngineScript script;
+    script.setName(QString::fromLatin1(kAppearanceScript));
+    script.setInjectionPoint(QWebEngineScript::DocumentCreation);
+    script.setWorldId(QWebEngineScript::ApplicationWorld);
+    script.setRunsOnSubFrames(true);
+    script.setSourceCode(
+        QStringLiteral("(function(){var css=%1;function add(){var s=document.createElement("
+                       "'style');s.textContent=css;(document.head||document.documentElement)"
+                       ".appendChild(s);}if(document.documentElement){add();}else{document."
+                       "addEventListener('readystatechange',add,{once:true});}})();")
+            .arg(QStringLiteral("'") + style + QStringLiteral("'")));
+    scripts.insert(script);
+}
+
+void PageFrame::applyStaysOnTop()
+{
+    if (m_kind != Kind::Window) {
+        return;
+    }
+    const bool visible = isVisible();
+    setWindowFlag(Qt::WindowStaysOnTopHint, m_settings.staysOnTop);
+    // Changing a window's flags hides it.
+    if (visible) {
+        show();
+    }
+}
+
+bool PageFrame::holdsActiveWindow() const
+{
+    for (QWidget* active = QApplication::activeWindow(); active; active = active->parentWidget()) {
+        if (active == this) {
+            return true;
+        }
+    }
+    return QApplication::activeModalWidget() != nullptr;
+}
+
+void PageFrame::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (m_kind == Kind::Panel && event->type() == QEvent::ActivationChange && !isActiveWindow()) {
+        // The newly active window is known only once the change has been delivered everywhere.
+        QTimer::singleShot(0, this, [this] {
+            if (isVisible() && !holdsActiveWindow()) {
+                hide();
+            }
+        });
+    }
+}
+
+void PageFrame::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    if (m_grip) {
+        m_grip->adjustSize();
+        m_grip->move(width() - m_grip->width(), height() - m_grip->height());
+        m_grip->raise();
+    }
+    if (isVisible() && !m_placing) {
+        m_saveSize.start();
+    }
+}
+
+void PageFrame::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    m_hiddenAt = 0;
+    if (m_callbacks.shownChanged) {
+        m_callbacks.shownChanged(true);
+    }
+}
+
+void PageFrame::hideEvent(QHideEvent* event)
+{
+    QWidget::hideEvent(event);
+    m_hiddenAt = QDateTime::currentMSecsSinceEpoch();
+    if (m_callbacks.shownChanged) {
+        m_callbacks.shownChanged(false);
+    }
+}
+
+} // namespace desktop::pages

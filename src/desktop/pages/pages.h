@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "kit/library/shortcut.h"
+#include "kit/menubar/playing_pages.h"
+#include "kit/support/main_queue.h"
+#include "kit/support/uuid.h"
+#include "kit/web/web_engine.h"
+
+#include <QRect>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+class QWidget;
+
+namespace desktop::pages {
+
+// What the pages module needs from the application. Every callback runs on the main thread;
+// the pointed-to services outlive the module.
+struct Host
+{
+    kit::support::MainQueue* mainQueue = nullptr;
+    // Shortcuts whose closed panel still plays.
+    kit::menubar::PlayingPages* playing = nullptr;
+    // Compiled blocking rules; null leaves pages unblocked.
+    kit::web::ContentRuleListStore* ruleLists = nullptr;
+    // The folder holding AdBlock/adblock-rules.json.
+    std::filesystem::path rulesRoot;
+    // One folder per session profile, named by the session's UUID.
+    std::filesystem::path storageRoot;
+    std::filesystem::path cacheRoot;
+
+    std::function<bool()> asksWhereToSaveDownloads;
+    std::function<void(const std::string& address)> openInBrowser;
+    std::function<void(const kit::library::ShortcutID&, const kit::library::ContentSize&)>
+        savePopoverSize;
+    std::function<void(const kit::library::ShortcutID&, const kit::library::ContentSize&)>
+        saveWindowSize;
+    std::function<void(const kit::library::ShortcutID&, const std::string& address)>
+        saveLastVisited;
+    // When the module was asked for, which is when the first page was.
+    std::chrono::steady_clock::time_point askedAt;
+    // Each finished load of a shortcut's page, for whoever measures or waits.
+    std::function<void(const kit::library::ShortcutID&, bool ok)> loaded;
+};
+
+// The in-app pages, in a module loaded on the first page so the idle app never maps the web
+// engine. Main thread only; destroying it closes every page before its profile.
+class Pages
+{
+public:
+    virtual ~Pages() = default;
+
+    // `icon` is the icon's screen rectangle; an empty one places the panel under the pointer.
+    virtual void showPanel(const kit::library::Shortcut& shortcut,
+                           const kit::library::ResolvedBrowsing& settings,
+                           QRect icon) = 0;
+    virtual void showWindow(const kit::library::Shortcut& shortcut,
+                            const kit::library::ResolvedBrowsing& settings) = 0;
+    virtual bool bringToFront(const kit::library::ShortcutID& shortcut) = 0;
+    // The panel or window holding the shortcut's page, while there is one.
+    virtual QWidget* panel(const kit::library::ShortcutID& shortcut) const = 0;
+    virtual QWidget* window(const kit::library::ShortcutID& shortcut) const = 0;
+
+    // No session means the shared default profile.
+    virtual void siteCount(const std::optional<kit::support::Uuid>& session,
+                           std::function<void(int)> done) = 0;
+    virtual void removeAllData(const std::optional<kit::support::Uuid>& session,
+                               std::function<void()> done) = 0;
+    // Closes the session's pages and drops its profile, so its folders can go.
+    virtual void releaseSession(const kit::support::Uuid& session) = 0;
+};
+
+// The module's one exported entry: `Pages* vantorel_make_pages(const Host*)`.
+using MakePages = Pages* (*)(const Host*);
+inline constexpr const char* kMakePagesSymbol = "vantorel_make_pages";
+inline constexpr const char* kModuleFileName = "vantorel-pages.so";
+
+} // namespace desktop::pages

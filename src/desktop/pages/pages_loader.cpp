@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/pages/pages_loader.h"
+
+#include "kit/support/log.h"
+
+#include <QStandardPaths>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+
+namespace desktop::pages {
+
+namespace {
+
+constexpr kit::support::Logger kLog("browser");
+
+std::filesystem::path writable(QStandardPaths::StandardLocation location)
+{
+    return QStandardPaths::writableLocation(location).toStdString();
+}
+
+} // namespace
+
+ProfileRoots ProfileRoots::standard()
+{
+    return {writable(QStandardPaths::AppDataLocation) / "QtWebEngine",
+            writable(QStandardPaths::CacheLocation) / "QtWebEngine"};
+}
+
+PagesLoader::PagesLoader(Host host, std::vector<std::filesystem::path> candidates)
+    : m_host(std::move(host))
+    , m_candidates(std::move(candidates))
+{}
+
+PagesLoader::~PagesLoader()
+{
+    // The module's code must stay mapped while its objects go; it is never unloaded.
+    m_pages.reset();
+}
+
+std::vector<std::filesystem::path> PagesLoader::defaultCandidates()
+{
+    std::vector<std::filesystem::path> candidates;
+    if (const char* chosen = std::getenv("VANTOREL_PAGES_MODULE"); chosen && *chosen) {
+        candidates.emplace_back(chosen);
+    }
+    std::error_code error;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (!error) {
+        candidates.push_back(self.parent_path() / kModuleFileName);
+        candidates.push_back(self.parent_path().parent_path() / VANTOREL_INSTALL_LIBDIR / "vantorel"
+                             / kModuleFileName);
+    }
+    return candidates;
+}
+
+void PagesLoader::close()
+{
+    m_pages.reset();
+    m_tried = false;
+}
+
+Pages* PagesLoader::load()
+{
+    if (m_pages || (m_tried && !m_library.isLoaded())) {
+        return m_pages.get();
+    }
+    m_tried = true;
+    const auto started = std::chrono::steady_clock::now();
+    m_host.askedAt = started;
+    // The engine's sandbox refuses to run as root and takes the process down with it.
+    if (::geteuid() == 0) {
+        ::setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0);
+    }
+    if (m_library.isLoaded()) {
+        if (auto make = reinterpret_cast<MakePages>(m_library.resolve(kMakePagesSymbol))) {
+            m_pages.reset(make(&m_host));
+            return m_pages.get();
+        }
+    }
+    for (const auto& candidate : m_candidates) {
+        std::error_code error;
+        if (!std::filesystem::exists(candidate, error)) {
+            continue;
+        }
+        m_library.setFileName(QString::fromStdString(candidate.string()));
+        if (!m_library.load()) {
+            m_error =
+                "The page module could not be loaded: " + m_library.errorString().toStdString();
+            continue;
+        }
+        auto make = reinterpret_cast<MakePages>(m_library.resolve(kMakePagesSymbol));
+        if (!make) {
+            m_error = "The page module " + candidate.string() + " is not one of this build.";
+            continue;
+        }
+        m_pages.reset(make(&m_host));
+        m_error.clear();
+        const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - started);
+        kLog.info("web engine loaded in " + std::to_string(elapsed.count()) + " ms");
+        return m_pages.get();
+    }
+    if (m_error.empty()) {
+        m_error = "The page module is missing from this installation.";
+    }
+    kLog.error(m_error);
+    return nullptr;
+}
+
+} // namespace desktop::pages

@@ -1,0 +1,426 @@
+// SPDX-License-Identifier: MIT
+// The pages module: everything that links the web engine, behind desktop::pages::Pages.
+#include "desktop/pages/page_frame.h"
+#include "desktop/pages/page_logic.h"
+#include "desktop/pages/page_prompts.h"
+#include "desktop/pages/pages.h"
+#include "desktop/pages/profiles.h"
+#include "kit/support/log.h"
+#include "kit/support/serial_queue.h"
+#include "kit/web/content_blocker.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QGuiApplication>
+#include <QOpenGLContext>
+#include <QPointer>
+#include <QScreen>
+#include <QSurfaceFormat>
+#include <QWebEngineCookieStore>
+#include <QWebEngineDownloadRequest>
+#include <QWebEngineNewWindowRequest>
+#include <QWebEngineProfile>
+#include <QWebEngineView>
+
+#include <chrono>
+#include <map>
+#include <vector>
+
+// From QtGui's private qopenglcontext_p.h, exported for the engine's own start-up.
+Q_GUI_EXPORT QOpenGLContext* qt_gl_global_share_context();
+Q_GUI_EXPORT void qt_gl_set_global_share_context(QOpenGLContext* context);
+
+namespace desktop::pages {
+
+namespace {
+
+using kit::library::NewWindowLinks;
+using kit::library::ResolvedBrowsing;
+using kit::library::Shortcut;
+using kit::library::ShortcutID;
+using kit::support::Uuid;
+
+constexpr kit::support::Logger kLog("browser");
+
+// Private pages and pages of one session told apart by shortcut, then by kind.
+struct Key
+{
+    ShortcutID shortcut;
+    PageFrame::Kind kind;
+
+    auto operator<=>(const Key&) const = default;
+};
+
+// The web engine's side of the in-app pages: one frame per shortcut and kind, profiles per
+// session, and blocking for every page that asks for it. Main thread only.
+class WebEnginePages final : public Pages
+{
+public:
+    explicit WebEnginePages(const Host& host)
+        : m_host(host)
+        , m_profiles(host.storageRoot, host.cacheRoot)
+        , m_rulesQueue("pages.rules")
+    {
+        m_profiles.onMade = [this](QWebEngineProfile& profile) { watchDownloads(profile); };
+        if (m_host.ruleLists && m_host.mainQueue) {
+            m_blocker = std::make_unique<kit::web::ContentBlocker>(
+                *m_host.ruleLists,
+                kit::web::RulesBundle{m_host.rulesRoot, {}},
+                m_rulesQueue,
+                *m_host.mainQueue);
+            m_blocker->prepare();
+        }
+    }
+
+    ~WebEnginePages() override
+    {
+        // Pages first: each holds its profile.
+        for (auto& [key, frame] : m_frames) {
+            delete frame.data();
+        }
+        for (auto& extra : m_extraWindows) {
+            delete extra.data();
+        }
+        m_frames.clear();
+    }
+
+    void showPanel(const Shortcut& shortcut, const ResolvedBrowsing& settings, QRect icon) override
+    {
+        const auto* target = shortcut.target.urlTarget();
+        if (!target) {
+            return;
+        }
+        PageFrame* panel = frame({shortcut.id, PageFrame::Kind::Panel});
+        if (panel && panel->isVisible()) {
+            panel->hide();
+            return;
+        }
+        // A click on the icon first takes the focus from the panel, which hides it.
+        if (panel && panel->hiddenJustNow()) {
+            return;
+        }
+        const bool fresh = !panel;
+        if (fresh) {
+            panel = make(PageFrame::Kind::Panel, shortcut, settings);
+        } else {
+            refresh(*panel, shortcut, settings);
+        }
+        const QPoint pointer = QCursor::pos();
+        QScreen* screen = QGuiApplication::screenAt(icon.isEmpty() ? pointer : icon.center());
+        if (!screen) {
+            screen = QGuiApplication::primaryScreen();
+        }
+        panel->present(panelGeometry(icon, pointer, panel->size(), screen->availableGeometry()));
+        if (fresh) {
+            panel->start(*target);
+        } else if (settings.reloadsOnOpen) {
+            panel->view()->reload();
+        }
+    }
+
+    void showWindow(const Shortcut& shortcut, const ResolvedBrowsing& settings) override
+    {
+        const auto* target = shortcut.target.urlTarget();
+        if (!target) {
+            return;
+        }
+        if (PageFrame* window = frame({shortcut.id, PageFrame::Kind::Window})) {
+            refresh(*window, shortcut, settings);
+            window->present(std::nullopt);
+            if (settings.reloadsOnOpen) {
+                window->view()->reload();
+            }
+            return;
+        }
+        PageFrame* window = make(PageFrame::Kind::Window, shortcut, settings);
+        window->present(std::nullopt);
+        window->start(*target);
+    }
+
+    bool bringToFront(const ShortcutID& shortcut) override
+    {
+        PageFrame* window = frame({shortcut, PageFrame::Kind::Window});
+        if (!window) {
+            return false;
+        }
+        window->present(std::nullopt);
+        return true;
+    }
+
+    QWidget* panel(const ShortcutID& shortcut) const override
+    {
+        return frame({shortcut, PageFrame::Kind::Panel});
+    }
+
+    QWidget* window(const ShortcutID& shortcut) const override
+    {
+        return frame({shortcut, PageFrame::Kind::Window});
+    }
+
+    void siteCount(const std::optional<Uuid>& session, std::function<void(int)> done) override
+    {
+        m_profiles.siteCount(session, std::move(done));
+    }
+
+    void removeAllData(const std::optional<Uuid>& session, std::function<void()> done) override
+    {
+        if (QWebEngineProfile* profile = m_profiles.existing(session)) {
+            profile->clearHttpCache();
+            profile->cookieStore()->deleteAllCookies();
+            profile->clearAllVisitedLinks();
+        }
+        // Site storage has no call of its own: the profile lets go and its folders are emptied.
+        releaseSession(session);
+        const auto storage = m_profiles.storageFolder(session);
+        const auto cache = m_profiles.cacheFolder(session);
+        m_host.mainQueue->postAfter(kLetGo, [storage, cache, done = std::move(done)] {
+            for (const auto& folder : {storage, cache}) {
+                std::error_code error;
+                std::filesystem::remove_all(folder, error);
+                if (error) {
+                    kLog.error("cannot empty " + folder.string() + ": " + error.message());
+                }
+            }
+            done();
+        });
+    }
+
+    void releaseSession(const Uuid& session) override { releaseSession(std::optional(session)); }
+
+    // How long the engine is given to close a dropped profile's files.
+    static constexpr std::chrono::milliseconds kLetGo{500};
+
+private:
+    void releaseSession(const std::optional<Uuid>& session)
+    {
+        QWebEngineProfile* profile = m_profiles.existing(session);
+        if (!profile) {
+            return;
+        }
+        for (auto it = m_frames.begin(); it != m_frames.end();) {
+            if (it->second && it->second->profile() == profile) {
+                delete it->second.data();
+                it = m_frames.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        for (auto& extra : m_extraWindows) {
+            if (extra && extra->page()->profile() == profile) {
+                delete extra.data();
+            }
+        }
+        m_profiles.release(session);
+    }
+
+    void refresh(PageFrame& frame, const Shortcut& shortcut, const ResolvedBrowsing& settings)
+    {
+        frame.update(shortcut, settings);
+        if (m_blocker) {
+            m_blocker->apply(frame.rules(), settings.blocksAds);
+        }
+    }
+
+    PageFrame* frame(const Key& key) const
+    {
+        auto found = m_frames.find(key);
+        return found == m_frames.end() ? nullptr : found->second.data();
+    }
+
+    PageFrame*
+    make(PageFrame::Kind kind, const Shortcut& shortcut, const ResolvedBrowsing& settings)
+    {
+        const auto& target = *shortcut.target.urlTarget();
+        const ShortcutID id = shortcut.id;
+        const bool isPrivate = target.isPrivate;
+        PageFrame::Callbacks callbacks;
+        callbacks.resized = [this, id, kind](const kit::library::ContentSize& size) {
+            auto& save =
+                kind == PageFrame::Kind::Panel ? m_host.savePopoverSize : m_host.saveWindowSize;
+            if (save) {
+                save(id, size);
+            }
+        };
+        callbacks.loaded = [this, id, isPrivate](bool ok, const std::string& address) {
+            // A private page leaves no trace, not even where it was.
+            if (ok && !isPrivate && m_host.saveLastVisited) {
+                auto& last = m_lastVisited[id];
+                if (last != address) {
+                    last = address;
+                    m_host.saveLastVisited(id, address);
+                }
+            }
+            if (!m_firstLoadLogged) {
+                m_firstLoadLogged = true;
+                const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+                    std::chrono::steady_clock::now() - m_host.askedAt);
+                kLog.info("first page loaded " + std::to_string(elapsed.count())
+                          + " ms after it was asked for, the engine's start included");
+            }
+            if (m_host.loaded) {
+                m_host.loaded(id, ok);
+            }
+        };
+        callbacks.newWindow = [this, id, kind](QWebEngineNewWindowRequest& request) {
+            newWindow(frame({id, kind}), request);
+        };
+        if (kind == PageFrame::Kind::Panel) {
+            callbacks.shownChanged = [this, id](bool shown) { panelShown(id, shown); };
+            callbacks.audibleChanged = [this, id](bool audible) { panelAudible(id, audible); };
+        }
+        // Made before the agent is read: the first profile is what tells the engine's agent.
+        std::unique_ptr<QWebEngineProfile> privateProfile =
+            isPrivate ? m_profiles.makePrivate() : nullptr;
+        QWebEngineProfile* sessionProfile =
+            isPrivate ? nullptr
+                      : m_profiles.profile(target.sessionID ? std::optional(target.sessionID->uuid)
+                                                            : std::nullopt);
+        auto* made = new PageFrame(kind,
+                                   shortcut,
+                                   settings,
+                                   sessionProfile,
+                                   std::move(privateProfile),
+                                   m_profiles.engineAgent(),
+                                   std::move(callbacks));
+        m_frames[{id, kind}] = made;
+        if (m_blocker) {
+            m_blocker->apply(made->rules(), settings.blocksAds);
+        }
+        return made;
+    }
+
+    // A link that asks for a new window goes where the shortcut says.
+    void newWindow(PageFrame* from, QWebEngineNewWindowRequest& request)
+    {
+        if (!from) {
+            return;
+        }
+        switch (from->settings().newWindowLinks) {
+        case NewWindowLinks::ThisPage:
+            from->view()->load(request.requestedUrl());
+            return;
+        case NewWindowLinks::Browser:
+            if (m_host.openInBrowser) {
+                m_host.openInBrowser(request.requestedUrl().toString().toStdString());
+            }
+            return;
+        case NewWindowLinks::NewWindow:
+            break;
+        }
+        // A window of its own on the same profile, so the opener can still talk to it (sign-in
+        // pop-ups do).
+        auto* window = new QWebEngineView;
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        window->setPage(new QWebEnginePage(from->profile(), window));
+        window->resize(from->size().expandedTo(QSize(800, 600)));
+        QObject::connect(
+            window->page(), &QWebEnginePage::titleChanged, window, &QWidget::setWindowTitle);
+        QObject::connect(
+            window->page(), &QWebEnginePage::windowCloseRequested, window, &QWidget::close);
+        attachPrompts(*window);
+        if (m_blocker) {
+            auto rules = std::make_shared<PageRules>(window->page());
+            m_extraRules.push_back(rules);
+            m_blocker->apply(rules, from->settings().blocksAds);
+        }
+        request.openIn(window->page());
+        window->show();
+        m_extraWindows.emplace_back(window);
+    }
+
+    void panelShown(const ShortcutID& id, bool shown)
+    {
+        PageFrame* panel = frame({id, PageFrame::Kind::Panel});
+        if (!panel) {
+            return;
+        }
+        QWebEnginePage* page = panel->page();
+        if (shown) {
+            page->setAudioMuted(false);
+            setPlaying(id, false);
+            return;
+        }
+        if (panel->settings().keepsPlaying) {
+            setPlaying(id, page->recentlyAudible());
+            return;
+        }
+        // A closed panel that does not keep playing is silenced and its media paused, so it
+        // does not carry on unseen.
+        page->setAudioMuted(true);
+        page->runJavaScript(QStringLiteral(
+            "document.querySelectorAll('audio,video').forEach(function(m){m.pause();});"));
+    }
+
+    void panelAudible(const ShortcutID& id, bool audible)
+    {
+        PageFrame* panel = frame({id, PageFrame::Kind::Panel});
+        if (panel && !panel->isVisible() && panel->settings().keepsPlaying) {
+            setPlaying(id, audible);
+        }
+    }
+
+    void setPlaying(const ShortcutID& id, bool playing)
+    {
+        if (!m_host.playing) {
+            return;
+        }
+        if (playing) {
+            m_host.playing->insert(id);
+        } else {
+            m_host.playing->erase(id);
+        }
+    }
+
+    void watchDownloads(QWebEngineProfile& profile)
+    {
+        QObject::connect(&profile,
+                         &QWebEngineProfile::downloadRequested,
+                         &profile,
+                         [this](QWebEngineDownloadRequest* download) {
+                             QWidget* owner = nullptr;
+                             if (auto* view = QWebEngineView::forPage(download->page())) {
+                                 owner = view->window();
+                             }
+                             const bool asks = !m_host.asksWhereToSaveDownloads
+                                               || m_host.asksWhereToSaveDownloads();
+                             placeDownload(*download, owner, asks);
+                         });
+    }
+
+    bool m_firstLoadLogged = false;
+    Host m_host;
+    Profiles m_profiles;
+    kit::support::SerialQueue m_rulesQueue;
+    std::unique_ptr<kit::web::ContentBlocker> m_blocker;
+    std::map<Key, QPointer<PageFrame>> m_frames;
+    std::vector<QPointer<QWebEngineView>> m_extraWindows;
+    std::vector<std::shared_ptr<PageRules>> m_extraRules;
+    std::map<ShortcutID, std::string> m_lastVisited;
+};
+
+// WORKAROUND: the engine wants a global GL share context made before the application object
+// (Qt::AA_ShareOpenGLContexts), but that context loads the GL driver into every idle app. The
+// engine's own start-up makes the same context late when it is loaded as a plugin-less library;
+// this does it here, before the first page, just as the engine would.
+void shareGLContext()
+{
+    if (qt_gl_global_share_context()) {
+        return;
+    }
+    auto* context = new QOpenGLContext(qApp);
+    context->setFormat(QSurfaceFormat::defaultFormat());
+    context->create();
+    qt_gl_set_global_share_context(context);
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+}
+
+} // namespace
+
+} // namespace desktop::pages
+
+extern "C" __attribute__((visibility("default"))) desktop::pages::Pages*
+vantorel_make_pages(const desktop::pages::Host* host)
+{
+    desktop::pages::shareGLContext();
+    return new desktop::pages::WebEnginePages(*host);
+}

@@ -1,0 +1,537 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/manager_documents.h"
+#include "desktop/manager_outline_model.h"
+#include "desktop/manager_sessions_model.h"
+#include "desktop/manager_sidebar_model.h"
+#include "kit/library/fixtures.h"
+#include "kit/proposal/proposal_inbox.h"
+#include "kit/storage/library_store.h"
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QListWidget>
+#include <QMimeData>
+
+#include <memory>
+
+namespace desktop::testing {
+
+namespace {
+
+using namespace kit::library;
+using kit::proposal::BarDestination;
+using kit::proposal::Proposal;
+using kit::storage::LibraryStore;
+using kit::storage::SupportDirectory;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using testing_support::group;
+using testing_support::names;
+using testing_support::webLink;
+
+using Pane = ManagerSidebarModel::Pane;
+
+// A showing bar: Mail, Reading (Papers, Blogs), Tools (Inner (Deep)), News and a divider.
+class ManagerOutlineTest : public ::testing::Test
+{
+protected:
+    ManagerOutlineTest()
+        : m_store(SupportDirectory{m_dir.path(), true})
+    {
+        m_store.mutate([&](Library& library) {
+            library.add(m_mail);
+            library.add(m_reading);
+            library.add(m_tools);
+            library.add(webLink("News"));
+            library.add(Shortcut::make({}, Target::divider()));
+        });
+        m_model = std::make_unique<ManagerOutlineModel>(m_store);
+    }
+
+    std::vector<std::string> top() const { return names(m_store.library().shortcuts); }
+    std::vector<std::string> membersOf(const Shortcut& g) const
+    {
+        return names(m_store.library().members(g.id));
+    }
+    std::unique_ptr<QMimeData> dragged(const Shortcut& shortcut) const
+    {
+        return std::unique_ptr<QMimeData>(m_model->mimeData({m_model->indexOf(shortcut.id)}));
+    }
+    bool drop(const Shortcut& shortcut, int row, const QModelIndex& parent)
+    {
+        auto data = dragged(shortcut);
+        const bool allowed = m_model->canDropMimeData(data.get(), Qt::MoveAction, row, 0, parent);
+        m_model->dropMimeData(data.get(), Qt::MoveAction, row, 0, parent);
+        return allowed;
+    }
+    size_t countChanges(const std::function<void()>& action)
+    {
+        size_t changes = 0;
+        const size_t token = m_store.observe([&](unsigned what) {
+            if (what & LibraryStore::LibraryChanged) {
+                ++changes;
+            }
+        });
+        action();
+        m_store.removeObserver(token);
+        return changes;
+    }
+
+    testing_support::TempDir m_dir;
+    LibraryStore m_store;
+    Shortcut m_mail = webLink("Mail", "https://mail.example.org/");
+    Shortcut m_reading = group("Reading", {webLink("Papers"), webLink("Blogs")});
+    Shortcut m_deep = webLink("Deep");
+    Shortcut m_inner = group("Inner", {m_deep});
+    Shortcut m_tools = group("Tools", {m_inner});
+    std::unique_ptr<ManagerOutlineModel> m_model;
+};
+
+TEST_F(ManagerOutlineTest, LaysTheBarOutAsATreeOfGroupsAndMembers)
+{
+    ASSERT_EQ(m_model->rowCount(), 5);
+    const QModelIndex reading = m_model->indexOf(m_reading.id);
+    EXPECT_EQ(reading.row(), 1);
+    EXPECT_EQ(m_model->rowCount(reading), 2);
+    const QModelIndex papers = m_model->index(0, 0, reading);
+    EXPECT_EQ(papers.data().toString(), "Papers");
+    EXPECT_EQ(m_model->parent(papers), reading);
+    EXPECT_EQ(m_model->index(1, ManagerOutlineModel::DetailColumn).data().toString(),
+              "Group · 2 shortcuts");
+    EXPECT_EQ(m_model->index(0, ManagerOutlineModel::DetailColumn).data().toString(),
+              "Link · https://mail.example.org/");
+    EXPECT_EQ(m_model->index(4, 0).data().toString(), "Divider") << "an unnamed divider";
+
+    const QModelIndex inner = m_model->index(0, 0, m_model->indexOf(m_tools.id));
+    EXPECT_EQ(m_model->index(0, 0, inner).data(ManagerOutlineModel::IdRole).toString(),
+              QString::fromStdString(m_deep.id.string()));
+    EXPECT_TRUE(m_model->flags(reading) & Qt::ItemIsDropEnabled);
+    EXPECT_FALSE(m_model->flags(m_model->indexOf(m_mail.id)) & Qt::ItemIsDropEnabled);
+}
+
+TEST_F(ManagerOutlineTest, KeepsOpenGroupsOpenAcrossChangesAndForgetsRemovedOnes)
+{
+    m_model->setExpanded(m_reading.id, true);
+    m_model->setExpanded(m_tools.id, true);
+    EXPECT_EQ(m_model->visibleRows().size(), 5u + 2u + 1u);
+
+    m_store.mutate([](Library& library) { library.add(webLink("Later")); });
+    EXPECT_TRUE(m_model->expanded().contains(m_reading.id));
+    EXPECT_EQ(m_model->rowCount(), 6);
+
+    m_model->remove(m_tools.id);
+    EXPECT_FALSE(m_model->expanded().contains(m_tools.id));
+    EXPECT_TRUE(m_model->expanded().contains(m_reading.id));
+}
+
+TEST_F(ManagerOutlineTest, DropsMoveShortcutsIntoGroupsAndWithinLists)
+{
+    // Onto a group: at its end.
+    EXPECT_TRUE(drop(m_mail, -1, m_model->indexOf(m_reading.id)));
+    EXPECT_THAT(membersOf(m_reading), ElementsAre("Papers", "Blogs", "Mail"));
+    EXPECT_THAT(top(), ElementsAre("Reading", "Tools", "News", ""));
+    EXPECT_TRUE(m_model->expanded().contains(m_reading.id)) << "opened to show where it went";
+
+    // Between two members: the view counts the dragged one where it stood.
+    EXPECT_TRUE(drop(m_mail, 1, m_model->indexOf(m_reading.id)));
+    EXPECT_THAT(membersOf(m_reading), ElementsAre("Papers", "Mail", "Blogs"));
+
+    // Back out to the top level, before News.
+    EXPECT_TRUE(drop(m_mail, 2, QModelIndex()));
+    EXPECT_THAT(top(), ElementsAre("Reading", "Tools", "Mail", "News", ""));
+
+    // Down within one list lands before the row it was dropped above.
+    EXPECT_TRUE(drop(m_store.library().shortcuts[0], 4, QModelIndex()));
+    EXPECT_THAT(top(), ElementsAre("Tools", "Mail", "News", "Reading", ""));
+}
+
+TEST_F(ManagerOutlineTest, NeverDropsAGroupIntoItselfOrOntoAShortcutThatIsNoGroup)
+{
+    const Library before = m_store.library();
+    const QModelIndex tools = m_model->indexOf(m_tools.id);
+    const QModelIndex inner = m_model->index(0, 0, tools);
+    EXPECT_FALSE(drop(m_tools, -1, tools));
+    EXPECT_FALSE(drop(m_tools, 0, inner));
+    EXPECT_FALSE(drop(m_reading, -1, m_model->indexOf(m_mail.id)));
+    EXPECT_EQ(m_store.library(), before);
+
+    // A group goes into another group with everything inside it.
+    EXPECT_TRUE(drop(m_tools, 0, m_model->indexOf(m_reading.id)));
+    EXPECT_THAT(membersOf(m_reading), ElementsAre("Tools", "Papers", "Blogs"));
+    EXPECT_EQ(m_store.library().parent(m_deep.id), m_inner.id);
+}
+
+TEST_F(ManagerOutlineTest, EachChangeIsOneMutationOfTheBar)
+{
+    std::optional<ShortcutID> copy;
+    EXPECT_EQ(countChanges([&] { copy = m_model->duplicate(m_reading.id); }), 1u);
+    ASSERT_TRUE(copy);
+    EXPECT_THAT(top(), ElementsAre("Mail", "Reading", "Reading copy", "Tools", "News", ""));
+    EXPECT_NE(m_store.library().members(*copy)[0].id, m_reading.target.members()[0].id);
+
+    EXPECT_EQ(countChanges([&] { EXPECT_TRUE(m_model->moveBy(m_mail.id, +1)); }), 1u);
+    EXPECT_THAT(top(), ElementsAre("Reading", "Mail", "Reading copy", "Tools", "News", ""));
+    EXPECT_EQ(countChanges([&] { EXPECT_FALSE(m_model->moveBy(m_reading.id, -1)); }), 0u)
+        << "nothing moves past the top";
+
+    const ShortcutID blogs = m_reading.target.members()[1].id;
+    EXPECT_TRUE(m_model->moveBy(blogs, -1));
+    EXPECT_THAT(membersOf(m_reading), ElementsAre("Blogs", "Papers"));
+    EXPECT_FALSE(m_model->moveBy(blogs, -1)) << "a member stays in its group";
+
+    EXPECT_EQ(
+        countChanges([&] { EXPECT_TRUE(m_model->setData(m_model->indexOf(m_mail.id), " Post ")); }),
+        1u);
+    EXPECT_EQ(m_store.library().shortcut(m_mail.id)->name, "Post");
+}
+
+TEST_F(ManagerOutlineTest, RemovingAGroupSaysHowManyGoWithIt)
+{
+    EXPECT_EQ(m_model->removalQuestion(m_tools.id), "Remove “Tools” and the 2 shortcuts in it?");
+    EXPECT_EQ(m_model->removalQuestion(m_mail.id), std::nullopt);
+    m_model->remove(m_tools.id);
+    EXPECT_EQ(m_store.library().shortcut(m_deep.id), nullptr);
+    EXPECT_EQ(m_model->rowCount(), 4);
+}
+
+TEST_F(ManagerOutlineTest, WarnsOfRoomFromNineIconsInTheMenuBar)
+{
+    // Five shown so far; members never stand in the menu bar.
+    EXPECT_EQ(m_model->roomNote(), std::nullopt);
+    m_store.mutate([](Library& library) {
+        for (int i = 0; i < 3; ++i) {
+            library.add(webLink("More"));
+        }
+        Shortcut hidden = webLink("Hidden");
+        hidden.isInMenuBar = false;
+        library.add(hidden);
+    });
+    EXPECT_EQ(m_model->roomNote(), std::nullopt);
+    m_store.mutate([](Library& library) { library.add(webLink("Ninth")); });
+    EXPECT_EQ(m_model->roomNote(), "The menu bar may not have room for all of these.");
+}
+
+TEST_F(ManagerOutlineTest, WorksOnABarThatIsNotShowing)
+{
+    const BarID home = *m_store.addBar("Home");
+    m_store.mutate(home, [](Library& library) { library.add(webLink("Recipes")); });
+    m_model->setBar(home);
+    EXPECT_FALSE(m_model->isShowingBar());
+    ASSERT_EQ(m_model->rowCount(), 1);
+
+    m_store.mutate(home, [](Library& library) { library.add(group("Kitchen", {})); });
+    const auto kitchen = m_store.library(home)->shortcuts[1];
+    ASSERT_TRUE(drop(m_store.library(home)->shortcuts[0], -1, m_model->indexOf(kitchen.id)));
+    EXPECT_THAT(names(m_store.library(home)->members(kitchen.id)), ElementsAre("Recipes"));
+    EXPECT_EQ(m_store.library().shortcuts.size(), 5u) << "the showing bar is untouched";
+
+    // Moving to another bar takes the shortcut off this one.
+    m_model->setBar(m_store.activeBarID());
+    EXPECT_TRUE(m_model->moveToBar(m_reading.id, home));
+    EXPECT_EQ(m_store.library().shortcut(m_reading.id), nullptr);
+    EXPECT_NE(m_store.library(home)->shortcut(m_reading.id), nullptr);
+    EXPECT_FALSE(m_model->moveToBar(m_mail.id, m_store.activeBarID()));
+}
+
+TEST(ManagerOutlineUnreadable, ShowsTheStoresMessageAndLeavesTheFileAlone)
+{
+    testing_support::TempDir dir;
+    const auto file = dir.path() / "library.json";
+    testing_support::writeFile(file, "{ not json");
+    LibraryStore store(SupportDirectory{dir.path(), true});
+    ManagerOutlineModel model(store);
+    EXPECT_FALSE(model.isReadable());
+    EXPECT_FALSE(model.unreadableMessage().empty());
+    EXPECT_EQ(model.rowCount(), 0);
+    EXPECT_FALSE(model.flags(QModelIndex()) & Qt::ItemIsDropEnabled);
+    store.flush();
+    EXPECT_EQ(testing_support::readFile(file), "{ not json");
+}
+
+// Two bars, Work showing and Home, with the inbox the sidebar counts.
+class ManagerSidebarTest : public ::testing::Test
+{
+protected:
+    ManagerSidebarTest()
+        : m_store(SupportDirectory{m_dir.path(), true})
+    {
+        m_store.renameBar(m_store.activeBarID(), "Work");
+        m_home = *m_store.addBar("Home");
+    }
+
+    std::vector<std::string> barNames() const
+    {
+        std::vector<std::string> result;
+        for (const auto& bar : m_store.bars()) {
+            result.push_back(bar.name);
+        }
+        return result;
+    }
+
+    testing_support::TempDir m_dir;
+    LibraryStore m_store;
+    kit::proposal::ProposalInbox m_inbox;
+    BarID m_home;
+    ManagerSidebarModel m_model{m_store, &m_inbox};
+};
+
+TEST_F(ManagerSidebarTest, ListsTheBarsThenThePanes)
+{
+    ASSERT_EQ(m_model.rowCount(), 6);
+    EXPECT_EQ(m_model.index(0).data().toString(), "Work");
+    EXPECT_TRUE(m_model.index(0).data(ManagerSidebarModel::ShowingRole).toBool());
+    EXPECT_FALSE(m_model.index(1).data(ManagerSidebarModel::ShowingRole).toBool());
+    EXPECT_EQ(m_model.paneAt(1), Pane::Bar);
+    EXPECT_EQ(m_model.paneAt(2), Pane::Sessions);
+    EXPECT_TRUE(m_model.index(2).data(ManagerSidebarModel::FirstPaneRole).toBool());
+    EXPECT_EQ(m_model.rowOf(Pane::About), 5);
+    EXPECT_EQ(m_model.barAt(2), std::nullopt);
+    EXPECT_TRUE(m_model.flags(m_model.index(1)) & Qt::ItemIsEditable);
+    EXPECT_FALSE(m_model.flags(m_model.index(3)) & Qt::ItemIsEditable);
+
+    m_store.activate(m_home);
+    EXPECT_TRUE(m_model.index(1).data(ManagerSidebarModel::ShowingRole).toBool());
+}
+
+TEST_F(ManagerSidebarTest, KeepsTheLastBarAndSaysWhy)
+{
+    EXPECT_EQ(m_model.removeBar(m_home), std::nullopt);
+    EXPECT_THAT(barNames(), ElementsAre("Work"));
+    EXPECT_EQ(m_model.removeBar(m_store.activeBarID()),
+              std::string("The last bar stays; there would be nowhere to put a shortcut."));
+    EXPECT_THAT(barNames(), ElementsAre("Work"));
+}
+
+TEST_F(ManagerSidebarTest, AddsRenamesAndReordersBars)
+{
+    m_model.addBar();
+    m_model.addBar();
+    EXPECT_THAT(barNames(), ElementsAre("Work", "Home", "New Bar", "New Bar 2"));
+
+    EXPECT_TRUE(m_model.setData(m_model.index(2), " Weekend "));
+    EXPECT_FALSE(m_model.setData(m_model.index(2), "  ")) << "a bar keeps a name";
+    EXPECT_FALSE(m_model.setData(m_model.index(4), "Sessions?"));
+    EXPECT_THAT(barNames(), ElementsAre("Work", "Home", "Weekend", "New Bar 2"));
+
+    EXPECT_TRUE(m_model.moveBar(m_home, +1));
+    EXPECT_THAT(barNames(), ElementsAre("Work", "Weekend", "Home", "New Bar 2"));
+    EXPECT_TRUE(m_model.moveBar(m_home, -1));
+    EXPECT_FALSE(m_model.moveBar(m_store.activeBarID(), -1));
+
+    // A drag of Work to the end, then a drop among the panes, which is refused.
+    std::unique_ptr<QMimeData> work(m_model.mimeData({m_model.index(0)}));
+    EXPECT_TRUE(m_model.canDropMimeData(work.get(), Qt::MoveAction, 4, 0, {}));
+    m_model.dropMimeData(work.get(), Qt::MoveAction, 4, 0, {});
+    EXPECT_THAT(barNames(), ElementsAre("Home", "Weekend", "New Bar 2", "Work"));
+    EXPECT_FALSE(m_model.canDropMimeData(work.get(), Qt::MoveAction, 6, 0, {}));
+    EXPECT_FALSE(m_model.canDropMimeData(work.get(), Qt::MoveAction, -1, 0, m_model.index(1)));
+}
+
+// Sessions Work (used by two links) and Home (by none), with a fake engine answering counts.
+class ManagerSessionsTest : public ::testing::Test
+{
+protected:
+    ManagerSessionsTest()
+        : m_store(SupportDirectory{m_dir.path(), true})
+    {
+        m_work = *m_store.addSession("Work");
+        m_home = *m_store.addSession("Home");
+        m_store.mutate([&](Library& library) {
+            for (const char* name : {"Mail", "Calendar"}) {
+                Shortcut link = webLink(name);
+                link.target.urlTarget()->sessionID = m_work;
+                library.add(link);
+            }
+        });
+    }
+
+    SessionData engine()
+    {
+        SessionData data;
+        data.siteCount = [this](const SessionID& id, std::function<void(int)> done) {
+            m_pending.emplace_back(id, std::move(done));
+        };
+        data.clear = [this](const SessionID& id, std::function<void()> done) {
+            m_cleared.push_back(id);
+            done();
+        };
+        data.remove = [this](const SessionID& id) { m_removed.push_back(id); };
+        return data;
+    }
+
+    testing_support::TempDir m_dir;
+    LibraryStore m_store;
+    SessionID m_work;
+    SessionID m_home;
+    std::vector<std::pair<SessionID, std::function<void(int)>>> m_pending;
+    std::vector<SessionID> m_cleared;
+    std::vector<SessionID> m_removed;
+};
+
+TEST_F(ManagerSessionsTest, ShowsColoursLinksAndSitesWhenTheEngineCanCount)
+{
+    ManagerSessionsModel model(m_store, engine());
+    EXPECT_TRUE(m_pending.empty()) << "nothing counted before anyone looks";
+    model.startCounting();
+    ASSERT_EQ(model.rowCount(), 2);
+    const QModelIndex work = model.index(0);
+    EXPECT_EQ(work.data().toString(), "Work");
+    EXPECT_EQ(work.data(ManagerSessionsModel::ColourRole).toInt(),
+              Session::colourIndex(m_store.sessions()[0]));
+    EXPECT_NE(work.data(ManagerSessionsModel::ColourRole),
+              model.index(1).data(ManagerSessionsModel::ColourRole))
+        << "colours are spread";
+    EXPECT_EQ(work.data(ManagerSessionsModel::DetailRole).toString(), "2 links");
+
+    ASSERT_FALSE(m_pending.empty());
+    for (auto& [id, done] : m_pending) {
+        done(id == m_work ? 12 : 1);
+    }
+    EXPECT_EQ(model.index(0).data(ManagerSessionsModel::DetailRole).toString(),
+              "2 links · 12 sites");
+    EXPECT_EQ(model.index(1).data(ManagerSessionsModel::DetailRole).toString(), "0 links · 1 site");
+
+    // Without an engine there is no count at all, and nothing to clear.
+    ManagerSessionsModel bare(m_store, {});
+    EXPECT_EQ(bare.index(0).data(ManagerSessionsModel::DetailRole).toString(), "2 links");
+    EXPECT_FALSE(bare.canClearData());
+}
+
+TEST_F(ManagerSessionsTest, RemovingSaysHowManyLinksGoBackToTheDefault)
+{
+    ManagerSessionsModel model(m_store, engine());
+    EXPECT_THAT(model.removalQuestion(m_work),
+                HasSubstr("Its 2 links go back to the default account."));
+    EXPECT_THAT(model.removalQuestion(m_home), ::testing::Not(HasSubstr("links")));
+    m_store.mutate(
+        [&](Library& library) { library.shortcuts[1].target.urlTarget()->sessionID = m_home; });
+    EXPECT_THAT(model.removalQuestion(m_home), HasSubstr("Its 1 link goes back"));
+
+    model.remove(m_work);
+    EXPECT_THAT(m_removed, ElementsAre(m_work));
+    EXPECT_EQ(model.rowCount(), 1);
+    EXPECT_EQ(m_store.library().shortcuts[0].target.urlTarget()->sessionID, std::nullopt);
+    EXPECT_EQ(m_store.library().shortcuts[1].target.urlTarget()->sessionID, m_home);
+}
+
+TEST_F(ManagerSessionsTest, RenamesAndClearsThroughTheStoreAndTheEngine)
+{
+    ManagerSessionsModel model(m_store, engine());
+    model.startCounting();
+    EXPECT_TRUE(model.setData(model.index(1), "Family"));
+    EXPECT_FALSE(model.setData(model.index(1), ""));
+    EXPECT_EQ(m_store.sessions()[1].name, "Family");
+
+    const size_t asked = m_pending.size();
+    model.clearData(m_home);
+    EXPECT_THAT(m_cleared, ElementsAre(m_home));
+    EXPECT_GT(m_pending.size(), asked) << "counted again once cleared";
+    EXPECT_EQ(model.addSession().has_value(), true);
+    EXPECT_EQ(m_store.sessions().back().name, "New Session");
+}
+
+// A bar with a folder, a link that remembers a page, and a group holding another such link.
+class ManagerDocumentsTest : public ::testing::Test
+{
+protected:
+    ManagerDocumentsTest()
+        : m_store(SupportDirectory{m_dir.path(), true})
+    {
+        m_store.renameBar(m_store.activeBarID(), "Work/Play");
+        m_session = *m_store.addSession("Work");
+        m_store.addSession("Unused");
+        Shortcut link = webLink("Mail");
+        link.target.urlTarget()->lastVisitedURL = "https://mail.example.org/inbox/42";
+        link.target.urlTarget()->sessionID = m_session;
+        Shortcut nested = webLink("Papers");
+        nested.target.urlTarget()->lastVisitedURL = "https://papers.example.org/read/7";
+        m_store.mutate([&](Library& library) {
+            library.add(testing_support::fileShortcut("Projects", "/home/me/projects"));
+            library.add(link);
+            library.add(group("Reading", {nested}));
+        });
+        m_home = *m_store.addBar("Home");
+        m_store.mutate(m_home, [](Library& library) { library.add(webLink("Recipes")); });
+    }
+
+    testing_support::TempDir m_dir;
+    LibraryStore m_store;
+    SessionID m_session;
+    BarID m_home;
+};
+
+TEST_F(ManagerDocumentsTest, ExportsBarsAsNewBarsWithTheSessionsTheirLinksUse)
+{
+    auto made = ManagerDocuments::make(m_store, {{m_home, m_store.activeBarID()}, {}, false});
+    ASSERT_TRUE(made.document) << made.failure;
+    const Proposal& document = *made.document;
+    ASSERT_EQ(document.bars.size(), 2u);
+    EXPECT_EQ(document.bars[0].destination, BarDestination::newBar("Work/Play")) << "bar order";
+    EXPECT_EQ(document.bars[1].destination, BarDestination::newBar("Home"));
+    ASSERT_EQ(document.bars[0].shortcuts.size(), 3u);
+    EXPECT_TRUE(document.bars[0].shortcuts[0].target.bookmark.has_value());
+    ASSERT_EQ(document.sessions.size(), 1u);
+    EXPECT_EQ(document.sessions[0].name, "Work");
+    EXPECT_EQ(document.source, std::string(ManagerDocuments::kSource));
+    EXPECT_EQ(ManagerDocuments::fileName(m_store, {{m_home, m_store.activeBarID()}, {}, false}),
+              "Bars.vantorel");
+    EXPECT_EQ(ManagerDocuments::fileName(m_store, {{m_store.activeBarID()}, {}, false}),
+              "Work-Play.vantorel");
+}
+
+TEST_F(ManagerDocumentsTest, APortableExportLeavesOutAccessAndRememberedPagesAtAnyDepth)
+{
+    auto made = ManagerDocuments::make(m_store, {{m_store.activeBarID()}, {}, true});
+    ASSERT_TRUE(made.document);
+    const auto& shortcuts = made.document->bars[0].shortcuts;
+    EXPECT_EQ(shortcuts[0].target.path, "/home/me/projects");
+    EXPECT_FALSE(shortcuts[0].target.bookmark.has_value());
+    EXPECT_EQ(shortcuts[1].target.url.lastVisitedURL, std::nullopt);
+    ASSERT_EQ(shortcuts[2].target.members.size(), 1u);
+    EXPECT_EQ(shortcuts[2].target.members[0].target.url.lastVisitedURL, std::nullopt);
+
+    // What is written reads back the same.
+    const auto file = m_dir.path() / "out" / "Work.vantorel";
+    std::filesystem::create_directories(file.parent_path());
+    EXPECT_EQ(ManagerDocuments::write(file, *made.document), std::nullopt);
+    EXPECT_EQ(Proposal::decode(testing_support::readFile(file)), *made.document);
+}
+
+TEST_F(ManagerDocumentsTest, ExportsOneShortcutToBeAddedToTheShowingBar)
+{
+    const Shortcut mail = m_store.library().shortcuts[1];
+    ExportChoice choice{{m_store.activeBarID()}, mail.id, true};
+    auto made = ManagerDocuments::make(m_store, choice);
+    ASSERT_TRUE(made.document);
+    ASSERT_EQ(made.document->bars.size(), 1u);
+    EXPECT_EQ(made.document->bars[0].destination, BarDestination::active());
+    ASSERT_EQ(made.document->bars[0].shortcuts.size(), 1u);
+    EXPECT_EQ(made.document->bars[0].shortcuts[0].id, mail.id);
+    EXPECT_EQ(made.document->title, std::string("Mail"));
+    EXPECT_EQ(ManagerDocuments::fileName(m_store, choice), "Mail.vantorel");
+
+    m_store.mutate([&](Library& library) { library.remove(mail.id); });
+    EXPECT_EQ(ManagerDocuments::make(m_store, choice).failure,
+              "The shortcut is no longer there to export.");
+    EXPECT_EQ(ManagerDocuments::make(m_store, {}).failure, "Choose at least one bar to export.");
+}
+
+TEST_F(ManagerDocumentsTest, TheDialogHandsOnTheCheckedBarsAndThePortableChoice)
+{
+    ManagerExportDialog dialog(m_store, {{m_home}, {}, false});
+    EXPECT_EQ(dialog.choice().bars, std::vector<BarID>{m_home});
+    EXPECT_FALSE(dialog.choice().portable);
+    EXPECT_THAT(dialog.portableBox()->text().toStdString(),
+                HasSubstr("leave out the access to files and folders"));
+    dialog.barList()->item(0)->setCheckState(Qt::Checked);
+    dialog.portableBox()->setChecked(true);
+    EXPECT_EQ(dialog.choice().bars, (std::vector<BarID>{m_store.activeBarID(), m_home}));
+    EXPECT_TRUE(dialog.choice().portable);
+}
+
+} // namespace
+
+} // namespace desktop::testing

@@ -1,0 +1,491 @@
+// SPDX-License-Identifier: MIT
+// Real pages in the real web engine, served from a local HTTP server: sessions keep their
+// cookies apart, blocking stops what the rules name, and how fast and large a first panel is.
+// Exits with 77 (skipped) when the engine or its module is not there.
+#include "desktop/pages/pages_loader.h"
+#include "desktop/pages/profile_stores.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QDialog>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+#include <QWidget>
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace desktop::pages {
+namespace {
+
+using kit::library::ResolvedBrowsing;
+using kit::library::SessionID;
+using kit::library::Shortcut;
+using kit::library::ShortcutID;
+using kit::library::Target;
+using kit::library::URLTarget;
+
+// The main queue over Qt's event loop, without the rest of the desktop layer.
+class EventLoopQueue final : public kit::support::MainQueue
+{
+public:
+    void post(std::function<void()> task) override { postAfter({}, std::move(task)); }
+    void postAfter(std::chrono::milliseconds delay, std::function<void()> task) override
+    {
+        QTimer::singleShot(delay, &m_context, std::move(task));
+    }
+
+private:
+    QObject m_context;
+};
+
+// One request the server saw.
+struct Seen
+{
+    std::string host;
+    std::string path;
+    std::string cookie;
+    std::string authorization;
+    std::string agent;
+};
+
+// A tiny HTTP/1.0 server on 127.0.0.1 that records every request; each host name of *.test
+// reaches it through the engine's resolver rules.
+class PageServer
+{
+public:
+    PageServer()
+    {
+        m_server.listen(QHostAddress::LocalHost, 0);
+        QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this] {
+            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+                QObject::connect(
+                    socket, &QTcpSocket::readyRead, socket, [this, socket] { answer(socket); });
+                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            }
+        });
+    }
+
+    quint16 port() const { return m_server.serverPort(); }
+    std::string url(const std::string& host, const std::string& path) const
+    {
+        return "http://" + host + ":" + std::to_string(port()) + path;
+    }
+    std::vector<Seen> seen(const std::string& path) const
+    {
+        std::vector<Seen> found;
+        for (const auto& request : m_seen) {
+            if (request.path == path) {
+                found.push_back(request);
+            }
+        }
+        return found;
+    }
+
+private:
+    void answer(QTcpSocket* socket)
+    {
+        auto& buffer = m_buffers[socket];
+        buffer += socket->readAll().toStdString();
+        if (buffer.find("\r\n\r\n") == std::string::npos) {
+            return;
+        }
+        std::istringstream lines(buffer);
+        std::string method;
+        Seen request;
+        lines >> method >> request.path;
+        std::string line;
+        while (std::getline(lines, line) && line != "\r") {
+            const auto colon = line.find(':');
+            if (colon == std::string::npos) {
+                continue;
+            }
+            std::string name = line.substr(0, colon);
+            std::string value = line.substr(colon + 1);
+            value.erase(0, value.find_first_not_of(' '));
+            if (!value.empty() && value.back() == '\r') {
+                value.pop_back();
+            }
+            for (auto& c : name) {
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            }
+            if (name == "host") {
+                request.host = value.substr(0, value.find(':'));
+            } else if (name == "cookie") {
+                request.cookie = value;
+            } else if (name == "user-agent") {
+                request.agent = value;
+            } else if (name == "authorization") {
+                request.authorization = value;
+            }
+        }
+        m_buffers.erase(socket);
+        m_seen.push_back(request);
+
+        std::string headers = "Content-Type: text/html\r\n";
+        std::string body = "<!doctype html><title>" + request.path + "</title><p>" + request.path;
+        if (request.path == "/set") {
+            headers += "Set-Cookie: who=first; Path=/; Max-Age=3600\r\n";
+        } else if (request.path == "/blocking") {
+            body += "<img src='/ads/banner.png'><img src='/pictures/allowed.png'>";
+        } else if (request.path != "/check" && request.path != "/panel"
+                   && request.path != "/private" && request.path != "/agent") {
+            headers = "Content-Type: image/png\r\n";
+            body.clear();
+        }
+        std::string status = "200 OK";
+        if (request.path == "/private" && request.authorization.empty()) {
+            status = "401 Unauthorized";
+            headers += "WWW-Authenticate: Basic realm=\"Staff\"\r\n";
+        }
+        const std::string reply = "HTTP/1.0 " + status + "\r\n" + headers
+                                  + "Content-Length: " + std::to_string(body.size())
+                                  + "\r\nConnection: close\r\n\r\n" + body;
+        socket->write(reply.data(), static_cast<qint64>(reply.size()));
+        socket->disconnectFromHost();
+    }
+
+    QTcpServer m_server;
+    std::map<QTcpSocket*, std::string> m_buffers;
+    std::vector<Seen> m_seen;
+};
+
+bool waitFor(const std::function<bool()>& done, int timeoutMs = 20000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done()) {
+        if (timer.elapsed() > timeoutMs) {
+            return false;
+        }
+        QEventLoop loop;
+        QTimer::singleShot(20, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return true;
+}
+
+// Resident memory of this process and every process below it, in kB.
+long treeResidentKB()
+{
+    std::map<long, long> parents;
+    std::map<long, long> resident;
+    if (DIR* proc = ::opendir("/proc")) {
+        while (dirent* entry = ::readdir(proc)) {
+            const long pid = std::atol(entry->d_name);
+            if (pid <= 0) {
+                continue;
+            }
+            std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+            std::string key;
+            long value = 0;
+            std::string line;
+            while (std::getline(status, line)) {
+                std::istringstream fields(line);
+                fields >> key >> value;
+                if (key == "PPid:") {
+                    parents[pid] = value;
+                } else if (key == "VmRSS:") {
+                    resident[pid] = value;
+                }
+            }
+        }
+        ::closedir(proc);
+    }
+    long total = 0;
+    for (const auto& [pid, kb] : resident) {
+        for (long up = pid; up > 1; up = parents.count(up) ? parents[up] : 0) {
+            if (up == ::getpid()) {
+                total += kb;
+                break;
+            }
+        }
+    }
+    return total;
+}
+
+// The engine loads once per process, so every test shares one module and one server.
+struct Engine
+{
+    testing_support::TempDir folder;
+    EventLoopQueue queue;
+    PageServer server;
+    kit::menubar::PlayingPages playing;
+    std::unique_ptr<kit::web::ContentRuleListStore> rules;
+    std::unique_ptr<PagesLoader> loader;
+    std::unique_ptr<ProfileStores> stores;
+    std::map<ShortcutID, int> loads;
+    qint64 moduleMs = 0;
+
+    Engine()
+    {
+        const auto bundle = folder.path() / "share";
+        std::filesystem::create_directories(bundle / "AdBlock");
+        std::ofstream(bundle / "AdBlock" / "adblock-rules.json")
+            << R"([{"trigger":{"url-filter":"/ads/"},"action":{"type":"block"}}])";
+        rules = makeRuleListStore(folder.path() / "ContentRules");
+
+        Host host;
+        host.mainQueue = &queue;
+        host.playing = &playing;
+        host.ruleLists = rules.get();
+        host.rulesRoot = bundle;
+        host.storageRoot = folder.path() / "profiles";
+        host.cacheRoot = folder.path() / "cache";
+        host.asksWhereToSaveDownloads = [] { return false; };
+        host.loaded = [this](const ShortcutID& id, bool) { ++loads[id]; };
+        loader = std::make_unique<PagesLoader>(
+            host, std::vector<std::filesystem::path>{VANTOREL_PAGES_MODULE_PATH});
+        stores = std::make_unique<ProfileStores>(*loader,
+                                                 queue,
+                                                 ProfileRoots{host.storageRoot, host.cacheRoot},
+                                                 makeRuleListStore(folder.path() / "unused"));
+    }
+
+    Pages& pages()
+    {
+        if (!loader->loaded()) {
+            QElapsedTimer timer;
+            timer.start();
+            loader->load();
+            moduleMs = timer.elapsed();
+        }
+        return *loader->loaded();
+    }
+
+    Shortcut shortcut(const std::string& address, std::optional<SessionID> session)
+    {
+        URLTarget target;
+        target.url = address;
+        target.sessionID = session;
+        return Shortcut::make("Page", Target::url(target));
+    }
+
+    ResolvedBrowsing settings(const Shortcut& shortcut, bool blocksAds = false)
+    {
+        auto resolved = ResolvedBrowsing::resolve(*shortcut.target.urlTarget(), {});
+        resolved.blocksAds = blocksAds;
+        return resolved;
+    }
+
+    bool loadInWindow(const Shortcut& shortcut, const ResolvedBrowsing& resolved)
+    {
+        const int before = loads[shortcut.id];
+        pages().showWindow(shortcut, resolved);
+        return waitFor([&] { return loads[shortcut.id] > before; });
+    }
+};
+
+Engine* gEngine = nullptr;
+
+class PagesEndToEnd : public ::testing::Test
+{
+protected:
+    Engine& engine = *gEngine;
+};
+
+TEST_F(PagesEndToEnd, SessionsKeepTheirCookiesApart)
+{
+    const auto first = SessionID::make();
+    const auto second = SessionID::make();
+    auto& server = engine.server;
+
+    auto setter = engine.shortcut(server.url("shop.test", "/set"), first);
+    ASSERT_TRUE(engine.loadInWindow(setter, engine.settings(setter)));
+    auto other = engine.shortcut(server.url("shop.test", "/check"), second);
+    ASSERT_TRUE(engine.loadInWindow(other, engine.settings(other)));
+    auto same = engine.shortcut(server.url("shop.test", "/check"), first);
+    ASSERT_TRUE(engine.loadInWindow(same, engine.settings(same)));
+    auto shared = engine.shortcut(server.url("shop.test", "/check"), std::nullopt);
+    ASSERT_TRUE(engine.loadInWindow(shared, engine.settings(shared)));
+
+    const auto checks = server.seen("/check");
+    ASSERT_EQ(checks.size(), 3u);
+    EXPECT_EQ(checks[0].cookie, "") << "another session saw the first session's cookie";
+    EXPECT_EQ(checks[1].cookie, "who=first") << "the session lost its own cookie";
+    EXPECT_EQ(checks[2].cookie, "") << "the shared profile saw a session's cookie";
+
+    // The core counts sites per session and lists stores from the folders.
+    std::optional<int> counted;
+    engine.stores->fetchDataRecordCount(engine.stores->dataStore(first.uuid),
+                                        [&](int count) { counted = count; });
+    ASSERT_TRUE(waitFor([&] { return counted.has_value(); }));
+    EXPECT_EQ(*counted, 1);
+    counted.reset();
+    engine.stores->fetchDataRecordCount(engine.stores->dataStore(second.uuid),
+                                        [&](int count) { counted = count; });
+    ASSERT_TRUE(waitFor([&] { return counted.has_value(); }));
+    EXPECT_EQ(*counted, 0);
+
+    std::optional<std::vector<kit::support::Uuid>> listed;
+    engine.stores->fetchDataStoreIdentifiers([&](auto ids) { listed = ids; });
+    ASSERT_TRUE(waitFor([&] { return listed.has_value(); }));
+    const std::set<kit::support::Uuid> ids(listed->begin(), listed->end());
+    EXPECT_TRUE(ids.count(first.uuid));
+    EXPECT_TRUE(ids.count(second.uuid));
+
+    // Removing a session closes its pages and takes its folder; the other session keeps its own.
+    std::optional<std::optional<std::string>> removed;
+    engine.stores->removeDataStore(first.uuid, [&](auto error) { removed = error; });
+    ASSERT_TRUE(waitFor([&] { return removed.has_value(); }));
+    EXPECT_EQ(*removed, std::nullopt);
+    EXPECT_EQ(engine.pages().window(setter.id), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(engine.folder.path() / "profiles" / first.string()));
+    EXPECT_NE(engine.pages().window(other.id), nullptr);
+}
+
+TEST_F(PagesEndToEnd, BlockingStopsWhatTheRulesNameAndLetsTheRestThrough)
+{
+    auto& server = engine.server;
+    engine.pages();
+    // The rules compile in the background when the engine loads; a page opened before then
+    // would load unblocked until they are ready.
+    ASSERT_TRUE(waitFor([&] { return !engine.rules->identifiers().empty(); }))
+        << "the rules never compiled";
+    waitFor([] { return false; }, 300);
+
+    auto blocked = engine.shortcut(server.url("news.test", "/blocking"), std::nullopt);
+    ASSERT_TRUE(engine.loadInWindow(blocked, engine.settings(blocked, true)));
+    waitFor([&] { return !server.seen("/pictures/allowed.png").empty(); }, 5000);
+    EXPECT_EQ(server.seen("/pictures/allowed.png").size(), 1u);
+    EXPECT_TRUE(server.seen("/ads/banner.png").empty()) << "a blocked resource was requested";
+
+    auto open = engine.shortcut(server.url("news.test", "/blocking"), std::nullopt);
+    ASSERT_TRUE(engine.loadInWindow(open, engine.settings(open, false)));
+    EXPECT_TRUE(waitFor([&] { return !server.seen("/ads/banner.png").empty(); }, 5000))
+        << "a page that does not block still had the resource blocked";
+}
+
+TEST_F(PagesEndToEnd, APhoneAgentIsTheEnginesOwnOnAPhone)
+{
+    auto page = engine.shortcut(engine.server.url("mobile.test", "/agent"), std::nullopt);
+    auto settings = engine.settings(page);
+    settings.userAgent = kit::library::BrowserAgent::IphoneSafari;
+    ASSERT_TRUE(engine.loadInWindow(page, settings));
+    const auto seen = engine.server.seen("/agent");
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_NE(seen[0].agent.find("Android"), std::string::npos) << seen[0].agent;
+    EXPECT_NE(seen[0].agent.find(" Mobile Safari/"), std::string::npos) << seen[0].agent;
+    EXPECT_NE(seen[0].agent.find(" Chrome/"), std::string::npos) << seen[0].agent;
+    EXPECT_EQ(seen[0].agent.find("QtWebEngine"), std::string::npos) << seen[0].agent;
+}
+
+TEST_F(PagesEndToEnd, SignInIsAskedForInThePagesWindowAndSendsWhatWasTyped)
+{
+    auto& server = engine.server;
+    QString question;
+    QWidget* asker = nullptr;
+    QTimer answer;
+    QObject::connect(&answer, &QTimer::timeout, [&] {
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            auto* dialog = qobject_cast<QDialog*>(window);
+            if (!dialog || !dialog->isVisible() || dialog->windowTitle() != "Sign in") {
+                continue;
+            }
+            for (auto* label : dialog->findChildren<QLabel*>()) {
+                question += label->text();
+            }
+            asker = dialog->parentWidget();
+            const auto fields = dialog->findChildren<QLineEdit*>();
+            ASSERT_EQ(fields.size(), 2);
+            fields[0]->setText("ann");
+            fields[1]->setText("secret");
+            dialog->accept();
+        }
+    });
+    answer.start(50);
+
+    auto page = engine.shortcut(server.url("intranet.test", "/private"), std::nullopt);
+    ASSERT_TRUE(engine.loadInWindow(page, engine.settings(page)));
+    EXPECT_TRUE(question.contains("intranet.test")) << question.toStdString();
+    EXPECT_TRUE(question.contains("Staff")) << question.toStdString();
+    EXPECT_EQ(asker, engine.pages().window(page.id)) << "the question was not in the page's window";
+    const auto seen = server.seen("/private");
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen.back().authorization,
+              "Basic " + QByteArray("ann:secret").toBase64().toStdString());
+}
+
+TEST_F(PagesEndToEnd, FirstPanelFigures)
+{
+    const long before = treeResidentKB();
+    auto panel = engine.shortcut(engine.server.url("panel.test", "/panel"), std::nullopt);
+    QElapsedTimer timer;
+    timer.start();
+    engine.pages().showPanel(panel, engine.settings(panel), QRect(600, 0, 24, 24));
+    ASSERT_TRUE(waitFor([&] { return engine.loads[panel.id] > 0; }));
+    const qint64 shown = timer.elapsed();
+    QWidget* widget = engine.pages().panel(panel.id);
+    ASSERT_NE(widget, nullptr);
+    EXPECT_TRUE(widget->isVisible());
+    EXPECT_EQ(widget->size(), QSize(400, 600));
+    std::printf("figure: panel click to loaded page %lld ms (engine already loaded: %s)\n",
+                static_cast<long long>(shown),
+                engine.moduleMs ? "yes" : "no");
+    std::printf(
+        "figure: memory with pages open, process tree %.1f MB (before this panel %.1f MB)\n",
+        treeResidentKB() / 1024.0,
+        before / 1024.0);
+    EXPECT_LT(shown, 1000);
+
+    // A second opening of a panel that is showing closes it; the page stays for the next time.
+    engine.pages().showPanel(panel, engine.settings(panel), QRect(600, 0, 24, 24));
+    EXPECT_FALSE(widget->isVisible());
+    EXPECT_EQ(engine.pages().panel(panel.id), widget);
+}
+
+} // namespace
+} // namespace desktop::pages
+
+int main(int argc, char** argv)
+{
+    if (!std::filesystem::exists(VANTOREL_PAGES_MODULE_PATH)) {
+        std::fprintf(stderr, "skipped: the pages module was not built\n");
+        return 77;
+    }
+    testing_support::TempDir home;
+    for (const char* name : {"XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_CONFIG_HOME"}) {
+        ::setenv(name, home.path().c_str(), 1);
+    }
+    ::setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    std::string flags = "--disable-gpu --host-resolver-rules=\"MAP *.test 127.0.0.1\"";
+    if (const char* more = std::getenv("QTWEBENGINE_CHROMIUM_FLAGS")) {
+        flags += std::string(" ") + more;
+    }
+    ::setenv("QTWEBENGINE_CHROMIUM_FLAGS", flags.c_str(), 1);
+    // No Qt::AA_ShareOpenGLContexts: the module makes the shared context itself, as in the app.
+    QApplication::setApplicationName(QStringLiteral("VantorelPagesTest"));
+    QApplication app(argc, argv);
+    testing::InitGoogleTest(&argc, argv);
+
+    desktop::pages::Engine engine;
+    desktop::pages::gEngine = &engine;
+    QElapsedTimer timer;
+    timer.start();
+    if (!engine.loader->load()) {
+        std::fprintf(stderr, "skipped: %s\n", engine.loader->error().c_str());
+        return 77;
+    }
+    engine.moduleMs = timer.elapsed();
+    std::printf("figure: web engine module loaded and started in %lld ms\n",
+                static_cast<long long>(engine.moduleMs));
+    return RUN_ALL_TESTS();
+}

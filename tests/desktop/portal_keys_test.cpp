@@ -1,0 +1,656 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/portal_keys.h"
+
+#include "desktop/qt_main_queue.h"
+#include "kit/keys/bar_hot_keys.h"
+#include "kit/keys/hot_key_combo.h"
+#include "kit/keys/number_keys.h"
+#include "support/temp_dir.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusVariant>
+#include <QDBusVirtualObject>
+#include <QEventLoop>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QThread>
+
+#include <signal.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace desktop::fake_portal {
+
+// What a client asks the portal to bind, and what the portal answers it bound.
+struct Shortcut
+{
+    QString id;
+    QVariantMap options;
+};
+
+QDBusArgument& operator<<(QDBusArgument& argument, const Shortcut& shortcut)
+{
+    argument.beginStructure();
+    argument << shortcut.id << shortcut.options;
+    argument.endStructure();
+    return argument;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& argument, Shortcut& shortcut)
+{
+    argument.beginStructure();
+    argument >> shortcut.id >> shortcut.options;
+    argument.endStructure();
+    return argument;
+}
+
+} // namespace desktop::fake_portal
+
+Q_DECLARE_METATYPE(desktop::fake_portal::Shortcut)
+
+namespace desktop {
+namespace {
+
+using namespace std::chrono_literals;
+using fake_portal::Shortcut;
+using kit::keys::HotKeyCombo;
+using kit::keys::kHotKeySignature;
+using kit::keys::Modifier;
+using kit::keys::ModifierSet;
+namespace key_code = kit::keys::key_code;
+
+const QString kPortalPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString kShortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
+
+template <class Predicate> bool spinUntil(Predicate done, std::chrono::milliseconds limit = 5s)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!done() && std::chrono::steady_clock::now() < deadline) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+    return done();
+}
+
+void spinFor(std::chrono::milliseconds time)
+{
+    spinUntil([] { return false; }, time);
+}
+
+// A session bus of the test's own, so no desktop's portal answers in place of the fake.
+class PrivateBus
+{
+public:
+    PrivateBus()
+    {
+        const QString daemon = QStandardPaths::findExecutable(QStringLiteral("dbus-daemon"));
+        if (daemon.isEmpty()) {
+            return;
+        }
+        const auto config = m_folder.path() / "bus.conf";
+        testing_support::writeFile(
+            config,
+            "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\" "
+            "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+            "<busconfig><type>session</type><listen>unix:dir="
+                + m_folder.path().string()
+                + "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                  "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
+                  "<allow own=\"*\"/></policy></busconfig>\n");
+        QProcess process;
+        process.start(daemon,
+                      {QStringLiteral("--config-file=") + QString::fromStdString(config.string()),
+                       QStringLiteral("--print-address=1"),
+                       QStringLiteral("--print-pid=1"),
+                       QStringLiteral("--fork")});
+        if (!process.waitForFinished(5000) || process.exitCode() != 0) {
+            return;
+        }
+        const QStringList lines =
+            QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+        if (lines.size() >= 2) {
+            m_address = lines[0].trimmed();
+            m_pid = lines[1].trimmed().toInt();
+        }
+    }
+    ~PrivateBus()
+    {
+        if (m_pid > 0) {
+            ::kill(m_pid, SIGTERM);
+        }
+    }
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    const QString& address() const { return m_address; }
+
+private:
+    testing_support::TempDir m_folder;
+    QString m_address;
+    int m_pid = 0;
+};
+
+// org.freedesktop.portal.Desktop as far as GlobalShortcuts goes: answers each request through a
+// Response on the request's path, binds what it is asked unless the trigger is taken, and emits
+// Activated on demand. Lives on a thread of its own, as a portal is a process of its own: the
+// client's version probe blocks the test's thread. Its record is read under the lock.
+class FakePortal final : public QDBusVirtualObject
+{
+public:
+    struct Options
+    {
+        bool offersShortcuts = true;
+        // Keeps the session's Response until releaseSession().
+        bool holdSession = false;
+        bool refuseSession = false;
+        std::set<QString> takenTriggers;
+    };
+
+    struct Bound
+    {
+        QString id;
+        QString trigger;
+        QString description;
+    };
+
+    FakePortal(const QString& address, Options options)
+        : m_options(std::move(options))
+        , m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-portal")))
+    {
+        // Registering gives the object a child, which must move with it.
+        m_bus.registerVirtualObject(kPortalPath, this, QDBusConnection::SubPath);
+        moveToThread(&m_thread);
+        m_thread.start();
+        m_bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+    }
+    ~FakePortal() override
+    {
+        m_bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
+        m_bus.unregisterObject(kPortalPath, QDBusConnection::UnregisterTree);
+        m_thread.quit();
+        m_thread.wait();
+        QDBusConnection::disconnectFromBus(QStringLiteral("fake-portal"));
+    }
+    FakePortal(const FakePortal&) = delete;
+    FakePortal& operator=(const FakePortal&) = delete;
+
+    QString introspect(const QString&) const override { return {}; }
+
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
+    {
+        const QString member = message.member();
+        if (message.interface() == QStringLiteral("org.freedesktop.DBus.Properties")
+            && member == QStringLiteral("Get")) {
+            const bool version = message.arguments().value(0).toString() == kShortcutsInterface
+                                 && message.arguments().value(1).toString() == "version";
+            connection.send(version && m_options.offersShortcuts
+                                ? message.createReply(QVariant::fromValue(QDBusVariant(1U)))
+                                : message.createErrorReply(QDBusError::UnknownProperty,
+                                                           QStringLiteral("No such property")));
+            return true;
+        }
+        if (message.interface() == QStringLiteral("org.freedesktop.portal.Session")
+            && member == QStringLiteral("Close")) {
+            const std::lock_guard lock(m_mutex);
+            m_closed.push_back(message.path());
+            connection.send(message.createReply());
+            return true;
+        }
+        if (message.interface() != kShortcutsInterface) {
+            return false;
+        }
+        if (member == QStringLiteral("CreateSession")) {
+            const auto options = qdbus_cast<QVariantMap>(message.arguments().value(0));
+            const QString request = requestPath(message, options);
+            connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(request))));
+            const std::lock_guard lock(m_mutex);
+            m_session = kPortalPath + "/session/" + escaped(message.service()) + '/'
+                        + options.value("session_handle_token").toString();
+            m_sessionRequest = request;
+            if (!m_options.holdSession) {
+                answerSession();
+            }
+            return true;
+        }
+        if (member == QStringLiteral("BindShortcuts")) {
+            const auto session = message.arguments().value(0).value<QDBusObjectPath>().path();
+            const auto asked = qdbus_cast<QList<Shortcut>>(message.arguments().value(1));
+            const auto options = qdbus_cast<QVariantMap>(message.arguments().value(3));
+            const QString request = requestPath(message, options);
+            connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(request))));
+            std::vector<Bound> binding;
+            QList<Shortcut> bound;
+            for (const Shortcut& shortcut : asked) {
+                const QString trigger = shortcut.options.value("preferred_trigger").toString();
+                binding.push_back(
+                    {shortcut.id, trigger, shortcut.options.value("description").toString()});
+                if (m_options.takenTriggers.count(trigger) == 0) {
+                    bound.append({shortcut.id, {{"trigger_description", trigger}}});
+                }
+            }
+            {
+                const std::lock_guard lock(m_mutex);
+                m_bindings.push_back(binding);
+                m_bindSessions.push_back(session);
+            }
+            respond(request, 0, {{"shortcuts", QVariant::fromValue(bound)}});
+            return true;
+        }
+        return false;
+    }
+
+    void releaseSession()
+    {
+        const std::lock_guard lock(m_mutex);
+        answerSession();
+    }
+
+    void activate(const QString& id, std::optional<QString> session = std::nullopt)
+    {
+        auto signal = QDBusMessage::createSignal(
+            kPortalPath, kShortcutsInterface, QStringLiteral("Activated"));
+        signal << QVariant::fromValue(QDBusObjectPath(session.value_or(this->session()))) << id
+               << QVariant::fromValue(qulonglong{0}) << QVariantMap();
+        m_bus.send(signal);
+    }
+
+    QString session() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_session;
+    }
+    std::vector<std::vector<Bound>> bindings() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_bindings;
+    }
+    std::vector<QString> bindSessions() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_bindSessions;
+    }
+    std::vector<QString> closed() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_closed;
+    }
+
+private:
+    static QString escaped(QString sender) { return sender.remove(0, 1).replace('.', '_'); }
+
+    static QString requestPath(const QDBusMessage& message, const QVariantMap& options)
+    {
+        return kPortalPath + "/request/" + escaped(message.service()) + '/'
+               + options.value("handle_token").toString();
+    }
+
+    // Under the lock.
+    void answerSession()
+    {
+        if (m_sessionRequest.isEmpty()) {
+            return;
+        }
+        if (m_options.refuseSession) {
+            respond(m_sessionRequest, 2, {});
+        } else {
+            // A string, as the common portal sends it.
+            respond(m_sessionRequest, 0, {{"session_handle", m_session}});
+        }
+        m_sessionRequest.clear();
+    }
+
+    void respond(const QString& request, uint response, const QVariantMap& results)
+    {
+        auto signal = QDBusMessage::createSignal(
+            request, QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Response"));
+        signal << response << results;
+        m_bus.send(signal);
+    }
+
+    Options m_options;
+    QThread m_thread;
+    QDBusConnection m_bus;
+    mutable std::mutex m_mutex;
+    QString m_session;
+    QString m_sessionRequest;
+    std::vector<std::vector<FakePortal::Bound>> m_bindings;
+    std::vector<QString> m_bindSessions;
+    std::vector<QString> m_closed;
+};
+
+struct Press
+{
+    uint32_t signature;
+    uint32_t id;
+    bool operator==(const Press&) const = default;
+};
+
+class PortalHotKeysTest : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        qDBusRegisterMetaType<Shortcut>();
+        qDBusRegisterMetaType<QList<Shortcut>>();
+        s_bus = new PrivateBus;
+    }
+    static void TearDownTestSuite()
+    {
+        delete s_bus;
+        s_bus = nullptr;
+    }
+
+    void SetUp() override
+    {
+        if (s_bus->address().isEmpty()) {
+            GTEST_SKIP() << "dbus-daemon is not installed or did not start";
+        }
+    }
+
+    void TearDown() override
+    {
+        m_keys.reset();
+        m_portal.reset();
+        if (m_client) {
+            QDBusConnection::disconnectFromBus(m_clientName);
+        }
+    }
+
+    void startPortal(FakePortal::Options options = {})
+    {
+        m_portal = std::make_unique<FakePortal>(s_bus->address(), std::move(options));
+    }
+
+    PortalHotKeys& startKeys()
+    {
+        m_clientName = QStringLiteral("portal-client-%1").arg(++s_clients);
+        m_client = true;
+        m_keys = std::make_unique<PortalHotKeys>(
+            QDBusConnection::connectToBus(s_bus->address(), m_clientName));
+        m_keys->installHandler([this](uint32_t signature, uint32_t id) {
+            m_presses.push_back({signature, id});
+        });
+        return *m_keys;
+    }
+
+    std::unique_ptr<kit::keys::Subscription> digit(int n, ModifierSet modifiers = kPair)
+    {
+        return m_keys->registerHotKey(kit::keys::digitKeyCode(n),
+                                      modifiers,
+                                      kHotKeySignature,
+                                      kit::keys::hot_key_id::kDigitBase + n);
+    }
+
+    bool settle() const
+    {
+        return spinUntil([&] { return m_keys->isSettled(); });
+    }
+
+    std::set<QString> lastBoundIds() const
+    {
+        std::set<QString> ids;
+        const auto bindings = m_portal->bindings();
+        if (!bindings.empty()) {
+            for (const auto& bound : bindings.back()) {
+                ids.insert(bound.id);
+            }
+        }
+        return ids;
+    }
+
+    bool pressed(const QString& id, Press expected)
+    {
+        m_presses.clear();
+        m_portal->activate(id);
+        return spinUntil([&] { return !m_presses.empty(); }, 2s) && m_presses.size() == 1
+               && m_presses.front() == expected;
+    }
+
+    static constexpr ModifierSet kPair{Modifier::Option, Modifier::Command};
+    static PrivateBus* s_bus;
+    static int s_clients;
+
+    std::unique_ptr<FakePortal> m_portal;
+    std::unique_ptr<PortalHotKeys> m_keys;
+    QString m_clientName;
+    bool m_client = false;
+    std::vector<Press> m_presses;
+};
+
+PrivateBus* PortalHotKeysTest::s_bus = nullptr;
+int PortalHotKeysTest::s_clients = 0;
+
+TEST_F(PortalHotKeysTest, KeysRegisteredBeforeTheSessionAreBoundTogetherOnceItExists)
+{
+    FakePortal::Options held;
+    held.holdSession = true;
+    startPortal(held);
+    PortalHotKeys& keys = startKeys();
+    ASSERT_TRUE(keys.isAvailable());
+    auto one = digit(1);
+    auto menu =
+        keys.registerHotKey(5, {Modifier::Control, Modifier::Command}, kHotKeySignature, 100);
+    ASSERT_NE(one, nullptr);
+    ASSERT_NE(menu, nullptr);
+    spinFor(200ms);
+    EXPECT_TRUE(m_portal->bindings().empty()) << "bound before the session existed";
+    EXPECT_FALSE(keys.isSettled());
+
+    m_portal->releaseSession();
+    ASSERT_TRUE(settle());
+    const auto bindings = m_portal->bindings();
+    ASSERT_EQ(bindings.size(), 1U);
+    std::map<QString, QString> triggers;
+    for (const auto& bound : bindings.front()) {
+        triggers[bound.id] = bound.trigger;
+        EXPECT_FALSE(bound.description.isEmpty()) << bound.id.toStdString();
+    }
+    EXPECT_EQ(
+        triggers,
+        (std::map<QString, QString>{{"vntl-201", "ALT+LOGO+1"}, {"vntl-100", "CTRL+LOGO+g"}}));
+    EXPECT_EQ(m_portal->bindSessions().front(), m_portal->session());
+    EXPECT_TRUE(keys.refused().empty());
+
+    EXPECT_TRUE(pressed("vntl-100", {kHotKeySignature, 100}));
+    EXPECT_TRUE(pressed("vntl-201", {kHotKeySignature, 201}));
+}
+
+TEST_F(PortalHotKeysTest, IgnoresActivationsOfOtherSessionsAndUnknownShortcuts)
+{
+    startPortal();
+    PortalHotKeys& keys = startKeys();
+    auto one = digit(1);
+    ASSERT_TRUE(settle());
+
+    m_portal->activate("vntl-201", kPortalPath + "/session/1_999/someone_else");
+    m_portal->activate("vntl-299");
+    // A key the portal knows from an earlier start of the app that is not registered now.
+    m_portal->activate("vntl-100");
+    spinFor(200ms);
+    EXPECT_TRUE(m_presses.empty());
+    EXPECT_TRUE(pressed("vntl-201", {kHotKeySignature, 201}));
+    (void)keys;
+}
+
+TEST_F(PortalHotKeysTest, RefusedKeyIsReportedAndTheOthersStillWork)
+{
+    FakePortal::Options taken;
+    taken.takenTriggers = {"ALT+LOGO+2"};
+    startPortal(taken);
+    PortalHotKeys& keys = startKeys();
+    ::testing::internal::CaptureStderr();
+    auto one = digit(1);
+    auto two = digit(2);
+    auto three = digit(3);
+    const bool settled = settle();
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(settled);
+
+    EXPECT_EQ(keys.refused(), std::vector<std::string>{"⌥⌘2"});
+    EXPECT_NE(log.find("⌥⌘2"), std::string::npos) << log;
+    EXPECT_EQ(log.find("⌥⌘1"), std::string::npos) << log;
+    EXPECT_TRUE(pressed("vntl-201", {kHotKeySignature, 201}));
+    EXPECT_TRUE(pressed("vntl-203", {kHotKeySignature, 203}));
+}
+
+TEST_F(PortalHotKeysTest, UnregisteringRebindsTheRemainingSet)
+{
+    startPortal();
+    startKeys();
+    auto one = digit(1);
+    auto two = digit(2);
+    auto three = digit(3);
+    ASSERT_TRUE(settle());
+    ASSERT_EQ(lastBoundIds(), (std::set<QString>{"vntl-201", "vntl-202", "vntl-203"}));
+
+    two.reset();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(m_portal->bindings().size(), 2U);
+    EXPECT_EQ(lastBoundIds(), (std::set<QString>{"vntl-201", "vntl-203"}));
+    // Should the desktop still deliver it, the released key reaches nobody.
+    m_portal->activate("vntl-202");
+    EXPECT_TRUE(pressed("vntl-203", {kHotKeySignature, 203}));
+
+    one.reset();
+    three.reset();
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(m_portal->bindings().size(), 3U);
+    EXPECT_TRUE(lastBoundIds().empty());
+}
+
+TEST_F(PortalHotKeysTest, ReplacingTheWholeSetSendsTheFinalSetOnceAndAnUnchangedSetNever)
+{
+    startPortal();
+    PortalHotKeys& keys = startKeys();
+    ASSERT_TRUE(settle());
+    QtMainQueue queue;
+    kit::keys::BarHotKeys barKeys(keys, queue);
+    std::vector<int> items;
+    barKeys.onItem = [&](int n) { items.push_back(n); };
+    const kit::keys::NumberKeys pair{kPair};
+    barKeys.registerKeys(12, pair, HotKeyCombo(5, 0x140000), std::nullopt);
+    barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
+    ASSERT_TRUE(settle());
+
+    ASSERT_EQ(m_portal->bindings().size(), 1U);
+    EXPECT_EQ(lastBoundIds(),
+              (std::set<QString>{"vntl-201", "vntl-202", "vntl-203", "vntl-300", "vntl-301"}));
+    // The same set again, as when the showing bar changes to one of as many icons.
+    barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(m_portal->bindings().size(), 1U);
+    m_portal->activate("vntl-203");
+    ASSERT_TRUE(spinUntil([&] { return !items.empty(); }));
+    EXPECT_EQ(items, std::vector<int>{3});
+}
+
+TEST_F(PortalHotKeysTest, DestroyingTheServiceClosesItsSession)
+{
+    startPortal();
+    startKeys();
+    auto one = digit(1);
+    ASSERT_TRUE(settle());
+    const QString session = m_portal->session();
+    m_keys.reset();
+    ASSERT_TRUE(spinUntil([&] { return !m_portal->closed().empty(); }));
+    EXPECT_EQ(m_portal->closed(), std::vector<QString>{session});
+    // A handle outliving its service ends quietly.
+    one.reset();
+}
+
+TEST_F(PortalHotKeysTest, UnavailableWithoutAPortalThatOffersGlobalShortcuts)
+{
+    PortalHotKeys& absent = startKeys();
+    EXPECT_FALSE(absent.isAvailable());
+    EXPECT_EQ(digit(1), nullptr);
+    EXPECT_TRUE(absent.isSettled());
+    m_keys.reset();
+    QDBusConnection::disconnectFromBus(m_clientName);
+
+    FakePortal::Options older;
+    older.offersShortcuts = false;
+    startPortal(older);
+    EXPECT_FALSE(
+        PortalHotKeys::isOffered(QDBusConnection::connectToBus(s_bus->address(), "probe")));
+    QDBusConnection::disconnectFromBus("probe");
+    EXPECT_FALSE(startKeys().isAvailable());
+}
+
+TEST_F(PortalHotKeysTest, RefusedSessionLeavesEveryKeyUnbound)
+{
+    FakePortal::Options refusing;
+    refusing.refuseSession = true;
+    startPortal(refusing);
+    PortalHotKeys& keys = startKeys();
+    auto one = digit(1);
+    ::testing::internal::CaptureStderr();
+    const bool settled = settle();
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(settled);
+    EXPECT_EQ(keys.refused(), std::vector<std::string>{"⌥⌘1"});
+    EXPECT_NE(log.find("session"), std::string::npos) << log;
+    EXPECT_TRUE(m_portal->bindings().empty());
+    EXPECT_EQ(digit(2), nullptr);
+}
+
+// ---- triggers ----
+
+struct TriggerCase
+{
+    uint16_t keyCode;
+    ModifierSet modifiers;
+    std::optional<std::string> trigger;
+};
+
+class TriggerTest : public ::testing::TestWithParam<TriggerCase>
+{};
+
+TEST_P(TriggerTest, NamesTheKeyInThePortalsFormat)
+{
+    EXPECT_EQ(PortalHotKeys::triggerFor(GetParam().keyCode, GetParam().modifiers),
+              GetParam().trigger)
+        << "key code " << GetParam().keyCode;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys,
+    TriggerTest,
+    ::testing::Values(
+        // Modifiers always in one order, whatever the set was built from.
+        TriggerCase{kit::keys::digitKeyCode(1),
+                    {Modifier::Command, Modifier::Shift, Modifier::Option, Modifier::Control},
+                    "CTRL+ALT+SHIFT+LOGO+1"},
+        TriggerCase{kit::keys::digitKeyCode(0), {Modifier::Control}, "CTRL+0"},
+        // Letters by their unshifted keysym.
+        TriggerCase{key_code::kG, {Modifier::Shift, Modifier::Control}, "CTRL+SHIFT+g"},
+        TriggerCase{key_code::kLeftArrow, {Modifier::Option, Modifier::Command}, "ALT+LOGO+Left"},
+        TriggerCase{27, {Modifier::Control}, "CTRL+minus"},
+        TriggerCase{49, {Modifier::Command}, "LOGO+space"},
+        TriggerCase{89, {Modifier::Control}, "CTRL+KP_7"},
+        // Function keys stand alone.
+        TriggerCase{96, {}, "F5"},
+        TriggerCase{74, {}, "XF86AudioMute"},
+        TriggerCase{200, {Modifier::Control}, std::nullopt}));
+
+TEST(PortalShortcutIdTest, KeepsAPrintableSignatureAndSpellsAnyOtherInHex)
+{
+    EXPECT_EQ(PortalHotKeys::shortcutId(kHotKeySignature, 301), "vntl-301");
+    EXPECT_EQ(PortalHotKeys::shortcutId(0x01020304, 7), "1020304-7");
+    EXPECT_NE(PortalHotKeys::describe(kHotKeySignature, 212).find("12"), std::string::npos);
+}
+
+} // namespace
+} // namespace desktop
