@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/dialogs.h"
 
-#include <QGuiApplication>
-#include <QHBoxLayout>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QScreen>
-#include <QVBoxLayout>
 
-#include <algorithm>
 #include <memory>
 
 namespace desktop {
@@ -39,72 +33,6 @@ void MessageBoxAlerts::showAlert(const std::string& title, const std::string& me
     box->setWindowModality(Qt::ApplicationModal);
     showInFront(box);
     m_current = box;
-}
-
-WelcomeWindow::WelcomeWindow(QWidget* parent)
-    : QWidget(parent, Qt::Window)
-{
-    setAttribute(Qt::WA_DeleteOnClose);
-    setWindowTitle(QStringLiteral("Welcome to Vantorel"));
-    setObjectName(QStringLiteral("welcome"));
-
-    auto* heading = new QLabel(QStringLiteral("Your shortcuts are in the menu bar"));
-    QFont bigger = heading->font();
-    bigger.setPointSizeF(bigger.pointSizeF() * 1.3);
-    bigger.setBold(true);
-    heading->setFont(bigger);
-
-    auto* text = new QLabel(QStringLiteral(
-        "Each icon beside Vantorel's own opens one shortcut: a page, an app, a file or a folder. "
-        "Click an icon to open it; right-click it for its settings.\n\n"
-        "Vantorel's own icon, the rightmost, switches between your bars, adds a copied link or "
-        "file as a new shortcut, and opens Settings."));
-    text->setWordWrap(true);
-
-    auto* done = new QPushButton(QStringLiteral("Got It"));
-    done->setDefault(true);
-    connect(done, &QPushButton::clicked, this, &QWidget::close);
-
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(done);
-    auto* layout = new QVBoxLayout(this);
-    layout->addWidget(heading);
-    layout->addWidget(text);
-    layout->addLayout(buttons);
-    // A wrapping label only knows its height once the width is fixed.
-    text->setFixedWidth(356);
-    text->setMinimumHeight(text->heightForWidth(356));
-    setFixedWidth(380);
-}
-
-void WelcomeWindow::present(const std::optional<kit::menubar::Rect>& place)
-{
-    adjustSize();
-    QScreen* screen = QGuiApplication::primaryScreen();
-    if (place) {
-        const QPoint under(static_cast<int>(place->x), static_cast<int>(place->y + place->height));
-        if (QScreen* at = QGuiApplication::screenAt(under)) {
-            screen = at;
-        }
-    }
-    if (screen) {
-        const QRect area = screen->availableGeometry();
-        QPoint at = area.center() - QPoint(width() / 2, height() / 2);
-        if (place) {
-            // Below the icon, or above it when the panel is at the bottom of the screen.
-            const int below = static_cast<int>(place->y + place->height) + 4;
-            const int above = static_cast<int>(place->y) - height() - 4;
-            at = QPoint(static_cast<int>(place->x + place->width / 2) - width() / 2,
-                        below + height() <= area.bottom() ? below : above);
-        }
-        at.setX(std::clamp(at.x(), area.left(), std::max(area.left(), area.right() - width())));
-        at.setY(std::clamp(at.y(), area.top(), std::max(area.top(), area.bottom() - height())));
-        move(at);
-    }
-    show();
-    raise();
-    activateWindow();
 }
 
 QMessageBox* offerLoginItem(std::function<void(bool yes)> answer)

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "kit/menubar/status_bar.h"
 #include "kit/opening/presenters.h"
 
 #include <QMessageBox>
 #include <QPointer>
-#include <QWidget>
 
 #include <functional>
-#include <optional>
 #include <string>
 
 namespace desktop {
@@ -27,17 +24,6 @@ public:
 
 private:
     QPointer<QMessageBox> m_current;
-};
-
-// The short introduction shown once: where the shortcuts stand and what the clicks do. Closes
-// itself when dismissed. GUI thread only.
-class WelcomeWindow final : public QWidget
-{
-public:
-    explicit WelcomeWindow(QWidget* parent = nullptr);
-
-    // Shows the window under the icon at `place`, kept on its screen, or centred without one.
-    void present(const std::optional<kit::menubar::Rect>& place);
 };
 
 // Asks once whether Vantorel should start at login; `answer` hears the choice, false when the box

@@ -53,8 +53,8 @@ constexpr const char* kUsage =
     "Usage:\n"
 #ifdef VANTOREL_HAS_DESKTOP
     "  vantorel                      start Vantorel in the menu bar, or show the running one's\n"
-    "                                settings\n"
-    "  vantorel vantorel:LINK        bring the running Vantorel forward\n"
+    "                                manager window\n"
+    "  vantorel vantorel:LINK        show the manager window\n"
 #else
     "  vantorel                      tell what your library holds\n"
 #endif
@@ -413,7 +413,11 @@ void platformMessages(QtMsgType type, const QMessageLogContext&, const QString& 
     platformMessagesHeld().push_back(message.toStdString());
 }
 
-int runDesktop(int argc, char** argv, const std::optional<std::filesystem::path>& document)
+// `showManager`: a link into Vantorel, which shows the manager whether or not one was running.
+int runDesktop(int argc,
+               char** argv,
+               const std::optional<std::filesystem::path>& document,
+               bool showManager = false)
 {
     if (auto code = handToRunning(document)) {
         return *code;
@@ -460,6 +464,8 @@ int runDesktop(int argc, char** argv, const std::optional<std::filesystem::path>
     }
     if (document) {
         app.openDocument(*document);
+    } else if (showManager) {
+        app.presentManager();
     }
     return QApplication::exec();
 }
@@ -518,12 +524,12 @@ int main(int argc, char** argv)
 #endif
     }
 #ifdef VANTOREL_HAS_DESKTOP
-    // A link into Vantorel only brings it forward; what follows the scheme is not read.
+    // A link into Vantorel shows the manager; what follows the scheme is not read.
     if (args.size() == 1 && first.size() >= 9
         && std::equal(first.begin(), first.begin() + 9, "vantorel:", [](char a, char b) {
                return std::tolower(static_cast<unsigned char>(a)) == b;
            })) {
-        return runDesktop(argc, argv, std::nullopt);
+        return runDesktop(argc, argv, std::nullopt, true);
     }
 #endif
     return fail("“" + first + "” is not something vantorel knows.\n" + kUsage, 2);
