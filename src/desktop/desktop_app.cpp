@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/desktop_app.h"
 
+#include "desktop/editor/icon_picker.h"
 #include "desktop/editor/shortcut_editor.h"
 #include "desktop/manager_introduction.h"
 #include "desktop/manager_window.h"
@@ -14,6 +15,8 @@
 #include <QApplication>
 #include <QGuiApplication>
 #include <QMessageBox>
+#include <QPalette>
+#include <QPixmap>
 #include <QSocketNotifier>
 #include <QSystemTrayIcon>
 #include <QTimer>
@@ -308,6 +311,14 @@ ManagerWindow& DesktopApp::manager()
             return openDocument(file);
         };
         services.showIntroduction = [this] { showIntroduction(std::nullopt); };
+        services.shortcutIcon = [this](const kit::library::Shortcut& shortcut) {
+            const bool dark = QGuiApplication::palette().window().color().lightness() < 128;
+            return QIcon(QPixmap::fromImage(editor::menuBarPicture(
+                m_icons,
+                shortcut,
+                32,
+                dark ? kit::menubar::Appearance::Dark : kit::menubar::Appearance::Light)));
+        };
         m_manager = new ManagerWindow(std::move(services));
     }
     return *m_manager;

@@ -141,9 +141,16 @@ bool ManagerOutlineModel::isShowingBar() const
     return m_bar == m_store.activeBarID();
 }
 
+void ManagerOutlineModel::setIconSource(IconSource source)
+{
+    m_iconSource = std::move(source);
+    reload();
+}
+
 void ManagerOutlineModel::reload()
 {
     beginResetModel();
+    m_icons.clear();
     m_nodes.clear();
     m_top.clear();
     m_unreadable.clear();
@@ -428,7 +435,14 @@ QVariant ManagerOutlineModel::data(const QModelIndex& index, int role) const
         return index.column() == NameColumn ? qt(shortcut->name) : QVariant();
     case Qt::DecorationRole:
         if (index.column() == NameColumn) {
-            return kindIcon(shortcut->target.kind());
+            if (!m_iconSource || shortcut->target.isDivider()) {
+                return kindIcon(shortcut->target.kind());
+            }
+            auto [at, added] = m_icons.try_emplace(shortcut->id);
+            if (added) {
+                at->second = m_iconSource(*shortcut);
+            }
+            return at->second;
         }
         return {};
     case Qt::ToolTipRole:

@@ -5,10 +5,12 @@
 #include "kit/storage/library_store.h"
 
 #include <QAbstractItemModel>
+#include <QIcon>
 
 #include <functional>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -107,6 +109,10 @@ public:
     // Re-reads the bar.
     void reload();
 
+    // Draws a shortcut's own icon, as the menu bar shows it; unset, each row shows its kind.
+    using IconSource = std::function<QIcon(const kit::library::Shortcut&)>;
+    void setIconSource(IconSource source);
+
 Q_SIGNALS:
     // After each rebuild, so the view can open the groups that were open.
     void reloaded();
@@ -125,6 +131,9 @@ private:
     std::optional<kit::library::ShortcutID> droppedID(const QMimeData* data) const;
 
     kit::storage::LibraryStore& m_store;
+    IconSource m_iconSource;
+    // Drawn once per reload: the view asks for decorations on every repaint.
+    mutable std::unordered_map<kit::library::ShortcutID, QIcon> m_icons;
     kit::library::BarID m_bar;
     std::optional<kit::library::Library> m_library;
     std::string m_unreadable;

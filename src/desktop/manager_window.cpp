@@ -148,6 +148,9 @@ ManagerWindow::ManagerWindow(ManagerServices services, QWidget* parent)
 {
     setWindowTitle(QStringLiteral("Vantorel"));
     setObjectName(QStringLiteral("manager"));
+    if (m_services.shortcutIcon) {
+        m_outline->setIconSource(m_services.shortcutIcon);
+    }
 
     m_panes = new QStackedWidget(this);
     m_barPane = makeBarPane();

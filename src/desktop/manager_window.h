@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/manager_outline_model.h"
 #include "desktop/manager_sessions_model.h"
 #include "desktop/manager_sidebar_model.h"
 #include "kit/library/library.h"
@@ -29,7 +30,6 @@ class ProposalInbox;
 
 namespace desktop {
 
-class ManagerOutlineModel;
 class ReviewWindow;
 
 // What the manager window works through. The store and the inbox must outlive the window; every
@@ -55,6 +55,8 @@ struct ManagerServices
     // Hands a document to the review; nothing on success, else the sentence shown.
     std::function<std::optional<std::string>(const std::filesystem::path&)> openDocument;
     std::function<void()> showIntroduction;
+    // Each shortcut's own icon in the outline; unset, an icon for its kind.
+    ManagerOutlineModel::IconSource shortcutIcon;
     // A yes-or-no question before a change that takes more than the person clicked; true goes
     // ahead. Unset: a message box.
     std::function<bool(const std::string& question, const std::string& action)> confirm;
