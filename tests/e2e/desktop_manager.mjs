@@ -2,74 +2,23 @@
 // showing bar, Ctrl+N adds a link through the editor and its icon appears, a drag puts a shortcut
 // into a group and its icon leaves the tray, and each pane is photographed.
 // Usage: node desktop_manager.mjs VANTOREL PREPARE_LIBRARY SCREENSHOT_FOLDER
-import { execFileSync, spawn, spawnSync } from "node:child_process";
-import { mkdirSync, mkdtempSync, rmSync, writeFileSync } from "node:fs";
-import { tmpdir } from "node:os";
+import { execFileSync, spawnSync } from "node:child_process";
+import { writeFileSync } from "node:fs";
 import { join } from "node:path";
 import assert from "node:assert/strict";
+import { TraySession, requireTools, sleep, step } from "./tray_session.mjs";
 
 const [vantorel, prepareLibrary, shots] = process.argv.slice(2);
-const needed = ["Xvfb", "trayer", "xdotool", "xwininfo", "import"];
-const missing = needed.filter((tool) => spawnSync("sh", ["-c", `command -v ${tool}`]).status !== 0);
-if (missing.length > 0) {
-  console.log(`skipped: ${missing.join(", ")} not installed`);
-  process.exit(77);
-}
+requireTools();
 
-const root = mkdtempSync(join(tmpdir(), "vantorel-manager-"));
-const runtime = join(root, "run");
-mkdirSync(runtime, { mode: 0o700 });
-const env = {
-  PATH: process.env.PATH ?? "/usr/bin:/bin",
-  HOME: join(root, "home"),
-  XDG_RUNTIME_DIR: runtime,
-  XDG_CONFIG_HOME: join(root, "config"),
-  XDG_DATA_HOME: join(root, "data"),
-  XDG_CACHE_HOME: join(root, "cache"),
-  XDG_DATA_DIRS: "/usr/local/share:/usr/share",
-  DBUS_SESSION_BUS_ADDRESS: "disabled:",
-  QTWEBENGINE_DISABLE_SANDBOX: "1",
-};
-for (const folder of [env.HOME, env.XDG_CONFIG_HOME, env.XDG_DATA_HOME, env.XDG_CACHE_HOME]) {
-  mkdirSync(folder, { recursive: true });
-}
+const session = new TraySession("vantorel-manager-");
+const { env } = session;
+const until = (...args) => session.until(...args);
+const x = (...args) => session.x(...args);
+const iconsWhen = (count) => session.iconsWhen(count);
 const notes = join(env.HOME, "notes.txt");
 writeFileSync(notes, "shopping list\n");
 
-const step = (text) => console.log(`- ${text}`);
-const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
-let log = "";
-const until = async (test, what, limit = 10000) => {
-  const start = Date.now();
-  for (;;) {
-    const value = test();
-    if (value) return value;
-    if (Date.now() - start > limit) throw new Error(`timed out: ${what}\n${log}`);
-    await sleep(50);
-  }
-};
-const x = (tool, ...args) => execFileSync(tool, args, { env, encoding: "utf8" });
-const tree = () => {
-  const result = spawnSync("xwininfo", ["-root", "-tree"], { env, encoding: "utf8" });
-  return result.status === 0 ? result.stdout : "";
-};
-const trayIcons = () => {
-  const lines = tree().split("\n");
-  const panel = lines.findIndex((line) => line.includes('("panel" "trayer")'));
-  if (panel < 0) return [];
-  const depth = (line) => line.length - line.trimStart().length;
-  const icons = [];
-  for (const line of lines.slice(panel + 1)) {
-    if (line.trim() !== "" && depth(line) <= depth(lines[panel])) break;
-    const found = line.match(/^\s*(0x[0-9a-f]+) "Vantorel".*\+(-?\d+)\+(-?\d+)\s*$/);
-    if (found) icons.push({ id: found[1], x: Number(found[2]) });
-  }
-  return icons.sort((a, b) => a.x - b.x);
-};
-const iconsWhen = (count) => () => {
-  const icons = trayIcons();
-  return icons.length === count ? icons : null;
-};
 // A visible top-level window of ours by its exact title, and where it stands.
 const windowNamed = (title) => {
   const found = spawnSync("xdotool", ["search", "--onlyvisible", "--name", `^${title}$`], {
@@ -87,33 +36,14 @@ const shoot = (name) => {
   step(`screenshot ${file}`);
 };
 
-const children = [];
-const start = (command, args) => {
-  const child = spawn(command, args, { env, stdio: ["ignore", "pipe", "pipe"] });
-  children.push(child);
-  return child;
-};
-
 try {
-  const xvfb = spawn("Xvfb", ["-displayfd", "3", "-screen", "0", "1280x800x24", "-nolisten", "tcp"],
-                     { stdio: ["ignore", "ignore", "pipe", "pipe"] });
-  children.push(xvfb);
-  let number = "";
-  xvfb.stdio[3].on("data", (chunk) => (number += chunk));
-  await until(() => number.includes("\n"), "the display");
-  env.DISPLAY = `:${number.trim()}`;
-  start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request", "--height", "24",
-                   "--transparent", "false", "--tint", "0x333333"]);
-  await until(() => tree().includes('("panel" "trayer")'), "the tray");
+  await session.startDisplayAndTray("1280x800");
 
   execFileSync(prepareLibrary, [join(env.XDG_DATA_HOME, "Vantorel"), notes], { env });
   for (const [key, value] of [["welcomeShown", "true"], ["loginItemOffered", "true"]]) {
     execFileSync(vantorel, ["settings", "set", key, value], { env });
   }
-  const app = start(vantorel, []);
-  app.stdout.on("data", (chunk) => (log += chunk));
-  app.stderr.on("data", (chunk) => (log += chunk));
-  await until(() => log.includes("Vantorel started"), "the app to start");
+  const app = await session.startApp(vantorel);
   await until(iconsWhen(4), "four icons");
   step("Notes, Reading, Search and the application's icon are in the tray");
 
@@ -141,7 +71,7 @@ try {
   x("xdotool", "key", "Return");
   await until(iconsWhen(5), "the new link's icon");
   step("the editor added News and its icon appeared in the tray");
-  const before = trayIcons().length;
+  const before = session.trayIcons().length;
 
   // Search dragged onto Reading goes into the group, and its icon leaves the tray.
   const from = row(2);
@@ -169,11 +99,8 @@ try {
 
   app.kill("SIGTERM");
   const code = await new Promise((resolve) => app.on("exit", (c) => resolve(c)));
-  assert.equal(code, 0, log);
+  assert.equal(code, 0, session.log);
   step("quitting ended the app cleanly");
 } finally {
-  for (const child of children.reverse()) {
-    if (child.exitCode === null) child.kill("SIGTERM");
-  }
-  rmSync(root, { recursive: true, force: true });
+  session.close();
 }
