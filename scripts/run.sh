@@ -10,4 +10,5 @@ if [ $# -eq 0 ] && [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
   echo "No display: starting the headless app." >&2
   set -- --headless
 fi
-exec build/release/src/main/vantorel "$@"
+# Not exec: the app times its start from its own process, which would then be this script's.
+build/release/src/main/vantorel "$@"
