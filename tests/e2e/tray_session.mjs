@@ -79,11 +79,13 @@ export class TraySession {
     this.children.push(xvfb);
     let number = "";
     xvfb.stdio[3].on("data", (chunk) => (number += chunk));
-    await this.until(() => number.includes("\n"), "the display");
+    // Generous: beside the sanitizer build's fuzzers both can take many seconds to come up.
+    await this.until(() => number.includes("\n"), "the display", 30000);
     this.env.DISPLAY = `:${number.trim()}`;
-    this.start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request", "--height", "24",
-                          "--transparent", "false", "--tint", "0x333333"]);
-    await this.until(() => this.tree().includes('("panel" "trayer")'), "the tray");
+    const tray = this.start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request",
+                                       "--height", "24", "--transparent", "false", "--tint", "0x333333"]);
+    tray.stderr.on("data", (chunk) => (this.log += chunk));
+    await this.until(() => this.tree().includes('("panel" "trayer")'), "the tray", 30000);
   }
 
   // The window tree; empty when a window went away mid-query (icons come and go), to be asked again.
