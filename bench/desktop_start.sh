@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# Prints how long the tray app takes from its start to all icons of a 10-shortcut bar docked in a
-# real tray (Xvfb and trayer), seen from outside the app, and its resident memory once idle.
+# Prints how long the tray app takes from its start to all icons of a 10-shortcut bar docked and
+# drawn in a real tray (Xvfb and trayer), seen from the X server by tray_dock_watch, and its
+# resident memory once idle.
 # Usage: bench/desktop_start.sh [BUILD_DIR]   (a release build with tests: build/release)
 set -euo pipefail
 build=${1:-build/release}
 vantorel=$build/src/main/vantorel
 prepare=$build/tests/e2e/prepare_library
+watch=$build/bench/tray_dock_watch
 runs=${RUNS:-7}
-for tool in Xvfb trayer xwininfo; do
+for tool in Xvfb trayer; do
   command -v "$tool" >/dev/null || { echo "desktop_start: $tool is not installed" >&2; exit 2; }
 done
 
@@ -23,12 +25,6 @@ trayer --edge top --align right --widthtype request --height 24 --transparent fa
 tray=$!
 sleep 0.5
 
-# The icons docked in trayer's panel that belong to Vantorel.
-docked() {
-  xwininfo -root -tree 2>/dev/null | awk '/"panel": \("panel" "trayer"\)/ { inside = 1; next }
-    inside && /^     0x/ { inside = 0 } inside && /"Vantorel"/ { n++ } END { print n + 0 }'
-}
-
 times=()
 cpus=()
 memory=()
@@ -42,28 +38,28 @@ for run in $(seq "$runs"); do
   env "${env[@]}" "$prepare" "$home/data/Vantorel" "$home/home/notes.txt" 10 >/dev/null
   env "${env[@]}" "$vantorel" settings set welcomeShown true >/dev/null
   env "${env[@]}" "$vantorel" settings set loginItemOffered true >/dev/null
-  start=$(date +%s%N)
-  env "${env[@]}" "$vantorel" 2>/dev/null &
-  app=$!
-  # Ten shortcuts and the application's own icon.
-  until [ "$(docked)" -ge 11 ]; do
-    if (( $(date +%s%N) - start > 10000000000 )); then echo "run $run: icons never docked" >&2; exit 1; fi
-  done
-  end=$(date +%s%N)
-  # The app's own CPU time by then: what the wall time is when nothing else runs.
-  cpu=$(awk -v hz="$(getconf CLK_TCK)" '{ sub(/.*\) /, ""); print ($12 + $13) * 1000 / hz }' "/proc/$app/stat")
-  sleep 2
-  rss=$(awk '/VmRSS/ { print $2 }' "/proc/$app/status")
-  kill -TERM $app
-  wait $app || true
-  times+=($(( (end - start) / 1000000 )))
-  memory+=("$rss")
-  cpus+=("${cpu%.*}")
+  # Ten shortcuts and the application's own icon, docked and drawn.
+  line=$(env "${env[@]}" "$watch" 11 "$vantorel" 2>/dev/null)
+  drawn=$(sed -n 's/.*drawn_ms=\([0-9.-]*\).*/\1/p' <<< "$line")
+  [ "${drawn%.*}" -ge 0 ] 2>/dev/null || { echo "run $run: the icons were never drawn ($line)" >&2; exit 1; }
+  times+=("${drawn%.*}")
+  cpus+=("$(sed -n 's/.*app_cpu_ms=\([0-9]*\).*/\1/p' <<< "$line")")
+  memory+=("$(sed -n 's/.*idle_rss_kib=\([0-9]*\).*/\1/p' <<< "$line")")
+  sleep 0.3
+done
+
+# The same measure of a bare Qt tray app with three plain icons, to read the figure against.
+bare=()
+for run in $(seq "$runs"); do
+  line=$("$watch" 3 "$build/bench/bare_tray" 3 2>/dev/null)
+  drawn=$(sed -n 's/.*drawn_ms=\([0-9]*\).*/\1/p' <<< "$line")
+  bare+=("${drawn:--1}")
   sleep 0.3
 done
 
 median() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'; }
 printf 'load_average_1min=%s runs=%s\n' "$(cut -d' ' -f1 /proc/loadavg)" "$runs"
-printf 'start_to_icons_docked_ms median=%s all=%s\n' "$(median "${times[@]}")" "${times[*]}"
-printf 'app_cpu_ms_until_docked median=%s all=%s\n' "$(median "${cpus[@]}")" "${cpus[*]}"
+printf 'start_to_icons_drawn_ms median=%s all=%s\n' "$(median "${times[@]}")" "${times[*]}"
+printf 'bare_qt_tray_3_icons_drawn_ms median=%s all=%s\n' "$(median "${bare[@]}")" "${bare[*]}"
+printf 'app_cpu_ms_until_drawn median=%s all=%s\n' "$(median "${cpus[@]}")" "${cpus[*]}"
 printf 'idle_rss_kib median=%s all=%s\n' "$(median "${memory[@]}")" "${memory[*]}"

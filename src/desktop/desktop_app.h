@@ -107,6 +107,8 @@ private:
     // Logs how long after the process began the icons were all in place.
     void logIconsShown() const;
 
+    // First, so it runs beside everything else start-up does.
+    DrawingWarmUp m_warmUp;
     QtMainQueue m_queue;
     QtIconRenderer m_icons;
     std::unique_ptr<TrayStatusBar> m_statusBar;

@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QFont>
 #include <QFontMetricsF>
+#include <QImageReader>
 #include <QMimeDatabase>
 #include <QPainter>
 #include <QPainterPath>
@@ -379,6 +380,26 @@ QIcon fileIcon(const std::string& path)
         }
     }
     return themeIcon({"text-x-generic", "unknown"});
+}
+
+DrawingWarmUp::DrawingWarmUp()
+    : m_thread([] {
+        // Both are documented as safe off the main thread: plug-in loading and the font
+        // database; text drawn into an image is how the latter gets filled.
+        QImageReader::supportedImageFormats();
+        QImage image = blank(32);
+        QPainter painter(&image);
+        QFont font = QGuiApplication::font();
+        font.setBold(true);
+        font.setPixelSize(22);
+        painter.setFont(font);
+        painter.drawText(QPointF(2, 24), QStringLiteral("Ag"));
+    })
+{}
+
+DrawingWarmUp::~DrawingWarmUp()
+{
+    m_thread.join();
 }
 
 QtIconRenderer::QtIconRenderer(SiteIconSource siteIcons)

@@ -10,11 +10,27 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace desktop {
 
 // Gives a site's page icon once it was fetched; nothing draws a generic web icon instead.
 using SiteIconSource = std::function<std::optional<QImage>(const std::string& address)>;
+
+// Loads, on a thread of its own, what the first icons drawn would otherwise wait for on the main
+// thread while the tray shows blank squares: the image format plug-ins and the font database.
+// Made right after the application object; the destructor waits for it.
+class DrawingWarmUp final
+{
+public:
+    DrawingWarmUp();
+    ~DrawingWarmUp();
+    DrawingWarmUp(const DrawingWarmUp&) = delete;
+    DrawingWarmUp& operator=(const DrawingWarmUp&) = delete;
+
+private:
+    std::thread m_thread;
+};
 
 // Turns glyphs into pixels: theme icons, letters and emoji, pictures, an app's icon from its
 // desktop entry, a file's icon from its MIME type, with tint, opacity, the playing mark and the
