@@ -202,6 +202,8 @@ void DesktopApp::start()
     }
     m_dependencies->start();
     m_pages.removeOrphanSessions();
+    m_statusBar->setPointerEntered(
+        [this](kit::menubar::StatusItemHandle icon) { pointerEntered(icon); });
     // The icons were created above; the host places them once the loop runs.
     QTimer::singleShot(0, this, [this] { logIconsShown(); });
 }
@@ -223,6 +225,36 @@ bool DesktopApp::isIconWindow(kit::keys::WindowRef window) const
         }
     }
     return false;
+}
+
+void DesktopApp::pointerEntered(kit::menubar::StatusItemHandle icon)
+{
+    const auto* menuBar = m_dependencies->menuBar();
+    if (!menuBar) {
+        return;
+    }
+    for (const auto& id : menuBar->order()) {
+        const auto* item = menuBar->item(id);
+        if (!item || item->button() != icon) {
+            continue;
+        }
+        const auto* shortcut = m_dependencies->libraryStore().library().shortcut(id);
+        const auto* target = shortcut ? shortcut->target.urlTarget() : nullptr;
+        if (!target) {
+            return;
+        }
+        const auto settings =
+            kit::library::ResolvedBrowsing::resolve(*target, m_dependencies->settings().browsing());
+        if (settings.openMode == kit::library::OpenMode::System) {
+            return;
+        }
+        // Starting the engine takes most of a first page's second; a pointer resting on the icon
+        // usually clicks it next. Posted, so the enter event is done with before the engine
+        // holds the main thread.
+        QTimer::singleShot(
+            0, this, [this, copy = *shortcut] { m_pages.presenters().prepare(copy); });
+        return;
+    }
 }
 
 void DesktopApp::logIconsShown() const

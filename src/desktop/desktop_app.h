@@ -104,6 +104,8 @@ private:
     void editRequested();
     void listenForSignals();
     bool isIconWindow(kit::keys::WindowRef window) const;
+    // Gets the engine ready when the pointer comes to a page's icon.
+    void pointerEntered(kit::menubar::StatusItemHandle icon);
     // Logs how long after the process began the icons were all in place.
     void logIconsShown() const;
 

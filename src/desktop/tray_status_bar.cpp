@@ -152,6 +152,33 @@ private:
     std::function<void()> m_changed;
 };
 
+// Calls back when the pointer enters an XEmbed icon: its window is a widget of this process, so
+// the enter event reaches us (a StatusNotifierItem host keeps the pointer to itself).
+class EnterWatch final : public QObject
+{
+public:
+    explicit EnterWatch(std::function<void()> entered)
+        : m_entered(std::move(entered))
+    {
+        if (qApp) {
+            qApp->installEventFilter(this);
+        }
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::Enter
+            && qstrcmp(watched->metaObject()->className(), "QSystemTrayIconSys") == 0) {
+            m_entered();
+        }
+        return false;
+    }
+
+private:
+    std::function<void()> m_entered;
+};
+
 } // namespace
 
 struct TrayStatusBar::Item
@@ -175,6 +202,27 @@ TrayStatusBar::TrayStatusBar(const QtIconRenderer& icons, std::optional<Host> ho
 }
 
 TrayStatusBar::~TrayStatusBar() = default;
+
+void TrayStatusBar::setPointerEntered(std::function<void(StatusItemHandle)> entered)
+{
+    m_pointerEntered = std::move(entered);
+    if (!m_pointerEntered) {
+        m_enterWatch.reset();
+        return;
+    }
+    if (!m_enterWatch) {
+        m_enterWatch = std::make_unique<EnterWatch>([this] {
+            // The event names Qt's private widget; the pointer says which of ours it is.
+            const QPoint pointer = QCursor::pos();
+            for (const auto& [handle, item] : m_items) {
+                if (item->tray && item->tray->geometry().contains(pointer)) {
+                    m_pointerEntered(handle);
+                    return;
+                }
+            }
+        });
+    }
+}
 
 TrayStatusBar::Host TrayStatusBar::detectHost()
 {

@@ -6,6 +6,7 @@
 
 #include <QObject>
 
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -16,8 +17,8 @@ namespace desktop {
 
 // The system tray as the menu bar: one QSystemTrayIcon per icon, its picture drawn by the
 // QtIconRenderer, menus as QMenu. GUI thread only. Icons are shown even while no tray host
-// runs: Qt docks them once one appears. Hover is not reported (trays do not say), and the
-// accessibility label has nowhere to go beyond the tooltip the core sets beside it.
+// runs: Qt docks them once one appears. The accessibility label has nowhere to go beyond the
+// tooltip the core sets beside it.
 class TrayStatusBar final : public kit::menubar::StatusBar
 {
 public:
@@ -57,6 +58,10 @@ public:
     QSystemTrayIcon* trayIcon(kit::menubar::StatusItemHandle item) const;
     QMenu* poppedMenu(kit::menubar::StatusItemHandle item) const;
 
+    // Called when the pointer enters an icon, ahead of a likely click; XEmbed hosts only, as a
+    // StatusNotifierItem host never says where the pointer is.
+    void setPointerEntered(std::function<void(kit::menubar::StatusItemHandle)> entered);
+
     // The bar's appearance, read from the application palette.
     static kit::menubar::Appearance currentAppearance();
 
@@ -74,6 +79,8 @@ private:
     uint64_t m_nextHandle = 1;
     // Watches the application for palette changes.
     std::unique_ptr<QObject> m_paletteWatch;
+    std::function<void(kit::menubar::StatusItemHandle)> m_pointerEntered;
+    std::unique_ptr<QObject> m_enterWatch;
 };
 
 } // namespace desktop

@@ -117,6 +117,12 @@ TEST_F(PagesWithoutEngine, APageOpensInTheBrowserWhenTheModuleIsMissing)
     EXPECT_FALSE(presenters.bringToFront(shortcut.id));
     EXPECT_TRUE(loader.error().empty());
 
+    // Getting ready ahead of a click tries the engine but never opens the browser: only the
+    // click does.
+    presenters.prepare(shortcut);
+    EXPECT_TRUE(opened.empty());
+    EXPECT_EQ(loader.error(), "The page module is missing from this installation.");
+
     presenters.showPanel(shortcut, {}, kit::opening::Anchor{7});
     presenters.showWindow(shortcut, {});
     EXPECT_EQ(opened, (std::vector<std::string>{"https://example.org/", "https://example.org/"}));

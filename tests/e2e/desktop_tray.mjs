@@ -1,6 +1,7 @@
 // The desktop app in a real tray, as a person meets it: a display and a tray host are started, a
 // prepared library shows its icons in order, a file shortcut opens through the default handler,
-// a group pops its menu, and a bar chosen from the application's menu replaces the icons.
+// a group pops its menu, the pointer on a page's icon starts the web engine, and a bar chosen
+// from the application's menu replaces the icons.
 // Usage: node desktop_tray.mjs VANTOREL PREPARE_LIBRARY SCREENSHOT
 import { execFileSync, spawnSync } from "node:child_process";
 import { chmodSync, existsSync, mkdirSync, readFileSync, writeFileSync } from "node:fs";
@@ -68,6 +69,15 @@ try {
   step("the second icon, Reading, popped its menu");
   x("xdotool", "key", "Escape");
   await until(() => popups().length === before, "the menu to close");
+
+  // A pointer resting on a page's icon starts the web engine, so the click that follows is quick;
+  // nothing is loaded until that click. The file's and the group's icons, visited above, did not.
+  assert.ok(!session.log.includes("web engine loaded"), "the engine started for a file or a group");
+  x("xdotool", "mousemove", "--window", icons[2].id, "5", "5");
+  await until(() => session.log.includes("web engine loaded"), "the engine to start on hover", 60000);
+  assert.ok(!session.log.includes("first page loaded"), "no page loads on hover");
+  x("xdotool", "mousemove", "0", "300");
+  step("resting the pointer on Search started the web engine and loaded no page");
 
   x("import", "-window", "root", screenshot);
   step(`screenshot saved to ${screenshot}`);

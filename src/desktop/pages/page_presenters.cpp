@@ -40,9 +40,17 @@ void PagePresenters::showPanel(const kit::library::Shortcut& shortcut,
                                const kit::library::ResolvedBrowsing& settings,
                                kit::opening::Anchor anchor)
 {
+    m_services.loader.host().askedAt = std::chrono::steady_clock::now();
     if (Pages* pages = pagesOrBrowser(shortcut)) {
         pages->showPanel(
             shortcut, settings, m_services.iconRect ? m_services.iconRect(anchor) : QRect());
+    }
+}
+
+void PagePresenters::prepare(const kit::library::Shortcut& shortcut)
+{
+    if (Pages* pages = m_services.loader.load()) {
+        pages->prepare(shortcut);
     }
 }
 
@@ -56,6 +64,7 @@ bool PagePresenters::bringToFront(const kit::library::ShortcutID& shortcut)
 void PagePresenters::showWindow(const kit::library::Shortcut& shortcut,
                                 const kit::library::ResolvedBrowsing& settings)
 {
+    m_services.loader.host().askedAt = std::chrono::steady_clock::now();
     if (Pages* pages = pagesOrBrowser(shortcut)) {
         pages->showWindow(shortcut, settings);
     }

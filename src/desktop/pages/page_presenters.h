@@ -36,6 +36,8 @@ public:
                    const kit::library::ResolvedBrowsing& settings,
                    kit::opening::Anchor anchor) override;
     bool bringToFront(const kit::library::ShortcutID& shortcut) override;
+    // Loads the engine and readies the shortcut's profile, as for a page about to be asked for.
+    void prepare(const kit::library::Shortcut& shortcut);
     void showWindow(const kit::library::Shortcut& shortcut,
                     const kit::library::ResolvedBrowsing& settings) override;
 

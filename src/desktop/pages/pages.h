@@ -42,7 +42,7 @@ struct Host
         saveWindowSize;
     std::function<void(const kit::library::ShortcutID&, const std::string& address)>
         saveLastVisited;
-    // When the module was asked for, which is when the first page was.
+    // When the latest page was asked for.
     std::chrono::steady_clock::time_point askedAt;
     // Each finished load of a shortcut's page, for whoever measures or waits.
     std::function<void(const kit::library::ShortcutID&, bool ok)> loaded;
@@ -62,6 +62,9 @@ public:
     virtual void showWindow(const kit::library::Shortcut& shortcut,
                             const kit::library::ResolvedBrowsing& settings) = 0;
     virtual bool bringToFront(const kit::library::ShortcutID& shortcut) = 0;
+    // Gets the engine ready for the shortcut's page without loading the page: the engine started
+    // and the shortcut's profile made.
+    virtual void prepare(const kit::library::Shortcut& shortcut) = 0;
     // The panel or window holding the shortcut's page, while there is one.
     virtual QWidget* panel(const kit::library::ShortcutID& shortcut) const = 0;
     virtual QWidget* window(const kit::library::ShortcutID& shortcut) const = 0;

@@ -69,7 +69,6 @@ Pages* PagesLoader::load()
     }
     m_tried = true;
     const auto started = std::chrono::steady_clock::now();
-    m_host.askedAt = started;
     // The engine's sandbox refuses to run as root and takes the process down with it.
     if (::geteuid() == 0) {
         ::setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0);
