@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/dialogs.h"
 
+#include "desktop/qt_text.h"
+
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -9,11 +11,6 @@
 namespace desktop {
 
 namespace {
-
-QString toQt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 // A box that deletes itself once dismissed and is brought in front of whatever has the focus:
 // the person clicked an icon in the panel, so no window of ours is active.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager_documents.h"
 
+#include "desktop/qt_text.h"
 #include "kit/storage/library_store.h"
 #include "kit/support/atomic_file.h"
 
@@ -18,15 +19,6 @@ namespace desktop {
 using kit::library::BarID;
 using kit::library::Library;
 using kit::proposal::Proposal;
-
-namespace {
-
-QString qt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
-
-} // namespace
 
 ManagerDocuments::Made ManagerDocuments::make(const kit::storage::LibraryStore& store,
                                               const ExportChoice& choice)
@@ -128,8 +120,8 @@ ManagerExportDialog::ManagerExportDialog(const kit::storage::LibraryStore& store
     m_bars = new QListWidget(this);
     m_bars->setObjectName(QStringLiteral("exportBars"));
     for (const auto& bar : m_store.bars()) {
-        auto* item = new QListWidgetItem(qt(bar.name), m_bars);
-        item->setData(Qt::UserRole, qt(bar.id.string()));
+        auto* item = new QListWidgetItem(toQt(bar.name), m_bars);
+        item->setData(Qt::UserRole, toQt(bar.id.string()));
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable | Qt::ItemIsSelectable);
         const bool checked =
             std::find(m_initial.bars.begin(), m_initial.bars.end(), bar.id) != m_initial.bars.end();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager_introduction.h"
 
+#include "desktop/qt_text.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
 #include "kit/settings/app_settings.h"
@@ -19,11 +20,6 @@ namespace desktop {
 namespace {
 
 constexpr int kTextWidth = 400;
-
-QString qt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 QLabel* section(const QString& title, QWidget* parent)
 {
@@ -50,17 +46,17 @@ QString ManagerIntroduction::keysText(const kit::settings::AppSettings& settings
     QStringList lines;
     if (auto keys = kit::keys::NumberKeys::fromSettings(settings)) {
         lines << QStringLiteral("%1 to %2 open the first nine icons, counted from the left.")
-                     .arg(qt(keys->display(1).value_or("")), qt(keys->display(9).value_or("")));
+                     .arg(toQt(keys->display(1).value_or("")), toQt(keys->display(9).value_or("")));
     } else {
         lines << QStringLiteral("Number keys for the icons are off; Settings turns them on.");
     }
     if (const auto& menu = settings.menuHotKey()) {
         lines << QStringLiteral("%1 opens the icons' shortcuts as a menu.")
-                     .arg(qt(kit::keys::HotKeyCombo(*menu).display()));
+                     .arg(toQt(kit::keys::HotKeyCombo(*menu).display()));
     }
     if (const auto& bar = settings.activeBarHotKey()) {
         lines << QStringLiteral("%1 opens everything on the showing bar as a menu.")
-                     .arg(qt(kit::keys::HotKeyCombo(*bar).display()));
+                     .arg(toQt(kit::keys::HotKeyCombo(*bar).display()));
     }
     if (settings.wheelSwitchesBars()) {
         lines << QStringLiteral("Scrolling over an icon switches to the bar before or after.");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager_outline_model.h"
 
+#include "desktop/qt_text.h"
 #include "kit/menubar/menu_bar_controller.h"
 #include "kit/menubar/shortcut_menu.h"
 
@@ -23,11 +24,6 @@ using kit::library::ShortcutID;
 using kit::library::Target;
 
 namespace {
-
-QString qt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 QString kindWord(Target::Kind kind)
 {
@@ -53,12 +49,12 @@ QString detail(const Shortcut& shortcut)
     const Target& target = shortcut.target;
     switch (target.kind()) {
     case Target::Kind::App:
-        return qt(target.appTarget()->bundleID);
+        return toQt(target.appTarget()->bundleID);
     case Target::Kind::File:
     case Target::Kind::Folder:
-        return qt(target.fileTarget()->bookmark.displayPath);
+        return toQt(target.fileTarget()->bookmark.displayPath);
     case Target::Kind::Url:
-        return qt(target.urlTarget()->url);
+        return toQt(target.urlTarget()->url);
     case Target::Kind::Group: {
         const size_t count = target.members().size();
         return count == 1 ? QStringLiteral("1 shortcut")
@@ -424,7 +420,7 @@ QVariant ManagerOutlineModel::data(const QModelIndex& index, int role) const
                 return shortcut->target.isDivider() ? QStringLiteral("Divider")
                                                     : QStringLiteral("Untitled");
             }
-            return qt(shortcut->name);
+            return toQt(shortcut->name);
         }
         if (hidden) {
             return QStringLiteral("%1 · %2 · not in the menu bar")
@@ -432,7 +428,7 @@ QVariant ManagerOutlineModel::data(const QModelIndex& index, int role) const
         }
         return QStringLiteral("%1 · %2").arg(kindWord(shortcut->target.kind()), detail(*shortcut));
     case Qt::EditRole:
-        return index.column() == NameColumn ? qt(shortcut->name) : QVariant();
+        return index.column() == NameColumn ? toQt(shortcut->name) : QVariant();
     case Qt::DecorationRole:
         if (index.column() == NameColumn) {
             if (!m_iconSource || shortcut->target.isDivider()) {
@@ -460,7 +456,7 @@ QVariant ManagerOutlineModel::data(const QModelIndex& index, int role) const
         }
         return {};
     case IdRole:
-        return qt(shortcut->id.string());
+        return toQt(shortcut->id.string());
     case IsGroupRole:
         return shortcut->target.isGroup();
     default:

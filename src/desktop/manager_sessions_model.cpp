@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager_sessions_model.h"
 
+#include "desktop/qt_text.h"
 #include "kit/storage/library_store.h"
 
 #include <QPainter>
@@ -15,11 +16,6 @@ using kit::library::Session;
 using kit::library::SessionID;
 
 namespace {
-
-QString qt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 QPixmap swatch(const QColor& colour)
 {
@@ -172,14 +168,14 @@ QVariant ManagerSessionsModel::data(const QModelIndex& index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case Qt::EditRole:
-        return qt(session.name);
+        return toQt(session.name);
     case Qt::DecorationRole:
         return swatch(colour(Session::colourIndex(session)));
     case Qt::ToolTipRole:
     case DetailRole:
         return detail(m_store.usage(session.id).value_or(0), sites());
     case IDRole:
-        return qt(session.id.string());
+        return toQt(session.id.string());
     case ColourRole:
         return Session::colourIndex(session);
     default:

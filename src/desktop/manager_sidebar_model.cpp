@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager_sidebar_model.h"
 
+#include "desktop/qt_text.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"
 
@@ -23,11 +24,6 @@ constexpr std::array kPanes{ManagerSidebarModel::Pane::Sessions,
                             ManagerSidebarModel::Pane::Proposals,
                             ManagerSidebarModel::Pane::Settings,
                             ManagerSidebarModel::Pane::About};
-
-QString qt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 QString paneTitle(ManagerSidebarModel::Pane pane)
 {
@@ -194,14 +190,14 @@ QVariant ManagerSidebarModel::data(const QModelIndex& index, int role) const
     switch (role) {
     case Qt::DisplayRole:
         if (bar) {
-            return qt(m_store.bars()[static_cast<size_t>(index.row())].name);
+            return toQt(m_store.bars()[static_cast<size_t>(index.row())].name);
         }
         if (pane == Pane::Proposals && m_inbox && m_inbox->isPending()) {
             return QStringLiteral("Proposals (1)");
         }
         return paneTitle(pane);
     case Qt::EditRole:
-        return bar ? qt(m_store.bars()[static_cast<size_t>(index.row())].name) : QVariant();
+        return bar ? toQt(m_store.bars()[static_cast<size_t>(index.row())].name) : QVariant();
     case Qt::DecorationRole:
         if (showing) {
             return QApplication::style()->standardIcon(QStyle::SP_DialogApplyButton);
@@ -222,7 +218,7 @@ QVariant ManagerSidebarModel::data(const QModelIndex& index, int role) const
     case PaneRole:
         return static_cast<int>(pane);
     case BarIDRole:
-        return bar ? qt(bar->string()) : QVariant();
+        return bar ? toQt(bar->string()) : QVariant();
     case ShowingRole:
         return showing;
     case FirstPaneRole:

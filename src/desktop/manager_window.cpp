@@ -3,6 +3,7 @@
 
 #include "desktop/manager_documents.h"
 #include "desktop/manager_outline_model.h"
+#include "desktop/qt_text.h"
 #include "desktop/review_window.h"
 #include "kit/proposal/proposal_inbox.h"
 
@@ -39,11 +40,6 @@ using kit::library::Target;
 using kit::storage::LibraryStore;
 
 namespace {
-
-QString qt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 QLabel* heading(const QString& text, QWidget* parent)
 {
@@ -517,7 +513,7 @@ QWidget* ManagerWindow::makeAboutPane()
 {
     auto* pane = new QWidget(this);
     auto* title = heading(QStringLiteral("Vantorel"), pane);
-    auto* version = note(QStringLiteral("Version %1").arg(qt(m_services.version)), pane);
+    auto* version = note(QStringLiteral("Version %1").arg(toQt(m_services.version)), pane);
     auto* text = new QLabel(
         QStringLiteral("Vantorel keeps your shortcuts in the menu bar: pages, apps, files, folders "
                        "and groups of them, one bar at a time.\n\n"
@@ -716,7 +712,7 @@ void ManagerWindow::updateBarPane()
     const bool readable = m_outline->isReadable();
     const BarID bar = m_outline->bar();
     const auto* entry = m_services.store.barIndex().bar(bar);
-    m_barTitle->setText(entry ? qt(entry->name) : QString());
+    m_barTitle->setText(entry ? toQt(entry->name) : QString());
     const bool showing = m_outline->isShowingBar();
     m_barStatus->setText(showing
                              ? QStringLiteral("Showing in the menu bar")
@@ -724,7 +720,7 @@ void ManagerWindow::updateBarPane()
     m_showBar->setVisible(!showing);
     m_outlineStack->setCurrentWidget(readable ? static_cast<QWidget*>(m_outlineView)
                                               : m_unreadablePage);
-    m_unreadableMessage->setText(qt(m_outline->unreadableMessage()));
+    m_unreadableMessage->setText(toQt(m_outline->unreadableMessage()));
 
     const auto selected = selectedShortcut();
     const bool editable = static_cast<bool>(m_services.edit);
@@ -743,7 +739,7 @@ void ManagerWindow::updateBarPane()
     m_exportButton->setEnabled(readable);
 
     const auto room = m_outline->roomNote();
-    m_roomNote->setText(room ? qt(*room) : QString());
+    m_roomNote->setText(room ? toQt(*room) : QString());
     m_roomNote->setVisible(room.has_value());
 }
 
@@ -862,7 +858,7 @@ void ManagerWindow::fillMoveMenu()
             continue;
         }
         QAction* into = m_moveMenu->addAction(
-            qt(group->name.empty() ? std::string("Untitled group") : group->name));
+            toQt(group->name.empty() ? std::string("Untitled group") : group->name));
         const ShortcutID id = *selected;
         const ShortcutID groupID = group->id;
         const size_t end = group->target.members().size();
@@ -876,7 +872,7 @@ void ManagerWindow::fillMoveMenu()
         if (bar.id == m_outline->bar()) {
             continue;
         }
-        QAction* onto = m_moveMenu->addAction(qt(bar.name));
+        QAction* onto = m_moveMenu->addAction(toQt(bar.name));
         const ShortcutID id = *selected;
         const BarID to = bar.id;
         connect(onto, &QAction::triggered, this, [this, id, to] {
@@ -1020,7 +1016,7 @@ void ManagerWindow::exportCurrent(bool oneShortcut)
     } else {
         file = QFileDialog::getSaveFileName(this,
                                             QStringLiteral("Export"),
-                                            QDir::home().filePath(qt(suggested)),
+                                            QDir::home().filePath(toQt(suggested)),
                                             QStringLiteral("Vantorel documents (*.vantorel)"))
                    .toStdString();
     }
@@ -1061,8 +1057,8 @@ bool ManagerWindow::ask(const std::string& question, const std::string& action)
     if (m_services.confirm) {
         return m_services.confirm(question, action);
     }
-    QMessageBox box(QMessageBox::Question, QStringLiteral("Vantorel"), qt(question), {}, this);
-    QPushButton* yes = box.addButton(qt(action), QMessageBox::DestructiveRole);
+    QMessageBox box(QMessageBox::Question, QStringLiteral("Vantorel"), toQt(question), {}, this);
+    QPushButton* yes = box.addButton(toQt(action), QMessageBox::DestructiveRole);
     box.addButton(QMessageBox::Cancel);
     box.setDefaultButton(QMessageBox::Cancel);
     box.exec();
@@ -1075,7 +1071,7 @@ void ManagerWindow::tell(const std::string& title, const std::string& message)
         m_services.alert(title, message);
         return;
     }
-    QMessageBox::warning(this, qt(title), qt(message));
+    QMessageBox::warning(this, toQt(title), toQt(message));
 }
 
 bool ManagerWindow::eventFilter(QObject* watched, QEvent* event)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/qsettings_store.h"
 
+#include "desktop/qt_text.h"
 #include "kit/support/log.h"
 
 #include <QByteArray>
@@ -34,11 +35,6 @@ std::string toStd(const QString& text)
 {
     const QByteArray utf8 = text.toUtf8();
     return {utf8.constData(), static_cast<size_t>(utf8.size())};
-}
-
-QString toQt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
 }
 
 // The file holds text, so a value read back from it has lost its type: guess it from the text.

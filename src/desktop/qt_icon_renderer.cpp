@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/qt_icon_renderer.h"
 
+#include "desktop/qt_text.h"
+
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -34,11 +36,6 @@ constexpr std::array<int, 6> kTraySizes{16, 22, 24, 32, 48, 64};
 
 const QColor kPlayingColour(0x30, 0xD1, 0x58);
 const QColor kAlertColour(0xFF, 0x45, 0x3A);
-
-QString toQt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 std::optional<QColor> colour(const std::optional<std::string>& hex)
 {

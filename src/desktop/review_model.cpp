@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/review_model.h"
 
+#include "desktop/qt_text.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"
 
@@ -21,14 +22,9 @@ using kit::proposal::ReviewRow;
 
 namespace {
 
-QString qt(const std::string& text)
-{
-    return QString::fromStdString(text);
-}
-
 QString quoted(const std::string& text)
 {
-    return QStringLiteral("“%1”").arg(qt(text));
+    return QStringLiteral("“%1”").arg(toQt(text));
 }
 
 QString barHeading(const BarReview& bar)
@@ -84,9 +80,10 @@ std::pair<int, size_t> groupKey(const ReviewRow& row)
 
 QString verdictText(const ReviewRow& row)
 {
-    QString text = row.verdict == "needsAccess" ? QStringLiteral("needs access") : qt(row.verdict);
+    QString text =
+        row.verdict == "needsAccess" ? QStringLiteral("needs access") : toQt(row.verdict);
     for (const auto& detail : row.details) {
-        text += QLatin1Char('\n') + qt(detail);
+        text += QLatin1Char('\n') + toQt(detail);
     }
     return text;
 }
@@ -285,7 +282,7 @@ QVariant ReviewModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         if (index.column() == SubjectColumn) {
             return row->kind == ReviewRow::Kind::Bar ? QStringLiteral("Everything for this bar")
-                                                     : qt(row->subject);
+                                                     : toQt(row->subject);
         }
         return verdictText(*row);
     case Qt::ToolTipRole:
@@ -351,7 +348,7 @@ QString ReviewModel::title() const
     if (!proposal) {
         return QStringLiteral("Nothing to review");
     }
-    return proposal->title ? qt(*proposal->title) : QStringLiteral("Proposed changes");
+    return proposal->title ? toQt(*proposal->title) : QStringLiteral("Proposed changes");
 }
 
 QString ReviewModel::origin() const
@@ -364,7 +361,7 @@ QString ReviewModel::origin() const
         return QStringLiteral("From the document ") + quoted(*m_inbox.fileName());
     }
     if (proposal->source) {
-        return QStringLiteral("From ") + qt(*proposal->source);
+        return QStringLiteral("From ") + toQt(*proposal->source);
     }
     return {};
 }
@@ -379,7 +376,7 @@ QString ReviewModel::summary() const
     if (!applying.hasWork() && review->hasWork()) {
         return QString::fromUtf8(kit::proposal::kNothingChecked);
     }
-    return qt(kit::proposal::summarySentence(applying));
+    return toQt(kit::proposal::summarySentence(applying));
 }
 
 bool ReviewModel::canApply() const

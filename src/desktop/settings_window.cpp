@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/settings_window.h"
 
+#include "desktop/qt_text.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
 #include "kit/mcp/assistant_setup.h"
@@ -36,11 +37,6 @@ using kit::settings::AppSettings;
 using kit::settings::DigitKeys;
 
 namespace {
-
-QString qt(std::string_view text)
-{
-    return QString::fromUtf8(text.data(), qsizetype(text.size()));
-}
 
 std::uint32_t rawModifiers(Qt::KeyboardModifiers modifiers)
 {
@@ -201,11 +197,11 @@ protected:
         }
         if (m_mode == Mode::Pair) {
             m_held |= rawModifiers(event->modifiers()) | rawModifiers(modifierOf(key));
-            setText(qt(ModifierSet::fromRaw(m_held).symbols()));
+            setText(toQt(ModifierSet::fromRaw(m_held).symbols()));
             return;
         }
         if (isModifierKey(key)) {
-            setText(qt(ModifierSet::fromRaw(rawModifiers(event->modifiers())).symbols()));
+            setText(toQt(ModifierSet::fromRaw(rawModifiers(event->modifiers())).symbols()));
             return;
         }
         const auto code = keyCodeFor(key);
@@ -352,7 +348,7 @@ QWidget* SettingsWindow::makeKeysSection()
                            DigitKeys::ShiftControl,
                            DigitKeys::Custom,
                            DigitKeys::Off}) {
-        m_digitKeys->addItem(QString(), QVariant(qt(kit::library::enumWord(keys))));
+        m_digitKeys->addItem(QString(), QVariant(toQt(kit::library::enumWord(keys))));
     }
     connect(m_digitKeys, &QComboBox::activated, this, [this](int index) {
         write("shortcutKeys",
@@ -372,7 +368,7 @@ QWidget* SettingsWindow::makeKeysSection()
         QPalette palette = m_customPairMessage->palette();
         palette.setColor(QPalette::WindowText, palette.color(QPalette::Text));
         m_customPairMessage->setPalette(palette);
-        showMessage(m_customPairMessage, qt(kit::keys::kPairRule));
+        showMessage(m_customPairMessage, toQt(kit::keys::kPairRule));
     };
     m_customPair->onPair = [this](std::uint32_t raw) {
         QPalette palette = m_customPairMessage->palette();
@@ -380,7 +376,7 @@ QWidget* SettingsWindow::makeKeysSection()
         m_customPairMessage->setPalette(palette);
         const ModifierSet pair = ModifierSet::fromRaw(raw);
         if (!kit::keys::isAllowedPair(pair)) {
-            showMessage(m_customPairMessage, qt(kit::keys::kPairRule));
+            showMessage(m_customPairMessage, toQt(kit::keys::kPairRule));
             return;
         }
         write(
@@ -535,7 +531,7 @@ QWidget* SettingsWindow::makeAssistantsSection()
     m_bridgePathLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     setup->addWidget(m_bridgePathLabel);
     auto* guide = new QLabel(QStringLiteral("<a href=\"%1\">How to set up an assistant</a>")
-                                 .arg(qt(kit::mcp::AssistantSetup::kGuideURL)),
+                                 .arg(toQt(kit::mcp::AssistantSetup::kGuideURL)),
                              m_assistantSetup);
     guide->setOpenExternalLinks(true);
     setup->addWidget(guide);
@@ -577,7 +573,7 @@ QWidget* SettingsWindow::makeFoldersSection()
 void SettingsWindow::write(const char* key, const std::string& text, QLabel* message)
 {
     const auto error = m_settings.set(key, text);
-    showMessage(message, error ? qt(*error) : QString());
+    showMessage(message, error ? toQt(*error) : QString());
     // A refused value puts the control back to what is kept.
     if (error) {
         reload();
@@ -595,7 +591,7 @@ void SettingsWindow::writeHotKey(bool menu,
         const kit::keys::HotKeyCombo keys(*stored);
         if (!keys.isUsable()) {
             showMessage(message,
-                        qt(keys.display())
+                        toQt(keys.display())
                             + QStringLiteral(" needs a modifier key held with it, or "
                                              "it would take the key from every app."));
             return;
@@ -625,23 +621,23 @@ void SettingsWindow::reload()
             const auto keys = kit::library::enumFromWord<DigitKeys>(
                 m_digitKeys->itemData(i).toString().toStdString());
             if (keys) {
-                m_digitKeys->setItemText(i, qt(kit::keys::displayText(*keys, custom)));
+                m_digitKeys->setItemText(i, toQt(kit::keys::displayText(*keys, custom)));
                 if (*keys == m_settings.shortcutKeys()) {
                     m_digitKeys->setCurrentIndex(i);
                 }
             }
         }
     }
-    m_customPair->setShown(qt(custom.symbols() + " " + custom.names()));
+    m_customPair->setShown(toQt(custom.symbols() + " " + custom.names()));
     const auto shownHotKey = [](const std::optional<kit::settings::HotKeyCombo>& combo) {
-        return combo ? qt(kit::keys::HotKeyCombo(*combo).display()) : QStringLiteral("Off");
+        return combo ? toQt(kit::keys::HotKeyCombo(*combo).display()) : QStringLiteral("Off");
     };
     m_menuHotKey->setShown(shownHotKey(m_settings.menuHotKey()));
     m_barHotKey->setShown(shownHotKey(m_settings.activeBarHotKey()));
     if (m_refusedHotKeys) {
         QStringList taken;
         for (const auto& key : m_refusedHotKeys()) {
-            taken << qt(key);
+            taken << toQt(key);
         }
         showMessage(m_refusedMessage,
                     taken.isEmpty()
@@ -652,7 +648,7 @@ void SettingsWindow::reload()
     }
     const auto select = [](QComboBox* box, std::string_view word) {
         QSignalBlocker block(box);
-        box->setCurrentIndex(box->findData(qt(word)));
+        box->setCurrentIndex(box->findData(toQt(word)));
     };
     select(m_appearance, kit::library::enumWord(m_settings.appearance()));
     select(m_newWindowLinks, kit::library::enumWord(m_settings.newWindowLinks()));
@@ -676,9 +672,9 @@ void SettingsWindow::reload()
             QStringLiteral("The bridge program was not found next to Vantorel; reinstalling "
                            "Vantorel puts it back."));
     } else {
-        m_configText->setPlainText(qt(kit::mcp::AssistantSetup::configJSON(bridge)));
-        m_addCommand->setText(qt(kit::mcp::AssistantSetup::addCommand("<client>", bridge)));
-        m_bridgePathLabel->setText(QStringLiteral("The bridge: ") + qt(bridge));
+        m_configText->setPlainText(toQt(kit::mcp::AssistantSetup::configJSON(bridge)));
+        m_addCommand->setText(toQt(kit::mcp::AssistantSetup::addCommand("<client>", bridge)));
+        m_bridgePathLabel->setText(QStringLiteral("The bridge: ") + toQt(bridge));
     }
     reloadFolders();
 }
@@ -688,7 +684,7 @@ void SettingsWindow::reloadFolders()
     const QString current = m_folders->currentItem() ? m_folders->currentItem()->text() : QString();
     m_folders->clear();
     for (const auto& grant : m_grants.grants()) {
-        m_folders->addItem(qt(grant.displayPath));
+        m_folders->addItem(toQt(grant.displayPath));
     }
     const auto matches = m_folders->findItems(current, Qt::MatchExactly);
     if (!current.isEmpty() && !matches.isEmpty()) {
@@ -705,7 +701,7 @@ void SettingsWindow::addFolder()
     }
     if (!m_grants.grant(folder)) {
         showMessage(m_foldersMessage,
-                    qt(folder)
+                    toQt(folder)
                         + QStringLiteral(" is not a folder Vantorel can "
                                          "reach."));
         return;

@@ -2,6 +2,7 @@
 #include "desktop/tray_status_bar.h"
 
 #include "desktop/menu_builder.h"
+#include "desktop/qt_text.h"
 #include "kit/support/log.h"
 
 #include <QApplication>
@@ -106,11 +107,6 @@ private:
 
     std::shared_ptr<Shared> m_shared;
 };
-
-QString toQt(const std::string& text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 // Qt objects go through deleteLater: a click's handler may remove the very icon it came from
 // while Qt is still inside that icon's signal.

@@ -3,6 +3,7 @@
 
 #include "desktop/editor/icon_picker.h"
 #include "desktop/qt_icon_renderer.h"
+#include "desktop/qt_text.h"
 #include "kit/library/web_address.h"
 #include "kit/storage/library_store.h"
 #include "kit/tools/icon_provider.h"
@@ -44,11 +45,6 @@ namespace {
 
 constexpr int kDefault = -1;
 constexpr int kLargestSide = 5000;
-
-QString toQt(std::string_view text)
-{
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
-}
 
 QString defaultText(std::string_view what)
 {

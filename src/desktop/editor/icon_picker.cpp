@@ -2,6 +2,7 @@
 #include "desktop/editor/icon_picker.h"
 
 #include "desktop/qt_icon_renderer.h"
+#include "desktop/qt_text.h"
 
 #include <QBuffer>
 #include <QColorDialog>
@@ -34,11 +35,6 @@ using kit::menubar::Appearance;
 using kit::menubar::Glyph;
 
 namespace {
-
-QString toQt(const std::string& text)
-{
-    return QString::fromStdString(text);
-}
 
 std::string lowered(std::string text)
 {
