@@ -124,6 +124,27 @@ bool isTokenChar(unsigned char c)
     return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '%';
 }
 
+// Calls visit(start, end) for each run of token characters in lower-case text; the same cut on
+// both sides, rules and requests, so a rule's token is found whole in the addresses it matches.
+// Forced inline: on the request side it is the hot loop, and as a call it cost about 5%.
+template <class Visit>
+[[gnu::always_inline]] inline void forEachToken(std::string_view text, Visit&& visit)
+{
+    size_t i = 0;
+    while (i < text.size()) {
+        while (i < text.size() && !isTokenChar(static_cast<unsigned char>(text[i]))) {
+            ++i;
+        }
+        const size_t start = i;
+        while (i < text.size() && isTokenChar(static_cast<unsigned char>(text[i]))) {
+            ++i;
+        }
+        if (i > start) {
+            visit(start, i);
+        }
+    }
+}
+
 bool isSeparator(unsigned char c)
 {
     return !((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_'
@@ -764,20 +785,10 @@ struct Matcher::Context
             }
         };
         if (!index.tokens.slots.empty()) {
-            std::string_view text = request.lower;
-            size_t i = 0;
-            while (i < text.size()) {
-                while (i < text.size() && !isTokenChar(static_cast<unsigned char>(text[i]))) {
-                    ++i;
-                }
-                size_t start = i;
-                while (i < text.size() && isTokenChar(static_cast<unsigned char>(text[i]))) {
-                    ++i;
-                }
-                if (i > start) {
-                    each(index.tokens.find(hashBytes(text.substr(start, i - start))));
-                }
-            }
+            const std::string_view text = request.lower;
+            forEachToken(text, [&](size_t start, size_t end) {
+                each(index.tokens.find(hashBytes(text.substr(start, end - start))));
+            });
         }
         if (!index.domains.slots.empty()) {
             for (size_t j = 0; j < topHashCount; ++j) {
@@ -1004,24 +1015,13 @@ std::vector<PendingToken> tokensOf(uint8_t flags,
         bool boundedAfter = p + 1 == parts.size() ? (flags & kFlagEndAnchor) != 0
                                                   : (parts[p + 1].first == kPartSeparator
                                                      || parts[p + 1].first == kPartSeparatorOrEnd);
-        size_t i = 0;
-        while (i < text.size()) {
-            while (i < text.size() && !isTokenChar(static_cast<unsigned char>(text[i]))) {
-                ++i;
+        forEachToken(text, [&](size_t start, size_t end) {
+            if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
+                return;
             }
-            size_t start = i;
-            while (i < text.size() && isTokenChar(static_cast<unsigned char>(text[i]))) {
-                ++i;
-            }
-            if (i == start) {
-                continue;
-            }
-            if ((start == 0 && !boundedBefore) || (i == text.size() && !boundedAfter)) {
-                continue;
-            }
-            tokens.push_back({hashBytes(std::string_view(text).substr(start, i - start)),
-                              static_cast<uint32_t>(i - start)});
-        }
+            tokens.push_back({hashBytes(std::string_view(text).substr(start, end - start)),
+                              static_cast<uint32_t>(end - start)});
+        });
     }
     return tokens;
 }
