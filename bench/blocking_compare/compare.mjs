@@ -38,9 +38,12 @@ function run(decide) {
 // which makes every other host third-party).
 pslInit(fs.readFileSync(option('--suffixes') ?? '/usr/share/publicsuffix/public_suffix_list.dat', 'utf8'));
 // Ours, in its own process, first: once node holds the other engines its collector runs beside
-// whatever comes next and slows it.
+// whatever comes next and slows it. The requests come from the file itself: fed through a pipe,
+// node's refills between requests made each one read about 1 µs slower.
+const requestsFile = fs.openSync(option('--requests'), 'r');
 const driver = spawnSync(option('--driver'), ['--rules', option('--rules')],
-    { input: requestsText, maxBuffer: 1 << 28, encoding: 'utf8' });
+    { stdio: [requestsFile, 'pipe', 'pipe'], maxBuffer: 1 << 28, encoding: 'utf8' });
+fs.closeSync(requestsFile);
 if (driver.status !== 0) {
     console.error(driver.stderr);
     process.exit(1);
