@@ -14,6 +14,7 @@
 #include <QEventLoop>
 #include <QLabel>
 #include <QLineEdit>
+#include <QShortcut>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -22,6 +23,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -233,6 +235,7 @@ struct Engine
     std::unique_ptr<PagesLoader> loader;
     std::unique_ptr<ProfileStores> stores;
     std::map<ShortcutID, int> loads;
+    std::map<ShortcutID, double> zooms;
     qint64 moduleMs = 0;
 
     Engine()
@@ -252,6 +255,7 @@ struct Engine
         host.cacheRoot = folder.path() / "cache";
         host.asksWhereToSaveDownloads = [] { return false; };
         host.loaded = [this](const ShortcutID& id, bool) { ++loads[id]; };
+        host.saveZoom = [this](const ShortcutID& id, double zoom) { zooms[id] = zoom; };
         loader = std::make_unique<PagesLoader>(
             host, std::vector<std::filesystem::path>{VANTOREL_PAGES_MODULE_PATH});
         stores = std::make_unique<ProfileStores>(*loader,
@@ -444,6 +448,17 @@ TEST_F(PagesEndToEnd, FirstPanelFigures)
         "figure: memory with pages open, process tree %.1f MB (before this panel %.1f MB)\n",
         treeResidentKB() / 1024.0,
         before / 1024.0);
+
+    // Zooming in with the keys is kept for the next opening.
+    for (auto* key : widget->findChildren<QShortcut*>()) {
+        if (key->key() == QKeySequence(Qt::ControlModifier | Qt::Key_Equal)) {
+            Q_EMIT key->activated();
+        }
+    }
+    const double* larger = std::upper_bound(
+        kit::library::PageZoom::kSteps.begin(), kit::library::PageZoom::kSteps.end(), 1.0);
+    ASSERT_NE(larger, kit::library::PageZoom::kSteps.end());
+    EXPECT_DOUBLE_EQ(engine.zooms[panel.id], *larger);
 
     // A second opening of a panel that is showing closes it; the page stays for the next time.
     engine.pages().showPanel(panel, engine.settings(panel), QRect(600, 0, 24, 24));

@@ -79,6 +79,11 @@ void AppPages::connect(app::AppDependencies& dependencies)
     host.saveWindowSize = [store](const ShortcutID& id, const ContentSize& size) {
         store->mutate([&](kit::library::Library& library) { library.setWindowSize(id, size); });
     };
+    host.saveZoom = [store](const ShortcutID& id, double zoom) {
+        store->mutate([&](kit::library::Library& library) {
+            library.apply(kit::library::change::Zoom{zoom}, id);
+        });
+    };
     host.saveLastVisited = [store](const ShortcutID& id, const std::string& address) {
         store->mutate(
             [&](kit::library::Library& library) { library.setLastVisitedURL(id, address); });

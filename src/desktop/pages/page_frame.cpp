@@ -143,6 +143,9 @@ PageFrame::PageFrame(Kind kind,
             if (auto next = zoomForKey(combination, zoom())) {
                 setZoom(*next);
                 showZoom();
+                if (m_callbacks.zoomed) {
+                    m_callbacks.zoomed(zoom());
+                }
             }
         });
     }

@@ -59,6 +59,8 @@ public:
         std::function<void(bool shown)> shownChanged;
         // Whether the page is audible, reported on each change.
         std::function<void(bool audible)> audibleChanged;
+        // The person zoomed with the keys, to this factor.
+        std::function<void(double zoom)> zoomed;
     };
 
     // How long a panel hidden by a click elsewhere counts as just closed: that click was most

@@ -42,6 +42,8 @@ struct Host
         saveWindowSize;
     std::function<void(const kit::library::ShortcutID&, const std::string& address)>
         saveLastVisited;
+    // A zoom the person chose with the keys, kept for the next opening.
+    std::function<void(const kit::library::ShortcutID&, double zoom)> saveZoom;
     // When the latest page was asked for.
     std::chrono::steady_clock::time_point askedAt;
     // Each finished load of a shortcut's page, for whoever measures or waits.

@@ -281,6 +281,11 @@ private:
                 m_host.loaded(id, ok);
             }
         };
+        callbacks.zoomed = [this, id](double zoom) {
+            if (m_host.saveZoom) {
+                m_host.saveZoom(id, zoom);
+            }
+        };
         callbacks.newWindow = [this, id, kind](QWebEngineNewWindowRequest& request) {
             newWindow(frame({id, kind}), request);
         };
