@@ -36,6 +36,10 @@ export class TraySession {
       DBUS_SESSION_BUS_ADDRESS: "disabled:",
       QTWEBENGINE_DISABLE_SANDBOX: "1",
     };
+    // The sanitizer build's settings for the app, as the test was given them.
+    for (const key of ["ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"]) {
+      if (process.env[key]) this.env[key] = process.env[key];
+    }
     for (const key of ["HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"]) {
       mkdirSync(this.env[key], { recursive: true });
     }
