@@ -3,11 +3,13 @@
 
 #include "kit/support/log.h"
 
+#include <QLoggingCategory>
 #include <QStandardPaths>
 
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 
 namespace desktop::pages {
@@ -20,6 +22,40 @@ std::filesystem::path writable(QStandardPaths::StandardLocation location)
 {
     return QStandardPaths::writableLocation(location).toStdString();
 }
+
+// A message handler is a plain function, so the one it stands in front of has to live here.
+QtMessageHandler gPreviousHandler = nullptr;
+
+// The engine, loaded late on purpose so the idle app never maps it, says it should have been set
+// up before the application object; those sentences would ask the person for what is our choice.
+void withoutLateStartWarnings(QtMsgType type,
+                              const QMessageLogContext& context,
+                              const QString& text)
+{
+    if (text.startsWith(QLatin1String("Qt WebEngine seems to be initialized from a plugin"))
+        || text.startsWith(QLatin1String("Attribute Qt::AA_ShareOpenGLContexts must be set"))) {
+        return;
+    }
+    if (gPreviousHandler) {
+        gPreviousHandler(type, context, text);
+    } else {
+        std::fprintf(stderr, "%s\n", qPrintable(text));
+    }
+}
+
+// Filters the engine's messages while it loads and starts.
+struct QuietEngineStart
+{
+    QuietEngineStart()
+    {
+        // Its start-up report of GL settings is for the engine's developers.
+        QLoggingCategory::setFilterRules(QStringLiteral("qt.webenginecontext.info=false"));
+        gPreviousHandler = qInstallMessageHandler(withoutLateStartWarnings);
+    }
+    ~QuietEngineStart() { qInstallMessageHandler(gPreviousHandler); }
+    QuietEngineStart(const QuietEngineStart&) = delete;
+    QuietEngineStart& operator=(const QuietEngineStart&) = delete;
+};
 
 } // namespace
 
@@ -85,6 +121,7 @@ Pages* PagesLoader::load()
             continue;
         }
         m_library.setFileName(QString::fromStdString(candidate.string()));
+        const QuietEngineStart quiet;
         if (!m_library.load()) {
             m_error =
                 "The page module could not be loaded: " + m_library.errorString().toStdString();
