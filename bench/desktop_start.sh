@@ -15,7 +15,7 @@ done
 
 root=$(mktemp -d)
 exec 3> "$root/display"
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 2>/dev/null &
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 2>/dev/null &
 xvfb=$!
 trap 'kill $tray $xvfb 2>/dev/null; rm -rf "$root"' EXIT
 for _ in $(seq 100); do [ -s "$root/display" ] && break; sleep 0.05; done

@@ -24,7 +24,7 @@ header{background:#3b5bdb;color:#fff;padding:18px 20px;font-size:20px}</style></
 <body><header>Search</header><p>A local page shown in a panel under its icon.</p></body></html>
 HTML
 exec 3> "$root/display"
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 2>/dev/null &
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 2>/dev/null &
 xvfb=$!
 app=
 trap 'kill $app $server $tray $xvfb 2>/dev/null; rm -rf "$root"' EXIT

@@ -78,7 +78,10 @@ export class TraySession {
   }
 
   async startDisplayAndTray(size) {
-    const xvfb = spawn("Xvfb", ["-displayfd", "3", "-screen", "0", `${size}x24`, "-nolisten", "tcp"],
+    // No reset: by default the server restarts when its last client leaves, and a window-tree
+    // query ending just as trayer connects left trayer unable to open the display.
+    const xvfb = spawn("Xvfb", ["-displayfd", "3", "-screen", "0", `${size}x24`, "-nolisten", "tcp",
+                                "-noreset"],
                        { stdio: ["ignore", "ignore", "pipe", "pipe"] });
     this.children.push(xvfb);
     let number = "";
