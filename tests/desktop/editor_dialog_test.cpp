@@ -4,6 +4,7 @@
 #include "desktop/editor/shortcut_editor.h"
 #include "desktop/qt_icon_renderer.h"
 #include "desktop_environment.h"
+#include "kit/library/fixtures.h"
 #include "kit/opening/target_factory.h"
 #include "kit/tools/icon_provider.h"
 #include "kit/tools/installed_apps.h"
@@ -31,17 +32,7 @@ using kit::library::Target;
 using kit::storage::LibraryStore;
 using kit::storage::SupportDirectory;
 
-// A url target that follows the defaults in everything it does not name.
-kit::library::URLTarget web(std::string address,
-                            std::optional<std::string> templateID = {},
-                            std::optional<kit::library::OpenMode> openMode = {})
-{
-    kit::library::URLTarget url;
-    url.url = std::move(address);
-    url.templateID = std::move(templateID);
-    url.openMode = openMode;
-    return url;
-}
+using testing_support::webTarget;
 
 class NoIcons final : public kit::tools::IconProvider
 {
@@ -121,8 +112,9 @@ protected:
     ShortcutEditor m_editor;
     kit::library::SessionID m_account;
     Shortcut m_group = Shortcut::make(
-        "Reading", Target::group({Shortcut::make("Papers", Target::url(web("https://a.org")))}));
-    Shortcut m_link = Shortcut::make("Mail", Target::url(web("https://mail.example.com/")));
+        "Reading",
+        Target::group({Shortcut::make("Papers", Target::url(webTarget("https://a.org")))}));
+    Shortcut m_link = Shortcut::make("Mail", Target::url(webTarget("https://mail.example.com/")));
     int m_changes = 0;
 };
 
@@ -358,7 +350,7 @@ TEST_F(ShortcutEditorTest, AGroupKeepsMembersAddedWhileItWasOpen)
     m_editor.edit(m_group.id);
     EXPECT_FALSE(dialog().isFieldShown(Field::Address));
     m_store.mutate([](Library& library) {
-        library.add(Shortcut::make("Late", Target::url(web("https://late.example.com"))));
+        library.add(Shortcut::make("Late", Target::url(webTarget("https://late.example.com"))));
     });
     const auto late = m_store.library().shortcuts.back();
     m_store.mutate([&](Library& library) {

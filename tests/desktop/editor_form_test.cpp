@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/editor/shortcut_form.h"
+#include "kit/library/fixtures.h"
 #include "kit/library/web_address.h"
 
 #include <gtest/gtest.h>
@@ -16,17 +17,7 @@ using kit::library::Shortcut;
 using kit::library::Target;
 using kit::library::URLTarget;
 
-// A url target that follows the defaults in everything it does not name.
-kit::library::URLTarget web(std::string address,
-                            std::optional<std::string> templateID = {},
-                            std::optional<kit::library::OpenMode> openMode = {})
-{
-    kit::library::URLTarget url;
-    url.url = std::move(address);
-    url.templateID = std::move(templateID);
-    url.openMode = openMode;
-    return url;
-}
+using testing_support::webTarget;
 
 const std::string kWhatsApp = "net.whatsapp.WhatsApp/Message a number";
 const std::string kSlackChannel = "com.tinyspeck.slackmacgap/Open a channel";
@@ -34,7 +25,7 @@ const std::string kSlackChannel = "com.tinyspeck.slackmacgap/Open a channel";
 // An unnamed link, as the editor starts a new one.
 Shortcut link(std::string url)
 {
-    return Shortcut::make("", Target::url(web(std::move(url))));
+    return Shortcut::make("", Target::url(webTarget(std::move(url))));
 }
 
 Shortcut everySetting()
@@ -84,10 +75,10 @@ TEST(ShortcutFormRoundTrip, EveryKindComesBackUnchanged)
         group,
         Shortcut::make("", Target::divider()),
         // A filled deep link, and one whose address no longer reads as its template.
-        Shortcut::make(
-            "Chat",
-            Target::url(web("whatsapp://send?phone=905321234567", kWhatsApp, OpenMode::System))),
-        Shortcut::make("Odd", Target::url(web("https://example.com", kWhatsApp))),
+        Shortcut::make("Chat",
+                       Target::url(webTarget(
+                           "whatsapp://send?phone=905321234567", kWhatsApp, OpenMode::System))),
+        Shortcut::make("Odd", Target::url(webTarget("https://example.com", kWhatsApp))),
     };
     for (const auto& shortcut : shortcuts) {
         ShortcutForm form(shortcut, false);
@@ -98,14 +89,15 @@ TEST(ShortcutFormRoundTrip, EveryKindComesBackUnchanged)
 TEST(ShortcutFormRoundTrip, AStoredDeepLinkShowsItsBlanks)
 {
     ShortcutForm form(
-        Shortcut::make("Chat", Target::url(web("whatsapp://send?phone=905321234567", kWhatsApp))),
+        Shortcut::make("Chat",
+                       Target::url(webTarget("whatsapp://send?phone=905321234567", kWhatsApp))),
         false);
     ASSERT_TRUE(form.linkTemplate());
     EXPECT_EQ(form.blankValue("phone number"), "905321234567");
     EXPECT_TRUE(form.isValid());
 
-    ShortcutForm unread(Shortcut::make("Odd", Target::url(web("https://example.com", kWhatsApp))),
-                        false);
+    ShortcutForm unread(
+        Shortcut::make("Odd", Target::url(webTarget("https://example.com", kWhatsApp))), false);
     EXPECT_FALSE(unread.linkTemplate());
     EXPECT_TRUE(unread.isValid());
 }
@@ -166,23 +158,23 @@ INSTANTIATE_TEST_SUITE_P(
                   {Field::App, Field::Address}},
         FieldsRow{
             "PanelByDefault",
-            withPage(web("https://example.com")),
+            withPage(webTarget("https://example.com")),
             false,
             {Field::Address, Field::OpenMode, Field::Session, Field::PopoverSize, Field::Zoom},
             {Field::WindowSize, Field::StaysOnTop, Field::Browser, Field::CustomUserAgent}},
         FieldsRow{"Window",
-                  withPage(web("https://example.com", {}, OpenMode::Window)),
+                  withPage(webTarget("https://example.com", {}, OpenMode::Window)),
                   false,
                   {Field::WindowSize, Field::StaysOnTop},
                   {Field::PopoverSize, Field::Browser}},
         FieldsRow{"Browser",
-                  withPage(web("https://example.com", {}, OpenMode::System)),
+                  withPage(webTarget("https://example.com", {}, OpenMode::System)),
                   false,
                   {Field::Browser},
                   {Field::Session, Field::Zoom, Field::PopoverSize, Field::Private}},
         FieldsRow{"PrivateHasNoAccount",
                   withPage([] {
-                      auto url = web("https://example.com");
+                      auto url = webTarget("https://example.com");
                       url.isPrivate = true;
                       return url;
                   }()),
@@ -191,7 +183,7 @@ INSTANTIATE_TEST_SUITE_P(
                   {Field::Session}},
         FieldsRow{"CustomAgent",
                   withPage([] {
-                      auto url = web("https://example.com");
+                      auto url = webTarget("https://example.com");
                       url.userAgent = BrowserAgent::Custom;
                       return url;
                   }()),
@@ -199,26 +191,27 @@ INSTANTIATE_TEST_SUITE_P(
                   {Field::CustomUserAgent},
                   {}},
         FieldsRow{"AppLinkOpensInItsApp",
-                  withPage(web("slack://open?team=T1")),
+                  withPage(webTarget("slack://open?team=T1")),
                   false,
                   {Field::Address},
                   {Field::OpenMode, Field::Browser, Field::Session}},
-        FieldsRow{
-            "PastedTemplate",
-            withPage(web("slack://open?team=T1", "com.tinyspeck.slackmacgap/Open a workspace")),
-            false,
-            {Field::Template, Field::PasteLink, Field::Blank},
-            {Field::Address}},
+        FieldsRow{"PastedTemplate",
+                  withPage(webTarget("slack://open?team=T1",
+                                     "com.tinyspeck.slackmacgap/Open a workspace")),
+                  false,
+                  {Field::Template, Field::PasteLink, Field::Blank},
+                  {Field::Address}},
         FieldsRow{"TypedTemplate",
-                  withPage(web("whatsapp://send?phone=1", kWhatsApp)),
+                  withPage(webTarget("whatsapp://send?phone=1", kWhatsApp)),
                   false,
                   {Field::Blank},
                   {Field::PasteLink, Field::Address}},
-        FieldsRow{"CompleteTemplate",
-                  withPage(web("things:///show?id=today", "com.culturedcode.ThingsMac/Show Today")),
-                  false,
-                  {Field::Template},
-                  {Field::Blank, Field::PasteLink, Field::Address}}),
+        FieldsRow{
+            "CompleteTemplate",
+            withPage(webTarget("things:///show?id=today", "com.culturedcode.ThingsMac/Show Today")),
+            false,
+            {Field::Template},
+            {Field::Blank, Field::PasteLink, Field::Address}}),
     [](const auto& info) { return std::string(info.param.label); });
 
 TEST(ShortcutFormProblems, SentencesNameWhatIsWrong)

@@ -14,6 +14,18 @@ inline Shortcut webLink(const std::string& name, const std::string& url = "https
     return Shortcut::make(name, Target::url(target));
 }
 
+// A url target that follows the defaults in everything it does not name.
+inline URLTarget webTarget(std::string address,
+                           std::optional<std::string> templateID = {},
+                           std::optional<OpenMode> openMode = {})
+{
+    URLTarget url;
+    url.url = std::move(address);
+    url.templateID = std::move(templateID);
+    url.openMode = openMode;
+    return url;
+}
+
 inline Shortcut group(const std::string& name, std::vector<Shortcut> members)
 {
     return Shortcut::make(name, Target::group(std::move(members)));
