@@ -25,6 +25,8 @@ PagePresenters::anchorFallback(const kit::library::ShortcutID& shortcut)
 
 Pages* PagePresenters::pagesOrBrowser(const kit::library::Shortcut& shortcut)
 {
+    // A page is asked for: the first one's load is timed from here.
+    m_services.loader.host().askedAt = std::chrono::steady_clock::now();
     if (Pages* pages = m_services.loader.load()) {
         return pages;
     }
@@ -40,7 +42,6 @@ void PagePresenters::showPanel(const kit::library::Shortcut& shortcut,
                                const kit::library::ResolvedBrowsing& settings,
                                kit::opening::Anchor anchor)
 {
-    m_services.loader.host().askedAt = std::chrono::steady_clock::now();
     if (Pages* pages = pagesOrBrowser(shortcut)) {
         pages->showPanel(
             shortcut, settings, m_services.iconRect ? m_services.iconRect(anchor) : QRect());
@@ -64,7 +65,6 @@ bool PagePresenters::bringToFront(const kit::library::ShortcutID& shortcut)
 void PagePresenters::showWindow(const kit::library::Shortcut& shortcut,
                                 const kit::library::ResolvedBrowsing& settings)
 {
-    m_services.loader.host().askedAt = std::chrono::steady_clock::now();
     if (Pages* pages = pagesOrBrowser(shortcut)) {
         pages->showWindow(shortcut, settings);
     }
