@@ -3,7 +3,7 @@
 # Usage: scripts/deps.sh build|test|run|package
 set -euo pipefail
 
-build=(cmake ninja-build g++ pkg-config nlohmann-json3-dev libssl-dev qt6-base-dev libglib2.0-dev
+build=(cmake ninja-build ccache g++ pkg-config nlohmann-json3-dev libssl-dev qt6-base-dev libglib2.0-dev
        libxcb1-dev libxcb-keysyms1-dev qt6-webengine-dev
        webext-ublock-origin-firefox publicsuffix)
 test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
