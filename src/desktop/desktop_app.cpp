@@ -3,10 +3,10 @@
 
 #include "desktop/editor/icon_picker.h"
 #include "desktop/editor/shortcut_editor.h"
-#include "desktop/manager_introduction.h"
-#include "desktop/manager_window.h"
-#include "desktop/review_window.h"
-#include "desktop/settings_window.h"
+#include "desktop/manager/manager_introduction.h"
+#include "desktop/manager/manager_window.h"
+#include "desktop/manager/review_window.h"
+#include "desktop/manager/settings_window.h"
 #include "kit/support/log.h"
 #include "kit/web/session_stores.h"
 
@@ -69,7 +69,7 @@ std::optional<long long> millisecondsSinceProcessStart()
 
 DesktopApp::DesktopApp(Options options)
     : m_statusBar(std::make_unique<TrayStatusBar>(m_icons, options.host))
-    , m_loginItem(options.configHome ? std::nullopt : XdgLoginItem::current())
+    , m_loginItem(options.configHome ? std::nullopt : app::XdgLoginItem::current())
     , m_pages(m_queue, *m_statusBar, m_workspace)
     , m_channel(options.instanceFolder)
     , m_bridgePath(std::move(options.bridgePath))

@@ -3,16 +3,16 @@
 
 #include "app/app_dependencies.h"
 #include "app/instance_channel.h"
-#include "desktop/app_menu.h"
+#include "desktop/tray/app_menu.h"
 #include "desktop/dialogs.h"
 #include "desktop/gio_workspace.h"
-#include "desktop/login_item.h"
+#include "app/login_item.h"
 #include "desktop/pages/app_pages.h"
-#include "desktop/portal_keys.h"
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/keys/portal_keys.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop/qt_main_queue.h"
-#include "desktop/tray_status_bar.h"
-#include "desktop/x11_keys.h"
+#include "desktop/tray/tray_status_bar.h"
+#include "desktop/keys/x11_keys.h"
 
 #include <QObject>
 #include <QPointer>
@@ -118,7 +118,7 @@ private:
     MessageBoxAlerts m_alerts;
     NoPopover m_popover;
     QtAppEvents m_appEvents;
-    std::optional<XdgLoginItem> m_loginItem;
+    std::optional<app::XdgLoginItem> m_loginItem;
     X11HotKeys m_hotKeys;
     // The portal's keys where X grabs are impossible (Wayland); made only there.
     std::unique_ptr<PortalHotKeys> m_portalKeys;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/desktop_app.h"
 
-#include "desktop/manager_window.h"
-#include "desktop/review_window.h"
-#include "desktop/settings_window.h"
+#include "desktop/manager/manager_window.h"
+#include "desktop/manager/review_window.h"
+#include "desktop/manager/settings_window.h"
 #include "kit/library/fixtures.h"
 #include "support/temp_dir.h"
 

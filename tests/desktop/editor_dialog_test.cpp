@@ -2,7 +2,7 @@
 #include "desktop/editor/editor_dialog.h"
 
 #include "desktop/editor/shortcut_editor.h"
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop_environment.h"
 #include "kit/library/fixtures.h"
 #include "kit/opening/target_factory.h"

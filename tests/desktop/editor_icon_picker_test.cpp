@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/editor/icon_picker.h"
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop_environment.h"
 #include "support/temp_dir.h"
 

@@ -5,7 +5,7 @@
 #include "desktop/editor/editor_dialog.h"
 #include "desktop/editor/icon_picker.h"
 #include "desktop/editor/shortcut_editor.h"
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "kit/opening/target_factory.h"
 #include "kit/storage/library_store.h"
 #include "kit/tools/icon_theme.h"

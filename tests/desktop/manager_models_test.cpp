@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_documents.h"
-#include "desktop/manager_outline_model.h"
-#include "desktop/manager_sessions_model.h"
-#include "desktop/manager_sidebar_model.h"
+#include "desktop/manager/manager_documents.h"
+#include "desktop/manager/manager_outline_model.h"
+#include "desktop/manager/manager_sessions_model.h"
+#include "desktop/manager/manager_sidebar_model.h"
 #include "kit/library/fixtures.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_window.h"
+#include "desktop/manager/manager_window.h"
 
-#include "desktop/manager_introduction.h"
-#include "desktop/manager_outline_model.h"
-#include "desktop/review_window.h"
+#include "desktop/manager/manager_introduction.h"
+#include "desktop/manager/manager_outline_model.h"
+#include "desktop/manager/review_window.h"
 #include "kit/library/fixtures.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/settings/app_settings.h"

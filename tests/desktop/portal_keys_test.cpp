@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/portal_keys.h"
+#include "desktop/keys/portal_keys.h"
 
 #include "desktop/qt_main_queue.h"
 #include "kit/keys/bar_hot_keys.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/review_window.h"
+#include "desktop/manager/review_window.h"
 
-#include "desktop/review_model.h"
+#include "desktop/manager/review_model.h"
 #include "kit/library/fixtures.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/settings_window.h"
+#include "desktop/manager/settings_window.h"
 
 #include "kit/proposal/root_grant_store.h"
 #include "kit/settings/app_settings.h"

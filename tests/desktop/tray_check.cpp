@@ -2,8 +2,8 @@
 // Shows shortcut icons in a real tray and says where the host put them: run under a display with
 // a tray host (Xvfb and trayer), then look at a screenshot. Exits 0 when the first icon stands
 // leftmost, 1 when not, 2 when no host docked the icons in time.
-#include "desktop/qt_icon_renderer.h"
-#include "desktop/tray_status_bar.h"
+#include "desktop/tray/qt_icon_renderer.h"
+#include "desktop/tray/tray_status_bar.h"
 
 #include <QApplication>
 #include <QTimer>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "desktop/editor/shortcut_editor.h"
-#include "desktop/editor/shortcut_form.h"
+#include "kit/editor/shortcut_form.h"
 
 #include <QDialog>
 
@@ -25,6 +25,14 @@ class QSpinBox;
 class QToolButton;
 
 namespace desktop::editor {
+
+// The form and its words are the core's; this room draws them.
+using kit::editor::Field;
+using kit::editor::IconChoice;
+using kit::editor::Problem;
+using kit::editor::readableWord;
+using kit::editor::sessionColour;
+using kit::editor::ShortcutForm;
 
 // The editor window of one shortcut: shows the fields its form asks for, writes each change the
 // person makes into the form and hands the finished shortcut to `save`. Controls write only when

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/editor/icon_picker.h"
 
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop/qt_text.h"
 
 #include <QBuffer>

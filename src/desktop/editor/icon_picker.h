@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "desktop/editor/shortcut_form.h"
+#include "kit/editor/shortcut_form.h"
 #include "kit/menubar/status_bar.h"
 #include "kit/tools/icon_provider.h"
 
@@ -27,6 +27,14 @@ class QtIconRenderer;
 }
 
 namespace desktop::editor {
+
+// The form and its words are the core's; this room draws them.
+using kit::editor::Field;
+using kit::editor::IconChoice;
+using kit::editor::Problem;
+using kit::editor::readableWord;
+using kit::editor::sessionColour;
+using kit::editor::ShortcutForm;
 
 // The icon picker's state without widgets: the theme icons matching a search and a category, and
 // the icon, tint and opacity chosen so far. Main thread only.

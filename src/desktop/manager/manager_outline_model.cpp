@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_outline_model.h"
+#include "desktop/manager/manager_outline_model.h"
 
 #include "desktop/qt_text.h"
 #include "kit/menubar/menu_bar_controller.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_documents.h"
+#include "desktop/manager/manager_documents.h"
 
 #include "desktop/qt_text.h"
 #include "kit/storage/library_store.h"

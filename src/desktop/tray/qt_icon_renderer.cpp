@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 
 #include "desktop/qt_text.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/tray_status_bar.h"
+#include "desktop/tray/tray_status_bar.h"
 
-#include "desktop/menu_builder.h"
+#include "desktop/tray/menu_builder.h"
 #include "desktop/qt_text.h"
 #include "kit/support/log.h"
 

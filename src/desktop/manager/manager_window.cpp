@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_window.h"
+#include "desktop/manager/manager_window.h"
 
-#include "desktop/manager_documents.h"
-#include "desktop/manager_outline_model.h"
+#include "desktop/manager/manager_documents.h"
+#include "desktop/manager/manager_outline_model.h"
 #include "desktop/qt_text.h"
-#include "desktop/review_window.h"
+#include "desktop/manager/review_window.h"
 #include "kit/proposal/proposal_inbox.h"
 
 #include <QAction>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/portal_keys.h"
+#include "desktop/keys/portal_keys.h"
 
-#include "desktop/x11_keys.h"
+#include "desktop/keys/x11_keys.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/support/log.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "kit/menubar/status_bar.h"
 
 #include <QObject>

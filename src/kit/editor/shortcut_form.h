@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-namespace desktop::editor {
+namespace kit::editor {
 
 // Every control the editor can show; which ones a shortcut shows is ShortcutForm's decision.
 enum class Field {
@@ -169,4 +169,4 @@ std::string_view readableWord(kit::library::NewWindowLinks links);
 // The colour a session wears, "#RRGGBB", by its colour index.
 std::string sessionColour(int index);
 
-} // namespace desktop::editor
+} // namespace kit::editor

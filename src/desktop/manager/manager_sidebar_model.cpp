@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_sidebar_model.h"
+#include "desktop/manager/manager_sidebar_model.h"
 
 #include "desktop/qt_text.h"
 #include "kit/proposal/proposal_inbox.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/editor/shortcut_form.h"
+#include "kit/editor/shortcut_form.h"
 #include "kit/library/fixtures.h"
 #include "kit/library/web_address.h"
 
@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-namespace desktop::editor {
+namespace kit::editor {
 namespace {
 
 using kit::library::BrowserAgent;
@@ -374,4 +374,4 @@ TEST(ShortcutFormEditing, ChoosingAnotherAppDropsTheOldAppsBookmark)
 }
 
 } // namespace
-} // namespace desktop::editor
+} // namespace kit::editor

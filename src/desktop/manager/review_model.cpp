@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/review_model.h"
+#include "desktop/manager/review_model.h"
 
 #include "desktop/qt_text.h"
 #include "kit/proposal/proposal_inbox.h"

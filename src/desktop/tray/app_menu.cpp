@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/app_menu.h"
+#include "desktop/tray/app_menu.h"
 
 #include <QApplication>
 #include <QClipboard>

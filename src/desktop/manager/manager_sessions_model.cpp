@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_sessions_model.h"
+#include "desktop/manager/manager_sessions_model.h"
 
 #include "desktop/qt_text.h"
 #include "kit/storage/library_store.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/menu_builder.h"
+#include "desktop/tray/menu_builder.h"
 
-#include "desktop/qt_icon_renderer.h"
+#include "desktop/tray/qt_icon_renderer.h"
 
 #include <QAction>
 #include <QCoreApplication>

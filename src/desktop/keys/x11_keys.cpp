@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/x11_keys.h"
+#include "desktop/keys/x11_keys.h"
 
 #include "kit/keys/hot_key_combo.h"
 #include "kit/support/log.h"

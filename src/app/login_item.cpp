@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/login_item.h"
+#include "app/login_item.h"
 
 #include "app/environment.h"
 #include "kit/support/atomic_file.h"
@@ -9,7 +9,7 @@
 #include <sstream>
 #include <system_error>
 
-namespace desktop {
+namespace app {
 
 namespace {
 
@@ -110,4 +110,4 @@ bool XdgLoginItem::disable()
     return true;
 }
 
-} // namespace desktop
+} // namespace app

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/manager_introduction.h"
+#include "desktop/manager/manager_introduction.h"
 
 #include "desktop/qt_text.h"
 #include "kit/keys/hot_key_combo.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "desktop/manager_outline_model.h"
-#include "desktop/manager_sessions_model.h"
-#include "desktop/manager_sidebar_model.h"
+#include "desktop/manager/manager_outline_model.h"
+#include "desktop/manager/manager_sessions_model.h"
+#include "desktop/manager/manager_sidebar_model.h"
 #include "kit/library/library.h"
 #include "kit/storage/library_store.h"
 

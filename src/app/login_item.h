@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-namespace desktop {
+namespace app {
 
 // Starting at login as freedesktop sessions do it: an autostart entry,
 // $XDG_CONFIG_HOME/autostart/vantorel.desktop, that runs this executable. Main thread only.
@@ -36,4 +36,4 @@ private:
     std::filesystem::path m_executable;
 };
 
-} // namespace desktop
+} // namespace app

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/editor/shortcut_form.h"
+#include "kit/editor/shortcut_form.h"
 
 #include "kit/library/library.h"
 #include "kit/library/web_address.h"
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <array>
 
-namespace desktop::editor {
+namespace kit::editor {
 
 using kit::library::DeepLinkTemplate;
 using kit::library::DeepLinkTemplates;
@@ -428,4 +428,4 @@ std::string sessionColour(int index)
     return kColours[static_cast<size_t>(((index % count) + count) % count)];
 }
 
-} // namespace desktop::editor
+} // namespace kit::editor

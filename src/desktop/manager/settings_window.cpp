@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/settings_window.h"
+#include "desktop/manager/settings_window.h"
 
 #include "desktop/qt_text.h"
 #include "kit/keys/hot_key_combo.h"
