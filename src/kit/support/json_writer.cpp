@@ -1,45 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "kit/support/json_writer.h"
 
+#include "kit/support/utf8.h"
+
 #include <charconv>
 #include <cmath>
 
 namespace kit::support {
-
-namespace {
-
-// Length of the well-formed UTF-8 sequence at s, or 0.
-size_t sequenceLength(const unsigned char* s, size_t available)
-{
-    unsigned char c = s[0];
-    size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (c >= 0xC2 && c <= 0xDF) {
-        length = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        length = 3;
-        low = c == 0xE0 ? 0xA0 : 0x80;
-        high = c == 0xED ? 0x9F : 0xBF;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        length = 4;
-        low = c == 0xF0 ? 0x90 : 0x80;
-        high = c == 0xF4 ? 0x8F : 0xBF;
-    } else {
-        return 0;
-    }
-    if (available < length || s[1] < low || s[1] > high) {
-        return 0;
-    }
-    for (size_t i = 2; i < length; ++i) {
-        if (s[i] < 0x80 || s[i] > 0xBF) {
-            return 0;
-        }
-    }
-    return length;
-}
-
-} // namespace
 
 PrettyJsonWriter::PrettyJsonWriter(size_t reserve)
 {
@@ -170,7 +137,7 @@ void PrettyJsonWriter::writeString(std::string_view text)
         }
         unsigned char c = s[i];
         if (c >= 0x80) {
-            size_t length = sequenceLength(s + i, size - i);
+            size_t length = utf8SequenceLength(s + i, size - i);
             if (length == 0) {
                 m_out.append("\xEF\xBF\xBD");
                 ++i;

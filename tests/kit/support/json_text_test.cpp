@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "kit/support/json_reader.h"
+#include "kit/support/json_writer.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <limits>
+#include <string>
+
+namespace kit::support {
+namespace {
+
+std::string readString(std::string_view text)
+{
+    JsonReader reader(text, 8);
+    std::string value = reader.readString();
+    reader.expectEnd();
+    return value;
+}
+
+bool refused(std::string_view text, int depth = 8)
+{
+    try {
+        JsonReader reader(text, depth);
+        reader.skipValue();
+        reader.expectEnd();
+        return false;
+    } catch (const JsonReadError&) {
+        return true;
+    }
+}
+
+TEST(JsonReader, DecodesEveryEscapeAndSurrogatePairs)
+{
+    struct Case
+    {
+        const char* json;
+        std::string decoded;
+    };
+    const Case cases[] = {
+        {R"("\" \\ \/ \b \f \n \r \t")", "\" \\ / \b \f \n \r \t"},
+        {R"("\u0000")", std::string(1, '\0')},
+        {R"("\u00e9\u20AC")", "\xC3\xA9\xE2\x82\xAC"},
+        {R"("\ud83d\ude00")", "\xF0\x9F\x98\x80"},
+        {"\"\xF4\x8F\xBF\xBF\"", "\xF4\x8F\xBF\xBF"}, // U+10FFFF as raw bytes
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(readString(c.json), c.decoded) << c.json;
+    }
+}
+
+TEST(JsonReader, RefusesWhatStrictJsonRefuses)
+{
+    const char* cases[] = {
+        R"("\ud83d")",        // high surrogate alone
+        R"("\ud83d\u0041")",  // high surrogate then no low one
+        R"("\ude00")",        // low surrogate first
+        R"("\u12")",          // short escape
+        R"("\x41")",          // unknown escape
+        "\"a\nb\"",           // raw control character
+        "\"\xC0\xAF\"",       // overlong
+        "\"\xED\xA0\x80\"",   // surrogate as UTF-8
+        "\"\xF4\x90\x80\x80\"", // past U+10FFFF
+        "\"\xE2\x82\"",       // cut short
+        "\"abc",              // unterminated
+        "01", "1.", ".5", "-", "+1", "1e", "0x10", "1e400", "NaN", "Infinity",
+        "[1,]", "{\"a\":1,}", "{\"a\"}", "[1 2]", "tru", "nul", "[] []",
+    };
+    for (const char* c : cases) {
+        EXPECT_TRUE(refused(c)) << c;
+    }
+}
+
+TEST(JsonReader, ReadsNumbersAtTheirEdges)
+{
+    const std::pair<const char*, double> cases[] = {
+        {"0", 0.0},
+        {"-0", -0.0},
+        {"1.7976931348623157e308", std::numeric_limits<double>::max()},
+        {"5e-324", std::numeric_limits<double>::denorm_min()},
+        {"9007199254740993", 9007199254740992.0},
+        {"-12.5E+2", -1250.0},
+    };
+    for (const auto& [json, value] : cases) {
+        JsonReader reader(json, 8);
+        EXPECT_EQ(reader.readDouble(), value) << json;
+        reader.expectEnd();
+    }
+    JsonReader negativeZero("-0", 8);
+    EXPECT_TRUE(std::signbit(negativeZero.readDouble()));
+}
+
+TEST(JsonReader, BoundsNestingAndSaysWhere)
+{
+    EXPECT_FALSE(refused("[[[[]]]]", 4));
+    EXPECT_TRUE(refused("[[[[[]]]]]", 4));
+    EXPECT_TRUE(refused(std::string(100000, '['), 64)); // no stack overflow
+    try {
+        JsonReader reader("{\n  \"a\": tru\n}", 8);
+        reader.skipValue();
+        FAIL() << "read a broken literal";
+    } catch (const JsonReadError& error) {
+        EXPECT_NE(std::string(error.what()).find("line 2"), std::string::npos) << error.what();
+    }
+}
+
+TEST(PrettyJsonWriter, WritesWhatNlohmannWritesAndMendsBrokenUtf8)
+{
+    PrettyJsonWriter writer;
+    writer.beginObject();
+    writer.key("a/b");
+    writer.value(std::string_view("q\"\\\n\x01/\xC3\xA9"));
+    writer.key("broken");
+    writer.value(std::string_view("x\xFFy\xC3"));
+    writer.key("list");
+    writer.beginArray();
+    writer.value(true);
+    writer.null();
+    writer.value(int64_t{-9007199254740993});
+    writer.value(2.0);
+    writer.value(0.1);
+    writer.endArray();
+    writer.key("none");
+    writer.beginArray();
+    writer.endArray();
+    writer.endObject();
+
+    nlohmann::json expected = {
+        {"a/b", "q\"\\\n\x01/\xC3\xA9"},
+        {"broken", "x\xEF\xBF\xBDy\xEF\xBF\xBD"},
+        {"list", {true, nullptr, int64_t{-9007199254740993}, 2, 0.1}},
+        {"none", nlohmann::json::array()},
+    };
+    EXPECT_EQ(writer.text(), expected.dump(2));
+    EXPECT_EQ(nlohmann::json::parse(writer.text()), expected);
+}
+
+} // namespace
+} // namespace kit::support
