@@ -141,7 +141,6 @@ public:
     DropCatcher& dropCatcher() { return m_dropCatcher; }
     std::optional<StatusItemHandle> statusItem() const { return m_statusItem; }
     const std::optional<AppIconImage>& rendered() const { return m_rendered; }
-    bool isHighlighted() const { return m_highlighted; }
     bool hasMonitors() const { return !m_monitors.empty(); }
 
 private:

@@ -62,8 +62,6 @@ public:
     bool isReady() const { return m_list != nullptr; }
     // Shown in Settings after "Ads are not being blocked:".
     const std::optional<std::string>& lastError() const { return m_lastError; }
-    bool blocksAdsByDefault() const { return m_blocksAdsByDefault; }
-    void setBlocksAdsByDefault(bool blocks) { m_blocksAdsByDefault = blocks; }
 
     // Pages still waiting for the rules, closed pages left out.
     size_t waitingCount() const;
@@ -88,7 +86,6 @@ private:
     bool m_started = false;
     ContentRuleListPtr m_list;
     std::optional<std::string> m_lastError;
-    bool m_blocksAdsByDefault = true;
     std::set<PageRef, std::owner_less<PageRef>> m_waiting;
     std::map<PageRef, bool, std::owner_less<PageRef>> m_applied;
     // Results posted to the main thread hold this weakly, so none lands after destruction.
