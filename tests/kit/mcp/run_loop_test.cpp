@@ -7,6 +7,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -16,16 +17,24 @@ using kit::support::RunLoop;
 
 TEST(RunLoop, RunsPostedTasksInOrderAndDelayedOnesWhenDue)
 {
+    // Checks when each task ran against when it was due, so a descheduled test thread cannot
+    // make it fail.
+    using Clock = std::chrono::steady_clock;
     RunLoop loop;
+    std::vector<std::pair<int, Clock::time_point>> ran;
+    const auto posted = Clock::now();
+    loop.postAfter(40ms, [&] { ran.emplace_back(3, Clock::now()); });
+    loop.postAfter(20ms, [&] { ran.emplace_back(2, Clock::now()); });
+    loop.post([&] { ran.emplace_back(0, Clock::now()); });
+    loop.post([&] { ran.emplace_back(1, Clock::now()); });
+    ASSERT_TRUE(loop.runUntil([&] { return ran.size() == 4; }, 2s));
+
     std::vector<int> order;
-    loop.postAfter(40ms, [&] { order.push_back(3); });
-    loop.postAfter(20ms, [&] { order.push_back(2); });
-    loop.post([&] { order.push_back(0); });
-    loop.post([&] { order.push_back(1); });
-    loop.runFor(5ms);
-    EXPECT_EQ(order, (std::vector<int>{0, 1}));
-    EXPECT_TRUE(loop.runUntil([&] { return order.size() == 4; }, 2s));
+    for (const auto& [task, at] : ran)
+        order.push_back(task);
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
+    EXPECT_GE(ran[2].second - posted, 20ms);
+    EXPECT_GE(ran[3].second - posted, 40ms);
 }
 
 TEST(RunLoop, RunEndsOnQuitFromAnotherThreadAfterItsTasks)
