@@ -55,6 +55,7 @@ const QString kProperties = QStringLiteral("org.freedesktop.DBus.Properties");
 constexpr std::array<int, 5> kSizes{16, 22, 24, 32, 48};
 // How long the next registration waits for the host to read the one before.
 constexpr int kReadWaitMs = 400;
+constexpr int kRegisterWaitMs = 60'000;
 
 sni::Pixmap pixmapOf(const QImage& drawn)
 {
@@ -72,33 +73,6 @@ sni::Pixmap pixmapOf(const QImage& drawn)
         }
     }
     return pixmap;
-}
-
-QString itemXml()
-{
-    return QStringLiteral(
-        "<interface name=\"org.kde.StatusNotifierItem\">"
-        "<property name=\"Category\" type=\"s\" access=\"read\"/>"
-        "<property name=\"Id\" type=\"s\" access=\"read\"/>"
-        "<property name=\"Title\" type=\"s\" access=\"read\"/>"
-        "<property name=\"Status\" type=\"s\" access=\"read\"/>"
-        "<property name=\"WindowId\" type=\"i\" access=\"read\"/>"
-        "<property name=\"IconName\" type=\"s\" access=\"read\"/>"
-        "<property name=\"IconPixmap\" type=\"a(iiay)\" access=\"read\"/>"
-        "<property name=\"ToolTip\" type=\"(sa(iiay)ss)\" access=\"read\"/>"
-        "<property name=\"ItemIsMenu\" type=\"b\" access=\"read\"/>"
-        "<property name=\"Menu\" type=\"o\" access=\"read\"/>"
-        "<method name=\"ContextMenu\"><arg name=\"x\" type=\"i\" direction=\"in\"/>"
-        "<arg name=\"y\" type=\"i\" direction=\"in\"/></method>"
-        "<method name=\"Activate\"><arg name=\"x\" type=\"i\" direction=\"in\"/>"
-        "<arg name=\"y\" type=\"i\" direction=\"in\"/></method>"
-        "<method name=\"SecondaryActivate\"><arg name=\"x\" type=\"i\" direction=\"in\"/>"
-        "<arg name=\"y\" type=\"i\" direction=\"in\"/></method>"
-        "<method name=\"Scroll\"><arg name=\"delta\" type=\"i\" direction=\"in\"/>"
-        "<arg name=\"orientation\" type=\"s\" direction=\"in\"/></method>"
-        "<signal name=\"NewTitle\"/><signal name=\"NewIcon\"/><signal name=\"NewToolTip\"/>"
-        "<signal name=\"NewStatus\"><arg name=\"status\" type=\"s\"/></signal>"
-        "</interface>");
 }
 
 QString menuXml()
@@ -246,9 +220,9 @@ public:
 
     QString introspect(const QString& path) const override
     {
-        if (path == kItemPath) {
-            return itemXml();
-        }
+        // The item's interface is left out on purpose: GNOME's extension looks for items by
+        // introspection as it starts and adds those it finds in its own order, beside ours.
+        // Hosts learn of our icons by registration alone, one at a time, in order.
         if (path == kMenuPath) {
             return menuXml();
         }
@@ -779,8 +753,10 @@ void SniStatusBar::registerNext()
                                                QStringLiteral("org.kde.StatusNotifierWatcher"),
                                                QStringLiteral("RegisterStatusNotifierItem"));
     call << item->service;
-    // Sent from the item's own connection: some watchers take the sender as the item.
-    auto* pending = new QDBusPendingCallWatcher(item->bus.asyncCall(call, 5000), m_context.get());
+    // Sent from the item's own connection: some watchers take the sender as the item. A host
+    // still starting (an icon started at login) answers only once its panel is up.
+    auto* pending =
+        new QDBusPendingCallWatcher(item->bus.asyncCall(call, kRegisterWaitMs), m_context.get());
     QObject::connect(pending,
                      &QDBusPendingCallWatcher::finished,
                      m_context.get(),
@@ -790,13 +766,22 @@ void SniStatusBar::registerNext()
                              return;
                          }
                          if (pending->isError()) {
-                             // No watcher yet: all are registered again when one appears.
+                             kLog.info("the watcher refused an icon: "
+                                       + pending->error().message().toStdString());
                              m_registering.reset();
-                             m_waiting.clear();
+                             if (m_bus.interface()
+                                 && m_bus.interface()->isServiceRegistered(kWatcherService)) {
+                                 registerNext();
+                             } else {
+                                 // No watcher: all are registered again when one appears.
+                                 m_waiting.clear();
+                             }
                              return;
                          }
                          m_registered.push_back(handle);
                          Item* item = find(handle);
+                         kLog.info("icon " + std::to_string(handle.value) + " registered"
+                                    + (item && item->read ? ", already read" : ""));
                          if (!item || item->read) {
                              m_registering.reset();
                              registerNext();
