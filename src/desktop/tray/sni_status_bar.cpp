@@ -780,8 +780,6 @@ void SniStatusBar::registerNext()
                          }
                          m_registered.push_back(handle);
                          Item* item = find(handle);
-                         kLog.info("icon " + std::to_string(handle.value) + " registered"
-                                    + (item && item->read ? ", already read" : ""));
                          if (!item || item->read) {
                              m_registering.reset();
                              registerNext();
