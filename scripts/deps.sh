@@ -7,7 +7,8 @@ build=(cmake ninja-build ccache g++ pkg-config nlohmann-json3-dev libssl-dev qt6
        libxcb1-dev libxcb-keysyms1-dev qt6-webengine-dev
        webext-ublock-origin-firefox publicsuffix)
 test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
-      xvfb trayer xdotool x11-utils imagemagick desktop-file-utils dbus)
+      xvfb trayer xdotool x11-utils imagemagick desktop-file-utils dbus
+      xfce4-panel xfconf gnome-shell gnome-shell-extension-appindicator)
 # The Debian package: dpkg-shlibdeps computes its dependencies.
 package=(dpkg-dev)
 # Icons name symbols from the icon theme and paint emoji and letters: a theme and fonts to do it.

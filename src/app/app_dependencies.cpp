@@ -8,6 +8,7 @@
 #include "kit/mcp/tool_socket_path.h"
 #include "kit/menubar/group_menu.h"
 #include "kit/menubar/shortcut_menu.h"
+#include "kit/menubar/tray_host.h"
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/support/log.h"
 #include "kit/tools/icon_theme.h"
@@ -315,8 +316,9 @@ void AppDependencies::start()
     applyAssistantsSetting();
     if (m_statusItem) {
         // The application's icon stands right of the shortcuts: first where new icons go left,
-        // last where they keep the order they were made in.
-        const bool iconFirst = m_platform->statusBar->newItemsGoLeft();
+        // last where they keep the order they were made in; hosts that sort go by its name.
+        const auto place = m_platform->statusBar->host().newItems;
+        const bool iconFirst = place != kit::menubar::NewItemPlace::Rightmost;
         if (iconFirst) {
             m_statusItem->install();
         }

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <QApplication>
+#include <QDBusConnection>
 #include <QGuiApplication>
 #include <QMessageBox>
 #include <QPalette>
@@ -65,12 +66,29 @@ std::optional<long long> millisecondsSinceProcessStart()
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000 - started;
 }
 
+std::unique_ptr<SniStatusBar> ownStatusNotifier(const QtIconRenderer& icons,
+                                               const DesktopApp::Options& options)
+{
+    if (options.host) {
+        return nullptr;
+    }
+    const auto kind =
+        kit::menubar::detectTrayHost(SniStatusBar::clues(QDBusConnection::sessionBus()));
+    const auto& host = kit::menubar::trayHost(kind);
+    if (!host.statusNotifier) {
+        return nullptr;
+    }
+    return std::make_unique<SniStatusBar>(icons, host);
+}
+
 } // namespace
 
 DesktopApp::DesktopApp(Options options)
-    : m_statusBar(std::make_unique<TrayStatusBar>(m_icons, options.host))
+    : m_sniBar(ownStatusNotifier(m_icons, options))
+    , m_statusBar(std::make_unique<TrayStatusBar>(
+          m_icons, m_sniBar ? std::optional(TrayStatusBar::Host::XEmbed) : options.host))
     , m_loginItem(options.configHome ? std::nullopt : app::XdgLoginItem::current())
-    , m_pages(m_queue, *m_statusBar, m_workspace)
+    , m_pages(m_queue, activeBar(), m_workspace)
     , m_channel(options.instanceFolder)
     , m_bridgePath(std::move(options.bridgePath))
 {
@@ -106,6 +124,14 @@ DesktopApp::~DesktopApp()
         m_signals.reset();
         ::close(m_signalFD);
     }
+}
+
+kit::menubar::StatusBar& DesktopApp::activeBar()
+{
+    if (m_sniBar) {
+        return *m_sniBar;
+    }
+    return *m_statusBar;
 }
 
 ManagerWindow* DesktopApp::managerWindow() const
@@ -144,7 +170,7 @@ void DesktopApp::makeDependencies()
     app::Platform platform;
     platform.workspace = &m_workspace;
     platform.alerts = &m_alerts;
-    platform.statusBar = m_statusBar.get();
+    platform.statusBar = &activeBar();
     platform.icons = &m_icons;
     platform.popover = &m_popover;
     platform.appEvents = &m_appEvents;
@@ -168,7 +194,7 @@ void DesktopApp::makeDependencies()
     platform.scroll = &m_scroll;
     platform.isIconWindow = [this](kit::keys::WindowRef window) { return isIconWindow(window); };
     platform.loginItem = m_loginItem ? &*m_loginItem : nullptr;
-    platform.iconPlacesKnown = m_statusBar->host() == TrayStatusBar::Host::XEmbed;
+    platform.iconPlacesKnown = activeBar().host().iconPlacesKnown;
     platform.showSettings = [this] { presentSettings(); };
     platform.showManager = [this] { presentManager(); };
     platform.quit = [this] { quit(); };
@@ -204,6 +230,13 @@ void DesktopApp::start()
     m_pages.removeOrphanSessions();
     m_statusBar->setPointerEntered(
         [this](kit::menubar::StatusItemHandle icon) { pointerEntered(icon); });
+    if (m_sniBar) {
+        m_sniBar->setScrolled([this](int step) {
+            if (m_dependencies) {
+                m_dependencies->cycleBar(step);
+            }
+        });
+    }
     // The icons were created above; the host places them once the loop runs.
     QTimer::singleShot(0, this, [this] { logIconsShown(); });
 }
@@ -359,8 +392,10 @@ ManagerWindow& DesktopApp::manager()
 void DesktopApp::showIntroduction(std::optional<kit::menubar::Rect> place)
 {
     delete m_welcome.data();
-    auto* window = new ManagerIntroduction(
-        m_dependencies->settings(), [this] { presentManager(); }, [this] { presentSettings(); });
+    auto* window = new ManagerIntroduction(m_dependencies->settings(),
+                                           [this] { presentManager(); },
+                                           [this] { presentSettings(); },
+                                           kit::menubar::introductionPlace(activeBar().host()));
     m_welcome = window;
     window->present(place);
 }

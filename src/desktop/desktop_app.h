@@ -11,6 +11,7 @@
 #include "desktop/keys/portal_keys.h"
 #include "desktop/tray/qt_icon_renderer.h"
 #include "desktop/qt_main_queue.h"
+#include "desktop/tray/sni_status_bar.h"
 #include "desktop/tray/tray_status_bar.h"
 #include "desktop/keys/x11_keys.h"
 
@@ -83,6 +84,10 @@ public:
     // Once started.
     app::AppDependencies& dependencies() { return *m_dependencies; }
     TrayStatusBar& statusBar() { return *m_statusBar; }
+    // The StatusNotifierItem bar when the host runs a watcher; null where icons are docked.
+    SniStatusBar* sniBar() { return m_sniBar.get(); }
+    // The bar the icons are in: one of the two above.
+    kit::menubar::StatusBar& activeBar();
     MessageBoxAlerts& alerts() { return m_alerts; }
     // The in-app pages and each session's website data.
     pages::AppPages& pages() { return m_pages; }
@@ -113,6 +118,7 @@ private:
     DrawingWarmUp m_warmUp;
     QtMainQueue m_queue;
     QtIconRenderer m_icons;
+    std::unique_ptr<SniStatusBar> m_sniBar;
     std::unique_ptr<TrayStatusBar> m_statusBar;
     GioWorkspace m_workspace;
     MessageBoxAlerts m_alerts;

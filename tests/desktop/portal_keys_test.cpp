@@ -5,6 +5,7 @@
 #include "kit/keys/bar_hot_keys.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
+#include "private_bus.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -75,73 +76,6 @@ namespace key_code = kit::keys::key_code;
 
 const QString kPortalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString kShortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-
-template <class Predicate> bool spinUntil(Predicate done, std::chrono::milliseconds limit = 5s)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return done();
-}
-
-void spinFor(std::chrono::milliseconds time)
-{
-    spinUntil([] { return false; }, time);
-}
-
-// A session bus of the test's own, so no desktop's portal answers in place of the fake.
-class PrivateBus
-{
-public:
-    PrivateBus()
-    {
-        const QString daemon = QStandardPaths::findExecutable(QStringLiteral("dbus-daemon"));
-        if (daemon.isEmpty()) {
-            return;
-        }
-        const auto config = m_folder.path() / "bus.conf";
-        testing_support::writeFile(
-            config,
-            "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\" "
-            "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-            "<busconfig><type>session</type><listen>unix:dir="
-                + m_folder.path().string()
-                + "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-                  "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
-                  "<allow own=\"*\"/></policy></busconfig>\n");
-        QProcess process;
-        process.start(daemon,
-                      {QStringLiteral("--config-file=") + QString::fromStdString(config.string()),
-                       QStringLiteral("--print-address=1"),
-                       QStringLiteral("--print-pid=1"),
-                       QStringLiteral("--fork")});
-        if (!process.waitForFinished(5000) || process.exitCode() != 0) {
-            return;
-        }
-        const QStringList lines =
-            QString::fromUtf8(process.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-        if (lines.size() >= 2) {
-            m_address = lines[0].trimmed();
-            m_pid = lines[1].trimmed().toInt();
-        }
-    }
-    ~PrivateBus()
-    {
-        if (m_pid > 0) {
-            ::kill(m_pid, SIGTERM);
-        }
-    }
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-
-    const QString& address() const { return m_address; }
-
-private:
-    testing_support::TempDir m_folder;
-    QString m_address;
-    int m_pid = 0;
-};
 
 // org.freedesktop.portal.Desktop as far as GlobalShortcuts goes: answers each request through a
 // Response on the request's path, binds what it is asked unless the trigger is taken, and emits

@@ -63,14 +63,8 @@ int main(int argc, char** argv)
         bar.setImage(handles[i], glyphs[i]);
         bar.setToolTip(handles[i], "Shortcut " + std::to_string(i + 1));
     };
-    if (bar.newItemsGoLeft()) {
-        for (size_t i = glyphs.size(); i-- > 0;) {
-            make(i);
-        }
-    } else {
-        for (size_t i = 0; i < glyphs.size(); ++i) {
-            make(i);
-        }
+    for (size_t i : kit::menubar::creationOrder(bar.host(), glyphs.size())) {
+        make(i);
     }
 
     int result = 2;

@@ -179,8 +179,10 @@ protected:
 
 TEST_F(TrayStatusBarTest, WhereNewIconsGoFollowsTheHost)
 {
-    EXPECT_TRUE(TrayStatusBar(m_icons, TrayStatusBar::Host::XEmbed).newItemsGoLeft());
-    EXPECT_FALSE(TrayStatusBar(m_icons, TrayStatusBar::Host::StatusNotifier).newItemsGoLeft());
+    EXPECT_EQ(TrayStatusBar(m_icons, TrayStatusBar::Host::XEmbed).host().newItems,
+              kit::menubar::NewItemPlace::Leftmost);
+    EXPECT_EQ(TrayStatusBar(m_icons, TrayStatusBar::Host::StatusNotifier).host().newItems,
+              kit::menubar::NewItemPlace::Rightmost);
 }
 
 TEST_F(TrayStatusBarTest, EachCreateIsItsOwnShownIconEvenWithoutATray)

@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Writes a known library into a support folder for the desktop end-to-end run: a showing bar
 // "Work" of a file, a group of two links and a link (or COUNT shortcuts, more links after those),
-// and a second bar "Home" of two links.
-// Usage: prepare_library SUPPORT_FOLDER FILE [COUNT]
+// and a second bar "Home" of two links. With "hosts" for COUNT, the showing bar is the one every
+// panel is tried with: red, green and blue tinted symbols (local pages), a hidden shortcut and a
+// divider.
+// Usage: prepare_library SUPPORT_FOLDER FILE [COUNT|hosts]
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/storage/library_store.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 using namespace kit::library;
 
@@ -31,7 +34,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: prepare_library SUPPORT_FOLDER FILE [COUNT]\n");
         return 2;
     }
-    const int count = argc == 4 ? std::atoi(argv[3]) : 3;
+    const bool hosts = argc == 4 && std::string(argv[3]) == "hosts";
+    const int count = argc == 4 && !hosts ? std::atoi(argv[3]) : 3;
     auto bookmark = kit::opening::makeInodeBookmark(argv[2]);
     if (!bookmark) {
         std::fprintf(stderr, "cannot make a bookmark of %s\n", argv[2]);
@@ -43,6 +47,21 @@ int main(int argc, char** argv)
     store.renameBar(work, "Work");
     store.mutate([&](Library& library) {
         library.shortcuts.clear();
+        if (hosts) {
+            const std::string page = std::string("file://") + argv[2];
+            const std::pair<const char*, const char*> tinted[] = {
+                {"Red", "#E01B24"}, {"Green", "#2EC27E"}, {"Blue", "#1C71D8"}};
+            for (const auto& [name, colour] : tinted) {
+                Shortcut shortcut = link(name, page, IconOverride::symbol("starred"));
+                shortcut.iconTint = IconTint::colour(colour);
+                library.add(std::move(shortcut));
+            }
+            Shortcut hidden = link("Hidden", page, IconOverride::symbol("user-home"));
+            hidden.isInMenuBar = false;
+            library.add(std::move(hidden));
+            library.add(Shortcut::make("", Target::divider()));
+            return;
+        }
         Shortcut notes = Shortcut::make("Notes", Target::file(FileTarget{*bookmark, std::nullopt}));
         notes.icon = IconOverride::emoji("📝");
         library.add(std::move(notes));

@@ -78,10 +78,18 @@ export class TraySession {
   }
 
   async startDisplayAndTray(size) {
+    await this.startDisplay(size);
+    const tray = this.start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request",
+                                       "--height", "24", "--transparent", "false", "--tint", "0x333333"]);
+    tray.stderr.on("data", (chunk) => (this.log += chunk));
+    await this.until(() => this.tree().includes('("panel" "trayer")'), "the tray", 30000);
+  }
+
+  async startDisplay(size, extra = []) {
     // No reset: by default the server restarts when its last client leaves, and a window-tree
     // query ending just as trayer connects left trayer unable to open the display.
     const xvfb = spawn("Xvfb", ["-displayfd", "3", "-screen", "0", `${size}x24`, "-nolisten", "tcp",
-                                "-noreset"],
+                                "-noreset", ...extra],
                        { stdio: ["ignore", "ignore", "pipe", "pipe"] });
     this.children.push(xvfb);
     let number = "";
@@ -89,10 +97,17 @@ export class TraySession {
     // Generous: beside the sanitizer build's fuzzers both can take many seconds to come up.
     await this.until(() => number.includes("\n"), "the display", 30000);
     this.env.DISPLAY = `:${number.trim()}`;
-    const tray = this.start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request",
-                                       "--height", "24", "--transparent", "false", "--tint", "0x333333"]);
-    tray.stderr.on("data", (chunk) => (this.log += chunk));
-    await this.until(() => this.tree().includes('("panel" "trayer")'), "the tray", 30000);
+  }
+
+  // A message bus of this session's own; its address goes into the environment as `variable`.
+  startBus(kind = "session", variable = "DBUS_SESSION_BUS_ADDRESS") {
+    const folder = mkdtempSync(join(this.root, `${kind}-bus-`));
+    const out = execFileSync("dbus-daemon", [`--${kind === "system" ? "session" : kind}`, "--fork",
+                                             "--print-address=1", "--print-pid=1",
+                                             `--address=unix:path=${join(folder, "bus")}`],
+                             { env: this.env, encoding: "utf8" }).trim().split("\n");
+    this.env[variable] = out[0];
+    this.busPids = [...(this.busPids ?? []), Number(out[1])];
   }
 
   // The window tree; empty when a window went away mid-query (icons come and go), to be asked again.
@@ -128,6 +143,9 @@ export class TraySession {
   close() {
     for (const child of this.children.reverse()) {
       if (child.exitCode === null) child.kill("SIGTERM");
+    }
+    for (const pid of this.busPids ?? []) {
+      try { process.kill(pid, "SIGTERM"); } catch { /* gone already */ }
     }
     rmSync(this.root, { recursive: true, force: true });
   }

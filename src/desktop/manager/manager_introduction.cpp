@@ -67,6 +67,7 @@ QString ManagerIntroduction::keysText(const kit::settings::AppSettings& settings
 ManagerIntroduction::ManagerIntroduction(const kit::settings::AppSettings& settings,
                                          std::function<void()> manageBars,
                                          std::function<void()> openSettings,
+                                         const std::string& place,
                                          QWidget* parent)
     : QWidget(parent, Qt::Window)
 {
@@ -88,10 +89,8 @@ ManagerIntroduction::ManagerIntroduction(const kit::settings::AppSettings& setti
     layout->addWidget(section(QStringLiteral("Bars and icons"), this));
     layout->addWidget(paragraph(
         QStringLiteral("Each icon beside Vantorel's own opens one shortcut: a page, an app, a "
-                       "file, a folder, or a group of them as a menu. Click an icon to open it; "
-                       "right-click it for its settings.\n\n"
-                       "A bar is a whole set of icons, such as Work or Home. Vantorel's own icon, "
-                       "the rightmost, switches bars and adds a copied link as a shortcut."),
+                       "file, a folder, or a group of them as a menu. ")
+            + QString::fromStdString(place),
         this));
     layout->addSpacing(4);
     layout->addWidget(section(QStringLiteral("Keys"), this));

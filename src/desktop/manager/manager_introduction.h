@@ -22,9 +22,11 @@ namespace desktop {
 class ManagerIntroduction final : public QWidget
 {
 public:
+    // `place` says where Vantorel's own icon stands on this host and how icons are clicked.
     ManagerIntroduction(const kit::settings::AppSettings& settings,
                         std::function<void()> manageBars,
                         std::function<void()> openSettings,
+                        const std::string& place,
                         QWidget* parent = nullptr);
 
     // Shows the window under the icon at `place`, kept on its screen, or centred without one.

@@ -118,6 +118,7 @@ PageFrame::PageFrame(Kind kind,
     if (m_kind == Kind::Panel) {
         // A frameless panel has no edges to drag; the grip in its corner is how it is resized.
         m_grip = new QSizeGrip(this);
+        m_grip->installEventFilter(this);
         auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
         connect(escape, &QShortcut::activated, this, &QWidget::hide);
         resize(sizeOf(settings.popoverSize));
@@ -366,9 +367,17 @@ void PageFrame::resizeEvent(QResizeEvent* event)
         m_grip->move(width() - m_grip->width(), height() - m_grip->height());
         m_grip->raise();
     }
-    if (isVisible() && !m_placing) {
+    if (isVisible() && !m_placing && (m_kind != Kind::Panel || m_gripDragged)) {
         m_saveSize.start();
     }
+}
+
+bool PageFrame::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_grip && event->type() == QEvent::MouseButtonPress) {
+        m_gripDragged = true;
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void PageFrame::showEvent(QShowEvent* event)

@@ -100,6 +100,7 @@ public:
 protected:
     void changeEvent(QEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
 
@@ -127,6 +128,9 @@ private:
     double m_zoom = kit::library::PageZoom::kNormal;
     qint64 m_hiddenAt = 0;
     bool m_placing = false;
+    // A panel's size is the person's only once they dragged its grip: any other change of size
+    // is the window manager's (a tiling one fills the screen with it) and is never kept.
+    bool m_gripDragged = false;
 };
 
 } // namespace desktop::pages

@@ -183,8 +183,7 @@ struct TrayStatusBar::Item
     LaterPtr<QMenu> contextMenu;
     LaterPtr<QMenu> popped;
     StatusItemEvents events;
-    // What the icon shows: a glyph, a title or the application's own picture.
-    std::variant<std::monostate, Glyph, std::string, AppIconImage> picture;
+    Picture picture;
     bool highlighted = false;
 };
 
@@ -237,9 +236,13 @@ Appearance TrayStatusBar::currentAppearance()
     return window.lightness() < 128 ? Appearance::Dark : Appearance::Light;
 }
 
-bool TrayStatusBar::newItemsGoLeft() const
+const kit::menubar::TrayHost& TrayStatusBar::host() const
 {
-    return m_host == Host::XEmbed;
+    // Qt's own StatusNotifierItem registers through the watcher like any other; where the host
+    // puts it is not known here.
+    return kit::menubar::trayHost(m_host == Host::XEmbed
+                                      ? kit::menubar::TrayHostKind::XEmbed
+                                      : kit::menubar::TrayHostKind::OtherStatusNotifier);
 }
 
 std::optional<StatusItemHandle> TrayStatusBar::create(const std::string& identifier,
@@ -332,6 +335,37 @@ TrayStatusBar::Item* TrayStatusBar::find(StatusItemHandle item) const
     return found == m_items.end() ? nullptr : found->second.get();
 }
 
+QImage TrayStatusBar::draw(const QtIconRenderer& icons,
+                           const Picture& picture,
+                           bool highlighted,
+                           Appearance appearance,
+                           int side)
+{
+    QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    if (highlighted) {
+        QColor backdrop = QtIconRenderer::foreground(appearance);
+        backdrop.setAlphaF(0.22);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(backdrop);
+        painter.drawRoundedRect(QRectF(0, 0, side, side), side / 5.0, side / 5.0);
+    }
+    if (const auto* glyph = std::get_if<Glyph>(&picture)) {
+        painter.drawImage(0, 0, icons.draw(*glyph, side, appearance));
+    } else if (const auto* title = std::get_if<std::string>(&picture)) {
+        Glyph letters;
+        letters.source = Glyph::Source::Letters;
+        letters.name = *title;
+        painter.drawImage(0, 0, icons.draw(letters, side, appearance));
+    } else if (const auto* app = std::get_if<AppIconImage>(&picture)) {
+        painter.drawImage(0, 0, icons.draw(*app, side));
+    }
+    painter.end();
+    return image;
+}
+
 void TrayStatusBar::redraw(Item& item) const
 {
     // The engine draws later, so it takes copies of what it draws, not the item.
@@ -339,29 +373,7 @@ void TrayStatusBar::redraw(Item& item) const
                  picture = item.picture,
                  highlighted = item.highlighted,
                  appearance = m_appearance](int side) {
-        QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::transparent);
-        QPainter painter(&image);
-        if (highlighted) {
-            QColor backdrop = QtIconRenderer::foreground(appearance);
-            backdrop.setAlphaF(0.22);
-            painter.setRenderHint(QPainter::Antialiasing);
-            painter.setPen(Qt::NoPen);
-            painter.setBrush(backdrop);
-            painter.drawRoundedRect(QRectF(0, 0, side, side), side / 5.0, side / 5.0);
-        }
-        if (const auto* glyph = std::get_if<Glyph>(&picture)) {
-            painter.drawImage(0, 0, icons->draw(*glyph, side, appearance));
-        } else if (const auto* title = std::get_if<std::string>(&picture)) {
-            Glyph letters;
-            letters.source = Glyph::Source::Letters;
-            letters.name = *title;
-            painter.drawImage(0, 0, icons->draw(letters, side, appearance));
-        } else if (const auto* app = std::get_if<AppIconImage>(&picture)) {
-            painter.drawImage(0, 0, icons->draw(*app, side));
-        }
-        painter.end();
-        return image;
+        return TrayStatusBar::draw(*icons, picture, highlighted, appearance, side);
     };
     item.tray->setIcon(QIcon(new DrawnIconEngine(std::move(draw))));
 }

@@ -3,12 +3,16 @@
 
 #include "desktop/tray/qt_icon_renderer.h"
 #include "kit/menubar/status_bar.h"
+#include "kit/menubar/tray_host.h"
 
+#include <QImage>
 #include <QObject>
 
 #include <functional>
 #include <map>
 #include <memory>
+#include <string>
+#include <variant>
 
 class QMenu;
 class QSystemTrayIcon;
@@ -36,9 +40,9 @@ public:
 
     // StatusNotifierItem when a watcher is registered on the session bus, as Qt decides.
     static Host detectHost();
-    Host host() const { return m_host; }
+    Host hostKind() const { return m_host; }
 
-    bool newItemsGoLeft() const override;
+    const kit::menubar::TrayHost& host() const override;
     std::optional<kit::menubar::StatusItemHandle>
     create(const std::string& identifier, kit::menubar::StatusItemEvents events) override;
     void remove(kit::menubar::StatusItemHandle item) override;
@@ -64,6 +68,18 @@ public:
 
     // The bar's appearance, read from the application palette.
     static kit::menubar::Appearance currentAppearance();
+
+    // What an icon shows: a glyph, a title or the application's own picture.
+    using Picture = std::variant<std::monostate,
+                                 kit::menubar::Glyph,
+                                 std::string,
+                                 kit::menubar::AppIconImage>;
+    // The picture at `side` pixels square, as every tray adapter draws it.
+    static QImage draw(const QtIconRenderer& icons,
+                       const Picture& picture,
+                       bool highlighted,
+                       kit::menubar::Appearance appearance,
+                       int side);
 
 private:
     struct Item;

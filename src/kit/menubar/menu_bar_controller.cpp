@@ -2,6 +2,7 @@
 #include "kit/menubar/menu_bar_controller.h"
 
 #include "kit/menubar/group_menu.h"
+#include "kit/menubar/tray_host.h"
 #include "kit/support/platform_words.h"
 
 #include <unordered_set>
@@ -96,30 +97,32 @@ void MenuBarController::reconcile()
         ids.push_back(shortcut->id);
     }
 
+    bool named = true;
     if (ids != m_order) {
         m_items.clear();
-        // Create so that the first shortcut ends up leftmost, whichever side the host adds to.
-        if (m_bar.newItemsGoLeft()) {
-            for (auto it = ids.rbegin(); it != ids.rend(); ++it) {
-                m_items[*it] = make(*it);
-            }
-        } else {
-            for (const auto& id : ids) {
-                m_items[id] = make(id);
-            }
+        // Create so that the first shortcut ends up leftmost, wherever the host adds.
+        for (size_t index : creationOrder(m_bar.host(), ids.size())) {
+            m_items[ids[index]] = make(ids[index]);
         }
         m_order = std::move(ids);
         ++m_rebuilds;
+        named = false;
     }
 
     static const std::unordered_set<ShortcutID> kNone;
     const auto& playing = m_playing ? m_playing->ids() : kNone;
-    for (const auto* shortcut : list) {
+    for (size_t position = 0; position < list.size(); ++position) {
+        const Shortcut* shortcut = list[position];
         auto found = m_items.find(shortcut->id);
         if (found == m_items.end()) {
             continue;
         }
         ShortcutStatusItem& icon = *found->second;
+        if (icon.button() && (!named || !icon.shortcut() || icon.shortcut()->name != shortcut->name)) {
+            // Hosts that sort by this name keep the row in order through it.
+            m_bar.setName(*icon.button(),
+                          itemTitle(m_bar.host(), kAppName, position, shortcut->name));
+        }
         bool isPlaying = playing.contains(shortcut->id);
         if (icon.shortcut() == *shortcut && icon.isPlaying() == isPlaying) {
             continue;

@@ -36,6 +36,8 @@ public:
     static constexpr size_t kRoomWarningCount = 9;
     // Number keys reach the first nine numbered icons, and with the extra key the nine after.
     static constexpr int kTierSize = 9;
+    // Leads every icon's name on hosts that sort icons by name.
+    static constexpr const char* kAppName = "Vantorel";
 
     MenuBarController(storage::LibraryStore& store,
                       StatusBar& bar,

@@ -13,6 +13,8 @@
 
 namespace kit::menubar {
 
+struct TrayHost;
+
 // Names one icon the status bar created; never reused within a run.
 struct StatusItemHandle
 {
@@ -120,9 +122,8 @@ class StatusBar
 public:
     virtual ~StatusBar() = default;
 
-    // True when the host puts a new icon left of those created before it; false when it keeps
-    // creation order from left to right.
-    virtual bool newItemsGoLeft() const = 0;
+    // What the host does with icons: where a new one goes, how clicks arrive.
+    virtual const TrayHost& host() const = 0;
 
     // A new icon of variable width that the person cannot drag away; `identifier` names it to
     // the host. Nothing when the host refused it.
@@ -136,6 +137,9 @@ public:
     virtual void setTitle(StatusItemHandle item, const std::string& title) = 0;
     virtual void setAppImage(StatusItemHandle item, const AppIconImage& image) = 0;
     virtual void setToolTip(StatusItemHandle item, const std::string& toolTip) = 0;
+    // The name the host files the icon under (a StatusNotifierItem's Title); hosts that sort
+    // their icons sort by it.
+    virtual void setName(StatusItemHandle /*item*/, const std::string& /*name*/) {}
     virtual void setAccessibilityLabel(StatusItemHandle item, const std::string& label) = 0;
     virtual void setHighlighted(StatusItemHandle item, bool highlighted) = 0;
     // Pops the menu under the icon as a click on it would.

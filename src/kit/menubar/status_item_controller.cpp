@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/menubar/status_item_controller.h"
 
+#include "kit/menubar/tray_host.h"
+
 #include "kit/support/log.h"
 #include "kit/support/platform_words.h"
 
@@ -235,6 +237,9 @@ void StatusItemController::install()
         }
     };
     m_statusItem = m_bar.create(m_appName, std::move(events));
+    if (m_statusItem) {
+        m_bar.setName(*m_statusItem, itemTitle(m_bar.host(), m_appName, std::nullopt, ""));
+    }
     render();
     kLog.info("status item installed");
 }

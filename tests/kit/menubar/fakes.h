@@ -3,6 +3,7 @@
 
 #include "kit/menubar/status_bar.h"
 #include "kit/menubar/status_item_controller.h"
+#include "kit/menubar/tray_host.h"
 #include "kit/support/main_queue.h"
 
 #include <algorithm>
@@ -58,6 +59,7 @@ public:
         std::string title;
         std::string toolTip;
         std::string label;
+        std::string name;
         std::optional<AppIconImage> appImage;
         bool highlighted = false;
         int draws = 0; // image, title or app image set
@@ -67,10 +69,14 @@ public:
     };
 
     explicit FakeStatusBar(bool newItemsGoLeft = true)
-        : m_goesLeft(newItemsGoLeft)
+        : FakeStatusBar(trayHost(newItemsGoLeft ? TrayHostKind::XEmbed : TrayHostKind::Waybar))
+    {}
+    explicit FakeStatusBar(TrayHost host)
+        : m_host(std::move(host))
+        , m_goesLeft(m_host.newItems == NewItemPlace::Leftmost)
     {}
 
-    bool newItemsGoLeft() const override { return m_goesLeft; }
+    const TrayHost& host() const override { return m_host; }
 
     std::optional<StatusItemHandle> create(const std::string& identifier,
                                            StatusItemEvents events) override
@@ -86,7 +92,9 @@ public:
         item.events = std::move(events);
         item.geometry = Rect{static_cast<double>(handle.value) * 24, 0, 24, 24};
         m_items[handle.value] = std::move(item);
-        if (m_goesLeft) {
+        if (m_host.newItems == NewItemPlace::ByTitle) {
+            m_row.push_back(handle); // placed by name when asked for the row
+        } else if (m_goesLeft) {
             m_row.insert(m_row.begin(), handle);
         } else {
             m_row.push_back(handle);
@@ -131,6 +139,12 @@ public:
             item->toolTip = toolTip;
         }
     }
+    void setName(StatusItemHandle handle, const std::string& name) override
+    {
+        if (auto* item = find(handle)) {
+            item->name = name;
+        }
+    }
     void setAccessibilityLabel(StatusItemHandle handle, const std::string& label) override
     {
         if (auto* item = find(handle)) {
@@ -164,7 +178,13 @@ public:
     std::vector<std::string> row() const
     {
         std::vector<std::string> ids;
-        for (auto handle : m_row) {
+        auto row = m_row;
+        if (m_host.newItems == NewItemPlace::ByTitle) {
+            std::stable_sort(row.begin(), row.end(), [this](auto a, auto b) {
+                return m_items.at(a.value).name < m_items.at(b.value).name;
+            });
+        }
+        for (auto handle : row) {
             ids.push_back(m_items.at(handle.value).identifier);
         }
         return ids;
@@ -199,6 +219,7 @@ public:
     int removed = 0;
 
 private:
+    TrayHost m_host;
     bool m_goesLeft;
     uint64_t m_next = 1;
     std::map<uint64_t, Item> m_items;

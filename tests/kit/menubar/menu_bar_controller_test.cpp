@@ -3,6 +3,7 @@
 
 #include "kit/library/fixtures.h"
 #include "kit/menubar/fakes.h"
+#include "kit/menubar/tray_host.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -38,13 +39,13 @@ std::vector<std::string> idsOf(const std::vector<Shortcut>& list)
     return ids;
 }
 
-// Runs every case against both kinds of tray host: the one that puts new icons on the left and
-// the one that keeps creation order.
-class MenuBarTest : public ::testing::TestWithParam<bool>
+// Runs every case against the three ways hosts place icons: newest leftmost, newest rightmost,
+// sorted by name.
+class MenuBarTest : public ::testing::TestWithParam<TrayHostKind>
 {
 protected:
     MenuBarTest()
-        : bar(GetParam())
+        : bar(trayHost(GetParam()))
     {
         LibraryStore::Options options;
         options.interval = std::chrono::milliseconds(60'000);
@@ -97,9 +98,21 @@ protected:
     std::unique_ptr<MenuBarController> controller;
 };
 
-INSTANTIATE_TEST_SUITE_P(Hosts, MenuBarTest, ::testing::Bool(), [](const auto& info) {
-    return info.param ? "NewestLeft" : "NewestRight";
-});
+INSTANTIATE_TEST_SUITE_P(Hosts,
+                         MenuBarTest,
+                         ::testing::Values(TrayHostKind::XEmbed,
+                                           TrayHostKind::Waybar,
+                                           TrayHostKind::KdePlasma),
+                         [](const auto& info) {
+                             switch (info.param) {
+                             case TrayHostKind::XEmbed:
+                                 return "NewestLeft";
+                             case TrayHostKind::Waybar:
+                                 return "NewestRight";
+                             default:
+                                 return "ByName";
+                             }
+                         });
 
 } // namespace
 
