@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs every test twice: an optimised build with warnings as errors, and a clang build
-# with AddressSanitizer + UndefinedBehaviorSanitizer that also runs each fuzz target for a while.
+# Builds and runs every test: an optimised build with warnings as errors, a clang build with
+# AddressSanitizer + UndefinedBehaviorSanitizer that also runs each fuzz target for a while, and a
+# ThreadSanitizer build of the tests whose code crosses threads (the tool socket, the stores, the
+# settings, the run loop).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
@@ -11,4 +13,14 @@ for preset in ci asan-ubsan; do
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
+done
+
+echo "== tsan"
+threaded=(kit_mcp_tests kit_storage_tests kit_settings_tests)
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$jobs" --target "${threaded[@]}"
+for t in "${threaded[@]}"; do
+  exe=$(find build/tsan/tests -name "$t" -type f -perm -u+x | head -n 1)
+  VANTOREL_SOURCE_DIR="$PWD" TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+    "$exe" --gtest_brief=1
 done
