@@ -1093,13 +1093,23 @@ WriteTools::Call WriteTools::call(const std::string& name,
                                   const ToolContext& context,
                                   const std::string& source)
 {
+    if (!handles(name)) {
+        throw ToolError::unknownTool(name);
+    }
+    return call(name, Arguments::parse(arguments), context, source);
+}
+
+WriteTools::Call WriteTools::call(const std::string& name,
+                                  const Arguments& args,
+                                  const ToolContext& context,
+                                  const std::string& source)
+{
     const auto& all = tools();
     auto tool = std::find_if(
         all.begin(), all.end(), [&](const Tool& t) { return t.description.name == name; });
     if (tool == all.end()) {
         throw ToolError::unknownTool(name);
     }
-    const Arguments args = Arguments::parse(arguments);
     Call call;
     call.proposal = tool->build(args, context);
     call.proposal.source = source;

@@ -12,6 +12,8 @@
 
 namespace kit::tools {
 
+class Arguments;
+
 // An option of set_link_options that may be cleared: given a value, given as null (back to the
 // default), or not given at all (left as it is).
 template <class T> struct Setting
@@ -107,6 +109,10 @@ public:
     // lookup errors for arguments that cannot become a proposal.
     static Call call(const std::string& name,
                      const std::optional<std::string>& arguments,
+                     const ToolContext& context,
+                     const std::string& source);
+    static Call call(const std::string& name,
+                     const Arguments& arguments,
                      const ToolContext& context,
                      const std::string& source);
 
