@@ -2,6 +2,7 @@
 #include "kit/tools/write_tools.h"
 
 #include "kit/library/library_json.h"
+#include "kit/proposal/proposal_json.h"
 #include "kit/support/platform_words.h"
 #include "kit/tools/arguments.h"
 
@@ -552,7 +553,9 @@ Proposal removeBar(const Arguments& args, const ToolContext& context)
 Proposal propose(const Arguments& args, const ToolContext&)
 {
     try {
-        return Proposal::decode(compact(args.raw()));
+        // Read from the arguments as decoded: writing them out for the streamed reader would
+        // cost more than the whole review.
+        return proposal::document::readProposal(args.raw());
     } catch (const std::exception& error) {
         refuse(library::plainMessage(error));
     }
