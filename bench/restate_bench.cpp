@@ -111,8 +111,12 @@ int main()
                 "bench",
                 [] { return kit::tools::ToolService::descriptions(); },
                 [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
-                    service.callDecoded(
-                        call.name, std::move(call.arguments), "bench", std::move(done));
+                    if (call.argumentsText) {
+                        service.call(call.name, call.argumentsText, "bench", std::move(done));
+                    } else {
+                        service.callDecoded(
+                            call.name, std::move(call.arguments), "bench", std::move(done));
+                    }
                 },
                 {},
                 completion);

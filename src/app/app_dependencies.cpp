@@ -191,11 +191,19 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
                                 kStillDeciding));
                         };
                     }
-                    m_tools->callDecoded(call.name,
-                                         std::move(call.arguments),
-                                         kAssistantSource,
-                                         std::move(done),
-                                         std::move(waiting));
+                    if (call.argumentsText) {
+                        m_tools->call(call.name,
+                                      call.argumentsText,
+                                      kAssistantSource,
+                                      std::move(done),
+                                      std::move(waiting));
+                    } else {
+                        m_tools->callDecoded(call.name,
+                                             std::move(call.arguments),
+                                             kAssistantSource,
+                                             std::move(done),
+                                             std::move(waiting));
+                    }
                 },
                 [this, key](const nlohmann::json& id) { m_tools->withdraw(key(id)); },
                 completion);

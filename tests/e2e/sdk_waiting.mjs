@@ -5,53 +5,24 @@
 // Usage: node sdk_waiting.mjs VANTOREL VANTOREL_MCP
 import { Client } from "@modelcontextprotocol/sdk/client/index.js";
 import { StdioClientTransport } from "@modelcontextprotocol/sdk/client/stdio.js";
-import { spawn, spawnSync } from "node:child_process";
-import { mkdirSync, mkdtempSync, rmSync } from "node:fs";
-import { tmpdir } from "node:os";
-import { join } from "node:path";
 import assert from "node:assert/strict";
+import { startHeadless } from "./headless_app.mjs";
 
 const [vantorel, bridge] = process.argv.slice(2);
 assert.ok(vantorel && bridge, "usage: node sdk_waiting.mjs VANTOREL VANTOREL_MCP");
 
-const root = mkdtempSync(join(tmpdir(), "vantorel-e2e-"));
-const runtime = join(root, "run");
-mkdirSync(runtime, { mode: 0o700 });
-const env = {
-  PATH: process.env.PATH ?? "/usr/bin:/bin",
-  HOME: join(root, "home"),
-  XDG_RUNTIME_DIR: runtime,
-  XDG_CONFIG_HOME: join(root, "config"),
-  XDG_DATA_HOME: join(root, "data"),
-  XDG_DATA_DIRS: join(root, "none"),
-};
-mkdirSync(env.HOME);
 const step = (text) => console.log(`- ${text}`);
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
-
-const set = spawnSync(vantorel, ["settings", "set", "assistantsEnabled", "true"], { env });
-assert.equal(set.status, 0, String(set.stderr));
-const app = spawn(vantorel, ["--headless"], { env, stdio: ["pipe", "pipe", "pipe"] });
-let output = "";
-let log = "";
-app.stdout.on("data", (chunk) => (output += chunk));
-app.stderr.on("data", (chunk) => (log += chunk));
-const until = async (test, ms, what) => {
-  const start = Date.now();
-  while (!test()) {
-    if (Date.now() - start > ms) throw new Error(`timed out: ${what}\n${log}\n${output}`);
-    await sleep(20);
-  }
-};
+const session = await startHeadless(vantorel);
+const { app, env } = session;
 // What the terminal printed after `from`, once `text` appears in it.
 const printed = async (from, text, what) => {
-  await until(() => output.indexOf(text, from) >= 0, 10000, what);
-  return output.slice(from);
+  await session.until(() => session.output.indexOf(text, from) >= 0, 10000, what);
+  return session.output.slice(from);
 };
 
 let client;
 try {
-  await until(() => log.includes("Vantorel started"), 10000, "the app to start");
   client = new Client({ name: "vantorel-e2e-waiting", version: "1.0.0" });
   await client.connect(new StdioClientTransport({ command: bridge, args: [], env, stderr: "inherit" }));
 
@@ -70,7 +41,7 @@ try {
   step(`listed ${tools.length} tools with titles and hints`);
 
   // The client's own timeout is 15 s; only progress keeps the call alive for 40 s.
-  let from = output.length;
+  let from = session.output.length;
   let progress = 0;
   const longCall = client.callTool({ name: "add_bar", arguments: { name: "Projects" } }, undefined, {
     timeout: 15000,
@@ -81,7 +52,7 @@ try {
   const shown = await printed(from, "Type one of:", "the add_bar review");
   assert.match(shown, /Bar “Projects”: added/);
   await sleep(40000);
-  from = output.length;
+  from = session.output.length;
   app.stdin.write("apply\n");
   const applied = JSON.parse((await longCall).content[0].text);
   assert.equal(applied.status, "applied", JSON.stringify(applied));
@@ -91,18 +62,18 @@ try {
   step(`a 40 s decision answered "applied" after ${progress} progress notifications`);
 
   // Abandoned: the SDK sends notifications/cancelled and the review goes away.
-  from = output.length;
+  from = session.output.length;
   const abandon = new AbortController();
   const abandoned = client.callTool({ name: "add_bar", arguments: { name: "Later" } }, undefined, {
     signal: abandon.signal,
   });
   await printed(from, "Type one of:", "the second review");
-  from = output.length;
+  from = session.output.length;
   abandon.abort("the person moved on");
   await assert.rejects(abandoned);
   const withdrawn = await printed(from, "withdrew", "the review to close");
   assert.match(withdrawn, /The assistant withdrew its proposal, so nothing from it changed\./);
-  from = output.length;
+  from = session.output.length;
   app.stdin.write("show\n");
   await printed(from, "There is no proposal to review.", "the inbox to be empty");
   const after = await client.callTool({ name: "list_bars", arguments: {} }, undefined, { timeout: 5000 });
@@ -113,6 +84,5 @@ try {
   await client.close();
   console.log("passed");
 } finally {
-  if (app.exitCode === null) app.kill("SIGKILL");
-  rmSync(root, { recursive: true, force: true });
+  session.end();
 }

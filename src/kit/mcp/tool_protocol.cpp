@@ -316,8 +316,8 @@ std::optional<json> idToken(std::string_view token)
     return value;
 }
 
-// Reads a line's first bytes member by member, skipping the values of other keys, until the
-// top-level "id" or the end of what is there.
+// Reads an object's members from its bytes without decoding the values: a cut-off line's
+// first bytes, or a whole line whose long arguments are left as they came.
 class LeadingScan
 {
 public:
@@ -325,39 +325,67 @@ public:
         : m_text(text)
     {}
 
+    // The first top-level "id" within the bytes, which may end anywhere.
     std::optional<json> id()
     {
+        std::optional<json> found;
+        members(0, [&](std::string_view key, size_t start, size_t length) {
+            // A number running into the end of the bytes may have been cut short.
+            if (key != "\"id\"" || start + length >= m_text.size()) {
+                return key != "\"id\"";
+            }
+            found = idToken(m_text.substr(start, length));
+            return false;
+        });
+        return found;
+    }
+
+    // Where the value of the last member called `quotedKey` lies in the object at `from`:
+    // its offset and length. Nothing when there is none or the bytes are not an object.
+    std::optional<std::pair<size_t, size_t>> member(size_t from, std::string_view quotedKey)
+    {
+        std::optional<std::pair<size_t, size_t>> found;
+        bool whole = members(from, [&](std::string_view key, size_t start, size_t length) {
+            if (key == quotedKey) {
+                found.emplace(start, length);
+            }
+            return true;
+        });
+        return whole ? found : std::nullopt;
+    }
+
+private:
+    // Tells `visit` each member's key (quoted) and value span in turn until it answers false;
+    // true when the object was read to its end.
+    template <class Visit> bool members(size_t from, const Visit& visit)
+    {
+        m_at = from;
         skipSpace();
         if (!take('{')) {
-            return std::nullopt;
+            return false;
         }
         for (;;) {
             skipSpace();
             std::optional<std::string_view> key = string();
             skipSpace();
             if (!key || !take(':')) {
-                return std::nullopt;
+                return false;
             }
             skipSpace();
             size_t start = m_at;
-            if (!skipValue()) {
-                return std::nullopt;
-            }
-            if (*key == "\"id\"") {
-                // A number running into the end of the bytes may have been cut short.
-                if (m_at >= m_text.size()) {
-                    return std::nullopt;
-                }
-                return idToken(m_text.substr(start, m_at - start));
+            if (!skipValue() || !visit(*key, start, m_at - start)) {
+                return false;
             }
             skipSpace();
+            if (take('}')) {
+                return true;
+            }
             if (!take(',')) {
-                return std::nullopt;
+                return false;
             }
         }
     }
 
-private:
     void skipSpace()
     {
         while (m_at < m_text.size() && isSpace(m_text[m_at])) {
@@ -493,6 +521,37 @@ std::optional<json> trailingID(std::string_view text)
     return idToken(token);
 }
 
+// Above this a tools/call line's arguments are not built into a tree: the tool gets them as the
+// request's own bytes, and only the rest of the line is decoded. The whole line is still checked
+// to be JSON, so a bad one is the same parse error either way.
+constexpr size_t kArgumentsAsTextAbove = std::size_t{64} << 10;
+
+struct Request
+{
+    std::optional<json> value;
+    std::optional<std::string> argumentsText;
+};
+
+Request readRequest(std::string_view line)
+{
+    if (line.size() <= kArgumentsAsTextAbove || !withinDepth(line, ToolProtocol::kMaxDepth)
+        || !json::accept(line.begin(), line.end())) {
+        return {parse(line), std::nullopt};
+    }
+    LeadingScan scan(line);
+    auto params = scan.member(0, "\"params\"");
+    auto arguments = params ? scan.member(params->first, "\"arguments\"") : std::nullopt;
+    if (!arguments || line[arguments->first] != '{') {
+        return {parse(line), std::nullopt};
+    }
+    std::string rest;
+    rest.reserve(line.size() - arguments->second + 2);
+    rest.append(line.substr(0, arguments->first));
+    rest.append("{}");
+    rest.append(line.substr(arguments->first + arguments->second));
+    return {json::parse(rest, nullptr, false), std::string(line.substr(arguments->first, arguments->second))};
+}
+
 } // namespace
 
 std::optional<std::string> ToolProtocol::method(std::string_view line)
@@ -519,8 +578,8 @@ void ToolProtocol::respond(std::string_view line,
         version,
         list,
         [&call](Call request, ToolCompletion done) {
-            std::optional<std::string> arguments;
-            if (request.arguments) {
+            std::optional<std::string> arguments = std::move(request.argumentsText);
+            if (!arguments && request.arguments) {
                 arguments = request.arguments->dump(-1, ' ', false, json::error_handler_t::replace);
             }
             call(request.name, std::move(arguments), std::move(done));
@@ -536,7 +595,8 @@ void ToolProtocol::respond(std::string_view line,
                            const Cancel& cancel,
                            ReplyCompletion completion)
 {
-    std::optional<json> request = parse(line);
+    Request read = readRequest(line);
+    std::optional<json>& request = read.value;
     if (!request || !request->is_object()) {
         completion(parseError());
         return;
@@ -572,8 +632,10 @@ void ToolProtocol::respond(std::string_view line,
             completion(error(id, kInvalidParams, "Invalid params: no tool name"));
             return;
         }
-        Call request{tool->get<std::string>(), std::nullopt, id, std::nullopt};
-        if (auto it = params.find("arguments"); it != params.end() && it->is_object()) {
+        Call request{tool->get<std::string>(), std::nullopt, std::nullopt, id, std::nullopt};
+        if (read.argumentsText) {
+            request.argumentsText = std::move(read.argumentsText);
+        } else if (auto it = params.find("arguments"); it != params.end() && it->is_object()) {
             request.arguments = std::move(*it);
         }
         if (auto meta = params.find("_meta"); meta != params.end() && meta->is_object()) {

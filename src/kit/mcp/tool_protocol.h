@@ -35,8 +35,10 @@ public:
     struct Call
     {
         std::string name;
-        // The arguments object as the request's own bytes decoded it, not written out again.
+        // The arguments object as the request's own bytes decoded it, not written out again;
+        // for a long line, the bytes themselves instead.
         std::optional<nlohmann::json> arguments;
+        std::optional<std::string> argumentsText;
         nlohmann::json id;
         // params._meta.progressToken, for notifications/progress while the call runs.
         std::optional<nlohmann::json> progressToken;

@@ -1099,6 +1099,17 @@ WriteTools::Call WriteTools::call(const std::string& name,
     if (!handles(name)) {
         throw ToolError::unknownTool(name);
     }
+    // A long document goes to the streamed reader as it came, without a tree in between.
+    if (name == "propose" && arguments && arguments->size() > kStreamedAbove
+        && arguments->front() == '{') {
+        Proposal proposal;
+        try {
+            proposal = Proposal::decode(*arguments);
+        } catch (const std::exception& error) {
+            refuse(library::plainMessage(error));
+        }
+        return reviewed(std::move(proposal), context, source);
+    }
     return call(name, Arguments::parse(arguments), context, source);
 }
 
@@ -1113,8 +1124,14 @@ WriteTools::Call WriteTools::call(const std::string& name,
     if (tool == all.end()) {
         throw ToolError::unknownTool(name);
     }
+    return reviewed(tool->build(args, context), context, source);
+}
+
+WriteTools::Call
+WriteTools::reviewed(proposal::Proposal proposal, const ToolContext& context, const std::string& source)
+{
     Call call;
-    call.proposal = tool->build(args, context);
+    call.proposal = std::move(proposal);
     call.proposal.source = source;
     call.review = proposal::review(call.proposal, *context.snapshot, context.reach);
     std::string title = call.proposal.title && !trimmed(*call.proposal.title).empty()

@@ -5,6 +5,7 @@
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/tools/tool_context.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -120,6 +121,12 @@ public:
     static std::string_view message(Status status, bool unchecked = false);
 
     static constexpr const char* kUntitled = "Proposed changes";
+    // propose arguments longer than this are read by the streamed document reader.
+    static constexpr std::size_t kStreamedAbove = std::size_t{64} << 10;
+
+private:
+    static Call
+    reviewed(proposal::Proposal proposal, const ToolContext& context, const std::string& source);
 };
 
 } // namespace kit::tools

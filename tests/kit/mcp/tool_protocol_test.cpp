@@ -460,4 +460,41 @@ TEST(ToolProtocol, ProgressIsANotificationOnTheCallersToken)
     EXPECT_FALSE(line.contains("id"));
 }
 
+// A long call's arguments reach the tool as the request's own bytes, never rebuilt, while the
+// line as a whole is held to JSON exactly as a short one is.
+TEST(ToolProtocol, ALongCallsArgumentsAreTheRequestsOwnBytes)
+{
+    const std::string arguments =
+        R"({ "note" : ")" + std::string(70'000, 'x') + R"(", "bars": [ ] , "note": "last" })";
+    const std::string line = R"({"id":4, "method":"tools/call","params":{"arguments":)" + arguments
+                             + R"(,"name":"propose","_meta":{"progressToken":"p"}}})";
+    std::optional<ToolProtocol::Call> called;
+    std::optional<std::string> reply;
+    auto respond = [&](const std::string& text) {
+        called.reset();
+        reply.reset();
+        ToolProtocol::respond(
+            text,
+            "1",
+            &tools,
+            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+                called = std::move(call);
+                done(ToolResult::success("{}"));
+            },
+            {},
+            [&](std::optional<std::string> line) { reply = std::move(line); });
+    };
+    respond(line);
+    ASSERT_TRUE(called);
+    EXPECT_EQ(called->name, "propose");
+    EXPECT_EQ(called->argumentsText, arguments);
+    EXPECT_FALSE(called->arguments);
+    EXPECT_EQ(called->progressToken, json("p"));
+    EXPECT_EQ(json::parse(*reply)["id"], 4);
+
+    respond(line.substr(0, line.size() - 1));
+    EXPECT_FALSE(called);
+    EXPECT_EQ(json::parse(*reply)["error"]["code"], ToolProtocol::kParseError);
+}
+
 } // namespace
