@@ -2,7 +2,8 @@
 // One received line through the protocol, with a small tool list and tools that answer canned
 // texts or fail. Whatever the bytes: no crash, at most one reply, and a reply is one line of JSON
 // with the JSON-RPC shape, due exactly when expectsReply says so. The same bytes as a tool's
-// answer must come back exactly as the JSON library would write them.
+// answer must come back exactly as the JSON library would write them. The id an over-long line
+// is answered under is never read from inside the request: an object without an id shows none.
 #include "kit/mcp/tool_protocol.h"
 
 #include <nlohmann/json.hpp>
@@ -69,6 +70,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::string_view line(reinterpret_cast<const char*>(data), size);
     (void)ToolProtocol::method(line);
+    if (std::optional<json> id = ToolProtocol::visibleID(line, line)) {
+        json whole = json::parse(line, nullptr, false);
+        if (!whole.is_discarded() && whole.is_object() && !whole.contains("id")) {
+            std::abort();
+        }
+    }
     std::optional<std::string> reply = ToolProtocol::respond(line, "0.1", &tools, &call);
     if (reply.has_value() != ToolProtocol::expectsReply(line)) {
         std::abort();

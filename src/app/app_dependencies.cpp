@@ -140,6 +140,7 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
                                  proposal::ProposalInbox::DecisionCallback onDecision) {
         m_proposals->receive(std::move(proposal), std::move(onDecision), *m_libraryStore);
     };
+    bindings.withdrawProposal = [this] { m_proposals->withdraw(); };
     bindings.reach = [this](const std::string& path) { return reach(path); };
     bindings.allowsWrites = [this] { return m_settings->assistantWritesEnabled(); };
     bindings.appVersion = kVersion;
@@ -171,18 +172,45 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     m_toolSocket = std::make_unique<mcp::ToolSocket>(
         socketPath,
         [this](std::string line, mcp::ToolSocket::Completion completion) {
+            // A call is known by its client and its id, which is how a cancellation names it.
+            auto key = [client = completion.client()](const nlohmann::json& id) {
+                return std::to_string(client) + " " + id.dump();
+            };
             mcp::ToolProtocol::respond(
                 line,
                 kVersion,
                 [] { return tools::ToolService::descriptions(); },
-                [this](const std::string& name,
-                       std::optional<std::string> arguments,
-                       mcp::ToolProtocol::ToolCompletion done) {
-                    m_tools->call(name, arguments, kAssistantSource, std::move(done));
+                [this, key, completion](mcp::ToolProtocol::Call call,
+                                        mcp::ToolProtocol::ToolCompletion done) {
+                    tools::ToolService::Waiting waiting{key(call.id), {}};
+                    if (call.progressToken) {
+                        waiting.progress = [completion, token = *call.progressToken](
+                                               std::chrono::milliseconds waited) {
+                            completion.send(mcp::ToolProtocol::progress(
+                                token,
+                                std::chrono::duration<double>(waited).count(),
+                                kStillDeciding));
+                        };
+                    }
+                    if (call.argumentsText) {
+                        m_tools->call(call.name,
+                                      call.argumentsText,
+                                      kAssistantSource,
+                                      std::move(done),
+                                      std::move(waiting));
+                    } else {
+                        m_tools->callDecoded(call.name,
+                                             std::move(call.arguments),
+                                             kAssistantSource,
+                                             std::move(done),
+                                             std::move(waiting));
+                    }
                 },
-                std::move(completion));
+                [this, key](const nlohmann::json& id) { m_tools->withdraw(key(id)); },
+                completion);
         },
-        m_mainQueue);
+        m_mainQueue,
+        [](std::string_view line) { return mcp::ToolProtocol::isCancellation(line); });
 
     if (m_platform) {
         makeMenuBar();

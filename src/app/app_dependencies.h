@@ -36,6 +36,9 @@ public:
     static constexpr const char* kSettingsFileName = "settings.json";
     // The label under which proposals from the tool server appear.
     static constexpr const char* kAssistantSource = "An assistant";
+    // What an assistant that asked for progress hears while the person decides.
+    static constexpr const char* kStillDeciding =
+        "Waiting for the person to review the proposal in Vantorel.";
 
     struct Options
     {

@@ -47,6 +47,10 @@ void TerminalReview::inboxChanged()
 {
     // Shown once when it arrives; later changes are the person's own, answered by their command.
     if (!m_inbox.proposal()) {
+        // A review that closed without the person: say why, once.
+        if (m_shown && m_inbox.notice() && m_print) {
+            m_print(*m_inbox.notice() + "\n");
+        }
         m_shown.reset();
         return;
     }

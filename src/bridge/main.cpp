@@ -11,6 +11,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -135,9 +136,15 @@ public:
                 }
                 return;
             }
-            // Replies come back in order, so the queue says whose reply the next line is.
+            // What is still owed a reply, should the app go away before it answers.
             if (due) {
                 m_waiting.push_back(std::move(*due));
+            } else if (ToolProtocol::isCancellation(line)) {
+                // The app sends no reply to a cancelled request, and neither will we.
+                nlohmann::json cancel = nlohmann::json::parse(line, nullptr, false);
+                if (cancel.is_object() && cancel["params"].is_object()) {
+                    forget(cancel["params"].value("requestId", nlohmann::json()));
+                }
             }
         }
         std::string framed(line);
@@ -149,10 +156,10 @@ public:
     }
 
     // A line over the limit never goes to the app, which would refuse it the same way.
-    void refuseTooLong()
+    void refuseTooLong(std::string_view start, std::string_view end)
     {
         std::lock_guard lock(m_mutex);
-        output(ToolProtocol::lineTooLong());
+        output(ToolProtocol::lineTooLong(start, end));
     }
 
     // Lets the app answer what it has been sent, then waits for those replies.
@@ -216,9 +223,7 @@ private:
             replies.feed(std::string_view(chunk.data(), static_cast<size_t>(count)),
                          [this](std::string_view reply) {
                              std::lock_guard lock(m_mutex);
-                             if (!m_waiting.empty()) {
-                                 m_waiting.pop_front();
-                             }
+                             settle(reply);
                              std::string line(reply);
                              line.push_back('\n');
                              output(line);
@@ -232,6 +237,30 @@ private:
                 output(ToolProtocol::refuse(due, kUnavailable, why));
             }
             m_waiting.clear();
+        }
+    }
+
+    // Called with m_mutex held. The app writes keys in sorted order, so a line that starts with
+    // "jsonrpc" has neither error nor id: a notification (progress), which answers no request. A
+    // cancelled request gets no reply, so a reply settles the request with its id rather than
+    // simply the oldest.
+    void settle(std::string_view line)
+    {
+        if (line.starts_with(R"({"jsonrpc")")) {
+            return;
+        }
+        std::optional<nlohmann::json> id = ToolProtocol::visibleID(
+            line.substr(0, std::min(line.size(), LineFramer::kKeptEdgeBytes)), {});
+        forget(id ? *id : nlohmann::json());
+    }
+
+    // Called with m_mutex held.
+    void forget(const nlohmann::json& id)
+    {
+        auto it = std::find_if(
+            m_waiting.begin(), m_waiting.end(), [&](const auto& due) { return due.id == id; });
+        if (it != m_waiting.end()) {
+            m_waiting.erase(it);
         }
     }
 
@@ -280,11 +309,11 @@ int main(int argc, char** argv)
 
     Bridge bridge(ToolSocketPath::current());
     LineFramer requests;
-    auto relay = [&bridge](std::optional<std::string_view> line) {
+    auto relay = [&bridge, &requests](std::optional<std::string_view> line) {
         if (line) {
             bridge.request(*line);
         } else {
-            bridge.refuseTooLong();
+            bridge.refuseTooLong(requests.overLongStart(), requests.overLongEnd());
         }
         return true;
     };

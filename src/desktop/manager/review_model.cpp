@@ -370,7 +370,9 @@ QString ReviewModel::summary() const
 {
     const auto& review = m_inbox.review();
     if (!review) {
-        return {};
+        // Why the review closed without the person, when it did.
+        const auto& notice = m_inbox.notice();
+        return notice ? QString::fromStdString(*notice) : QString();
     }
     const auto& applying = m_inbox.applying() ? *m_inbox.applying() : *review;
     if (!applying.hasWork() && review->hasWork()) {

@@ -6,12 +6,26 @@
 
 namespace kit::mcp {
 
+// What a client may assume of a tool before running it, for those that ask the person first.
+struct ToolAnnotations
+{
+    bool readOnly = false;
+    bool destructive = true;
+    bool idempotent = false;
+    bool openWorld = true;
+
+    bool operator==(const ToolAnnotations&) const = default;
+};
+
 // One tool as tools/list shows it. The schema stays text until the list is answered.
 struct ToolDescription
 {
     std::string name;
     std::string description;
     std::string inputSchema;
+    // Neither is listed when absent.
+    std::string title = {};
+    std::optional<ToolAnnotations> annotations = {};
 
     bool operator==(const ToolDescription&) const = default;
 };
@@ -75,11 +89,19 @@ public:
     {
         return ToolResult(std::move(message), {}, false);
     }
+    // The caller took the call back: no answer is due at all.
+    static ToolResult withdrawn()
+    {
+        ToolResult result({}, {}, false);
+        result.m_withdrawn = true;
+        return result;
+    }
 
     bool ok() const { return m_ok; }
     // The answer's JSON text when ok(), otherwise the failure's sentence.
     const std::string& text() const { return m_text; }
     const std::optional<ToolError>& error() const { return m_error; }
+    bool isWithdrawn() const { return m_withdrawn; }
 
     bool operator==(const ToolResult&) const = default;
 
@@ -93,6 +115,7 @@ private:
     std::string m_text;
     std::optional<ToolError> m_error;
     bool m_ok;
+    bool m_withdrawn = false;
 };
 
 } // namespace kit::mcp

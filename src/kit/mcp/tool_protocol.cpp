@@ -4,6 +4,7 @@
 #include "kit/support/platform_words.h"
 
 #include <atomic>
+#include <cctype>
 #include <exception>
 #include <memory>
 #include <utility>
@@ -92,9 +93,19 @@ json toolsList(const ToolProtocol::ToolList& list)
         if (!schema || !schema->is_object()) {
             schema = json{{"type", "object"}};
         }
-        tools.push_back({{"name", tool.name},
-                         {"description", tool.description},
-                         {"inputSchema", std::move(*schema)}});
+        json entry = {{"name", tool.name},
+                      {"description", tool.description},
+                      {"inputSchema", std::move(*schema)}};
+        if (!tool.title.empty()) {
+            entry["title"] = tool.title;
+        }
+        if (const auto& hints = tool.annotations) {
+            entry["annotations"] = {{"readOnlyHint", hints->readOnly},
+                                    {"destructiveHint", hints->destructive},
+                                    {"idempotentHint", hints->idempotent},
+                                    {"openWorldHint", hints->openWorld}};
+        }
+        tools.push_back(std::move(entry));
     }
     return {{"tools", std::move(tools)}};
 }
@@ -267,7 +278,12 @@ public:
 
     void deliver(const ToolResult& answer)
     {
-        if (!m_done.exchange(true)) {
+        if (m_done.exchange(true)) {
+            return;
+        }
+        if (answer.isWithdrawn()) {
+            m_completion(std::nullopt);
+        } else {
             m_completion(toolReply(m_id, answer));
         }
     }
@@ -279,6 +295,262 @@ private:
     ToolProtocol::ReplyCompletion m_completion;
     std::atomic<bool> m_done = false;
 };
+
+bool isSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+bool isNumberByte(char c)
+{
+    return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
+}
+
+// An id is a string or a number; anything else, or a token that does not parse, is none.
+std::optional<json> idToken(std::string_view token)
+{
+    json value = json::parse(token.begin(), token.end(), nullptr, false);
+    if (value.is_discarded() || !(value.is_string() || value.is_number())) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+// Reads an object's members from its bytes without decoding the values: a cut-off line's
+// first bytes, or a whole line whose long arguments are left as they came.
+class LeadingScan
+{
+public:
+    explicit LeadingScan(std::string_view text)
+        : m_text(text)
+    {}
+
+    // The first top-level "id" within the bytes, which may end anywhere.
+    std::optional<json> id()
+    {
+        std::optional<json> found;
+        members(0, [&](std::string_view key, size_t start, size_t length) {
+            // A number running into the end of the bytes may have been cut short.
+            if (key != "\"id\"" || start + length >= m_text.size()) {
+                return key != "\"id\"";
+            }
+            found = idToken(m_text.substr(start, length));
+            return false;
+        });
+        return found;
+    }
+
+    // Where the value of the last member called `quotedKey` lies in the object at `from`:
+    // its offset and length. Nothing when there is none or the bytes are not an object.
+    std::optional<std::pair<size_t, size_t>> member(size_t from, std::string_view quotedKey)
+    {
+        std::optional<std::pair<size_t, size_t>> found;
+        bool whole = members(from, [&](std::string_view key, size_t start, size_t length) {
+            if (key == quotedKey) {
+                found.emplace(start, length);
+            }
+            return true;
+        });
+        return whole ? found : std::nullopt;
+    }
+
+private:
+    // Tells `visit` each member's key (quoted) and value span in turn until it answers false;
+    // true when the object was read to its end.
+    template <class Visit> bool members(size_t from, const Visit& visit)
+    {
+        m_at = from;
+        skipSpace();
+        if (!take('{')) {
+            return false;
+        }
+        for (;;) {
+            skipSpace();
+            std::optional<std::string_view> key = string();
+            skipSpace();
+            if (!key || !take(':')) {
+                return false;
+            }
+            skipSpace();
+            size_t start = m_at;
+            if (!skipValue() || !visit(*key, start, m_at - start)) {
+                return false;
+            }
+            skipSpace();
+            if (take('}')) {
+                return true;
+            }
+            if (!take(',')) {
+                return false;
+            }
+        }
+    }
+
+    void skipSpace()
+    {
+        while (m_at < m_text.size() && isSpace(m_text[m_at])) {
+            ++m_at;
+        }
+    }
+
+    bool take(char c)
+    {
+        if (m_at < m_text.size() && m_text[m_at] == c) {
+            ++m_at;
+            return true;
+        }
+        return false;
+    }
+
+    // The string at the cursor with its quotes.
+    std::optional<std::string_view> string()
+    {
+        size_t start = m_at;
+        if (!take('"')) {
+            return std::nullopt;
+        }
+        while (m_at < m_text.size()) {
+            char c = m_text[m_at++];
+            if (c == '\\') {
+                ++m_at;
+            } else if (c == '"') {
+                return m_text.substr(start, m_at - start);
+            }
+        }
+        return std::nullopt;
+    }
+
+    bool skipValue()
+    {
+        if (m_at >= m_text.size()) {
+            return false;
+        }
+        char c = m_text[m_at];
+        if (c == '"') {
+            return string().has_value();
+        }
+        if (c != '{' && c != '[') {
+            while (m_at < m_text.size() && (isNumberByte(m_text[m_at]) || std::isalpha(
+                                                static_cast<unsigned char>(m_text[m_at])))) {
+                ++m_at;
+            }
+            return true;
+        }
+        int depth = 0;
+        while (m_at < m_text.size()) {
+            c = m_text[m_at];
+            if (c == '"') {
+                if (!string()) {
+                    return false;
+                }
+                continue;
+            }
+            ++m_at;
+            if (c == '{' || c == '[') {
+                ++depth;
+            } else if ((c == '}' || c == ']') && --depth == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::string_view m_text;
+    size_t m_at = 0;
+};
+
+// The id as the last member of the object the bytes end: `"id":7}` or `, "id" : "a"}`. Inside a
+// string the quotes around id would be escaped, and a nested object ends in more than one brace.
+std::optional<json> trailingID(std::string_view text)
+{
+    auto back = [&] {
+        while (!text.empty() && isSpace(text.back())) {
+            text.remove_suffix(1);
+        }
+    };
+    back();
+    if (text.empty() || text.back() != '}') {
+        return std::nullopt;
+    }
+    text.remove_suffix(1);
+    back();
+    size_t end = text.size();
+    size_t start = end;
+    if (!text.empty() && text.back() == '"') {
+        // The opening quote is the first one before that is not escaped.
+        size_t at = end - 1;
+        for (;;) {
+            size_t quote = at == 0 ? std::string_view::npos : text.rfind('"', at - 1);
+            if (quote == std::string_view::npos) {
+                return std::nullopt;
+            }
+            size_t slashes = 0;
+            while (slashes < quote && text[quote - 1 - slashes] == '\\') {
+                ++slashes;
+            }
+            at = quote;
+            if (slashes % 2 == 0) {
+                break;
+            }
+        }
+        start = at;
+    } else {
+        while (start > 0 && isNumberByte(text[start - 1])) {
+            --start;
+        }
+    }
+    if (start == end) {
+        return std::nullopt;
+    }
+    std::string_view token = text.substr(start, end - start);
+    text = text.substr(0, start);
+    back();
+    if (text.empty() || text.back() != ':') {
+        return std::nullopt;
+    }
+    text.remove_suffix(1);
+    back();
+    if (!text.ends_with("\"id\"")) {
+        return std::nullopt;
+    }
+    text.remove_suffix(4);
+    back();
+    if (text.empty() || (text.back() != ',' && text.back() != '{')) {
+        return std::nullopt;
+    }
+    return idToken(token);
+}
+
+// Above this a tools/call line's arguments are not built into a tree: the tool gets them as the
+// request's own bytes, and only the rest of the line is decoded. The whole line is still checked
+// to be JSON, so a bad one is the same parse error either way.
+constexpr size_t kArgumentsAsTextAbove = std::size_t{64} << 10;
+
+struct Request
+{
+    std::optional<json> value;
+    std::optional<std::string> argumentsText;
+};
+
+Request readRequest(std::string_view line)
+{
+    if (line.size() <= kArgumentsAsTextAbove || !withinDepth(line, ToolProtocol::kMaxDepth)
+        || !json::accept(line.begin(), line.end())) {
+        return {parse(line), std::nullopt};
+    }
+    LeadingScan scan(line);
+    auto params = scan.member(0, "\"params\"");
+    auto arguments = params ? scan.member(params->first, "\"arguments\"") : std::nullopt;
+    if (!arguments || line[arguments->first] != '{') {
+        return {parse(line), std::nullopt};
+    }
+    std::string rest;
+    rest.reserve(line.size() - arguments->second + 2);
+    rest.append(line.substr(0, arguments->first));
+    rest.append("{}");
+    rest.append(line.substr(arguments->first + arguments->second));
+    return {json::parse(rest, nullptr, false), std::string(line.substr(arguments->first, arguments->second))};
+}
 
 } // namespace
 
@@ -301,7 +573,30 @@ void ToolProtocol::respond(std::string_view line,
                            const ToolCall& call,
                            ReplyCompletion completion)
 {
-    std::optional<json> request = parse(line);
+    respond(
+        line,
+        version,
+        list,
+        [&call](Call request, ToolCompletion done) {
+            std::optional<std::string> arguments = std::move(request.argumentsText);
+            if (!arguments && request.arguments) {
+                arguments = request.arguments->dump(-1, ' ', false, json::error_handler_t::replace);
+            }
+            call(request.name, std::move(arguments), std::move(done));
+        },
+        {},
+        std::move(completion));
+}
+
+void ToolProtocol::respond(std::string_view line,
+                           std::string_view version,
+                           const ToolList& list,
+                           const CallTool& call,
+                           const Cancel& cancel,
+                           ReplyCompletion completion)
+{
+    Request read = readRequest(line);
+    std::optional<json>& request = read.value;
     if (!request || !request->is_object()) {
         completion(parseError());
         return;
@@ -316,14 +611,19 @@ void ToolProtocol::respond(std::string_view line,
                          : std::nullopt);
         return;
     }
-    if (id.is_null()) {
-        completion(std::nullopt);
-        return;
-    }
     const std::string& name = methodEntry->get_ref<const std::string&>();
     json params = json::object();
     if (auto it = request->find("params"); it != request->end() && it->is_object()) {
         params = std::move(*it);
+    }
+    if (id.is_null()) {
+        if (name == "notifications/cancelled" && cancel) {
+            if (auto it = params.find("requestId"); it != params.end() && !it->is_null()) {
+                cancel(*it);
+            }
+        }
+        completion(std::nullopt);
+        return;
     }
 
     if (name == "tools/call") {
@@ -332,15 +632,21 @@ void ToolProtocol::respond(std::string_view line,
             completion(error(id, kInvalidParams, "Invalid params: no tool name"));
             return;
         }
-        std::optional<std::string> arguments;
-        if (auto it = params.find("arguments"); it != params.end() && it->is_object()) {
-            arguments = it->dump(-1, ' ', false, json::error_handler_t::replace);
+        Call request{tool->get<std::string>(), std::nullopt, std::nullopt, id, std::nullopt};
+        if (read.argumentsText) {
+            request.argumentsText = std::move(read.argumentsText);
+        } else if (auto it = params.find("arguments"); it != params.end() && it->is_object()) {
+            request.arguments = std::move(*it);
+        }
+        if (auto meta = params.find("_meta"); meta != params.end() && meta->is_object()) {
+            auto token = meta->find("progressToken");
+            if (token != meta->end() && (token->is_string() || token->is_number())) {
+                request.progressToken = *token;
+            }
         }
         auto reply = std::make_shared<CallReply>(id, std::move(completion));
         try {
-            call(tool->get<std::string>(), std::move(arguments), [reply](ToolResult answer) {
-                reply->deliver(answer);
-            });
+            call(std::move(request), [reply](ToolResult answer) { reply->deliver(answer); });
         } catch (const std::exception& failure) {
             reply->deliver(ToolResult::failure(std::string(failure.what())));
         } catch (...) {
@@ -442,6 +748,44 @@ const std::string& ToolProtocol::lineTooLong()
                                             "Parse error: the line is longer than "
                                                 + std::to_string(kMaxLineBytes >> 20) + " MiB");
     return kReply;
+}
+
+std::optional<json> ToolProtocol::visibleID(std::string_view start, std::string_view end)
+{
+    if (auto id = LeadingScan(start).id()) {
+        return id;
+    }
+    return trailingID(end);
+}
+
+std::string ToolProtocol::lineTooLong(std::string_view start, std::string_view end)
+{
+    std::optional<json> id = visibleID(start, end);
+    if (!id) {
+        return lineTooLong();
+    }
+    return error(*id,
+                 kParseError,
+                 "Parse error: the line is longer than " + std::to_string(kMaxLineBytes >> 20)
+                     + " MiB");
+}
+
+std::string ToolProtocol::progress(const json& token, double progress, std::string_view message)
+{
+    return encode({{"jsonrpc", "2.0"},
+                   {"method", "notifications/progress"},
+                   {"params",
+                    {{"progressToken", token}, {"progress", progress}, {"message", message}}}});
+}
+
+bool ToolProtocol::isCancellation(std::string_view line)
+{
+    // A cancellation names one request and perhaps a reason; anything longer is something else.
+    constexpr size_t kMostBytes = 4096;
+    if (line.size() > kMostBytes || line.find("notifications/cancelled") == std::string_view::npos) {
+        return false;
+    }
+    return method(line) == "notifications/cancelled";
 }
 
 const std::string& ToolProtocol::instructions()

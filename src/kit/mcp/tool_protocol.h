@@ -31,6 +31,22 @@ public:
     // The reply line, or nothing when none is due.
     using ReplyCompletion = std::function<void(std::optional<std::string> reply)>;
 
+    // A tools/call with what a long-running tool needs besides its arguments.
+    struct Call
+    {
+        std::string name;
+        // The arguments object as the request's own bytes decoded it, not written out again;
+        // for a long line, the bytes themselves instead.
+        std::optional<nlohmann::json> arguments;
+        std::optional<std::string> argumentsText;
+        nlohmann::json id;
+        // params._meta.progressToken, for notifications/progress while the call runs.
+        std::optional<nlohmann::json> progressToken;
+    };
+    using CallTool = std::function<void(Call call, ToolCompletion completion)>;
+    // Told the id of a request its client cancelled with notifications/cancelled.
+    using Cancel = std::function<void(const nlohmann::json& requestId)>;
+
     static constexpr std::string_view kDefaultProtocolVersion = "2025-06-18";
     static constexpr std::string_view kServerName = "Vantorel";
     // The most one request line may hold. A whole 1,000-shortcut bar written out is about 670 KB,
@@ -55,6 +71,14 @@ public:
                         std::string_view version,
                         const ToolList& list,
                         const ToolCall& call,
+                        ReplyCompletion completion);
+    // The same with cancellation and the whole call: a call completed with
+    // ToolResult::withdrawn() gets no reply.
+    static void respond(std::string_view line,
+                        std::string_view version,
+                        const ToolList& list,
+                        const CallTool& call,
+                        const Cancel& cancel,
                         ReplyCompletion completion);
     // The synchronous form, for callers whose tools answer at once.
     static std::optional<std::string> respond(std::string_view line,
@@ -84,9 +108,20 @@ public:
     static std::optional<std::string>
     refuse(std::string_view line, int code, std::string_view message);
 
-    // The answer to a line too long to be read (LineFramer's limit): a parse error, since its id
-    // is never seen.
+    // The answer to a line too long to be read (LineFramer's limit): a parse error under a null
+    // id, since the id is never seen.
     static const std::string& lineTooLong();
+    // The same under the request's own id when its first or last bytes show it.
+    static std::string lineTooLong(std::string_view start, std::string_view end);
+    // The id a request line shows as a top-level member within its first or last bytes: the
+    // first member after the opening brace or one before it, or the last before the closing one.
+    static std::optional<nlohmann::json> visibleID(std::string_view start, std::string_view end);
+
+    // A notifications/progress line for a call that is still running.
+    static std::string progress(const nlohmann::json& token, double progress,
+                                std::string_view message);
+    // Whether the line is a notifications/cancelled; cheap for long lines, which never are.
+    static bool isCancellation(std::string_view line);
     // The text sent with initialize, in this build's words.
     static const std::string& instructions();
 };

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -15,9 +16,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <system_error>
 #include <utility>
@@ -68,7 +69,22 @@ bool LineFramer::feed(std::string_view bytes, const Sink& sink)
         bytes.remove_prefix(newline == std::string_view::npos ? bytes.size() : newline + 1);
         if (!m_overLimit && m_pending.size() + piece.size() > m_maxLineBytes) {
             m_overLimit = true;
+            m_overStart = m_pending.substr(0, kKeptEdgeBytes);
+            m_overStart.append(piece.substr(0, kKeptEdgeBytes - m_overStart.size()));
+            m_overEnd.clear();
+            if (m_pending.size() < kKeptEdgeBytes) {
+                m_overEnd = m_pending;
+            } else {
+                m_overEnd.assign(m_pending, m_pending.size() - kKeptEdgeBytes);
+            }
             std::string().swap(m_pending);
+        }
+        if (m_overLimit) {
+            // Only the last few bytes are kept of what follows.
+            m_overEnd.append(piece.substr(piece.size() - std::min(piece.size(), kKeptEdgeBytes)));
+            if (m_overEnd.size() > kKeptEdgeBytes) {
+                m_overEnd.erase(0, m_overEnd.size() - kKeptEdgeBytes);
+            }
         }
         if (newline == std::string_view::npos) {
             if (!m_overLimit) {
@@ -78,7 +94,10 @@ bool LineFramer::feed(std::string_view bytes, const Sink& sink)
         }
         if (m_overLimit) {
             m_overLimit = false;
-            if (!sink(std::nullopt)) {
+            bool more = sink(std::nullopt);
+            m_overStart.clear();
+            m_overEnd.clear();
+            if (!more) {
                 return false;
             }
             continue;
@@ -116,31 +135,70 @@ std::optional<std::string> LineFramer::takeRest()
 struct ToolSocket::Client
 {
     std::mutex mutex;
-    std::condition_variable answered;
     // Guarded by mutex: closed and set to -1 by the client's own thread as it ends.
     int fd = -1;
+    // Guarded by mutex: wakes the client's thread for a reply, a notification or the socket
+    // closing; closed by the thread as it ends, since a completion may outlive it.
+    int wake = -1;
     // The request now waiting for its reply; a completion for any other is ignored.
     uint64_t request = 0;
     bool hasReply = false;
     std::optional<std::string> reply;
+    std::vector<std::string> unsent;
+    size_t unsentBytes = 0;
     bool closing = false;
     std::atomic<bool> finished = false;
     std::thread thread;
+
+    Client()
+        : wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    {}
+    ~Client()
+    {
+        if (wake >= 0) {
+            ::close(wake);
+        }
+    }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    void signal()
+    {
+        std::lock_guard lock(mutex);
+        if (wake >= 0) {
+            uint64_t one = 1;
+            [[maybe_unused]] ssize_t ignored = ::write(wake, &one, sizeof one);
+        }
+    }
 
     void deliver(uint64_t forRequest, std::optional<std::string> line)
     {
         {
             std::lock_guard lock(mutex);
-            if (forRequest != request || hasReply) {
+            if (forRequest == 0 || forRequest != request || hasReply) {
                 return;
             }
             reply = std::move(line);
             hasReply = true;
         }
-        answered.notify_one();
+        signal();
     }
 
-    // Wakes the thread from its read and from its wait for a reply.
+    void send(uint64_t forRequest, std::string line)
+    {
+        {
+            std::lock_guard lock(mutex);
+            if (forRequest == 0 || forRequest != request || hasReply
+                || unsentBytes + line.size() > kMostUnsentBytes) {
+                return;
+            }
+            unsentBytes += line.size();
+            unsent.push_back(std::move(line));
+        }
+        signal();
+    }
+
+    // Wakes the thread from its wait.
     void close()
     {
         {
@@ -150,14 +208,37 @@ struct ToolSocket::Client
                 ::shutdown(fd, SHUT_RDWR);
             }
         }
-        answered.notify_one();
+        signal();
     }
 };
 
-ToolSocket::ToolSocket(std::string path, Respond respond, support::MainQueue& mainQueue)
+void ToolSocket::Completion::operator()(std::optional<std::string> reply) const
+{
+    if (m_client) {
+        m_client->deliver(m_request, std::move(reply));
+    }
+}
+
+void ToolSocket::Completion::send(std::string line) const
+{
+    if (m_client) {
+        m_client->send(m_request, std::move(line));
+    }
+}
+
+std::uint64_t ToolSocket::Completion::client() const
+{
+    return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(m_client.get()));
+}
+
+ToolSocket::ToolSocket(std::string path,
+                       Respond respond,
+                       support::MainQueue& mainQueue,
+                       Passes passes)
     : m_path(std::move(path))
     , m_respond(std::make_shared<const Respond>(std::move(respond)))
     , m_mainQueue(mainQueue)
+    , m_passes(std::move(passes))
 {}
 
 ToolSocket::~ToolSocket()
@@ -312,48 +393,138 @@ void ToolSocket::reapFinished()
 void ToolSocket::serve(const std::shared_ptr<Client>& client)
 {
     nameThisThread("tools.client");
-    int fd = client->fd;
+    const int fd = client->fd;
     std::vector<char> chunk(kChunkBytes);
     LineFramer framer;
-    auto answer = [&](std::optional<std::string_view> line) {
-        std::optional<std::optional<std::string>> reply;
-        if (line) {
-            reply = ask(client, std::string(*line));
+    // Lines read but not yet handed on, in order; an over-long line is queued as its answer.
+    struct Queued
+    {
+        std::string text;
+        bool isAnswer = false;
+    };
+    std::deque<Queued> queued;
+    // Lines that go ahead of the queue, handed on once the request before them is.
+    std::vector<std::string> passing;
+    uint64_t request = 0;
+    bool waiting = false;
+    bool reading = true;
+    auto sink = [&](std::optional<std::string_view> line) {
+        if (!line) {
+            queued.push_back(
+                {ToolProtocol::lineTooLong(framer.overLongStart(), framer.overLongEnd()), true});
+        } else if ((waiting || !queued.empty()) && m_passes && m_passes(*line)) {
+            passing.emplace_back(*line);
         } else {
-            reply.emplace(ToolProtocol::lineTooLong());
+            queued.push_back({std::string(*line), false});
         }
-        return reply && (!*reply || writeAll(fd, **reply));
+        return true;
     };
     for (;;) {
-        ssize_t count = ::read(fd, chunk.data(), chunk.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
+        while (!waiting && !queued.empty()) {
+            Queued next = std::move(queued.front());
+            queued.pop_front();
+            if (next.isAnswer) {
+                if (!writeAll(fd, next.text)) {
+                    reading = false;
+                    queued.clear();
+                }
+                continue;
+            }
+            if (!post(client, ++request, std::move(next.text))) {
+                queued.clear();
+                reading = false;
+                break;
+            }
+            waiting = true;
         }
-        if (count <= 0
-            || !framer.feed(std::string_view(chunk.data(), static_cast<size_t>(count)), answer)) {
+        for (auto& line : passing) {
+            if (!post(client, 0, std::move(line))) {
+                reading = false;
+            }
+        }
+        passing.clear();
+        if (!waiting && !reading) {
             break;
+        }
+        // A descriptor of -1 is left out of the poll: a hung-up client would otherwise wake it
+        // again and again.
+        const bool readMore = reading && queued.size() < kMostQueuedLines;
+        pollfd events[2] = {{readMore ? fd : -1, POLLIN, 0}, {client->wake, POLLIN, 0}};
+        if (::poll(events, 2, -1) < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        if (events[1].revents != 0) {
+            uint64_t count = 0;
+            [[maybe_unused]] ssize_t ignored = ::read(client->wake, &count, sizeof count);
+            std::vector<std::string> unsent;
+            std::optional<std::optional<std::string>> reply;
+            {
+                std::lock_guard lock(client->mutex);
+                if (client->closing) {
+                    break;
+                }
+                unsent.swap(client->unsent);
+                client->unsentBytes = 0;
+                if (client->hasReply) {
+                    reply = std::move(client->reply);
+                    client->hasReply = false;
+                    // Nothing more is accepted for this request.
+                    client->request = 0;
+                }
+            }
+            bool written = true;
+            for (const auto& line : unsent) {
+                written = written && writeAll(fd, line);
+            }
+            if (reply) {
+                waiting = false;
+                written = written && (!*reply || writeAll(fd, **reply));
+            }
+            if (!written) {
+                break;
+            }
+        }
+        if (readMore && events[0].revents != 0) {
+            ssize_t count = ::read(fd, chunk.data(), chunk.size());
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+            if (count <= 0) {
+                // Lines already read are still answered: a client may close its side and wait.
+                reading = false;
+            } else if (!framer.feed(std::string_view(chunk.data(), static_cast<size_t>(count)),
+                                    sink)) {
+                break;
+            }
         }
     }
     {
         std::lock_guard lock(client->mutex);
         ::close(client->fd);
         client->fd = -1;
+        ::close(client->wake);
+        client->wake = -1;
     }
     client->finished = true;
 }
 
-std::optional<std::optional<std::string>> ToolSocket::ask(const std::shared_ptr<Client>& client,
-                                                          std::string line)
+bool ToolSocket::post(const std::shared_ptr<Client>& client, uint64_t request, std::string line)
 {
-    uint64_t request = 0;
     {
         std::lock_guard lock(client->mutex);
         if (client->closing) {
-            return std::nullopt;
+            return false;
         }
-        request = ++client->request;
-        client->hasReply = false;
-        client->reply.reset();
+        if (request != 0) {
+            client->request = request;
+            client->hasReply = false;
+            client->reply.reset();
+            client->unsent.clear();
+            client->unsentBytes = 0;
+        }
     }
     std::weak_ptr<const Respond> respond = m_respond;
     m_mainQueue.post([respond, client, request, line = std::move(line)]() mutable {
@@ -362,20 +533,13 @@ std::optional<std::optional<std::string>> ToolSocket::ask(const std::shared_ptr<
             return;
         }
         try {
-            (*handler)(std::move(line), [client, request](std::optional<std::string> reply) {
-                client->deliver(request, std::move(reply));
-            });
+            (*handler)(std::move(line), Completion(client, request));
         } catch (const std::exception& error) {
             kLog.error(std::string("tool socket: a request failed: ") + error.what());
             client->deliver(request, std::nullopt);
         }
     });
-    std::unique_lock lock(client->mutex);
-    client->answered.wait(lock, [&] { return client->hasReply || client->closing; });
-    if (!client->hasReply) {
-        return std::nullopt;
-    }
-    return std::move(client->reply);
+    return true;
 }
 
 } // namespace kit::mcp

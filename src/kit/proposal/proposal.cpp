@@ -612,12 +612,32 @@ std::vector<const ProposedShortcut*> Proposal::allShortcuts() const
     return out;
 }
 
+ProposalEntry ProposalEntry::newBar(std::string_view name)
+{
+    // Two FNV-1a hashes of the name fill the entry's sixteen bytes.
+    ProposalEntry entry{Kind::NewBar, {}};
+    uint64_t halves[2] = {0xcbf29ce484222325ULL, 0x84222325cbf29ce4ULL};
+    for (uint64_t& half : halves) {
+        for (char c : name) {
+            half = (half ^ static_cast<unsigned char>(c)) * 0x100000001b3ULL;
+        }
+    }
+    for (size_t i = 0; i < 16; ++i) {
+        entry.id.bytes[i] = static_cast<uint8_t>(halves[i / 8] >> (8 * (i % 8)));
+    }
+    return entry;
+}
+
 Proposal Proposal::leavingOut(const ProposalEntries& entries) const
 {
     if (entries.empty()) {
         return *this;
     }
     Proposal copy = *this;
+    std::erase_if(copy.bars, [&](const ProposedBar& bar) {
+        return bar.destination.isNew() && bar.shortcuts.empty() && bar.removals.empty()
+               && entries.contains(ProposalEntry::newBar(bar.destination.name));
+    });
     for (auto& bar : copy.bars) {
         pruneShortcuts(bar.shortcuts, entries);
         std::erase_if(bar.removals, [&](const ShortcutID& id) {

@@ -148,6 +148,7 @@ struct ProposalEntry
         BarRename,
         BarRemoval,
         Session,
+        NewBar,
     };
     Kind kind = Kind::Shortcut;
     support::Uuid id;
@@ -157,6 +158,8 @@ struct ProposalEntry
     static ProposalEntry barRename(const BarID& id) { return {Kind::BarRename, id.uuid}; }
     static ProposalEntry barRemoval(const BarID& id) { return {Kind::BarRemoval, id.uuid}; }
     static ProposalEntry session(const SessionID& id) { return {Kind::Session, id.uuid}; }
+    // A new bar has no id until it is made, so its entry stands for the name it is proposed by.
+    static ProposalEntry newBar(std::string_view name);
 
     bool operator==(const ProposalEntry&) const = default;
 };

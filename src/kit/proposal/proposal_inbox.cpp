@@ -44,6 +44,7 @@ void ProposalInbox::receive(Proposal proposal,
         tell({Decision::Kind::Replaced, std::nullopt, {}});
     }
     m_leftOut.clear();
+    m_notice.reset();
     m_proposal = std::move(proposal);
     m_fileName = std::move(fileName);
     m_onDecision = std::move(onDecision);
@@ -115,6 +116,11 @@ std::vector<std::string> ProposalInbox::leftOutNames() const
     };
     for (const auto& row : m_review->sessions) {
         name(ProposalEntry::session(row.id), row.session.name);
+    }
+    for (const auto& bar : m_review->bars) {
+        if (bar.isEmptyNewBar()) {
+            name(ProposalEntry::newBar(bar.destination.name), bar.name);
+        }
     }
     for (const auto* item : m_review->items()) {
         name(ProposalEntry::shortcut(item->id), item->name);
@@ -214,6 +220,17 @@ void ProposalInbox::dismiss()
     clear();
     notify();
     tell({Decision::Kind::Declined, std::nullopt, {}});
+}
+
+void ProposalInbox::withdraw()
+{
+    if (!m_proposal) {
+        return;
+    }
+    m_onDecision = nullptr;
+    clear();
+    m_notice = kWithdrawn;
+    notify();
 }
 
 void ProposalInbox::clear()

@@ -59,6 +59,11 @@ public:
     const ProposalEntries& leftOut() const { return m_leftOut; }
     const std::optional<std::string>& fileName() const { return m_fileName; }
     bool isPending() const { return m_proposal.has_value(); }
+    // Why the last proposal left without the person deciding, until another arrives.
+    const std::optional<std::string>& notice() const { return m_notice; }
+
+    static constexpr const char* kWithdrawn =
+        "The assistant withdrew its proposal, so nothing from it changed.";
 
     // A pending proposal is replaced; its proposer hears so first.
     void receive(Proposal proposal,
@@ -75,6 +80,9 @@ public:
     // proposal still pending, when nothing would be written.
     bool apply(storage::LibraryStore& store);
     void dismiss();
+    // The proposer took the pending proposal back: the review closes with notice() saying so,
+    // and the proposer, who no longer waits, is not told.
+    void withdraw();
 
     // Observers are told after each change of the inbox.
     size_t observe(Observer observer);
@@ -95,6 +103,7 @@ private:
     std::optional<ProposalReview> m_applying; // only while rows are left out
     ProposalEntries m_leftOut;
     std::optional<std::string> m_fileName;
+    std::optional<std::string> m_notice;
     DecisionCallback m_onDecision;
 
     std::vector<std::pair<size_t, Observer>> m_observers;

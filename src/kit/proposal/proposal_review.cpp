@@ -975,8 +975,15 @@ std::string_view word(Verdict::Kind kind)
 
 bool BarReview::writes() const
 {
-    return std::any_of(
-        items.begin(), items.end(), [](const ItemReview& item) { return item.verdict.writes(); });
+    return isEmptyNewBar()
+           || std::any_of(items.begin(), items.end(), [](const ItemReview& item) {
+                  return item.verdict.writes();
+              });
+}
+
+bool BarReview::isEmptyNewBar() const
+{
+    return isNew && !refusal && items.empty();
 }
 
 std::vector<const ItemReview*> ProposalReview::items() const
@@ -1047,7 +1054,9 @@ bool ProposalReview::isEmpty() const
     return sessions.empty()
            && std::all_of(bars.begin(),
                           bars.end(),
-                          [](const BarReview& b) { return b.items.empty() && !b.refusal; })
+                          [](const BarReview& b) {
+                              return b.items.empty() && !b.refusal && !b.isNew;
+                          })
            && barRemovals.empty() && barRenames.empty() && moves.empty();
 }
 

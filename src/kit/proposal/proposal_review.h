@@ -135,7 +135,9 @@ struct BarReview
     std::optional<Refusal> refusal;
     std::vector<ItemReview> items; // depth first, the bar's removals last
 
+    // A new bar writes when a row on it does, or by itself when nothing is proposed for it.
     bool writes() const;
+    bool isEmptyNewBar() const;
     // Writes the top-level rows that write into the bar's library; members come with their group.
     void apply(Library& library) const;
 

@@ -152,6 +152,17 @@ std::vector<ReviewRow> reviewRows(const ProposalReview& review)
             rows.push_back(std::move(row));
             continue;
         }
+        if (bar.isEmptyNewBar()) {
+            ReviewRow row;
+            row.kind = ReviewRow::Kind::Bar;
+            row.tone = ReviewRow::Tone::Writes;
+            row.bar = index;
+            row.subject = "Bar " + inQuotes(bar.name);
+            row.verdict = "added";
+            row.entry = ProposalEntry::newBar(bar.destination.name);
+            rows.push_back(std::move(row));
+            continue;
+        }
         for (const auto& item : bar.items) {
             rows.push_back(itemRow(item, index));
         }

@@ -15,7 +15,7 @@ struct ReviewRow
 {
     enum class Kind {
         Account,
-        Bar, // a bar that cannot be found; its shortcuts are not reviewed
+        Bar, // a bar that cannot be found (its shortcuts are not reviewed), or a new empty one
         Shortcut,
         BarRemoval,
         BarRename,

@@ -31,6 +31,8 @@ class ToolService
 {
 public:
     static constexpr std::chrono::milliseconds kDecisionWait{120'000};
+    // How often a caller that asked for progress hears that the person is still deciding.
+    static constexpr std::chrono::milliseconds kProgressInterval{10'000};
 
     // What the service asks of the rest of the app; each has a harmless default.
     struct Bindings
@@ -45,11 +47,22 @@ public:
         std::function<bool(const library::Shortcut&, const library::BarID&)> openShortcut;
         // Unset: the store's own activation.
         std::function<void(const library::BarID&)> switchBar;
+        // Takes back the proposal shown by onProposal, whose proposer no longer waits for it.
+        std::function<void()> withdrawProposal;
         std::chrono::milliseconds decisionWait = kDecisionWait;
+        std::chrono::milliseconds progressInterval = kProgressInterval;
         std::string appVersion;
     };
 
     using Completion = std::function<void(mcp::ToolResult)>;
+
+    // What a write call's caller may do while the person decides: hear that they still are,
+    // with the time waited so far, and take the call back by its key.
+    struct Waiting
+    {
+        std::string key;
+        std::function<void(std::chrono::milliseconds waited)> progress;
+    };
 
     // The apps and icons may be null: the tools then see none.
     ToolService(storage::LibraryStore& store,
@@ -66,7 +79,18 @@ public:
     void call(const std::string& name,
               const std::optional<std::string>& arguments,
               const std::string& source,
-              Completion completion);
+              Completion completion,
+              Waiting waiting = {});
+    // The same with arguments already decoded from the request, so a long proposal is not
+    // written out and read again.
+    void callDecoded(const std::string& name,
+                     std::optional<nlohmann::json> arguments,
+                     const std::string& source,
+                     Completion completion,
+                     Waiting waiting = {});
+    // Withdraws the proposal of the call still waiting under `key`: it leaves the person's
+    // review and the call completes with ToolResult::withdrawn(). Nothing for any other key.
+    void withdraw(const std::string& key);
 
     // A picture of the app as it is now, as every call gets.
     ToolContext context() const;
@@ -79,7 +103,8 @@ public:
 private:
     ToolContext context(bool withApps, bool withIcons) const;
     bool allowsWrites() const;
-    void propose(WriteTools::Call call, Completion completion);
+    struct Pending;
+    void propose(WriteTools::Call call, Completion completion, Waiting waiting);
     std::string read(const std::string& name, const std::optional<std::string>& arguments);
 
     storage::LibraryStore& m_store;
@@ -96,6 +121,8 @@ private:
     size_t m_answerBytes = 0;
     static constexpr size_t kAnswerBudget = 16u << 20;
     size_t m_storeObservation = 0;
+    // The calls waiting for the person that their callers can take back, by key.
+    std::unordered_map<std::string, std::weak_ptr<Pending>> m_waiting;
 };
 
 } // namespace kit::tools

@@ -2,6 +2,7 @@
 #include "kit/tools/write_tools.h"
 
 #include "kit/library/library_json.h"
+#include "kit/proposal/proposal_json.h"
 #include "kit/support/platform_words.h"
 #include "kit/tools/arguments.h"
 
@@ -552,7 +553,9 @@ Proposal removeBar(const Arguments& args, const ToolContext& context)
 Proposal propose(const Arguments& args, const ToolContext&)
 {
     try {
-        return Proposal::decode(compact(args.raw()));
+        // Read from the arguments as decoded: writing them out for the streamed reader would
+        // cost more than the whole review.
+        return proposal::document::readProposal(args.raw());
     } catch (const std::exception& error) {
         refuse(library::plainMessage(error));
     }
@@ -1093,15 +1096,42 @@ WriteTools::Call WriteTools::call(const std::string& name,
                                   const ToolContext& context,
                                   const std::string& source)
 {
+    if (!handles(name)) {
+        throw ToolError::unknownTool(name);
+    }
+    // A long document goes to the streamed reader as it came, without a tree in between.
+    if (name == "propose" && arguments && arguments->size() > kStreamedAbove
+        && arguments->front() == '{') {
+        Proposal proposal;
+        try {
+            proposal = Proposal::decode(*arguments);
+        } catch (const std::exception& error) {
+            refuse(library::plainMessage(error));
+        }
+        return reviewed(std::move(proposal), context, source);
+    }
+    return call(name, Arguments::parse(arguments), context, source);
+}
+
+WriteTools::Call WriteTools::call(const std::string& name,
+                                  const Arguments& args,
+                                  const ToolContext& context,
+                                  const std::string& source)
+{
     const auto& all = tools();
     auto tool = std::find_if(
         all.begin(), all.end(), [&](const Tool& t) { return t.description.name == name; });
     if (tool == all.end()) {
         throw ToolError::unknownTool(name);
     }
-    const Arguments args = Arguments::parse(arguments);
+    return reviewed(tool->build(args, context), context, source);
+}
+
+WriteTools::Call
+WriteTools::reviewed(proposal::Proposal proposal, const ToolContext& context, const std::string& source)
+{
     Call call;
-    call.proposal = tool->build(args, context);
+    call.proposal = std::move(proposal);
     call.proposal.source = source;
     call.review = proposal::review(call.proposal, *context.snapshot, context.reach);
     std::string title = call.proposal.title && !trimmed(*call.proposal.title).empty()

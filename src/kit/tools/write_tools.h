@@ -5,12 +5,15 @@
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/tools/tool_context.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace kit::tools {
+
+class Arguments;
 
 // An option of set_link_options that may be cleared: given a value, given as null (back to the
 // default), or not given at all (left as it is).
@@ -109,11 +112,21 @@ public:
                      const std::optional<std::string>& arguments,
                      const ToolContext& context,
                      const std::string& source);
+    static Call call(const std::string& name,
+                     const Arguments& arguments,
+                     const ToolContext& context,
+                     const std::string& source);
 
     static std::string_view word(Status status);
     static std::string_view message(Status status, bool unchecked = false);
 
     static constexpr const char* kUntitled = "Proposed changes";
+    // propose arguments longer than this are read by the streamed document reader.
+    static constexpr std::size_t kStreamedAbove = std::size_t{64} << 10;
+
+private:
+    static Call
+    reviewed(proposal::Proposal proposal, const ToolContext& context, const std::string& source);
 };
 
 } // namespace kit::tools

@@ -346,4 +346,155 @@ TEST(ToolProtocol, ErrorAndResultShapes)
               "\n");
 }
 
+TEST(ToolProtocol, ListsTitleAndHintsOnlyForToolsThatHaveThem)
+{
+    std::vector<ToolDescription> described{
+        {"list_bars", "The bars.", "{}", "List bars", kit::mcp::ToolAnnotations{true, false, true, false}},
+        {"plain", "No hints.", "{}"},
+    };
+    json listed = json::parse(*ToolProtocol::respond(
+        R"({"id":1,"method":"tools/list"})", "1", [&] { return described; }, &cannedCall))["result"]["tools"];
+    EXPECT_EQ(listed[0]["title"], "List bars");
+    EXPECT_EQ(listed[0]["annotations"],
+              (json{{"readOnlyHint", true},
+                    {"destructiveHint", false},
+                    {"idempotentHint", true},
+                    {"openWorldHint", false}}));
+    EXPECT_FALSE(listed[1].contains("title"));
+    EXPECT_FALSE(listed[1].contains("annotations"));
+}
+
+struct EdgeCase
+{
+    const char* name;
+    const char* start;
+    const char* end;
+    std::optional<json> id;
+};
+
+class ToolProtocolVisibleID : public testing::TestWithParam<EdgeCase>
+{};
+
+// An over-long line's answer carries its id only when the kept bytes show it beyond doubt.
+TEST_P(ToolProtocolVisibleID, ReadsOnlyATopLevelID)
+{
+    const EdgeCase& c = GetParam();
+    EXPECT_EQ(ToolProtocol::visibleID(c.start, c.end), c.id);
+}
+
+const EdgeCase kEdges[] = {
+    {"FirstMember", R"({"id":7,"method":"tools/call","params":{"argu)", "", json(7)},
+    {"AfterSmallMembers",
+     R"( { "jsonrpc" : "2.0", "meta":{"id":1,"a":[1,{"b":"}"}]}, "id" : "r-1", "params":{)",
+     "",
+     json("r-1")},
+    {"NestedOnlyInTheStart", R"({"method":"tools/call","params":{"id":3,"arguments":{"x)", "", std::nullopt},
+    {"NumberCutByTheEdge", R"({"id":12)", "", std::nullopt},
+    {"NullID", R"({"id":null,"method":"x")", "", std::nullopt},
+    {"ObjectID", R"({"id":{"a":1},"method":"x")", "", std::nullopt},
+    {"LastMember", "", R"(xx"}]}},"jsonrpc":"2.0","id":42})", json(42)},
+    {"LastMemberStringWithEscapes", "", R"(xx"}}, "id" : "a\"b\\" } )", json("a\"b\\")},
+    {"NestedLastMember", "", R"(xx","arguments":{"id":5}}})", std::nullopt},
+    {"InsideAString", "", R"(xx"text":"a,\"id\":5}"})", std::nullopt},
+    {"KeyMerelyEndingInID", "", R"(xx","uuid":5})", std::nullopt},
+    {"StartWinsOverEnd", R"({"id":1,"params":{)", R"(,"id":2})", json(1)},
+};
+
+INSTANTIATE_TEST_SUITE_P(Edges,
+                         ToolProtocolVisibleID,
+                         testing::ValuesIn(kEdges),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ToolProtocol, AnOverLongLineIsAnsweredUnderTheIDItShows)
+{
+    json reply = json::parse(ToolProtocol::lineTooLong(R"({"id":"big","params":{)", ""));
+    EXPECT_EQ(reply["id"], "big");
+    EXPECT_EQ(reply["error"]["code"], ToolProtocol::kParseError);
+    EXPECT_EQ(ToolProtocol::lineTooLong("{\"params\":", "}}"), ToolProtocol::lineTooLong());
+}
+
+// A cancellation is a notification: it names its request and is never answered; the call it
+// names, completed as withdrawn, is not answered either.
+TEST(ToolProtocol, CancellationReachesTheCallAndNothingIsAnswered)
+{
+    std::optional<ToolProtocol::Call> called;
+    ToolProtocol::ToolCompletion later;
+    std::vector<json> cancelled;
+    std::vector<std::optional<std::string>> replies;
+    auto respond = [&](std::string_view line) {
+        ToolProtocol::respond(
+            line,
+            "1",
+            &tools,
+            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+                called = std::move(call);
+                later = std::move(done);
+            },
+            [&](const json& id) { cancelled.push_back(id); },
+            [&](std::optional<std::string> reply) { replies.push_back(std::move(reply)); });
+    };
+    respond(R"({"id":"c1","method":"tools/call","params":{"name":"add_bar","arguments":{"name":"P"},"_meta":{"progressToken":5}}})");
+    ASSERT_TRUE(called);
+    EXPECT_EQ(called->id, "c1");
+    EXPECT_EQ(called->progressToken, json(5));
+    EXPECT_EQ(called->arguments, json::parse(R"({"name":"P"})"));
+
+    respond(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"c1","reason":"gone"}})");
+    EXPECT_EQ(cancelled, (std::vector<json>{"c1"}));
+    later(ToolResult::withdrawn());
+    later(ToolResult::success("{}"));
+    EXPECT_EQ(replies, (std::vector<std::optional<std::string>>{std::nullopt, std::nullopt}));
+    EXPECT_TRUE(ToolProtocol::isCancellation(
+        R"({"method":"notifications/cancelled","params":{"requestId":1}})"));
+    EXPECT_FALSE(ToolProtocol::isCancellation(
+        R"({"id":1,"method":"tools/call","params":{"name":"notifications/cancelled"}})"));
+}
+
+TEST(ToolProtocol, ProgressIsANotificationOnTheCallersToken)
+{
+    json line = json::parse(ToolProtocol::progress("t", 20, "Still deciding."));
+    EXPECT_EQ(line,
+              (json{{"jsonrpc", "2.0"},
+                    {"method", "notifications/progress"},
+                    {"params", {{"progressToken", "t"}, {"progress", 20}, {"message", "Still deciding."}}}}));
+    EXPECT_FALSE(line.contains("id"));
+}
+
+// A long call's arguments reach the tool as the request's own bytes, never rebuilt, while the
+// line as a whole is held to JSON exactly as a short one is.
+TEST(ToolProtocol, ALongCallsArgumentsAreTheRequestsOwnBytes)
+{
+    const std::string arguments =
+        R"({ "note" : ")" + std::string(70'000, 'x') + R"(", "bars": [ ] , "note": "last" })";
+    const std::string line = R"({"id":4, "method":"tools/call","params":{"arguments":)" + arguments
+                             + R"(,"name":"propose","_meta":{"progressToken":"p"}}})";
+    std::optional<ToolProtocol::Call> called;
+    std::optional<std::string> reply;
+    auto respond = [&](const std::string& text) {
+        called.reset();
+        reply.reset();
+        ToolProtocol::respond(
+            text,
+            "1",
+            &tools,
+            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+                called = std::move(call);
+                done(ToolResult::success("{}"));
+            },
+            {},
+            [&](std::optional<std::string> line) { reply = std::move(line); });
+    };
+    respond(line);
+    ASSERT_TRUE(called);
+    EXPECT_EQ(called->name, "propose");
+    EXPECT_EQ(called->argumentsText, arguments);
+    EXPECT_FALSE(called->arguments);
+    EXPECT_EQ(called->progressToken, json("p"));
+    EXPECT_EQ(json::parse(*reply)["id"], 4);
+
+    respond(line.substr(0, line.size() - 1));
+    EXPECT_FALSE(called);
+    EXPECT_EQ(json::parse(*reply)["error"]["code"], ToolProtocol::kParseError);
+}
+
 } // namespace

@@ -455,4 +455,53 @@ TEST_F(ToolSocketTest, DestroyingWithClientsConnectedEndsThemPromptly)
     }
 }
 
+// A client waiting on the person can still cancel: the line that passes reaches the main thread
+// at once, lines sent for the waiting request come before its reply, and the rest keep order.
+TEST_F(ToolSocketTest, WhileAReplyIsAwaitedPassingLinesGetThroughAndNotificationsComeFirst)
+{
+    m_socket.reset();
+    m_socket = std::make_unique<ToolSocket>(
+        m_path,
+        [this](std::string line, ToolSocket::Completion completion) {
+            m_received.push_back(line);
+            if (line == "wait") {
+                completion.send("progress 1\n");
+                m_held.push_back(std::move(completion));
+            } else if (line.rfind("cancel", 0) == 0) {
+                m_held.at(0).send("progress 2\n");
+                completion("never written\n");
+            } else {
+                completion("re:" + line + "\n");
+            }
+        },
+        m_loop,
+        [](std::string_view line) { return line.rfind("cancel", 0) == 0; });
+    ASSERT_TRUE(m_socket->start());
+    SocketClient client(m_path);
+    ASSERT_TRUE(client.send("wait\nnext\ncancel wait\n"));
+    EXPECT_EQ(awaitLines(client, 2), (Lines{"progress 1", "progress 2"}));
+    EXPECT_EQ(m_received, (Lines{"wait", "cancel wait"}));
+
+    m_held[0]("done\n");
+    m_held[0].send("too late\n");
+    EXPECT_EQ(awaitLines(client, 4), (Lines{"progress 1", "progress 2", "done", "re:next"}));
+    EXPECT_NE(m_held[0].client(), 0u);
+}
+
+TEST_F(ToolSocketTest, AnOverLongLineIsAnsweredUnderTheIDItEndsWith)
+{
+    SocketClient client(m_path);
+    std::thread writer([&] {
+        std::string line = R"({"method":"tools/call","params":{"text":")";
+        line.append(ToolProtocol::kMaxLineBytes, 'a');
+        line += R"("},"jsonrpc":"2.0","id":99})";
+        client.send(line + "\nsmall\n");
+    });
+    auto lines = awaitLines(client, 2, 20s);
+    writer.join();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0] + "\n", ToolProtocol::lineTooLong("", R"(,"id":99})"));
+    EXPECT_EQ(lines[1], "re:small");
+}
+
 } // namespace

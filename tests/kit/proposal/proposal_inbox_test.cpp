@@ -2,6 +2,7 @@
 #include "kit/proposal/proposal_inbox.h"
 
 #include "kit/library/fixtures.h"
+#include "kit/proposal/review_rows.h"
 #include "kit/proposal/root_grant_store.h"
 #include "kit/storage/library_store.h"
 #include "support/library_generator.h"
@@ -379,4 +380,32 @@ TEST(RootGrantStoreTest, AnUnreadableFileIsNeverWrittenOver)
         grants.grant(dir.file("docs"));
     }
     EXPECT_EQ(readFile(dir.file(RootGrantStore::kFileName)), "{not json");
+}
+
+// An empty new bar is a change of its own: reviewed, checkable, and made when applied.
+TEST_F(ProposalInboxTest, ANewEmptyBarIsARowOfItsOwnThatApplyingMakes)
+{
+    Proposal proposal;
+    proposal.bars.push_back({BarDestination::newBar("Projects"), {}, {}});
+    inboxUnderTest.receive(proposal, record(), *store);
+    ASSERT_TRUE(inboxUnderTest.review());
+    EXPECT_TRUE(inboxUnderTest.review()->hasWork());
+    EXPECT_EQ(summaryLine(*inboxUnderTest.review()), "1 bar to make");
+
+    auto rows = reviewRows(*inboxUnderTest.review());
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].subject + ": " + rows[0].verdict, "Bar “Projects”: added");
+    EXPECT_EQ(rows[0].tone, ReviewRow::Tone::Writes);
+    ASSERT_TRUE(rows[0].entry);
+
+    // Unchecked, nothing is left to write; checked again, applying makes the bar once.
+    inboxUnderTest.setLeftOut(*rows[0].entry, true, *store);
+    EXPECT_FALSE(inboxUnderTest.apply(*store));
+    inboxUnderTest.setLeftOut(*rows[0].entry, false, *store);
+    size_t before = store->bars().size();
+    ASSERT_TRUE(inboxUnderTest.apply(*store));
+    ASSERT_EQ(store->bars().size(), before + 1);
+    EXPECT_EQ(store->bars().back().name, "Projects");
+    ASSERT_EQ(decisions.size(), 1u);
+    EXPECT_EQ(decisions[0].kind, Decision::Kind::Applied);
 }

@@ -122,6 +122,27 @@ TEST_P(ToolListTest, DescriptionSaysItInThisBuildsWords)
               proposes);
 }
 
+// Clients ask the person before running a tool they take for destructive or open-world, so
+// the hints must be there for every tool and must not overstate or understate.
+TEST_P(ToolListTest, HintsTellTheTruth)
+{
+    const Listed& listed = GetParam();
+    const auto& description = ToolService::descriptions().at(listed.index);
+    EXPECT_FALSE(description.title.empty());
+    ASSERT_TRUE(description.annotations.has_value());
+    const auto& hints = *description.annotations;
+    const std::string name = listed.name;
+    const bool reads = listed.group == Group::Read || name == "list_apple_shortcuts";
+    const std::set<std::string> removing{
+        "remove_shortcuts", "remove_bar", "remove_session", "propose"};
+    EXPECT_EQ(hints.readOnly, reads);
+    EXPECT_EQ(hints.destructive, removing.contains(name));
+    EXPECT_EQ(hints.openWorld, name == "open_shortcut");
+    if (reads) {
+        EXPECT_TRUE(hints.idempotent);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(InOrder,
                          ToolListTest,
                          ::testing::ValuesIn(kListed),

@@ -322,3 +322,123 @@ TEST_F(ToolServiceTest, AbsentArgumentsReadAsAnEmptyObject)
 }
 
 } // namespace
+
+namespace {
+
+// Keeps time for the tasks posted to it: advance() runs those falling due, in time order.
+class ClockQueue final : public kit::support::MainQueue
+{
+public:
+    void post(std::function<void()> task) override
+    {
+        postAfter(std::chrono::milliseconds(0), std::move(task));
+    }
+    void postAfter(std::chrono::milliseconds delay, std::function<void()> task) override
+    {
+        m_tasks.push_back({m_now + delay, m_posted++, std::move(task)});
+    }
+    void advance(std::chrono::milliseconds by)
+    {
+        const auto until = m_now + by;
+        for (;;) {
+            auto next = std::min_element(m_tasks.begin(), m_tasks.end(), [](auto& a, auto& b) {
+                return std::tie(a.due, a.order) < std::tie(b.due, b.order);
+            });
+            if (next == m_tasks.end() || next->due > until) {
+                break;
+            }
+            m_now = next->due;
+            auto task = std::move(next->task);
+            m_tasks.erase(next);
+            task();
+        }
+        m_now = until;
+    }
+
+private:
+    struct Task
+    {
+        std::chrono::milliseconds due;
+        size_t order;
+        std::function<void()> task;
+    };
+    std::chrono::milliseconds m_now{0};
+    size_t m_posted = 0;
+    std::vector<Task> m_tasks;
+};
+
+// A caller that waits on the person: it hears progress on the clock, and may take the call back.
+class ToolServiceWaitingTest : public ToolServiceInboxTest
+{
+protected:
+    ToolServiceWaitingTest()
+    {
+        ToolService::Bindings bindings = service->bindings();
+        bindings.withdrawProposal = [this] { inbox.withdraw(); };
+        timed = std::make_unique<ToolService>(*store, clock, apps, icons, bindings);
+    }
+
+    void propose(const std::string& key, const std::string& name)
+    {
+        timed->call("rename_shortcut",
+                    rename(docs, name),
+                    "An assistant",
+                    record(),
+                    {key, [this](std::chrono::milliseconds waited) { heard.push_back(waited); }});
+    }
+
+    ClockQueue clock;
+    std::unique_ptr<ToolService> timed;
+    std::vector<std::chrono::milliseconds> heard;
+};
+
+using std::chrono::seconds;
+
+TEST_F(ToolServiceWaitingTest, ProgressComesEveryTenSecondsUntilTheDecision)
+{
+    propose("1 7", "Documents");
+    clock.advance(seconds(9));
+    EXPECT_TRUE(heard.empty());
+    clock.advance(seconds(21));
+    EXPECT_THAT(heard, ElementsAre(seconds(10), seconds(20), seconds(30)));
+    ASSERT_TRUE(inbox.apply(*store));
+    ASSERT_EQ(answers.size(), 1u);
+    clock.advance(seconds(200));
+    EXPECT_EQ(heard.size(), 3u);
+    EXPECT_EQ(answers.size(), 1u);
+}
+
+TEST_F(ToolServiceWaitingTest, ProgressStopsWhenTheWaitRunsOut)
+{
+    propose("1 7", "Documents");
+    clock.advance(seconds(300));
+    EXPECT_EQ(heard.size(), 11u); // 10 s to 110 s; the answer comes at 120 s
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_EQ(json::parse(answers[0].text())["status"], "waiting");
+}
+
+TEST_F(ToolServiceWaitingTest, WithdrawingTakesOnlyItsOwnWaitingProposalBack)
+{
+    propose("1 7", "Documents");
+    timed->withdraw("2 7"); // another client's request of the same id
+    EXPECT_TRUE(inbox.isPending());
+    timed->withdraw("1 7");
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_TRUE(answers[0].isWithdrawn());
+    EXPECT_FALSE(inbox.isPending());
+    EXPECT_EQ(inbox.notice(), ProposalInbox::kWithdrawn);
+    clock.advance(seconds(300));
+    EXPECT_EQ(answers.size(), 1u);
+    EXPECT_TRUE(heard.empty());
+
+    // Once replaced, a call no longer owns the review: withdrawing it leaves the newer one.
+    propose("1 8", "Papers");
+    propose("1 9", "Files");
+    timed->withdraw("1 8");
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(json::parse(answers[1].text())["status"], "replaced");
+    EXPECT_TRUE(inbox.isPending());
+    EXPECT_FALSE(inbox.notice());
+}
+
+} // namespace
