@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 count() {
-  find "$@" -name '*.cpp' -o -name '*.h' | xargs cat |
+  git ls-files "$@" | grep -E '\.(cpp|h)$' | xargs cat |
     sed -e 's|^[[:space:]]*//.*$||' | grep -cv '^[[:space:]]*$'
 }
 code=$(count src)

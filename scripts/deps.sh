@@ -31,11 +31,20 @@ done
 if [ "${1:-build}" = test ] && ! { command -v node && command -v npm; } >/dev/null 2>&1; then
   missing+=(nodejs npm)
 fi
-[ ${#missing[@]} -eq 0 ] && exit 0
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo=()
+  [ "$(id -u)" -eq 0 ] || sudo=(sudo)
+  echo "Installing: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  "${sudo[@]}" apt-get update -qq
+  "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi
 
-sudo=()
-[ "$(id -u)" -eq 0 ] || sudo=(sudo)
-echo "Installing: ${missing[*]}"
-export DEBIAN_FRONTEND=noninteractive
-"${sudo[@]}" apt-get update -qq
-"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# The end-to-end client's packages, pinned by the lock file; installed again only when it changed.
+if [ "${1:-build}" = test ]; then
+  e2e="$(dirname "$0")/../tests/e2e"
+  if ! cmp -s "$e2e/package-lock.json" "$e2e/node_modules/.lock-installed" 2>/dev/null; then
+    echo "Installing the end-to-end client's packages"
+    (cd "$e2e" && npm ci --no-audit --no-fund --loglevel=error && cp package-lock.json node_modules/.lock-installed)
+  fi
+fi
