@@ -146,9 +146,61 @@ TEST_F(LibraryStoreTest, AnUnreadableSessionListKeepsEveryLinksSession)
     auto store = open();
     EXPECT_TRUE(store->repairs().empty());
     EXPECT_EQ(store->library().shortcuts[0].target.urlTarget()->sessionID, work);
-    store->addSession("Home");
+    std::vector<unsigned> told;
+    store->observe([&](unsigned changes) { told.push_back(changes); });
+    ASSERT_TRUE(store->addSession("Home"));
+    // Kept in memory, and the person is told it will not last.
+    EXPECT_EQ(store->sessions().size(), 1u);
+    EXPECT_EQ(store->saveError(), LibraryStore::heldNotice("sessions.json"));
+    EXPECT_THAT(told, ElementsAre(LibraryStore::SaveStateChanged, LibraryStore::SessionsChanged));
     store.reset();
     EXPECT_EQ(file("sessions.json"), "not json");
+}
+
+TEST_F(LibraryStoreTest, AnUnreadableBarListIsPutAsideAndWhatItLinksToIsLeftAlone)
+{
+    for (bool huge : {false, true}) {
+        SCOPED_TRACE(huge ? "a gibibyte of holes" : "a link to notes");
+        TempDir folder;
+        auto notes = folder.file("notes.txt");
+        writeFile(notes, "my notes, not a bar list");
+        if (huge) {
+            std::filesystem::resize_file(notes, std::uintmax_t{1} << 30);
+        }
+        std::filesystem::create_symlink(notes, folder.file("bars.json"));
+        LibraryStore::Options options;
+        options.interval = std::chrono::milliseconds(60'000);
+        auto before = std::filesystem::file_size(notes);
+        {
+            LibraryStore store(SupportDirectory{folder.path(), true}, options);
+            ASSERT_EQ(store.bars().size(), 1u);
+            store.addBar("Work");
+        }
+        EXPECT_EQ(std::filesystem::file_size(notes), before);
+        if (!huge) {
+            EXPECT_EQ(readFile(notes), "my notes, not a bar list");
+        }
+        EXPECT_TRUE(std::filesystem::is_symlink(folder.file("bars.json.unreadable-1")));
+        EXPECT_FALSE(std::filesystem::is_symlink(folder.file("bars.json")));
+        EXPECT_EQ(decodeBarIndex(readFile(folder.file("bars.json"))).bars.size(), 2u);
+    }
+}
+
+TEST_F(LibraryStoreTest, AHugeBarFileIsUnreadableNotFatal)
+{
+    {
+        auto store = open();
+    }
+    writeFile(dir.file("library.json"), "");
+    std::filesystem::resize_file(dir.file("library.json"), std::uintmax_t{1} << 30);
+    auto store = open();
+    EXPECT_EQ(store->loadState(),
+              (LibraryStore::LoadState{LibraryStore::LoadState::Kind::Unreadable,
+                                       "Could not read “library.json”: it is larger than 256 "
+                                       "MiB."}));
+    store->mutate([](Library& l) { l.add(webLink("Mail")); });
+    store.reset();
+    EXPECT_EQ(std::filesystem::file_size(dir.file("library.json")), std::uintmax_t{1} << 30);
 }
 
 TEST_F(LibraryStoreTest, BarsAreAddedRenamedMovedSwitchedAndRemoved)
@@ -253,6 +305,66 @@ TEST_F(LibraryStoreTest, AFailedWriteKeepsTheChangeAndTheNextSaveTriesAgain)
     store->flush();
     EXPECT_FALSE(store->saveError().has_value());
     EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 2u);
+}
+
+TEST_F(LibraryStoreTest, AFailedChangeIsSavedAtQuitOnceTheDiskRecovers)
+{
+    auto store = open();
+    std::filesystem::create_directory(dir.file("library.json"));
+    store->mutate([](Library& l) { l.add(webLink("Renamed")); });
+    store->flush();
+    ASSERT_TRUE(store->saveError());
+    std::filesystem::remove(dir.file("library.json"));
+    store.reset();
+    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.at(0).name, "Renamed");
+}
+
+TEST_F(LibraryStoreTest, ObserversHearOfAFailedSaveAndOfItsRecoveryOnTheMainQueue)
+{
+    struct Posted : kit::support::MainQueue
+    {
+        void post(std::function<void()> task) override { tasks.push_back(std::move(task)); }
+        void postAfter(std::chrono::milliseconds, std::function<void()> task) override
+        {
+            post(std::move(task));
+        }
+        void run()
+        {
+            auto due = std::move(tasks);
+            tasks.clear();
+            for (auto& task : due) {
+                task();
+            }
+        }
+        std::vector<std::function<void()>> tasks;
+    } mainQueue;
+    LibraryStore::Options options;
+    options.interval = std::chrono::milliseconds(60'000);
+    options.mainQueue = &mainQueue;
+    auto store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+    std::vector<std::optional<std::string>> heard;
+    store->observe([&](unsigned changes) {
+        if (changes & LibraryStore::SaveStateChanged) {
+            heard.push_back(store->saveError());
+        }
+    });
+
+    std::filesystem::create_directory(dir.file("library.json"));
+    store->mutate([](Library& l) { l.add(webLink("Mail")); });
+    store->flush();
+    EXPECT_TRUE(heard.empty()) << "told on the main thread only";
+    mainQueue.run();
+    ASSERT_EQ(heard.size(), 1u);
+    EXPECT_THAT(heard[0].value_or(""), testing::StartsWith("Could not save “library.json”: "));
+
+    std::filesystem::remove(dir.file("library.json"));
+    store->flush();
+    mainQueue.run();
+    EXPECT_EQ(heard.size(), 2u);
+    EXPECT_EQ(heard.back(), std::nullopt);
+
+    store.reset();
+    mainQueue.run(); // a report that outlives the store is dropped
 }
 
 TEST_F(LibraryStoreTest, PreviewShowsAnotherFileAndWritesNothing)
