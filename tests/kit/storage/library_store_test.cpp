@@ -8,6 +8,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
+
+#include <cerrno>
+#include <cstdio>
+
 using namespace kit::library;
 using namespace kit::storage;
 using namespace testing_support;
@@ -382,4 +387,45 @@ TEST_F(LibraryStoreTest, PreviewShowsAnotherFileAndWritesNothing)
     store->flush();
     EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 1u);
     EXPECT_EQ(decodeLibrary(file("preview.json")), other);
+}
+
+TEST(LibraryStoreFullDisk, AChangeMadeOnAFullDiskReachesItOnceSpaceComesBack)
+{
+    TempDir dir;
+    if (::mount("tmpfs", dir.path().c_str(), "tmpfs", 0, "size=512k,mode=0700") != 0) {
+        GTEST_SKIP() << "Mounting a small tmpfs is not allowed here, so a full disk cannot be "
+                        "tried.";
+    }
+    struct Unmount
+    {
+        std::filesystem::path path;
+        ~Unmount() { ::umount2(path.c_str(), MNT_DETACH); }
+    } unmount{dir.path()};
+    LibraryStore::Options options;
+    options.interval = std::chrono::milliseconds(60'000);
+    auto store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+    store->mutate([](Library& l) { l.add(webLink("Mail")); });
+    store->flush();
+    ASSERT_FALSE(store->saveError());
+
+    // Fill what is left, a block at a time, until the disk refuses.
+    const auto filler = dir.file("filler");
+    {
+        std::FILE* out = std::fopen(filler.c_str(), "wb");
+        ASSERT_NE(out, nullptr);
+        const std::string block(4096, 'x');
+        while (std::fwrite(block.data(), 1, block.size(), out) == block.size()
+               && std::fflush(out) == 0) {
+        }
+        std::fclose(out);
+    }
+    store->mutate([](Library& l) { l.shortcuts[0].name = "Post"; });
+    store->flush();
+    ASSERT_TRUE(store->saveError());
+    EXPECT_THAT(*store->saveError(), HasSubstr("No space left on device"));
+    EXPECT_EQ(decodeLibrary(readFile(dir.file("library.json"))).shortcuts[0].name, "Mail");
+
+    std::filesystem::remove(filler);
+    store.reset(); // quitting writes what the full disk refused
+    EXPECT_EQ(decodeLibrary(readFile(dir.file("library.json"))).shortcuts[0].name, "Post");
 }
