@@ -312,18 +312,6 @@ TEST_F(LibraryStoreTest, AFailedWriteKeepsTheChangeAndTheNextSaveTriesAgain)
     EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 2u);
 }
 
-TEST_F(LibraryStoreTest, AFailedChangeIsSavedAtQuitOnceTheDiskRecovers)
-{
-    auto store = open();
-    std::filesystem::create_directory(dir.file("library.json"));
-    store->mutate([](Library& l) { l.add(webLink("Renamed")); });
-    store->flush();
-    ASSERT_TRUE(store->saveError());
-    std::filesystem::remove(dir.file("library.json"));
-    store.reset();
-    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.at(0).name, "Renamed");
-}
-
 TEST_F(LibraryStoreTest, ObserversHearOfAFailedSaveAndOfItsRecoveryOnTheMainQueue)
 {
     struct Posted : kit::support::MainQueue
