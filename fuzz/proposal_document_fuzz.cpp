@@ -5,6 +5,8 @@
 // break the library's invariants.
 #include "kit/library/library_json.h"
 #include "kit/proposal/proposal_review.h"
+#include "kit/proposal/review_rows.h"
+#include "kit/support/visible_text.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -103,6 +105,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     ProposalReview result = review(proposal, snapshot(), &reachHome);
     (void)summaryLine(result);
+    // Whatever the names hold, every row reads as plain text that cannot act on a terminal.
+    auto isShowable = [](const std::string& text) {
+        for (char c : text) {
+            auto byte = static_cast<unsigned char>(c);
+            if (byte < 0x20 || byte == 0x7F) {
+                return false;
+            }
+        }
+        return kit::support::validUtf8(text) == text;
+    };
+    for (const auto& row : reviewRows(result, {}, snapshot().sessions)) {
+        if (!isShowable(row.subject) || !isShowable(row.verdict)) {
+            std::abort();
+        }
+        for (const auto& detail : row.details) {
+            if (!isShowable(detail)) {
+                std::abort();
+            }
+        }
+    }
     for (const auto& bar : result.bars) {
         if (!bar.barID || bar.isNew) {
             continue;

@@ -127,7 +127,7 @@ World& world()
         bindings.onProposal = [w](kit::proposal::Proposal,
                                   kit::proposal::ProposalInbox::DecisionCallback decide) {
             ++w->decisions;
-            decide({kit::proposal::ProposalInbox::Decision::Kind::Declined, {}, {}});
+            decide({kit::proposal::ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
         };
         // The library stays as it is from one input to the next.
         bindings.switchBar = [](const BarID&) {};

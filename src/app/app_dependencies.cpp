@@ -10,15 +10,16 @@
 #include "kit/menubar/shortcut_menu.h"
 #include "kit/menubar/tray_host.h"
 #include "kit/opening/bookmark_resolver.h"
+#include "kit/support/atomic_file.h"
 #include "kit/support/log.h"
+#include "kit/support/visible_text.h"
 #include "kit/tools/icon_theme.h"
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cctype>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -97,7 +98,15 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     m_icons = std::make_shared<tools::IconThemeScanner>(tools::IconThemeScanner::kDefaultTheme,
                                                         options.dataFolders);
 
-    m_libraryStore = storage::LibraryStore::standard(m_supportDirectory);
+    storage::LibraryStore::Options storeOptions;
+    storeOptions.mainQueue = &m_mainQueue;
+    m_libraryStore = std::make_unique<storage::LibraryStore>(m_supportDirectory, storeOptions);
+    // A change that is only in memory marks Vantorel's own icon until a save succeeds.
+    m_saveObservation = m_libraryStore->observe([this](unsigned changes) {
+        if ((changes & storage::LibraryStore::SaveStateChanged) && m_statusItem) {
+            m_statusItem->setAlert(m_libraryStore->saveError().has_value());
+        }
+    });
     // Only a first launch pays for scanning the installed apps.
     if (!m_runningTests && StarterBar::wouldSeed(*m_libraryStore)) {
         std::optional<library::Bookmark> home;
@@ -263,6 +272,7 @@ void AppDependencies::makeStatusItem()
     m_statusItem = std::make_unique<menubar::StatusItemController>(
         *platform.statusBar, *platform.popover, *platform.appEvents, m_mainQueue, "Vantorel");
     m_statusItem->setSummary("Vantorel");
+    m_statusItem->setAlert(m_libraryStore->saveError().has_value());
     m_statusItem->setOnOpenSettings(platform.showSettings);
     m_statusItem->setOnQuit(platform.quit);
     m_statusItem->setOnDrop([this](const std::vector<std::string>& urls) {
@@ -319,6 +329,7 @@ AppDependencies::~AppDependencies()
     if (m_iconOrderObservation) {
         m_libraryStore->removeObserver(*m_iconOrderObservation);
     }
+    m_libraryStore->removeObserver(m_saveObservation);
     // Delayed tasks that outlive this object find nothing.
     m_self.reset();
 }
@@ -625,10 +636,7 @@ void AppDependencies::terminate()
 
 std::optional<library::Bookmark> AppDependencies::reach(const std::string& path) const
 {
-    if (auto granted = m_grants->reach(path)) {
-        return granted;
-    }
-    return opening::makeInodeBookmark(path);
+    return m_grants->reach(path);
 }
 
 bool AppDependencies::isDocument(const std::filesystem::path& file)
@@ -642,25 +650,35 @@ bool AppDependencies::isDocument(const std::filesystem::path& file)
 
 std::optional<std::string> AppDependencies::openDocument(const std::filesystem::path& file)
 {
-    const std::string name = file.filename().string();
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
-        std::error_code error;
-        bool exists = std::filesystem::exists(file, error);
-        return "“" + name + "” could not be opened: "
-               + (exists ? "Vantorel may not read it." : "there is no such file.");
+    // The sentence goes to a terminal and into JSON: the name and the reason must be plain text.
+    const std::string name = support::visibleText(file.filename().string());
+    // Regular files only and bounded: a pipe or a device named like a document must not hang
+    // or swallow the app.
+    auto read = support::readWholeFile(file, kDocumentLimit);
+    if (auto* error = std::get_if<support::ReadError>(&read)) {
+        std::string reason = error->message;
+        if (error->isMissing()) {
+            reason = "there is no such file.";
+        } else if (error->code == EACCES) {
+            reason = "Vantorel may not read it.";
+        } else if (error->code == EFBIG) {
+            reason = "it is larger than " + support::describeSize(kDocumentLimit) + ".";
+        } else if (error->code == EINVAL) {
+            reason = "it is not a regular file.";
+        } else if (error->code == EISDIR) {
+            reason = "it is a folder.";
+        }
+        return "“" + name + "” could not be opened: " + reason;
     }
-    std::ostringstream text;
-    text << in.rdbuf();
     try {
-        proposal::Proposal proposal = proposal::Proposal::decode(text.str());
+        proposal::Proposal proposal = proposal::Proposal::decode(std::get<std::string>(read));
         m_proposals->receive(std::move(proposal), {}, *m_libraryStore, name);
     } catch (const std::exception& error) {
         std::string reason = error.what();
         if (!reason.empty() && reason.back() == '.') {
             reason.pop_back();
         }
-        return "“" + name + "” could not be opened: " + reason + ".";
+        return "“" + name + "” could not be opened: " + support::visibleText(reason) + ".";
     }
     return std::nullopt;
 }

@@ -34,6 +34,8 @@ class AppDependencies
 public:
     static constexpr const char* kVersion = "0.1.0";
     static constexpr const char* kSettingsFileName = "settings.json";
+    // The largest document opened; a proposal is text, far below this.
+    static constexpr size_t kDocumentLimit = size_t{64} << 20;
     // The label under which proposals from the tool server appear.
     static constexpr const char* kAssistantSource = "An assistant";
     // What an assistant that asked for progress hears while the person decides.
@@ -180,6 +182,7 @@ private:
     std::optional<size_t> m_registeredCount;
     std::optional<size_t> m_iconOrderObservation;
     size_t m_iconRebuilds = 0;
+    size_t m_saveObservation = 0;
     // Where the application's icon stood at the introduction's last look.
     std::optional<kit::menubar::Rect> m_welcomePlace;
     // Held weakly by delayed tasks, which do nothing once this object is gone.

@@ -3,6 +3,7 @@
 
 #include "kit/proposal/review_rows.h"
 #include "kit/storage/library_store.h"
+#include "kit/support/visible_text.h"
 
 #include <charconv>
 #include <sstream>
@@ -12,6 +13,8 @@ namespace app {
 using namespace kit::proposal;
 
 namespace {
+
+using kit::support::visibleText;
 
 std::string inQuotes(const std::string& text)
 {
@@ -70,13 +73,13 @@ std::vector<TerminalReview::Row> TerminalReview::rows() const
     if (!review) {
         return list;
     }
-    for (auto& row : reviewRows(*review)) {
+    for (auto& row : reviewRows(*review, m_inbox.leftOut(), m_store.sessions())) {
         std::string text = row.subject;
         if (row.kind == ReviewRow::Kind::Shortcut) {
             text = std::string(static_cast<size_t>(row.depth) * 2, ' ')
-                   + barLabel(review->bars[*row.bar]) + " › " + row.subject;
+                   + visibleText(barLabel(review->bars[*row.bar])) + " › " + row.subject;
         }
-        list.push_back({row.entry, text + ": " + row.verdict, std::move(row.details)});
+        list.push_back({row.entry, text + ": " + row.verdict, std::move(row.details), row.isLeftOut});
     }
     return list;
 }
@@ -88,20 +91,20 @@ std::string TerminalReview::render() const
         return "There is no proposal to review.\n";
     }
     std::ostringstream out;
-    std::string title = proposal->title.value_or("A proposal");
-    out << title;
-    out << "\n";
+    // Everything the proposal brings is made visible text: a name must not be able to end the
+    // output early or move the cursor over rows printed before it.
+    out << visibleText(proposal->title.value_or("A proposal")) << "\n";
     if (m_inbox.fileName()) {
-        out << "From the document " << inQuotes(*m_inbox.fileName()) << "\n";
+        out << "From the document " << inQuotes(visibleText(*m_inbox.fileName())) << "\n";
     } else if (proposal->source) {
-        out << "From: " << *proposal->source << "\n";
+        out << "From: " << visibleText(*proposal->source) << "\n";
     }
     const auto list = rows();
     for (size_t i = 0; i < list.size(); ++i) {
         const Row& row = list[i];
         std::string box = "   ";
         if (row.entry) {
-            box = m_inbox.leftOut().contains(*row.entry) ? "[ ]" : "[x]";
+            box = row.isLeftOut ? "[ ]" : "[x]";
         }
         out << (i + 1 < 10 ? " " : "") << (i + 1) << ". " << box << " " << row.text << "\n";
         for (const auto& detail : row.details) {
@@ -125,7 +128,7 @@ std::string TerminalReview::check(const std::string& argument, bool checked)
                + " 2”.\n";
     }
     if (number < 1 || number > list.size()) {
-        return "There is no row " + argument + "; the rows go from 1 to "
+        return "There is no row " + visibleText(argument) + "; the rows go from 1 to "
                + std::to_string(list.size()) + ".\n";
     }
     const Row& row = list[number - 1];
@@ -153,7 +156,7 @@ std::string TerminalReview::handle(const std::string& line)
         return {};
     }
     if (!known) {
-        return inQuotes(command) + " is not a command. The commands are: " + kCommands + ".\n";
+        return inQuotes(visibleText(command)) + " is not a command. The commands are: " + kCommands + ".\n";
     }
     if (!m_inbox.isPending()) {
         return "There is no proposal to review.\n";

@@ -42,6 +42,7 @@ private:
         std::optional<kit::proposal::ProposalEntry> entry; // none: the row changes nothing
         std::string text;
         std::vector<std::string> details;
+        bool isLeftOut = false;
     };
 
     std::vector<Row> rows() const;

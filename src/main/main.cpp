@@ -76,7 +76,8 @@ std::string plural(size_t count, const char* one, const char* many)
 
 void printLine(const std::string& text)
 {
-    std::fputs(text.c_str(), stdout);
+    // Written whole, by size: a NUL inside must not end the line early.
+    std::fwrite(text.data(), 1, text.size(), stdout);
     if (!text.empty() && text.back() != '\n') {
         std::fputc('\n', stdout);
     }
@@ -101,7 +102,9 @@ std::filesystem::path instanceFolder()
 // Sends one request to the running app; its reply object, or nothing when none runs.
 std::optional<json> askRunning(const json& request)
 {
-    auto reply = app::InstanceChannel::send(instanceFolder(), request.dump());
+    // A path need not be UTF-8; a request that cannot be encoded must still be sent.
+    auto reply = app::InstanceChannel::send(
+        instanceFolder(), request.dump(-1, ' ', false, json::error_handler_t::replace));
     if (!reply) {
         return std::nullopt;
     }

@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <sys/stat.h>
 
@@ -198,6 +199,25 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
     EXPECT_THAT(*broken, HasSubstr("“broken.vantorel” could not be opened: "));
     EXPECT_FALSE(dependencies.proposals().isPending());
 
+    // Nothing named like a document may hang the app, swallow its memory, or answer in bytes
+    // that cannot travel as JSON to the start that asked.
+    ASSERT_EQ(::mkfifo(m_dir.file("pipe.vantorel").c_str(), 0600), 0);
+    std::filesystem::create_symlink("/dev/zero", m_dir.file("zero.vantorel"));
+    testing_support::writeFile(m_dir.file("bytes.vantorel"), "{\"title\": \"\xff\xfe\x1b[2K\"");
+    const std::vector<std::pair<std::string, std::string>> refused{
+        {"pipe.vantorel", "“pipe.vantorel” could not be opened: it is not a regular file."},
+        {"zero.vantorel", "“zero.vantorel” could not be opened: it is not a regular file."},
+    };
+    for (const auto& [name, sentence] : refused) {
+        EXPECT_EQ(dependencies.openDocument(m_dir.file(name)), sentence);
+    }
+    auto bytes = dependencies.openDocument(m_dir.file("bytes.vantorel"));
+    ASSERT_TRUE(bytes);
+    EXPECT_THAT(*bytes, HasSubstr("“bytes.vantorel” could not be opened: "));
+    const nlohmann::json reply{{"error", *bytes}};
+    EXPECT_NO_THROW((void)reply.dump());
+    EXPECT_EQ(bytes->find('\x1b'), std::string::npos);
+
     auto document =
         proposal::Proposal::exportShortcut(testing_support::webLink("Shared"), {}, true);
     testing_support::writeFile(m_dir.file("shared.vantorel"), document.encoded());
@@ -206,14 +226,13 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
     EXPECT_EQ(dependencies.proposals().fileName(), "shared.vantorel");
 }
 
-TEST_F(Machine, FilesAreReachedThroughGrantsOrWhereTheyAre)
+TEST_F(Machine, FilesAreReachedThroughGrantsOnlyWhetherOrNotTheyExist)
 {
     AppDependencies dependencies(m_loop, options());
     testing_support::writeFile(home() / "notes.txt", "x");
-    auto reached = dependencies.reach((home() / "notes.txt").string());
-    ASSERT_TRUE(reached);
-    EXPECT_EQ(reached->displayPath, (home() / "notes.txt").string());
+    EXPECT_FALSE(dependencies.reach((home() / "notes.txt").string()));
     EXPECT_FALSE(dependencies.reach((home() / "missing.txt").string()));
+    EXPECT_FALSE(dependencies.reach("/etc/shadow"));
 }
 
 TEST(InstanceChannel, TheFirstStartServesLaterOnes)

@@ -189,6 +189,32 @@ TEST_F(PlatformTest, NumberKeysOpenTheNthIconAndFollowTheBarAndTheSettings)
     EXPECT_FALSE(app.modifierWatch()->isRunning());
 }
 
+TEST_F(PlatformTest, AFailedSaveMarksTheAppIconUntilASaveSucceeds)
+{
+    prepare(1);
+    auto& app = started();
+    auto file = app.supportDirectory().file(app.libraryStore().activeBar().file);
+    auto alert = [&] {
+        queue.runAll();
+        const auto* icon = bar.find(*app.statusItem()->statusItem());
+        return icon && icon->appImage && icon->appImage->alert;
+    };
+    EXPECT_FALSE(alert());
+
+    // A folder where the file goes: the rename over it fails, whoever runs the test.
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    app.libraryStore().mutate(
+        [](kit::library::Library& library) { library.add(testing_support::webLink("Kept")); });
+    app.libraryStore().flush();
+    EXPECT_TRUE(alert());
+
+    std::filesystem::remove(file);
+    app.libraryStore().flush();
+    EXPECT_FALSE(alert());
+    EXPECT_THAT(testing_support::readFile(file), testing::HasSubstr("Kept"));
+}
+
 TEST_F(PlatformTest, TheMenuKeyPopsWhatIsInTheMenuBarUnderTheApplicationIcon)
 {
     prepare(2);

@@ -149,4 +149,68 @@ TEST_F(TerminalReviewTest, RefusedRowsSayWhy)
     EXPECT_THAT(shown, Not(HasSubstr("[x]")));
 }
 
+TEST_F(TerminalReviewTest, NamesThatTryToHideRowsAreShownAsText)
+{
+    // A NUL that once ended the output after one row, and escapes that erase the row above.
+    const std::vector<std::string> names{std::string("Safe\0", 5) + "; rm", "\x1b[2K\x1b[1AGone",
+                                         "\xff\xfe not text", "Bidi \u202e evil"};
+    Proposal hostile;
+    hostile.title = std::string("Title\0\x1b]0;x\x07", 12);
+    ProposedBar bar{BarDestination::active(), {}, {m_mail.id, m_news.id}};
+    for (const auto& name : names) {
+        bar.shortcuts.push_back(ProposedShortcut::from(testing_support::webLink(name)));
+    }
+    hostile.bars.push_back(bar);
+    hostile.removeBars.push_back(m_store.activeBarID());
+    m_inbox.receive(hostile, {}, m_store);
+
+    ASSERT_EQ(m_printed.size(), 1u);
+    const std::string& shown = m_printed[0];
+    for (char c : shown) {
+        EXPECT_TRUE(c == '\n' || static_cast<unsigned char>(c) >= 0x20) << int(c);
+    }
+    EXPECT_THAT(shown, HasSubstr("“Safe␀; rm”: added"));
+    EXPECT_THAT(shown, HasSubstr("“␛[2K␛[1AGone”: added"));
+    EXPECT_THAT(shown, HasSubstr("“�� not text”"));
+    EXPECT_THAT(shown, HasSubstr("“Bidi � evil”"));
+    EXPECT_THAT(shown, HasSubstr("Title␀␛]0;x␇\n"));
+    // Every row, then the summary and the commands, whatever came before.
+    EXPECT_THAT(shown, HasSubstr(" 7. "));
+    EXPECT_THAT(shown, HasSubstr("Type one of: show, uncheck N, check N, apply, decline."));
+}
+
+TEST_F(TerminalReviewTest, AGroupMemberHasItsOwnBoxAndCanBeLeftOut)
+{
+    Proposal proposal;
+    ProposedBar bar{BarDestination::active(), {}, {}};
+    bar.shortcuts.push_back(ProposedShortcut::from(testing_support::group(
+        "Reading",
+        {testing_support::webLink("Paper", "https://paper.example.org/"),
+         testing_support::webLink("Blog", "https://blog.example.org/")})));
+    proposal.bars.push_back(bar);
+    std::optional<ProposalInbox::Decision> decision;
+    m_inbox.receive(
+        proposal, [&](const auto& d) { decision = d; }, m_store);
+
+    std::string shown = m_review.render();
+    EXPECT_THAT(shown, HasSubstr(" 2. [x]   “Shortcuts” › “Paper”: added\n"));
+    EXPECT_THAT(shown, HasSubstr("Address: https://paper.example.org/\n"));
+    EXPECT_THAT(shown, HasSubstr("Account: Default\n"));
+    EXPECT_THAT(m_review.handle("uncheck 2"), HasSubstr("Row 2 is left out."));
+    EXPECT_THAT(m_review.handle("show"), HasSubstr(" 2. [ ]   “Shortcuts” › “Paper”: left out\n"));
+
+    // Unchecking the group leaves its members out with it.
+    m_review.handle("uncheck 1");
+    EXPECT_THAT(m_review.handle("show"), HasSubstr(" 3. [ ]   “Shortcuts” › “Blog”: left out\n"));
+    m_review.handle("check 1");
+
+    ASSERT_EQ(m_review.handle("apply"), "Applied: the checked rows are on your bars now.\n");
+    ASSERT_TRUE(decision);
+    EXPECT_EQ(decision->leftOut, std::vector<std::string>{"Paper"});
+    const Shortcut& reading = m_store.library().shortcuts.back();
+    ASSERT_EQ(reading.name, "Reading");
+    ASSERT_EQ(reading.target.members().size(), 1u);
+    EXPECT_EQ(reading.target.members()[0].name, "Blog");
+}
+
 } // namespace

@@ -121,6 +121,22 @@ protected:
     bool m_answer = true;
 };
 
+TEST(ManagerWindowSaving, AChangeThatCannotBeSavedIsSaidOnceAboveEverything)
+{
+    testing_support::TempDir dir;
+    testing_support::writeFile(dir.file("sessions.json"), "not json");
+    LibraryStore store(SupportDirectory{dir.path(), true});
+    kit::proposal::ProposalInbox inbox;
+    ManagerWindow window(ManagerServices(store, inbox));
+    window.present();
+    EXPECT_FALSE(window.saveErrorBanner()->isVisible());
+
+    store.addSession("Home");
+    EXPECT_TRUE(window.saveErrorBanner()->isVisible());
+    EXPECT_EQ(window.saveErrorBanner()->text().toStdString(), LibraryStore::heldNotice("sessions.json"));
+    EXPECT_EQ(window.saveErrorBanner()->textFormat(), Qt::PlainText);
+}
+
 TEST_F(ManagerWindowTest, AnEditRequestOpensTheEditorOnTheShortcutAndIsCleared)
 {
     ManagerWindow& manager = window();

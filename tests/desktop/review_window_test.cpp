@@ -133,9 +133,9 @@ TEST_F(ReviewWindowTest, RowsAreGroupedByBarWithBoxesOnlyWhereSomethingWouldChan
                             "“Docs” | refused |  ",
                             "“Reading” | added | x",
                             "“Notes” | needs access |  "));
-    // Members sit under their group and go with its box.
+    // Members sit under their group, each with a box of its own.
     EXPECT_THAT(rowsUnder(model, showingRow(model, 4)),
-                ElementsAre("“Papers” | added |  ", "“Blogs” | added |  "));
+                ElementsAre("“Papers” | added | x", "“Blogs” | added | x"));
     EXPECT_THAT(rowsUnder(model, model.index(2, 0)), ElementsAre("“Films” | added | x"));
 
     const auto verdict = [&](int row) {
@@ -144,6 +144,7 @@ TEST_F(ReviewWindowTest, RowsAreGroupedByBarWithBoxesOnlyWhereSomethingWouldChan
     EXPECT_EQ(verdict(1),
               "changed\nName: Mail → Post\nAddress: https://mail.example.org/ → "
               "https://post.example.org/");
+    EXPECT_EQ(verdict(0), "added\nAddress: https://example.com/\nAccount: Default");
     EXPECT_EQ(verdict(3), "refused\nThe document mentions it twice.");
     EXPECT_EQ(verdict(5),
               "needs access\n/elsewhere/notes.txt: Vantorel has not been given access to it, so it "
@@ -170,8 +171,21 @@ TEST_F(ReviewWindowTest, UncheckingLeavesTheRowOutAndKeepsTheViewInPlace)
     EXPECT_EQ(resets, 0);
     EXPECT_TRUE(docs.isValid());
 
+    EXPECT_EQ(model.index(0, ReviewModel::VerdictColumn, model.index(1, 0))
+                  .data()
+                  .toString()
+                  .section(QLatin1Char('\n'), 0, 0),
+              "left out");
+
     // A row without a box takes no check.
     EXPECT_FALSE(model.setData(showingRow(model, 2), Qt::Unchecked, Qt::CheckStateRole));
+
+    // A member leaves out only itself.
+    EXPECT_TRUE(model.setData(model.index(0, 0, showingRow(model, 4)), Qt::Unchecked,
+                              Qt::CheckStateRole));
+    EXPECT_THAT(rowsUnder(model, showingRow(model, 4)),
+                ElementsAre("“Papers” | left out | -", "“Blogs” | added | x"));
+    EXPECT_EQ(resets, 0);
 
     for (const QModelIndex& row : {model.index(0, 0, model.index(0, 0)),
                                    showingRow(model, 1),
@@ -181,6 +195,29 @@ TEST_F(ReviewWindowTest, UncheckingLeavesTheRowOutAndKeepsTheViewInPlace)
     }
     EXPECT_EQ(model.summary(), "Nothing checked would change your bars.");
     EXPECT_FALSE(model.canApply());
+}
+
+TEST_F(ReviewWindowTest, TextFromTheProposalIsShownAsWrittenNeverAsMarkup)
+{
+    Proposal hostile;
+    hostile.title = "<b>Bold</b>\x1b[2K";
+    hostile.source = std::string("<img src=x>\0", 12);
+    ProposedBar bar{BarDestination::active(), {}, {}};
+    bar.shortcuts.push_back(
+        ProposedShortcut::from(testing_support::webLink("<i>Mail</i>\x1b[1A", "https://a/<b>")));
+    hostile.bars.push_back(bar);
+    m_inbox.receive(hostile, {}, m_store);
+    ReviewWindow window(m_inbox, m_store);
+    window.present();
+
+    EXPECT_EQ(window.titleLabel()->text(), "<b>Bold</b>␛[2K");
+    EXPECT_EQ(window.titleLabel()->textFormat(), Qt::PlainText);
+    // No accounts, so the showing bar is the first heading.
+    const QModelIndex row = window.model().index(0, 0, window.model().index(0, 0));
+    EXPECT_EQ(row.data().toString(), "“<i>Mail</i>␛[1A”");
+    const QString tip = row.data(Qt::ToolTipRole).toString();
+    EXPECT_TRUE(tip.contains("&lt;b&gt;")) << tip.toStdString();
+    EXPECT_FALSE(tip.contains("<b>")) << tip.toStdString();
 }
 
 TEST_F(ReviewWindowTest, ApplyWritesTheCheckedRowsAndTellsTheProposerOnce)

@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QMenu>
 #include <QSystemTrayIcon>
+#include <QTextDocument>
 
 #include <vector>
 
@@ -328,6 +329,11 @@ TEST_F(TrayStatusBarTest, ImagesTitlesAndTooltipsReachTheTrayIcon)
 
     m_bar.setToolTip(item, "Mail (playing)");
     EXPECT_EQ(tray->toolTip(), QStringLiteral("Mail (playing)"));
+    // A name is text: markup stays visible, a control character shows as its picture.
+    m_bar.setToolTip(item, "<b>Bank</b>\x1b[2K");
+    QTextDocument shown;
+    shown.setHtml(tray->toolTip());
+    EXPECT_EQ(shown.toPlainText(), QStringLiteral("<b>Bank</b>\u241B[2K"));
 }
 
 TEST_F(TrayStatusBarTest, HighlightingDrawsABackdropAndTakingItAwayRemovesIt)

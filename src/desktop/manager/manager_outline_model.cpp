@@ -420,7 +420,7 @@ QVariant ManagerOutlineModel::data(const QModelIndex& index, int role) const
                 return shortcut->target.isDivider() ? QStringLiteral("Divider")
                                                     : QStringLiteral("Untitled");
             }
-            return toQt(shortcut->name);
+            return shownText(shortcut->name);
         }
         if (hidden) {
             return QStringLiteral("%1 · %2 · not in the menu bar")

@@ -190,7 +190,7 @@ QVariant ManagerSidebarModel::data(const QModelIndex& index, int role) const
     switch (role) {
     case Qt::DisplayRole:
         if (bar) {
-            return toQt(m_store.bars()[static_cast<size_t>(index.row())].name);
+            return shownText(m_store.bars()[static_cast<size_t>(index.row())].name);
         }
         if (pane == Pane::Proposals && m_inbox && m_inbox->isPending()) {
             return QStringLiteral("Proposals (1)");

@@ -4,6 +4,7 @@
 #include "desktop/manager/manager_documents.h"
 #include "desktop/manager/manager_outline_model.h"
 #include "desktop/qt_text.h"
+#include "desktop/manager/review_model.h"
 #include "desktop/manager/review_window.h"
 #include "kit/proposal/proposal_inbox.h"
 
@@ -154,6 +155,9 @@ ManagerWindow::ManagerWindow(ManagerServices services, QWidget* parent)
     m_proposalsPane = new QWidget(this);
     m_review = new ReviewWindow(m_services.inbox, m_services.store, m_proposalsPane);
     m_review->setWindowFlags(Qt::Widget);
+    if (m_services.shortcutIcon) {
+        m_review->model().setIconSource(m_services.shortcutIcon);
+    }
     m_review->installEventFilter(this);
     auto* proposalsLayout = new QVBoxLayout(m_proposalsPane);
     proposalsLayout->setContentsMargins(0, 0, 0, 0);
@@ -173,8 +177,30 @@ ManagerWindow::ManagerWindow(ManagerServices services, QWidget* parent)
     splitter->setStretchFactor(1, 1);
     splitter->setSizes({210, 990});
     splitter->setChildrenCollapsible(false);
+    // A change that could not be saved is said once, above everything, until a save succeeds.
+    m_saveError = new QLabel(this);
+    m_saveError->setObjectName(QStringLiteral("saveError"));
+    m_saveError->setTextFormat(Qt::PlainText);
+    m_saveError->setWordWrap(true);
+    m_saveError->setMargin(8);
+    m_saveError->setForegroundRole(QPalette::BrightText);
+    m_saveError->setBackgroundRole(QPalette::Highlight);
+    m_saveError->setAutoFillBackground(true);
+    auto showSaveError = [this] {
+        auto error = m_services.store.saveError();
+        m_saveError->setText(error ? toQt(*error) : QString());
+        m_saveError->setVisible(error.has_value());
+    };
+    showSaveError();
+    m_storeObservation = m_services.store.observe([showSaveError](unsigned changes) {
+        if (changes & LibraryStore::SaveStateChanged) {
+            showSaveError();
+        }
+    });
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_saveError);
     layout->addWidget(splitter);
 
     makeActions();
@@ -192,6 +218,7 @@ ManagerWindow::ManagerWindow(ManagerServices services, QWidget* parent)
 
 ManagerWindow::~ManagerWindow()
 {
+    m_services.store.removeObserver(m_storeObservation);
     // Views let go of their models before the models go.
     m_outlineView->setModel(nullptr);
     m_sidebarView->setModel(nullptr);

@@ -114,6 +114,7 @@ public:
     QTreeView* outlineView() const { return m_outlineView; }
     QLabel* roomNote() const { return m_roomNote; }
     QLabel* unreadableMessage() const { return m_unreadableMessage; }
+    QLabel* saveErrorBanner() const { return m_saveError; }
     QPushButton* startFreshButton() const { return m_startFresh; }
     ReviewWindow* review() const { return m_review; }
     // Null until the Settings pane was first shown.
@@ -168,6 +169,7 @@ private:
     QLabel* m_unreadableMessage = nullptr;
     QPushButton* m_startFresh = nullptr;
     QLabel* m_roomNote = nullptr;
+    QLabel* m_saveError = nullptr;
 
     QListView* m_sessionsView = nullptr;
     QPushButton* m_clearSession = nullptr;

@@ -4,6 +4,7 @@
 #include "desktop/qt_text.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"
+#include "kit/support/visible_text.h"
 
 #include <QBrush>
 #include <QColor>
@@ -22,9 +23,39 @@ using kit::proposal::ReviewRow;
 
 namespace {
 
+// Text a proposal brings, shown as it is: control characters visible, never markup.
+QString shown(const std::string& text)
+{
+    return toQt(kit::support::visibleText(text));
+}
+
 QString quoted(const std::string& text)
 {
-    return QStringLiteral("“%1”").arg(toQt(text));
+    return QStringLiteral("“%1”").arg(shown(text));
+}
+
+// A tooltip is taken as rich text when it looks like markup; escaped, it always reads as written.
+QString plainToolTip(const QString& text)
+{
+    return QStringLiteral("<p style='white-space:pre-wrap'>") + text.toHtmlEscaped()
+           + QStringLiteral("</p>");
+}
+
+// Equal but for what unchecking changes: the verdict words and the left-out mark.
+bool sameButForBoxes(const std::vector<ReviewRow>& a, const std::vector<ReviewRow>& b)
+{
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < a.size(); ++i) {
+        ReviewRow other = b[i];
+        other.verdict = a[i].verdict;
+        other.isLeftOut = a[i].isLeftOut;
+        if (!(a[i] == other)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 QString barHeading(const BarReview& bar)
@@ -140,14 +171,16 @@ ReviewModel::~ReviewModel()
 void ReviewModel::reload()
 {
     const auto& review = m_inbox.review();
-    auto rows = review ? kit::proposal::reviewRows(*review) : std::vector<ReviewRow>{};
+    auto rows = review ? kit::proposal::reviewRows(*review, m_inbox.leftOut(), m_store.sessions())
+                       : std::vector<ReviewRow>{};
     Tree tree = build(rows);
-    if (!m_rows.empty() && rows == m_rows && tree.nodes == m_nodes) {
-        // Only boxes can have changed: keep the view's place and focus.
+    if (!m_rows.empty() && sameButForBoxes(rows, m_rows) && tree.nodes == m_nodes) {
+        // Only boxes and their verdicts can have changed: keep the view's place and focus.
+        m_rows = std::move(rows);
         for (size_t node = 0; node < m_nodes.size(); ++node) {
             if (m_nodes[node].row >= 0) {
-                const QModelIndex cell = indexOfNode(int(node), SubjectColumn);
-                Q_EMIT dataChanged(cell, cell, {Qt::CheckStateRole});
+                Q_EMIT dataChanged(indexOfNode(int(node), SubjectColumn),
+                                   indexOfNode(int(node), VerdictColumn));
             }
         }
     } else {
@@ -253,7 +286,12 @@ const ReviewRow* ReviewModel::rowAt(const QModelIndex& index) const
 
 bool ReviewModel::isChecked(const ReviewRow& row) const
 {
-    return row.entry && !m_inbox.leftOut().contains(*row.entry);
+    return row.entry && !row.isLeftOut;
+}
+
+void ReviewModel::setIconSource(IconSource source)
+{
+    m_iconSource = std::move(source);
 }
 
 QVariant ReviewModel::data(const QModelIndex& index, int role) const
@@ -286,7 +324,13 @@ QVariant ReviewModel::data(const QModelIndex& index, int role) const
         }
         return verdictText(*row);
     case Qt::ToolTipRole:
-        return verdictText(*row);
+        return plainToolTip(verdictText(*row));
+    case Qt::DecorationRole:
+        // The icon as the bar would draw it, so a proposed picture is seen before it is there.
+        if (index.column() == SubjectColumn && row->shortcut && m_iconSource) {
+            return QVariant::fromValue(m_iconSource(*row->shortcut));
+        }
+        return {};
     case Qt::CheckStateRole:
         if (index.column() == SubjectColumn && row->entry) {
             return isChecked(*row) ? Qt::Checked : Qt::Unchecked;
@@ -348,7 +392,7 @@ QString ReviewModel::title() const
     if (!proposal) {
         return QStringLiteral("Nothing to review");
     }
-    return proposal->title ? toQt(*proposal->title) : QStringLiteral("Proposed changes");
+    return proposal->title ? shown(*proposal->title) : QStringLiteral("Proposed changes");
 }
 
 QString ReviewModel::origin() const
@@ -361,7 +405,7 @@ QString ReviewModel::origin() const
         return QStringLiteral("From the document ") + quoted(*m_inbox.fileName());
     }
     if (proposal->source) {
-        return QStringLiteral("From ") + toQt(*proposal->source);
+        return QStringLiteral("From ") + shown(*proposal->source);
     }
     return {};
 }

@@ -4,9 +4,11 @@
 #include "kit/proposal/review_rows.h"
 
 #include <QAbstractItemModel>
+#include <QIcon>
 #include <QString>
 
 #include <cstddef>
+#include <functional>
 #include <vector>
 
 namespace kit::proposal {
@@ -69,6 +71,10 @@ public:
     // Re-reads the inbox: the same rows get their boxes updated in place, others rebuild the tree.
     void reload();
 
+    // Draws a proposed shortcut's icon; without one, rows show no icon.
+    using IconSource = std::function<QIcon(const kit::library::Shortcut&)>;
+    void setIconSource(IconSource source);
+
 Q_SIGNALS:
     // After every reload, so the window can update what lies outside the view.
     void reloaded();
@@ -97,6 +103,7 @@ private:
 
     kit::proposal::ProposalInbox& m_inbox;
     kit::storage::LibraryStore& m_store;
+    IconSource m_iconSource;
     size_t m_inboxToken = 0;
     size_t m_storeToken = 0;
     bool m_refreshQueued = false;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/tray/menu_builder.h"
 
+#include "desktop/qt_text.h"
 #include "desktop/tray/qt_icon_renderer.h"
 
 #include <QAction>
@@ -96,7 +97,7 @@ void fillMenu(QMenu& menu, const kit::menubar::Menu& rows, const QtIconRenderer*
 
 QString menuText(const std::string& title)
 {
-    QString text = QString::fromUtf8(title.data(), static_cast<qsizetype>(title.size()));
+    QString text = shownText(title);
     text.replace(QLatin1Char('&'), QLatin1String("&&"));
     return text;
 }

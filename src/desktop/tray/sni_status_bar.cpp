@@ -291,11 +291,11 @@ private:
         }
         sni::ToolTip tip;
         // Plain text in the title; some hosts read the text below it as markup.
-        tip.title = toQt(item.toolTip);
+        tip.title = shownText(item.toolTip);
         QVariantMap all;
         all.insert(QStringLiteral("Category"), QStringLiteral("ApplicationStatus"));
         all.insert(QStringLiteral("Id"), toQt(item.identifier));
-        all.insert(QStringLiteral("Title"), toQt(item.name.empty() ? item.toolTip : item.name));
+        all.insert(QStringLiteral("Title"), shownText(item.name.empty() ? item.toolTip : item.name));
         all.insert(QStringLiteral("Status"), QStringLiteral("Active"));
         all.insert(QStringLiteral("WindowId"), 0);
         all.insert(QStringLiteral("IconName"), item.iconName.value_or(QString()));

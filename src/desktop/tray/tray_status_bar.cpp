@@ -405,7 +405,7 @@ void TrayStatusBar::setAppImage(StatusItemHandle item, const AppIconImage& image
 void TrayStatusBar::setToolTip(StatusItemHandle item, const std::string& toolTip)
 {
     if (Item* found = find(item)) {
-        found->tray->setToolTip(toQt(toolTip));
+        found->tray->setToolTip(plainToolTip(toolTip));
     }
 }
 

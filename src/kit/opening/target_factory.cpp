@@ -2,12 +2,13 @@
 #include "kit/opening/target_factory.h"
 
 #include "kit/library/web_address.h"
+#include "kit/support/atomic_file.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <sstream>
 #include <system_error>
 
 namespace kit::opening {
@@ -100,7 +101,11 @@ std::string TargetFactory::suggestedName(Target::Kind kind, std::string_view dis
 
 std::optional<std::string> TargetFactory::appName(const std::string& desktopEntryPath)
 {
-    std::ifstream in(desktopEntryPath);
+    auto read = support::readWholeFile(desktopEntryPath, size_t{1} << 20);
+    if (!std::holds_alternative<std::string>(read)) {
+        return std::nullopt;
+    }
+    std::istringstream in(std::get<std::string>(read));
     std::string line;
     bool inMainGroup = false;
     while (std::getline(in, line)) {

@@ -634,16 +634,18 @@ Proposal Proposal::leavingOut(const ProposalEntries& entries) const
         return *this;
     }
     Proposal copy = *this;
-    std::erase_if(copy.bars, [&](const ProposedBar& bar) {
-        return bar.destination.isNew() && bar.shortcuts.empty() && bar.removals.empty()
-               && entries.contains(ProposalEntry::newBar(bar.destination.name));
-    });
-    for (auto& bar : copy.bars) {
+    // A new bar goes when its own row is left out, or when every row on it is: it was asked for
+    // to hold them, and an empty bar is made only when one was asked for as such.
+    std::erase_if(copy.bars, [&](ProposedBar& bar) {
+        const bool asked = !bar.shortcuts.empty() || !bar.removals.empty();
         pruneShortcuts(bar.shortcuts, entries);
         std::erase_if(bar.removals, [&](const ShortcutID& id) {
             return entries.contains(ProposalEntry::shortcut(id));
         });
-    }
+        const bool empty = bar.shortcuts.empty() && bar.removals.empty();
+        return bar.destination.isNew() && empty
+               && (asked || entries.contains(ProposalEntry::newBar(bar.destination.name)));
+    });
     std::erase_if(copy.moves, [&](const ShortcutMove& move) {
         return entries.contains(ProposalEntry::move(move.id));
     });

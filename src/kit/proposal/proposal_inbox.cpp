@@ -21,7 +21,7 @@ ProposalInbox::ProposalInbox(Reach reach,
 ProposalInbox::~ProposalInbox()
 {
     if (m_onDecision) {
-        tell({Decision::Kind::Declined, std::nullopt, {}});
+        tell({Decision::Kind::Declined, std::nullopt, {}, std::nullopt});
     }
 }
 
@@ -41,7 +41,7 @@ void ProposalInbox::receive(Proposal proposal,
                             std::optional<std::string> fileName)
 {
     if (m_proposal) {
-        tell({Decision::Kind::Replaced, std::nullopt, {}});
+        tell({Decision::Kind::Replaced, std::nullopt, {}, std::nullopt});
     }
     m_leftOut.clear();
     m_notice.reset();
@@ -60,12 +60,20 @@ void ProposalInbox::refresh(const storage::LibraryStore& store)
     if (m_grantedFolders) {
         snapshot.grantedBookmarks = m_grantedFolders();
     }
-    m_review = proposal::review(*m_proposal, snapshot, m_reach);
+    // What the person picked for this proposal reaches as a granted folder would; nothing the
+    // proposal brings does by itself.
+    const Reach reach = [this](const std::string& path) -> std::optional<Bookmark> {
+        if (auto picked = m_picked.find(path); picked != m_picked.end()) {
+            return picked->second;
+        }
+        return m_reach ? m_reach(path) : std::nullopt;
+    };
+    m_review = proposal::review(*m_proposal, snapshot, reach);
     // With nothing left out the review is what applying writes; a large one is not copied.
     if (m_leftOut.empty()) {
         m_applying.reset();
     } else {
-        m_applying = proposal::review(m_proposal->leavingOut(m_leftOut), snapshot, m_reach);
+        m_applying = proposal::review(m_proposal->leavingOut(m_leftOut), snapshot, reach);
     }
     notify();
 }
@@ -97,6 +105,9 @@ bool ProposalInbox::reach(const ShortcutID& id,
 {
     if (!m_proposal || !m_proposal->reach(id, bookmark)) {
         return false;
+    }
+    if (!bookmark.displayPath.empty()) {
+        m_picked[bookmark.displayPath] = bookmark;
     }
     refresh(store);
     return true;
@@ -206,9 +217,11 @@ bool ProposalInbox::apply(storage::LibraryStore& store)
         }
     }
 
+    // Whoever asked is told whether it reached the disk, so the wait for the write is worth it.
+    store.flush();
     clear();
     notify();
-    tell({Decision::Kind::Applied, std::move(written), std::move(leftOut)});
+    tell({Decision::Kind::Applied, std::move(written), std::move(leftOut), store.saveError()});
     return true;
 }
 
@@ -219,7 +232,7 @@ void ProposalInbox::dismiss()
     }
     clear();
     notify();
-    tell({Decision::Kind::Declined, std::nullopt, {}});
+    tell({Decision::Kind::Declined, std::nullopt, {}, std::nullopt});
 }
 
 void ProposalInbox::withdraw()
@@ -240,6 +253,7 @@ void ProposalInbox::clear()
     m_applying.reset();
     m_leftOut.clear();
     m_fileName.reset();
+    m_picked.clear();
 }
 
 size_t ProposalInbox::observe(Observer observer)

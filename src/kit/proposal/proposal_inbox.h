@@ -31,6 +31,8 @@ public:
         Kind kind = Kind::Declined;
         std::optional<ProposalReview> review; // applied: what was written
         std::vector<std::string> leftOut;     // applied: the unchecked rows' names
+        // applied: why it is in memory only, when writing it to disk failed
+        std::optional<std::string> saveError;
 
         bool operator==(const Decision&) const = default;
     };
@@ -102,6 +104,8 @@ private:
     std::optional<ProposalReview> m_review;
     std::optional<ProposalReview> m_applying; // only while rows are left out
     ProposalEntries m_leftOut;
+    // The files and folders the person picked for the pending proposal, by path.
+    std::map<std::string, Bookmark> m_picked;
     std::optional<std::string> m_fileName;
     std::optional<std::string> m_notice;
     DecisionCallback m_onDecision;

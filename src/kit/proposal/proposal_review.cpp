@@ -728,11 +728,13 @@ private:
         return shortcut;
     }
 
-    // The access a proposed file or folder gets: its own grant, the one it already has, or the
-    // granted folder around it.
+    // The access a proposed file or folder gets: the one it already has, or, inside a granted
+    // folder, its own grant or the folder's. A grant the proposal brings is never enough on its
+    // own: an assistant could bring one for any file.
     std::optional<Bookmark> resolve(const ProposedTarget& target, const Shortcut* existing) const
     {
-        if (target.bookmark
+        const bool reached = m_reach && m_reach(target.path);
+        if (reached && target.bookmark
             && (target.bookmark->displayPath.empty()
                 || target.bookmark->displayPath == target.path)) {
             Bookmark bookmark = *target.bookmark;
@@ -745,7 +747,7 @@ private:
                 return file->bookmark;
             }
         }
-        if (m_reach && m_reach(target.path)) {
+        if (reached) {
             // The folder's grant covers the file; the file's own identity is taken when opened.
             return Bookmark{{}, target.path};
         }

@@ -1,13 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "kit/proposal/review_rows.h"
 
+#include "kit/support/visible_text.h"
+
 #include <cctype>
+#include <functional>
 
 namespace kit::proposal {
 
+using library::Session;
+using library::Shortcut;
 using library::Target;
 
 namespace {
+
+using AccountName = std::function<std::string(const SessionID&)>;
 
 std::string inQuotes(const std::string& text)
 {
@@ -77,7 +84,47 @@ std::string itemName(const ItemReview& item)
     return item.name.empty() ? "(no name)" : inQuotes(item.name);
 }
 
-ReviewRow itemRow(const ItemReview& item, size_t bar)
+// What a shortcut opens, and with what, so the person can judge it before it is on a bar.
+std::vector<std::string> whatItIs(const Shortcut& shortcut, const AccountName& accountName)
+{
+    std::vector<std::string> lines;
+    const Target& target = shortcut.target;
+    if (const auto* url = target.urlTarget()) {
+        lines.push_back("Address: " + url->url);
+        lines.push_back("Account: " + (url->sessionID ? accountName(*url->sessionID) : "Default"));
+    } else if (const auto* app = target.appTarget()) {
+        lines.push_back("App: " + app->bundleID);
+    } else if (const auto* file = target.fileTarget()) {
+        lines.push_back(std::string(target.kind() == Target::Kind::Folder ? "Folder: " : "File: ")
+                        + file->bookmark.displayPath);
+        if (file->openWith) {
+            lines.push_back("Opens in: " + *file->openWith);
+        }
+    } else if (target.isGroup()) {
+        const size_t n = target.members().size();
+        lines.push_back(n == 1 ? std::string("A group of 1 shortcut")
+                               : "A group of " + std::to_string(n) + " shortcuts");
+    }
+    if (shortcut.icon) {
+        switch (shortcut.icon->kind) {
+        case library::IconOverride::Kind::Symbol:
+            lines.push_back("Icon: Symbol " + shortcut.icon->text);
+            break;
+        case library::IconOverride::Kind::Emoji:
+            lines.push_back("Icon: " + shortcut.icon->text);
+            break;
+        case library::IconOverride::Kind::Image:
+            lines.emplace_back("Icon: a picture");
+            break;
+        }
+    }
+    if (!shortcut.isInMenuBar) {
+        lines.emplace_back("Not in the menu bar");
+    }
+    return lines;
+}
+
+ReviewRow itemRow(const ItemReview& item, size_t bar, const AccountName& accountName)
 {
     ReviewRow row;
     row.kind = ReviewRow::Kind::Shortcut;
@@ -86,6 +133,10 @@ ReviewRow itemRow(const ItemReview& item, size_t bar)
     row.verdict = std::string(word(item.verdict.kind));
     row.tone = tone(item.verdict);
     row.depth = item.depth;
+    row.shortcut = item.shortcut;
+    if (item.shortcut && item.verdict.kind == Verdict::Kind::Added) {
+        row.details = whatItIs(*item.shortcut, accountName);
+    }
     if (item.verdict.kind == Verdict::Kind::Refused) {
         row.details.emplace_back(description(item.verdict.refusal));
     } else if (item.verdict.kind == Verdict::Kind::NeedsAccess) {
@@ -98,10 +149,19 @@ ReviewRow itemRow(const ItemReview& item, size_t bar)
     for (const auto& change : item.changes) {
         row.details.push_back(changeText(change));
     }
-    if (item.verdict.writes() && item.depth == 0) {
+    if (item.verdict.writes()) {
         row.entry = ProposalEntry::shortcut(item.id);
     }
     return row;
+}
+
+void makeVisible(ReviewRow& row)
+{
+    row.subject = support::visibleText(row.subject);
+    row.verdict = support::visibleText(row.verdict);
+    for (auto& detail : row.details) {
+        detail = support::visibleText(detail);
+    }
 }
 
 } // namespace
@@ -133,8 +193,23 @@ std::string summarySentence(const ProposalReview& review)
     return line;
 }
 
-std::vector<ReviewRow> reviewRows(const ProposalReview& review)
+std::vector<ReviewRow> reviewRows(const ProposalReview& review,
+                                  const ProposalEntries& leftOut,
+                                  const std::vector<Session>& accounts)
 {
+    const AccountName accountName = [&](const SessionID& id) -> std::string {
+        for (const auto& session : review.sessions) {
+            if (session.session.id == id) {
+                return session.session.name;
+            }
+        }
+        for (const auto& account : accounts) {
+            if (account.id == id) {
+                return account.name;
+            }
+        }
+        return "Unknown account";
+    };
     std::vector<ReviewRow> rows;
     for (const auto& session : review.sessions) {
         rows.push_back(sessionRow(session));
@@ -160,11 +235,22 @@ std::vector<ReviewRow> reviewRows(const ProposalReview& review)
             row.subject = "Bar " + inQuotes(bar.name);
             row.verdict = "added";
             row.entry = ProposalEntry::newBar(bar.destination.name);
+            row.isLeftOut = leftOut.contains(*row.entry);
             rows.push_back(std::move(row));
             continue;
         }
+        // Members of an unchecked group go with it: everything deeper until the depth is back.
+        std::optional<int> leftOutDepth;
         for (const auto& item : bar.items) {
-            rows.push_back(itemRow(item, index));
+            ReviewRow row = itemRow(item, index, accountName);
+            if (leftOutDepth && row.depth <= *leftOutDepth) {
+                leftOutDepth.reset();
+            }
+            if (!leftOutDepth && row.entry && leftOut.contains(*row.entry)) {
+                leftOutDepth = row.depth;
+            }
+            row.isLeftOut = leftOutDepth.has_value() && row.tone == ReviewRow::Tone::Writes;
+            rows.push_back(std::move(row));
         }
     }
     for (const auto& removal : review.barRemovals) {
@@ -215,6 +301,15 @@ std::vector<ReviewRow> reviewRows(const ProposalReview& review)
             row.entry = ProposalEntry::move(move.id);
         }
         rows.push_back(std::move(row));
+    }
+    for (auto& row : rows) {
+        if (row.entry && leftOut.contains(*row.entry)) {
+            row.isLeftOut = true;
+        }
+        if (row.isLeftOut) {
+            row.verdict = kLeftOutVerdict;
+        }
+        makeVisible(row);
     }
     return rows;
 }

@@ -37,15 +37,27 @@ struct ReviewRow
     std::string subject;
     std::string verdict; // "added", "renamed from “Home”", "refused"
     int depth = 0;
-    std::vector<std::string> details;   // refusal sentence, note, field changes
+    // What it is (the address or path, the account, the icon) and then what changes: refusal
+    // sentence, note, field changes.
+    std::vector<std::string> details;
     std::optional<ProposalEntry> entry; // none: the row has no box (it changes nothing)
+    bool isLeftOut = false;             // unchecked, or inside an unchecked group
+    // The shortcut as applying would write it, for drawing its icon as the bar would.
+    std::optional<library::Shortcut> shortcut;
 
     bool operator==(const ReviewRow&) const = default;
 };
 
 // Every row of the review in order: accounts, each bar's shortcuts, bar removals, renames, moves.
-// A group's members follow it and have no box of their own: they go with their group.
-std::vector<ReviewRow> reviewRows(const ProposalReview& review);
+// A group's members follow it; each row that writes has a box of its own, at any depth. Rows in
+// `leftOut`, and the members of a group in it, read "left out". `accounts` names the accounts the
+// library already has. Every text that came from outside is made visible text.
+std::vector<ReviewRow> reviewRows(const ProposalReview& review,
+                                  const ProposalEntries& leftOut = {},
+                                  const std::vector<library::Session>& accounts = {});
+
+// The verdict of a row the person unchecked.
+inline constexpr const char* kLeftOutVerdict = "left out";
 
 // How a bar reads in a row: “Work”, “Reading” (new), or the showing bar.
 std::string barLabel(const BarReview& bar);

@@ -29,6 +29,18 @@ std::string normalised(const std::filesystem::path& path)
     return text;
 }
 
+// The path with every link that exists followed and "." and ".." taken out; nothing when that
+// cannot be told (a loop of links, a folder that may not be searched).
+std::optional<std::string> resolved(const std::filesystem::path& path)
+{
+    std::error_code ec;
+    auto real = std::filesystem::weakly_canonical(path, ec);
+    if (ec) {
+        return std::nullopt;
+    }
+    return normalised(real);
+}
+
 bool holds(const std::string& folder, const std::string& path)
 {
     if (folder == "/") {
@@ -143,12 +155,19 @@ std::optional<Bookmark> RootGrantStore::reach(const std::string& path) const
     if (!asked.is_absolute()) {
         return std::nullopt;
     }
-    std::string normal = normalised(asked);
+    // Where the path really leads, after links and "..": a link inside a granted folder that
+    // points out of it reaches nothing. The answer is the same whether the file exists or not.
+    auto real = resolved(asked);
+    if (!real) {
+        return std::nullopt;
+    }
     const Bookmark* best = nullptr;
+    size_t bestLength = 0;
     for (const auto& grant : m_grants.folders) {
-        if (holds(grant.displayPath, normal)
-            && (!best || grant.displayPath.size() > best->displayPath.size())) {
+        auto folder = resolved(grant.displayPath);
+        if (folder && holds(*folder, *real) && (!best || folder->size() > bestLength)) {
             best = &grant;
+            bestLength = folder->size();
         }
     }
     return best ? std::optional<Bookmark>(*best) : std::nullopt;

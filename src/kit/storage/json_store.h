@@ -38,9 +38,10 @@ template <class Value> struct JsonCoding
 };
 
 // The untyped half of a JsonStore: keeps the newest pending write and runs it on the scheduler
-// once the interval after the first unwritten submission has passed. `submit`, `lastSaveError` and
-// `writeCount` may be called from any thread and never wait for the disk; `flush` waits.
-// Destruction flushes.
+// once the interval after the first unwritten submission has passed. A write the disk refused
+// stays pending and is tried again: after a back-off, at the next submission and at `flush`.
+// `submit`, `lastSaveError` and `writeCount` may be called from any thread and never wait for the
+// disk; `flush` waits. Destruction flushes.
 class DebouncedWriter
 {
 public:
@@ -56,6 +57,9 @@ public:
 
     void submit(Encode encode);
     void flush();
+    // Told on the writing thread after a write whose outcome differs from the one before
+    // (failed, or recovered). Set before the first submission.
+    void onOutcome(std::function<void()> told);
     std::optional<std::string> lastSaveError() const;
     size_t writeCount() const;
     const std::filesystem::path& file() const { return m_file; }
@@ -76,7 +80,8 @@ readStoreFile(const std::filesystem::path& file);
 
 // One JSON file: load it, save it debounced and atomically off the caller's thread, flush at quit.
 // `save` may be called from any thread; a burst of saves within the interval writes the file once,
-// with the last value. A failed write is logged and kept in lastSaveError; the next save retries.
+// with the last value. A failed write is logged and kept in lastSaveError, and its value stays
+// pending until a later try succeeds.
 template <class Value> class JsonStore
 {
 public:
@@ -96,6 +101,7 @@ public:
     void flush() { m_writer.flush(); }
     // Cleared by the next successful write.
     std::optional<std::string> lastSaveError() const { return m_writer.lastSaveError(); }
+    void onOutcome(std::function<void()> told) { m_writer.onOutcome(std::move(told)); }
     const std::filesystem::path& file() const { return m_writer.file(); }
     // Files actually written, for tests and benchmarks.
     size_t writeCount() const { return m_writer.writeCount(); }

@@ -5,8 +5,6 @@
 #include "kit/support/log.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 namespace kit::storage {
 
@@ -34,19 +32,27 @@ JsonCoding<Value> coding(std::string (*encode)(const Value&), Value (*decode)(st
 }
 
 // Puts an unreadable file aside under a name of its own, so a fresh one can take its place.
-void keepAside(const std::filesystem::path& file)
+// Renamed, not copied: a link moves aside and whatever it points at is left alone, and a huge
+// file costs nothing. False when it could not be moved; it must then not be written over.
+bool keepAside(const std::filesystem::path& file)
 {
     std::error_code ec;
     for (int n = 1; n < 1000; ++n) {
         std::filesystem::path aside = file;
         aside += ".unreadable-" + std::to_string(n);
-        if (!std::filesystem::exists(aside, ec)) {
-            std::filesystem::copy_file(file, aside, ec);
+        if (!std::filesystem::exists(std::filesystem::symlink_status(aside, ec))) {
+            std::filesystem::rename(file, aside, ec);
+            if (ec) {
+                kLog.error("could not put the unreadable " + file.filename().string()
+                           + " aside: " + ec.message());
+                return false;
+            }
             kLog.error("kept the unreadable " + file.filename().string() + " as "
                        + aside.filename().string());
-            return;
+            return true;
         }
     }
+    return false;
 }
 
 } // namespace
@@ -78,7 +84,7 @@ LibraryStore::LibraryStore(SupportDirectory directory, Options options)
     } else {
         if (auto* unreadable = std::get_if<LoadUnreadable>(&index)) {
             kLog.error("the bar list cannot be read: " + unreadable->message);
-            keepAside(indexFile);
+            m_indexHeld = !keepAside(indexFile);
         }
         m_index = BarIndex::standard();
         saveIndex();
@@ -99,14 +105,13 @@ LibraryStore::LibraryStore(SupportDirectory directory, Options options)
         m_sessionsHeld = true;
     } else {
         for (const auto& bar : m_index.bars) {
-            auto file = m_directory.file(bar.file);
-            if (!std::filesystem::exists(file, ec)) {
-                continue;
+            auto read = readStoreFile(m_directory.file(bar.file));
+            const auto* text = std::get_if<std::string>(&read);
+            if (text == nullptr) {
+                continue; // an unreadable bar file brings no sessions; step 4 reports it
             }
             try {
-                std::ifstream in(file, std::ios::binary);
-                std::string text{std::istreambuf_iterator<char>(in), {}};
-                for (auto& session : decodeLegacySessions(text)) {
+                for (auto& session : decodeLegacySessions(*text)) {
                     bool known = std::any_of(m_sessions.begin(),
                                              m_sessions.end(),
                                              [&](const Session& s) { return s.id == session.id; });
@@ -126,6 +131,9 @@ LibraryStore::LibraryStore(SupportDirectory directory, Options options)
 
     // 4. The showing bar.
     openActiveBar();
+    watch(*m_indexStore);
+    watch(*m_sessionStore);
+    m_toldSaveError = saveError();
 }
 
 std::unique_ptr<LibraryStore> LibraryStore::standard(SupportDirectory directory)
@@ -152,6 +160,7 @@ void LibraryStore::openActiveBar()
     auto file = m_directory.file(bar.file);
     m_libraryWriter =
         std::make_unique<DebouncedWriter>(file, m_options.interval, m_options.scheduler);
+    watch(*m_libraryWriter);
     m_live = std::make_shared<Live>();
     m_repairs.clear();
     m_startedFresh = false;
@@ -282,15 +291,69 @@ bool LibraryStore::isHeldAfterCorruption() const
     return m_loadState.kind == LoadState::Kind::Unreadable && !m_startedFresh;
 }
 
+std::string LibraryStore::heldNotice(const std::string& fileName)
+{
+    return "Could not save “" + fileName
+           + "”: the file there cannot be read, so it is kept as it is and this change lasts "
+             "only until Vantorel quits.";
+}
+
 std::optional<std::string> LibraryStore::saveError() const
 {
     if (auto error = m_libraryWriter->lastSaveError()) {
         return error;
     }
+    if (m_indexUnsaved) {
+        return heldNotice(m_indexStore->file().filename().string());
+    }
     if (auto error = m_indexStore->lastSaveError()) {
         return error;
     }
+    if (m_sessionsUnsaved) {
+        return heldNotice(m_sessionStore->file().filename().string());
+    }
     return m_sessionStore->lastSaveError();
+}
+
+void LibraryStore::watch(DebouncedWriter& writer)
+{
+    if (m_options.mainQueue == nullptr) {
+        return;
+    }
+    writer.onOutcome([queue = m_options.mainQueue, alive = std::weak_ptr<char>(m_alive), this] {
+        queue->post([alive, this] {
+            // The store lives and dies on the main thread, so this check cannot race.
+            if (alive.lock()) {
+                checkSaveState();
+            }
+        });
+    });
+}
+
+template <class Value> void LibraryStore::watch(JsonStore<Value>& store)
+{
+    if (m_options.mainQueue == nullptr) {
+        return;
+    }
+    store.onOutcome([queue = m_options.mainQueue, alive = std::weak_ptr<char>(m_alive), this] {
+        queue->post([alive, this] {
+            if (alive.lock()) {
+                checkSaveState();
+            }
+        });
+    });
+}
+
+void LibraryStore::checkSaveState()
+{
+    if (!m_libraryWriter) {
+        return; // still opening; the constructor takes the first reading
+    }
+    auto now = saveError();
+    if (now != m_toldSaveError) {
+        m_toldSaveError = std::move(now);
+        notify(SaveStateChanged);
+    }
 }
 
 bool LibraryStore::canSaveLibrary() const
@@ -597,13 +660,21 @@ void LibraryStore::notify(unsigned changes)
 
 void LibraryStore::saveIndex()
 {
-    m_indexStore->save(m_index);
+    if (!m_indexHeld) {
+        m_indexStore->save(m_index);
+    } else if (!m_indexUnsaved) {
+        m_indexUnsaved = true;
+        checkSaveState();
+    }
 }
 
 void LibraryStore::saveSessions()
 {
     if (!m_sessionsHeld) {
         m_sessionStore->save(SessionIndex{m_sessions});
+    } else if (!m_sessionsUnsaved) {
+        m_sessionsUnsaved = true;
+        checkSaveState();
     }
 }
 

@@ -4,6 +4,7 @@
 #include "kit/library/library.h"
 #include "kit/storage/json_store.h"
 #include "kit/storage/support_directory.h"
+#include "kit/support/main_queue.h"
 
 #include <chrono>
 #include <functional>
@@ -52,6 +53,7 @@ public:
         BarsChanged = 2,
         SessionsChanged = 4,
         EditRequested = 8,
+        SaveStateChanged = 16, // saveError() has a new answer
     };
     using Observer = std::function<void(unsigned changes)>;
 
@@ -60,7 +62,13 @@ public:
         std::chrono::milliseconds interval{300};
         // Null: each file gets a worker thread of its own.
         std::shared_ptr<support::Scheduler> scheduler;
+        // Where observers hear of writes that failed or recovered; without it they hear only of
+        // what this thread sees (a list held unreadable), and saveError() answers when asked.
+        support::MainQueue* mainQueue = nullptr;
     };
+
+    // The notice while a change cannot be saved because the file it belongs in is held unreadable.
+    static std::string heldNotice(const std::string& fileName);
 
     static constexpr const char* kLastBarRefusal =
         "The last bar stays; there would be nowhere to put a shortcut.";
@@ -93,6 +101,7 @@ public:
     const LoadState& loadState() const { return m_loadState; }
     bool isHeldAfterCorruption() const;
     const std::vector<library::Violation>& repairs() const { return m_repairs; }
+    // One sentence naming the file, while a change is only in memory; nothing once all is saved.
     std::optional<std::string> saveError() const;
     bool isTemporary() const { return m_directory.isTemporary; }
     bool isPreviewing() const { return m_preview.has_value(); }
@@ -151,6 +160,10 @@ private:
     void saveSessions();
     bool canSaveLibrary() const;
     void notify(unsigned changes);
+    // Hears of the writer's failures and recoveries on the main thread.
+    void watch(DebouncedWriter& writer);
+    template <class Value> void watch(JsonStore<Value>& store);
+    void checkSaveState();
     // The library of any bar: the showing one from memory, others from their files.
     std::optional<library::Library> libraryOf(const library::Bar& bar) const;
     bool writeLibrary(const library::Bar& bar, const library::Library& library);
@@ -165,6 +178,14 @@ private:
     std::vector<library::Session> m_sessions;
     // An unreadable session list is kept as it is: never saved over, and its links never repaired.
     bool m_sessionsHeld = false;
+    // Changes made while it is held stay in memory only; the person is told.
+    bool m_sessionsUnsaved = false;
+    // Set when the unreadable bar list could not be put aside: it is then never written over.
+    bool m_indexHeld = false;
+    bool m_indexUnsaved = false;
+    std::optional<std::string> m_toldSaveError;
+    // Checked on the main thread by tasks that may outlive the store.
+    std::shared_ptr<char> m_alive = std::make_shared<char>();
     std::shared_ptr<Live> m_live;
     LoadState m_loadState;
     bool m_startedFresh = false;

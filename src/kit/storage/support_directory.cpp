@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/storage/support_directory.h"
 
+#include "kit/support/atomic_file.h"
+
 #include <cstdlib>
 #include <vector>
 
@@ -31,8 +33,7 @@ std::optional<SupportDirectory> SupportDirectory::application(std::string_view n
         return std::nullopt;
     }
     std::filesystem::path folder = *base / name;
-    std::error_code ec;
-    std::filesystem::create_directories(folder, ec);
+    std::error_code ec = support::createPrivateFolders(folder);
     if (ec || !std::filesystem::is_directory(folder)) {
         if (error) {
             *error = "Could not make the folder “" + folder.string() + "”: "
@@ -40,6 +41,8 @@ std::optional<SupportDirectory> SupportDirectory::application(std::string_view n
         }
         return std::nullopt;
     }
+    // A folder made by an earlier build may still be open to other users; its files go with it.
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, ec);
     return SupportDirectory{folder, false};
 }
 

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <iterator>
 #include <cstdlib>
 #include <system_error>
 #include <vector>
@@ -16,7 +18,8 @@ namespace {
 
 constexpr std::string_view kTemporarySuffix = ".tmp";
 constexpr std::string_view kTemporaryUnique = "XXXXXX";
-constexpr mode_t kNewFileMode = 0644;
+constexpr mode_t kNewFileMode = 0600;
+constexpr mode_t kNewFolderMode = 0700;
 
 std::string reasonFor(int code)
 {
@@ -123,9 +126,7 @@ std::optional<std::string> writeFileAtomically(const std::filesystem::path& file
     if (folder.empty()) {
         folder = ".";
     }
-    std::error_code ec;
-    std::filesystem::create_directories(folder, ec);
-    if (ec) {
+    if (auto ec = createPrivateFolders(folder)) {
         return saveFailure(file, ec.message());
     }
 
@@ -209,7 +210,50 @@ bool ReadError::isMissing() const
     return code == ENOENT;
 }
 
-std::variant<std::string, ReadError> readWholeFile(const std::filesystem::path& file)
+std::error_code createPrivateFolders(const std::filesystem::path& folder)
+{
+    std::error_code ec;
+    if (std::filesystem::is_directory(folder, ec)) {
+        return {};
+    }
+    auto parent = folder.parent_path();
+    if (!parent.empty() && parent != folder) {
+        if (auto error = createPrivateFolders(parent)) {
+            return error;
+        }
+    }
+    if (::mkdir(folder.c_str(), kNewFolderMode) != 0 && errno != EEXIST) {
+        return {errno, std::generic_category()};
+    }
+    if (!std::filesystem::is_directory(folder, ec)) {
+        return std::make_error_code(std::errc::not_a_directory);
+    }
+    return {};
+}
+
+std::string describeSize(size_t bytes)
+{
+    constexpr const char* kUnits[] = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+    double value = static_cast<double>(bytes);
+    size_t unit = 0;
+    while (value >= 1024 && unit + 1 < std::size(kUnits)) {
+        value /= 1024;
+        ++unit;
+    }
+    if (unit == 0) {
+        return std::to_string(bytes) + " bytes";
+    }
+    char text[32];
+    double whole = static_cast<double>(static_cast<long long>(value));
+    if (value == whole) {
+        std::snprintf(text, sizeof text, "%.0f %s", value, kUnits[unit]);
+    } else {
+        std::snprintf(text, sizeof text, "%.1f %s", value, kUnits[unit]);
+    }
+    return text;
+}
+
+std::variant<std::string, ReadError> readWholeFile(const std::filesystem::path& file, size_t limit)
 {
     auto failure = [&](int code, const std::string& reason) {
         return ReadError{code, "Could not read " + quoted(file) + ": " + reason + "."};
@@ -239,13 +283,23 @@ std::variant<std::string, ReadError> readWholeFile(const std::filesystem::path& 
         return failure(EINVAL, "it is not a regular file");
     }
 
+    auto tooLarge = [&] {
+        return failure(EFBIG, "it is larger than " + describeSize(limit));
+    };
+    if (static_cast<unsigned long long>(info.st_size) > limit) {
+        return tooLarge();
+    }
+
     std::string contents;
     contents.reserve(static_cast<size_t>(info.st_size));
     constexpr size_t kChunk = size_t{64} * 1024;
     for (;;) {
         size_t used = contents.size();
-        contents.resize(used + kChunk);
-        ssize_t got = ::read(fd, contents.data() + used, kChunk);
+        // One byte past the limit tells a file that grew while being read.
+        size_t room = limit - used;
+        size_t want = room >= kChunk ? kChunk : room + 1;
+        contents.resize(used + want);
+        ssize_t got = ::read(fd, contents.data() + used, want);
         if (got < 0) {
             if (errno == EINTR) {
                 contents.resize(used);
@@ -255,6 +309,9 @@ std::variant<std::string, ReadError> readWholeFile(const std::filesystem::path& 
             return failure(code, reasonFor(code));
         }
         contents.resize(used + static_cast<size_t>(got));
+        if (contents.size() > limit) {
+            return tooLarge();
+        }
         if (got == 0) {
             return contents;
         }

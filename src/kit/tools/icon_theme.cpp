@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "kit/tools/icon_theme.h"
 
+#include "kit/support/atomic_file.h"
 #include "kit/tools/installed_apps.h"
 
 #include <algorithm>
-#include <fstream>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -30,7 +31,9 @@ std::string_view trim(std::string_view text)
 // The index's folders with their contexts, in the order the index lists them.
 std::vector<std::pair<std::string, std::string>> readIndex(const fs::path& file)
 {
-    std::ifstream in(file, std::ios::binary);
+    auto read = support::readWholeFile(file, size_t{4} << 20);
+    std::istringstream in(std::holds_alternative<std::string>(read) ? std::get<std::string>(read)
+                                                                    : std::string());
     std::vector<std::string> listed;
     std::map<std::string, std::string> contexts;
     std::string section;

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "kit/tools/installed_apps.h"
 
+#include "kit/support/atomic_file.h"
+
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <set>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -35,10 +37,12 @@ std::string_view trim(std::string_view text)
 // Only the [Desktop Entry] group counts; actions and other groups may repeat its keys.
 std::optional<DesktopEntry> readEntry(const fs::path& file)
 {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
+    // Anything can sit among the entries: a pipe must not hang the scan, nor a huge file fill memory.
+    auto read = support::readWholeFile(file, size_t{1} << 20);
+    if (!std::holds_alternative<std::string>(read)) {
         return std::nullopt;
     }
+    std::istringstream in(std::get<std::string>(read));
     DesktopEntry entry;
     bool inMain = false;
     std::string line;

@@ -972,6 +972,11 @@ WriteTools::Answer::decided(const proposal::ProposalInbox::Decision& decision) c
         answer.leftOut = decision.leftOut;
         answer.message =
             std::string(WriteTools::message(Status::Applied, !decision.leftOut.empty()));
+        if (decision.saveError) {
+            answer.message += " But it could not be saved yet (" + *decision.saveError
+                              + "), so it lasts only while Vantorel runs unless a later save "
+                                "succeeds; the person has been told.";
+        }
         if (!decision.leftOut.empty()) {
             answer.hints.push_back(
                 "The person unchecked these before applying, so they were not done: "

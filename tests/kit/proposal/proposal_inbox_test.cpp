@@ -171,6 +171,54 @@ TEST_F(ProposalInboxTest, ApplyingWritesEveryKindOfRowInOrder)
     EXPECT_FALSE(inboxUnderTest.isPending());
 }
 
+TEST_F(ProposalInboxTest, AnApplyThatCouldNotBeSavedSaysSo)
+{
+    // An account while the account list cannot be read, and a shortcut while the bar's file
+    // cannot be written: both are applied in memory, and the proposer hears that they may not last.
+    struct Case
+    {
+        const char* name;
+        std::function<void()> block;
+        std::function<Proposal()> proposal;
+        std::string saying;
+    };
+    const std::vector<Case> cases{
+        {"account list unreadable",
+         [&] {
+             store.reset();
+             writeFile(dir.file("sessions.json"), "not json");
+             LibraryStore::Options options;
+             options.interval = std::chrono::milliseconds(60'000);
+             store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+         },
+         [] {
+             Proposal proposal;
+             proposal.sessions = {Session{SessionID::make(), "Home", {}}};
+             return proposal;
+         },
+         LibraryStore::heldNotice("sessions.json")},
+        {"bar file unwritable",
+         [&] {
+             // A folder where the file goes: the rename over it fails, whoever runs the test.
+             std::filesystem::remove(dir.file("library.json"));
+             std::filesystem::create_directory(dir.file("library.json"));
+         },
+         [] { return onActiveBar({proposed(webLink("Plan"))}); },
+         "Could not save “library.json”"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        decisions.clear();
+        c.block();
+        inboxUnderTest.receive(c.proposal(), record(), *store);
+        ASSERT_TRUE(inboxUnderTest.apply(*store));
+        ASSERT_EQ(decisions.size(), 1u);
+        ASSERT_TRUE(decisions[0].saveError);
+        EXPECT_THAT(*decisions[0].saveError, testing::StartsWith(c.saying));
+    }
+    EXPECT_EQ(readFile(dir.file("sessions.json")), "not json");
+}
+
 TEST_F(ProposalInboxTest, UncheckingAGroupLeavesOutItsMembersAndUncheckingARemovalKeepsTheAccount)
 {
     Shortcut newGroup = group("Reading", {webLink("Paper")});
@@ -364,6 +412,28 @@ TEST(RootGrantStoreTest, ReachesPathsInsideGrantedFoldersOnly)
     EXPECT_FALSE(again.reach(dir.file("docs-other/a.txt").string()));
     EXPECT_FALSE(again.reach(docs + "/../docs-other/a.txt"));
     EXPECT_FALSE(again.reach("docs/a.txt"));
+    EXPECT_FALSE(again.reach("/etc/shadow"));
+
+    // Links are followed before deciding, and the answer never tells whether a file exists.
+    std::filesystem::create_directory_symlink(dir.file("docs-other"), dir.file("docs/out"));
+    std::filesystem::create_directory_symlink(dir.file("docs/inner"), dir.file("docs-other/in"));
+    writeFile(dir.file("docs/here.txt"), "x");
+    writeFile(dir.file("docs-other/there.txt"), "x");
+    const std::string other = dir.file("docs-other").string();
+    const std::vector<std::pair<std::string, std::optional<std::string>>> cases{
+        {docs + "/here.txt", docs},
+        {docs + "/missing.txt", docs},
+        {docs + "/out/there.txt", std::nullopt},
+        {docs + "/out/missing.txt", std::nullopt},
+        {docs + "/out/../here.txt", std::nullopt}, // ".." after a link goes from where it leads
+        {docs + "/inner/../here.txt", docs},
+        {other + "/in/b.txt", docs + "/inner"},
+        {other + "/there.txt", std::nullopt},
+    };
+    for (const auto& [path, grant] : cases) {
+        auto reached = again.reach(path);
+        EXPECT_EQ(reached ? std::optional(reached->displayPath) : std::nullopt, grant) << path;
+    }
     EXPECT_EQ(again.grants()[0].data.size(), 16u);
     EXPECT_TRUE(again.revoke(docs));
     EXPECT_EQ(again.reach(docs + "/a.txt"), std::nullopt);

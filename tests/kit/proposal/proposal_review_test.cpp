@@ -247,19 +247,30 @@ TEST_F(ProposalReviewTest, AFileOutsideEveryGrantedFolderNeedsAccessAndStaysOut)
         ShortcutID::make(), "Inside", ProposedTarget::file("/granted/a.txt"), {}, {}, {}, true, {}};
     ProposedShortcut outside{
         ShortcutID::make(), "Outside", ProposedTarget::folder("/elsewhere"), {}, {}, {}, true, {}};
+    // A grant the proposal brings along does not open the way by itself.
+    ProposedShortcut smuggled{ShortcutID::make(),
+                              "Shadow",
+                              ProposedTarget::file("/etc/shadow"),
+                              {},
+                              {},
+                              {},
+                              true,
+                              {}};
+    smuggled.target.bookmark = Bookmark{{9, 9}, "/etc/shadow"};
     Reach reach = [](const std::string& path) -> std::optional<Bookmark> {
         if (path.rfind("/granted/", 0) == 0) {
             return Bookmark{{7}, "/granted"};
         }
         return std::nullopt;
     };
-    ProposalReview result = reviewOf(onActiveBar({inside, outside}), reach);
+    ProposalReview result = reviewOf(onActiveBar({inside, outside, smuggled}), reach);
     EXPECT_EQ(result.bars[0].items[0].verdict, Verdict::added());
     EXPECT_EQ(result.bars[0].items[0].shortcut->target.fileTarget()->bookmark.displayPath,
               "/granted/a.txt");
     EXPECT_EQ(result.bars[0].items[1].verdict, Verdict::needsAccess("/elsewhere"));
     EXPECT_EQ(result.bars[0].items[1].note, kNotReachedNote);
     EXPECT_FALSE(result.bars[0].items[1].shortcut);
+    EXPECT_EQ(result.bars[0].items[2].verdict, Verdict::needsAccess("/etc/shadow"));
 }
 
 TEST_F(ProposalReviewTest, RemovalsCountWhatGoesWithAGroup)

@@ -217,7 +217,7 @@ void PrintTo(const Blocker& blocker, std::ostream* out)
 class JsonStoreFailure : public JsonStoreTest, public testing::WithParamInterface<Blocker>
 {};
 
-TEST_P(JsonStoreFailure, IsReportedKeepsNothingPendingAndTheNextSaveRecovers)
+TEST_P(JsonStoreFailure, IsReportedKeptPendingAndRetriedWithABackOff)
 {
     const auto folder = m_dir.path() / "bars";
     auto store = makeStore(folder / "note.json");
@@ -226,25 +226,51 @@ TEST_P(JsonStoreFailure, IsReportedKeepsNothingPendingAndTheNextSaveRecovers)
         GTEST_SKIP() << "cannot block the folder here";
     }
 
-    store->save("lost");
+    store->save("renamed");
     m_scheduler->advance(kInterval);
     auto error = store->lastSaveError();
     ASSERT_TRUE(error);
     EXPECT_THAT(*error, testing::StartsWith("Could not save “note.json”: "));
     EXPECT_THAT(*error, testing::EndsWith(std::string(GetParam().reason) + "."));
     EXPECT_EQ(store->writeCount(), 0U);
-    EXPECT_EQ(m_scheduler->scheduledCount(), 0U);
 
-    // Nothing stays pending: unblocking alone writes nothing.
+    // Still blocked: one retry after a second, the next after two more, never piling up.
+    m_scheduler->advance(1s);
+    EXPECT_EQ(m_scheduler->scheduledCount(), 1U);
+    EXPECT_TRUE(store->lastSaveError());
+
     GetParam().unblock(folder);
-    store->flush();
-    EXPECT_FALSE(fs::exists(folder / "note.json"));
-    EXPECT_TRUE(store->lastSaveError()) << "kept until a write succeeds";
-
-    store->save("saved");
-    m_scheduler->advance(kInterval);
+    m_scheduler->advance(2s);
     EXPECT_EQ(store->lastSaveError(), std::nullopt);
-    EXPECT_EQ(readFile(folder / "note.json"), encoded("saved"));
+    EXPECT_EQ(readFile(folder / "note.json"), encoded("renamed"));
+    EXPECT_EQ(m_scheduler->scheduledCount(), 0U);
+}
+
+TEST_P(JsonStoreFailure, WhatFailedIsWrittenAtQuitOrWithTheNextChange)
+{
+    const auto folder = m_dir.path() / "bars";
+    fs::create_directories(folder);
+    for (bool byLaterChange : {false, true}) {
+        SCOPED_TRACE(byLaterChange ? "later change" : "quit");
+        auto store = makeStore(folder / "note.json");
+        if (!GetParam().block(folder)) {
+            GTEST_SKIP() << "cannot block the folder here";
+        }
+        store->save("renamed");
+        m_scheduler->advance(kInterval);
+        ASSERT_TRUE(store->lastSaveError());
+        GetParam().unblock(folder);
+        if (byLaterChange) {
+            store->save("renamed twice");
+            m_scheduler->advance(kInterval);
+            EXPECT_EQ(readFile(folder / "note.json"), encoded("renamed twice"));
+        } else {
+            store.reset();
+            EXPECT_EQ(readFile(folder / "note.json"), encoded("renamed"));
+        }
+        fs::remove(folder / "note.json");
+        m_scheduler->advance(1h); // retries of a store that is gone do nothing
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(

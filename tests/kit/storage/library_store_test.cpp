@@ -8,6 +8,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
+
+#include <cerrno>
+#include <cstdio>
+
 using namespace kit::library;
 using namespace kit::storage;
 using namespace testing_support;
@@ -146,9 +151,61 @@ TEST_F(LibraryStoreTest, AnUnreadableSessionListKeepsEveryLinksSession)
     auto store = open();
     EXPECT_TRUE(store->repairs().empty());
     EXPECT_EQ(store->library().shortcuts[0].target.urlTarget()->sessionID, work);
-    store->addSession("Home");
+    std::vector<unsigned> told;
+    store->observe([&](unsigned changes) { told.push_back(changes); });
+    ASSERT_TRUE(store->addSession("Home"));
+    // Kept in memory, and the person is told it will not last.
+    EXPECT_EQ(store->sessions().size(), 1u);
+    EXPECT_EQ(store->saveError(), LibraryStore::heldNotice("sessions.json"));
+    EXPECT_THAT(told, ElementsAre(LibraryStore::SaveStateChanged, LibraryStore::SessionsChanged));
     store.reset();
     EXPECT_EQ(file("sessions.json"), "not json");
+}
+
+TEST_F(LibraryStoreTest, AnUnreadableBarListIsPutAsideAndWhatItLinksToIsLeftAlone)
+{
+    for (bool huge : {false, true}) {
+        SCOPED_TRACE(huge ? "a gibibyte of holes" : "a link to notes");
+        TempDir folder;
+        auto notes = folder.file("notes.txt");
+        writeFile(notes, "my notes, not a bar list");
+        if (huge) {
+            std::filesystem::resize_file(notes, std::uintmax_t{1} << 30);
+        }
+        std::filesystem::create_symlink(notes, folder.file("bars.json"));
+        LibraryStore::Options options;
+        options.interval = std::chrono::milliseconds(60'000);
+        auto before = std::filesystem::file_size(notes);
+        {
+            LibraryStore store(SupportDirectory{folder.path(), true}, options);
+            ASSERT_EQ(store.bars().size(), 1u);
+            store.addBar("Work");
+        }
+        EXPECT_EQ(std::filesystem::file_size(notes), before);
+        if (!huge) {
+            EXPECT_EQ(readFile(notes), "my notes, not a bar list");
+        }
+        EXPECT_TRUE(std::filesystem::is_symlink(folder.file("bars.json.unreadable-1")));
+        EXPECT_FALSE(std::filesystem::is_symlink(folder.file("bars.json")));
+        EXPECT_EQ(decodeBarIndex(readFile(folder.file("bars.json"))).bars.size(), 2u);
+    }
+}
+
+TEST_F(LibraryStoreTest, AHugeBarFileIsUnreadableNotFatal)
+{
+    {
+        auto store = open();
+    }
+    writeFile(dir.file("library.json"), "");
+    std::filesystem::resize_file(dir.file("library.json"), std::uintmax_t{1} << 30);
+    auto store = open();
+    EXPECT_EQ(store->loadState(),
+              (LibraryStore::LoadState{LibraryStore::LoadState::Kind::Unreadable,
+                                       "Could not read “library.json”: it is larger than 256 "
+                                       "MiB."}));
+    store->mutate([](Library& l) { l.add(webLink("Mail")); });
+    store.reset();
+    EXPECT_EQ(std::filesystem::file_size(dir.file("library.json")), std::uintmax_t{1} << 30);
 }
 
 TEST_F(LibraryStoreTest, BarsAreAddedRenamedMovedSwitchedAndRemoved)
@@ -255,6 +312,54 @@ TEST_F(LibraryStoreTest, AFailedWriteKeepsTheChangeAndTheNextSaveTriesAgain)
     EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 2u);
 }
 
+TEST_F(LibraryStoreTest, ObserversHearOfAFailedSaveAndOfItsRecoveryOnTheMainQueue)
+{
+    struct Posted : kit::support::MainQueue
+    {
+        void post(std::function<void()> task) override { tasks.push_back(std::move(task)); }
+        void postAfter(std::chrono::milliseconds, std::function<void()> task) override
+        {
+            post(std::move(task));
+        }
+        void run()
+        {
+            auto due = std::move(tasks);
+            tasks.clear();
+            for (auto& task : due) {
+                task();
+            }
+        }
+        std::vector<std::function<void()>> tasks;
+    } mainQueue;
+    LibraryStore::Options options;
+    options.interval = std::chrono::milliseconds(60'000);
+    options.mainQueue = &mainQueue;
+    auto store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+    std::vector<std::optional<std::string>> heard;
+    store->observe([&](unsigned changes) {
+        if (changes & LibraryStore::SaveStateChanged) {
+            heard.push_back(store->saveError());
+        }
+    });
+
+    std::filesystem::create_directory(dir.file("library.json"));
+    store->mutate([](Library& l) { l.add(webLink("Mail")); });
+    store->flush();
+    EXPECT_TRUE(heard.empty()) << "told on the main thread only";
+    mainQueue.run();
+    ASSERT_EQ(heard.size(), 1u);
+    EXPECT_THAT(heard[0].value_or(""), testing::StartsWith("Could not save “library.json”: "));
+
+    std::filesystem::remove(dir.file("library.json"));
+    store->flush();
+    mainQueue.run();
+    EXPECT_EQ(heard.size(), 2u);
+    EXPECT_EQ(heard.back(), std::nullopt);
+
+    store.reset();
+    mainQueue.run(); // a report that outlives the store is dropped
+}
+
 TEST_F(LibraryStoreTest, PreviewShowsAnotherFileAndWritesNothing)
 {
     auto store = open();
@@ -270,4 +375,45 @@ TEST_F(LibraryStoreTest, PreviewShowsAnotherFileAndWritesNothing)
     store->flush();
     EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 1u);
     EXPECT_EQ(decodeLibrary(file("preview.json")), other);
+}
+
+TEST(LibraryStoreFullDisk, AChangeMadeOnAFullDiskReachesItOnceSpaceComesBack)
+{
+    TempDir dir;
+    if (::mount("tmpfs", dir.path().c_str(), "tmpfs", 0, "size=512k,mode=0700") != 0) {
+        GTEST_SKIP() << "Mounting a small tmpfs is not allowed here, so a full disk cannot be "
+                        "tried.";
+    }
+    struct Unmount
+    {
+        std::filesystem::path path;
+        ~Unmount() { ::umount2(path.c_str(), MNT_DETACH); }
+    } unmount{dir.path()};
+    LibraryStore::Options options;
+    options.interval = std::chrono::milliseconds(60'000);
+    auto store = std::make_unique<LibraryStore>(SupportDirectory{dir.path(), true}, options);
+    store->mutate([](Library& l) { l.add(webLink("Mail")); });
+    store->flush();
+    ASSERT_FALSE(store->saveError());
+
+    // Fill what is left, a block at a time, until the disk refuses.
+    const auto filler = dir.file("filler");
+    {
+        std::FILE* out = std::fopen(filler.c_str(), "wb");
+        ASSERT_NE(out, nullptr);
+        const std::string block(4096, 'x');
+        while (std::fwrite(block.data(), 1, block.size(), out) == block.size()
+               && std::fflush(out) == 0) {
+        }
+        std::fclose(out);
+    }
+    store->mutate([](Library& l) { l.shortcuts[0].name = "Post"; });
+    store->flush();
+    ASSERT_TRUE(store->saveError());
+    EXPECT_THAT(*store->saveError(), HasSubstr("No space left on device"));
+    EXPECT_EQ(decodeLibrary(readFile(dir.file("library.json"))).shortcuts[0].name, "Mail");
+
+    std::filesystem::remove(filler);
+    store.reset(); // quitting writes what the full disk refused
+    EXPECT_EQ(decodeLibrary(readFile(dir.file("library.json"))).shortcuts[0].name, "Post");
 }

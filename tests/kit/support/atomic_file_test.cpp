@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -69,12 +70,14 @@ protected:
     fs::path m_file = m_dir.file("library.json");
 };
 
-TEST_F(AtomicFile, CreatesMissingFoldersAndAPlainReadableFile)
+TEST_F(AtomicFile, CreatesMissingFoldersAndAFileOnlyItsOwnerReads)
 {
     auto file = m_dir.path() / "a" / "b" / "library.json";
     EXPECT_EQ(writeFileAtomically(file, "{}\n"), std::nullopt);
     EXPECT_EQ(readFile(file), "{}\n");
-    EXPECT_EQ(modeOf(file), 0644U);
+    EXPECT_EQ(modeOf(file), 0600U);
+    EXPECT_EQ(modeOf(m_dir.path() / "a"), 0700U);
+    EXPECT_EQ(modeOf(m_dir.path() / "a" / "b"), 0700U);
     EXPECT_THAT(namesIn(file.parent_path()), testing::ElementsAre("library.json"));
 }
 
@@ -180,11 +183,56 @@ TEST_F(AtomicFile, ReadingTellsMissingFromUnreadable)
               "Could not read “library.json”: it is a folder.");
 }
 
-TEST_F(AtomicFile, ReadingAPipeFailsWithoutWaitingForAWriter)
+// What the reader refuses, at once and without taking the file's size in memory.
+struct Refused
 {
-    ASSERT_EQ(::mkfifo(m_file.c_str(), 0600), 0);
-    auto read = readWholeFile(m_file);
+    const char* name;
+    std::function<void(const fs::path& file)> make;
+    size_t limit;
+    const char* reason;
+};
+
+class AtomicFileRefuses : public AtomicFile, public testing::WithParamInterface<Refused>
+{};
+
+TEST_P(AtomicFileRefuses, WithASentenceAndWithoutBlocking)
+{
+    GetParam().make(m_file);
+    auto read = readWholeFile(m_file, GetParam().limit);
     ASSERT_TRUE(std::holds_alternative<ReadError>(read));
     EXPECT_EQ(std::get<ReadError>(read).message,
-              "Could not read “library.json”: it is not a regular file.");
+              std::string("Could not read “library.json”: ") + GetParam().reason + ".");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files,
+    AtomicFileRefuses,
+    testing::Values(
+        Refused{"Pipe",
+                [](const fs::path& file) { ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0); },
+                kDefaultReadLimit,
+                "it is not a regular file"},
+        Refused{"LinkToADevice",
+                [](const fs::path& file) { fs::create_symlink("/dev/zero", file); },
+                kDefaultReadLimit,
+                "it is not a regular file"},
+        Refused{"OneByteOverTheLimit",
+                [](const fs::path& file) { writeFile(file, std::string(1025, 'x')); },
+                1024,
+                "it is larger than 1 KiB"},
+        Refused{"SparseGibibyte",
+                [](const fs::path& file) {
+                    writeFile(file, "");
+                    fs::resize_file(file, std::uintmax_t{1} << 30);
+                },
+                kDefaultReadLimit,
+                "it is larger than 256 MiB"}),
+    [](const testing::TestParamInfo<Refused>& info) { return info.param.name; });
+
+TEST_F(AtomicFile, AFileExactlyAtTheLimitIsRead)
+{
+    writeFile(m_file, std::string(1024, 'x'));
+    auto read = readWholeFile(m_file, 1024);
+    ASSERT_TRUE(std::holds_alternative<std::string>(read));
+    EXPECT_EQ(std::get<std::string>(read).size(), 1024U);
 }

@@ -94,8 +94,8 @@ TEST_F(ToolServiceTest, AWriteWaitsForTheDecisionAndAnswersOnce)
     service->call("rename_shortcut", rename(acme, "Acme Ltd"), "An assistant", [&](auto result) {
         answers.push_back(std::move(result));
     });
-    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
-    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
+    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
+    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
     queue.fireDelayed();
     ASSERT_EQ(answers.size(), 1u);
     EXPECT_EQ(json::parse(answers[0].text())["status"], "declined");
@@ -112,7 +112,7 @@ TEST_F(ToolServiceTest, TheWaitRunningOutAnswersWaitingAndALaterDecisionIsDroppe
     auto waiting = json::parse(answers[0].text());
     EXPECT_EQ(waiting["status"], "waiting");
     EXPECT_EQ(waiting["title"], "Rename “Docs”");
-    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Applied, {}, {}});
+    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Applied, {}, {}, {}});
     EXPECT_EQ(answers.size(), 1u);
 }
 
@@ -123,7 +123,7 @@ TEST_F(ToolServiceTest, ADecisionAfterTheServiceIsGoneStillAnswers)
         answers.push_back(std::move(result));
     });
     service.reset();
-    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
+    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
     queue.fireDelayed();
     EXPECT_EQ(answers.size(), 1u);
 }
@@ -154,7 +154,7 @@ TEST_F(ToolServiceTest, ADecisionRacingTheEndOfTheWaitAnswersOnce)
         auto callback = decide.back();
         deciders.emplace_back([callback, round] {
             std::this_thread::sleep_for(std::chrono::microseconds(round * 40));
-            callback(ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}});
+            callback(ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
         });
         loop.runFor(std::chrono::milliseconds(round % 3));
     }

@@ -424,11 +424,11 @@ TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
 {
     auto first = write("rename_shortcut", withId(docs, R"("name":"Documents")")).answer;
     using Decision = ProposalInbox::Decision;
-    auto replaced = first.decided(Decision{Decision::Kind::Replaced, {}, {}});
+    auto replaced = first.decided(Decision{Decision::Kind::Replaced, {}, {}, {}});
     EXPECT_EQ(replaced.status, WriteTools::Status::Replaced);
     EXPECT_EQ(replaced.message, WriteTools::message(WriteTools::Status::Replaced));
 
-    auto applied = first.decided(Decision{Decision::Kind::Applied, {}, {"Docs"}});
+    auto applied = first.decided(Decision{Decision::Kind::Applied, {}, {"Docs"}, {}});
     EXPECT_EQ(applied.status, WriteTools::Status::Applied);
     EXPECT_THAT(applied.leftOut, ElementsAre("Docs"));
     EXPECT_EQ(applied.message, WriteTools::message(WriteTools::Status::Applied, true));
@@ -436,6 +436,14 @@ TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
                 ElementsAre("The person unchecked these before applying, so they were not done: "
                             "Docs. That was their choice; do not propose them again unless they "
                             "ask."));
+
+    // Applied in memory but not on disk: the assistant must not believe it lasts.
+    auto unsaved = first.decided(Decision{
+        Decision::Kind::Applied, {}, {}, "Could not save “library.json”: No space left on device."});
+    EXPECT_EQ(unsaved.status, WriteTools::Status::Applied);
+    EXPECT_THAT(unsaved.message,
+                testing::HasSubstr("could not be saved yet (Could not save “library.json”: No "
+                                   "space left on device.)"));
 }
 
 } // namespace
