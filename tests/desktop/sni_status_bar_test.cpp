@@ -64,6 +64,7 @@ public:
         }
         const QString service = message.arguments().value(0).toString();
         registered.push_back(service);
+        senders.push_back(message.service());
         // Read now, answer later: the order is the host's, not the replies'.
         auto read = m_bus.asyncCall(QDBusMessage::createMethodCall(
             service,
@@ -101,6 +102,7 @@ public:
     QDBusConnection& bus() { return m_bus; }
 
     std::vector<QString> registered;
+    std::vector<QString> senders;
     std::vector<QDBusPendingCall> reads;
 
 private:
@@ -194,6 +196,10 @@ TEST_F(SniStatusBarTest, RegistersOneAtATimeInCreationOrderWithEachIconsOwnIdent
     ASSERT_EQ(watcher.registered.size(), 3U);
     for (size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(watcher.registered[i], bar->serviceName(handles[i]));
+        // Each item by its own connection's unique name, never a well-known one: GNOME's
+        // extension drops some items registered by a name it then watches.
+        EXPECT_EQ(watcher.registered[i], watcher.senders[i]);
+        EXPECT_TRUE(watcher.registered[i].startsWith(u':'));
     }
 
     const QVariantMap first = watcher.properties(0);

@@ -226,10 +226,12 @@ try {
   pageWindow = await until(() => visibleWindows("Red")[0], "the red icon's page", 60000);
   const geometry = x("xdotool", "getwindowgeometry", pageWindow);
   const [, left, top] = geometry.match(/Position: (-?\d+),(-?\d+)/).map(Number);
-  const [, pageWidth] = geometry.match(/Geometry: (\d+)x(\d+)/).map(Number);
-  // Drawn, not only mapped: the page is white.
+  const [, pageWidth, pageHeight] = geometry.match(/Geometry: (\d+)x(\d+)/).map(Number);
+  // Drawn, not only mapped: the page is white. Read at its middle: GNOME's first banner ("Screen
+  // Lock disabled") drops over the top of the screen a few seconds after the shell starts.
+  const middle = `1x1+${left + Math.floor(pageWidth / 2)}+${top + Math.floor(pageHeight / 2)}`;
   await until(() => {
-    const raw = execFileSync("import", ["-window", "root", "-crop", `1x1+${left + 20}+${top + 40}`,
+    const raw = execFileSync("import", ["-window", "root", "-crop", middle,
                                         "-depth", "8", "rgb:-"], { env });
     return raw[0] > 240 && raw[1] > 240 && raw[2] > 240;
   }, "the page to be drawn", 30000);

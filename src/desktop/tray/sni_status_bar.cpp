@@ -187,7 +187,8 @@ struct SniStatusBar::Item
 {
     StatusItemHandle handle;
     QString connectionName;
-    QString service;
+    QString service;       // what the watcher is given: the connection's unique name
+    QString wellKnownName; // owned too, for tools that list items by name
     QDBusConnection bus{QString()};
     std::unique_ptr<ItemObject> object;
     StatusItemEvents events;
@@ -562,12 +563,16 @@ std::optional<StatusItemHandle> SniStatusBar::create(const std::string& identifi
         QDBusConnection::disconnectFromBus(item->connectionName);
         return std::nullopt;
     }
-    item->service =
+    item->wellKnownName =
         QStringLiteral("org.kde.StatusNotifierItem-%1-%2").arg(::getpid()).arg(handle.value);
+    // Registered by the connection's unique name: GNOME's extension watches a well-known name
+    // it is given, and that watch's first report can land between its first read of the item
+    // and the check of that read, which then fails and drops the icon for good.
+    item->service = item->bus.baseService();
     item->object = std::make_unique<ItemObject>(*this, handle);
     item->bus.registerVirtualObject(kItemPath, item->object.get());
     item->bus.registerVirtualObject(kMenuPath, item->object.get());
-    item->bus.registerService(item->service);
+    item->bus.registerService(item->wellKnownName);
     m_items.emplace(handle, std::move(item));
     queueRegistration(handle);
     return handle;
@@ -585,7 +590,7 @@ void SniStatusBar::remove(StatusItemHandle handle)
     std::erase(m_registered, handle);
     item->bus.unregisterObject(kItemPath);
     item->bus.unregisterObject(kMenuPath);
-    item->bus.unregisterService(item->service);
+    item->bus.unregisterService(item->wellKnownName);
     // Closing the connection is what tells the watcher the item is gone.
     QDBusConnection::disconnectFromBus(item->connectionName);
     if (item->popped) {

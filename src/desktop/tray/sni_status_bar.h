@@ -60,7 +60,7 @@ public:
 
     // Called with a bar step (-1 or +1) when the wheel turns over an icon.
     void setScrolled(std::function<void(int)> scrolled) { m_scrolled = std::move(scrolled); }
-    // The bus name an icon is known by; empty once removed.
+    // The bus name an icon is registered with (its connection's own); empty once removed.
     QString serviceName(kit::menubar::StatusItemHandle item) const;
     // The icons the watcher has accepted, in the order it accepted them.
     const std::vector<kit::menubar::StatusItemHandle>& registered() const { return m_registered; }
