@@ -308,6 +308,9 @@ private:
         all.insert(QStringLiteral("AttentionIconPixmap"), QVariant::fromValue(sni::Pixmaps()));
         all.insert(QStringLiteral("AttentionMovieName"), QString());
         all.insert(QStringLiteral("ToolTip"), QVariant::fromValue(tip));
+        // What screen readers say for the icon; hosts read it with the rest.
+        all.insert(QStringLiteral("IconAccessibleDesc"), tip.title);
+        all.insert(QStringLiteral("AttentionAccessibleDesc"), QString());
         all.insert(QStringLiteral("ItemIsMenu"), false);
         all.insert(QStringLiteral("Menu"), QVariant::fromValue(QDBusObjectPath(kMenuPath)));
         return all;
@@ -334,6 +337,10 @@ private:
             gesture = HostGesture::SecondaryActivate;
         } else if (member == QStringLiteral("ContextMenu")) {
             gesture = HostGesture::ContextMenu;
+        } else if (member == QStringLiteral("ProvideXdgActivationToken")) {
+            // Hosts hand a token before a click; our windows need none to come forward on X11.
+            connection.send(message.createReply());
+            return true;
         } else if (member == QStringLiteral("Scroll")) {
             connection.send(message.createReply());
             const int step = kit::menubar::scrollStep(m_bar.m_host, args.value(0).toInt());
