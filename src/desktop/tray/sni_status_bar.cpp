@@ -501,7 +501,7 @@ SniStatusBar::SniStatusBar(const QtIconRenderer& icons,
     , m_bus(m_busAddress.isEmpty()
                 ? QDBusConnection::sessionBus()
                 : QDBusConnection::connectToBus(m_busAddress, QStringLiteral("vantorel-tray")))
-    , m_appearance(TrayStatusBar::currentAppearance())
+    , m_appearance(host.panelLook.value_or(TrayStatusBar::currentAppearance()))
     , m_context(std::make_unique<QObject>())
 {
     sni::registerTypes();

@@ -40,6 +40,8 @@ std::array<TrayHost, 7> table()
     gnome.rightClickShowsMenu = true;
     gnome.activatePoint = ActivatePoint::Screen;
     gnome.scrollPerNotch = 1;
+    // The top bar is dark in the light theme too.
+    gnome.panelLook = Appearance::Dark;
     hosts[1] = gnome;
 
     TrayHost xfce = make(TrayHostKind::XfcePanel, "Xfce panel");

@@ -52,6 +52,9 @@ struct TrayHost
     ActivatePoint activatePoint = ActivatePoint::None;
     int scrollPerNotch = 0;       // Scroll's delta for one wheel notch; 0: never sends Scroll
     bool iconPlacesKnown = false; // our icons' rectangles can be read from the window system
+    // The panel's look where the host fixes it whatever the desktop's theme; glyphs drawn in the
+    // panel's colour follow it.
+    std::optional<Appearance> panelLook;
 
     bool operator==(const TrayHost&) const = default;
 };

@@ -160,3 +160,12 @@ TEST(TrayHostIcons, OnlyAPlainThemeSymbolIsHandedOverByName)
         EXPECT_FALSE(themeIconName(glyph));
     }
 }
+
+TEST(TrayHostIcons, OnlyGnomesTopBarHasAFixedLook)
+{
+    // Glyphs in the panel's colour must read on GNOME's dark bar even under a light theme.
+    EXPECT_EQ(trayHost(TrayHostKind::GnomeAppIndicator).panelLook, Appearance::Dark);
+    for (const auto kind : {TrayHostKind::XEmbed, TrayHostKind::XfcePanel, TrayHostKind::KdePlasma}) {
+        EXPECT_EQ(trayHost(kind).panelLook, std::nullopt);
+    }
+}
