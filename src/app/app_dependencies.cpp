@@ -246,12 +246,13 @@ void AppDependencies::makeMenuBar()
         m_libraryStore->requestEdit({id, {}, {}});
     };
     m_menuBar->setOnEdit(requestEdit);
-    m_menuBar->setMenuRows(menubar::ShortcutMenu::provider(
+    m_shortcutRows = menubar::ShortcutMenu::provider(
         *m_libraryStore,
         [this] { return m_settings->browsing(); },
         [this](const library::Shortcut& shortcut) { m_opener->open(shortcut); },
         requestEdit,
-        platform.confirm));
+        platform.confirm);
+    m_menuBar->setMenuRows(m_shortcutRows);
 
     makeStatusItem();
 
@@ -541,6 +542,22 @@ menubar::Menu AppDependencies::appMenu()
             bar.name, id == showing, [this, id] { m_libraryStore->activate(id); }));
     }
     menu.items.push_back(MenuItem::separator());
+    // Each shortcut's own menu, for hosts where its icon's right click never reaches us.
+    if (m_shortcutRows) {
+        bool any = false;
+        const library::Library& showingLibrary = m_libraryStore->library();
+        for (const auto& shortcut : showingLibrary.shortcuts) {
+            if (shortcut.target.isDivider() || showingLibrary.parent(shortcut.id)) {
+                continue;
+            }
+            const std::string title = shortcut.name.empty() ? "Untitled" : shortcut.name;
+            menu.items.push_back(MenuItem::submenu(title, m_shortcutRows(shortcut)));
+            any = true;
+        }
+        if (any) {
+            menu.items.push_back(MenuItem::separator());
+        }
+    }
     if (m_platform->showManager) {
         menu.items.push_back(MenuItem::command("Manage Bars…", m_platform->showManager));
     }

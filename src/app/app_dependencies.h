@@ -172,6 +172,8 @@ private:
     std::unique_ptr<kit::opening::AppleShortcutRunning> m_appleShortcuts;
     std::unique_ptr<kit::opening::Opener> m_opener;
     std::unique_ptr<kit::menubar::MenuBarController> m_menuBar;
+    // A shortcut's own menu rows, for its icon and for its submenu in the app menu.
+    kit::menubar::MenuBarController::MenuRows m_shortcutRows;
     std::unique_ptr<kit::menubar::StatusItemController> m_statusItem;
     std::unique_ptr<kit::keys::BarHotKeys> m_hotKeys;
     std::unique_ptr<kit::keys::ModifierWatch> m_modifierWatch;

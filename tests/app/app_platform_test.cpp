@@ -252,6 +252,11 @@ TEST_F(PlatformTest, TheAppMenuSwitchesBarsAndAddsFromTheClipboard)
     ASSERT_NE(row(menu, "Work"), nullptr);
     EXPECT_TRUE(row(menu, "Work")->checked);
     EXPECT_FALSE(row(menu, "Home")->checked);
+    // Each shortcut of the showing bar has its own menu there too, as its icon's right click.
+    auto* shortcut = row(menu, "Link 1");
+    ASSERT_NE(shortcut, nullptr);
+    ASSERT_FALSE(shortcut->items.empty());
+    EXPECT_EQ(shortcut->items.front().title, "Open");
     EXPECT_EQ(row(menu, "Quit Vantorel")->keyEquivalent, "q");
     EXPECT_EQ(row(menu, "Settings…")->keyEquivalent, ",");
     row(menu, "Home")->action();
