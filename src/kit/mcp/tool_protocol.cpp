@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/mcp/tool_protocol.h"
 
+#include "kit/support/json_reader.h"
 #include "kit/support/platform_words.h"
 
 #include <atomic>
@@ -532,10 +533,25 @@ struct Request
     std::optional<std::string> argumentsText;
 };
 
+// The line checked as strict JSON without building anything: several times faster than the
+// tree parser's own check on a multi-megabyte line. Anything it doubts goes the slow way, so
+// the tree parser still has the last word on what is JSON.
+bool surelyJson(std::string_view line)
+{
+    try {
+        support::JsonReader reader(line, ToolProtocol::kMaxDepth + 1);
+        reader.skipValue();
+        reader.expectEnd();
+        return true;
+    } catch (const support::JsonReadError&) {
+        return false;
+    }
+}
+
 Request readRequest(std::string_view line)
 {
     if (line.size() <= kArgumentsAsTextAbove || !withinDepth(line, ToolProtocol::kMaxDepth)
-        || !json::accept(line.begin(), line.end())) {
+        || !surelyJson(line)) {
         return {parse(line), std::nullopt};
     }
     LeadingScan scan(line);
