@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/mcp/tool_protocol.h"
 
+#include "kit/support/json_reader.h"
 #include "kit/support/platform_words.h"
 
 #include <atomic>
@@ -317,7 +318,7 @@ std::optional<json> idToken(std::string_view token)
 }
 
 // Reads an object's members from its bytes without decoding the values: a cut-off line's
-// first bytes, or a whole line whose long arguments are left as they came.
+// first bytes.
 class LeadingScan
 {
 public:
@@ -338,20 +339,6 @@ public:
             return false;
         });
         return found;
-    }
-
-    // Where the value of the last member called `quotedKey` lies in the object at `from`:
-    // its offset and length. Nothing when there is none or the bytes are not an object.
-    std::optional<std::pair<size_t, size_t>> member(size_t from, std::string_view quotedKey)
-    {
-        std::optional<std::pair<size_t, size_t>> found;
-        bool whole = members(from, [&](std::string_view key, size_t start, size_t length) {
-            if (key == quotedKey) {
-                found.emplace(start, length);
-            }
-            return true;
-        });
-        return whole ? found : std::nullopt;
     }
 
 private:
@@ -532,15 +519,49 @@ struct Request
     std::optional<std::string> argumentsText;
 };
 
+// Where the value of params.arguments lies in the line (its offset and length), found in the
+// one pass that checks the whole line is strict JSON without building anything. The last of
+// twin keys counts, as in the tree. Nothing when the pull reader doubts the line: that goes the
+// slow way, so the tree parser still has the last word on what is JSON.
+std::optional<std::pair<size_t, size_t>> argumentsSpan(std::string_view line)
+{
+    using support::JsonReader;
+    try {
+        JsonReader reader(line, ToolProtocol::kMaxDepth + 1);
+        std::optional<std::pair<size_t, size_t>> found;
+        reader.readObject([&](std::string_view key) {
+            if (key != "params") {
+                reader.skipValue();
+                return;
+            }
+            found.reset();
+            if (reader.peek() != JsonReader::Type::Object) {
+                reader.skipValue();
+                return;
+            }
+            reader.readObject([&](std::string_view inner) {
+                const bool arguments = inner == "arguments";
+                reader.peek(); // past the space before the value
+                const size_t start = reader.position();
+                reader.skipValue();
+                if (arguments) {
+                    found.emplace(start, reader.position() - start);
+                }
+            });
+        });
+        reader.expectEnd();
+        return found;
+    } catch (const support::JsonReadError&) {
+        return std::nullopt;
+    }
+}
+
 Request readRequest(std::string_view line)
 {
-    if (line.size() <= kArgumentsAsTextAbove || !withinDepth(line, ToolProtocol::kMaxDepth)
-        || !json::accept(line.begin(), line.end())) {
+    if (line.size() <= kArgumentsAsTextAbove || !withinDepth(line, ToolProtocol::kMaxDepth)) {
         return {parse(line), std::nullopt};
     }
-    LeadingScan scan(line);
-    auto params = scan.member(0, "\"params\"");
-    auto arguments = params ? scan.member(params->first, "\"arguments\"") : std::nullopt;
+    auto arguments = argumentsSpan(line);
     if (!arguments || line[arguments->first] != '{') {
         return {parse(line), std::nullopt};
     }

@@ -24,6 +24,12 @@ std::string trimmed(const std::string& text)
     return text.substr(first, last - first + 1);
 }
 
+// Like trimmed(text).empty(), without a copy per row.
+bool isBlank(const std::string& text)
+{
+    return text.find_first_not_of(" \t\r\n\f\v") == std::string::npos;
+}
+
 std::string folded(const std::string& text)
 {
     std::string out = text;
@@ -38,7 +44,8 @@ std::string quoted(const std::string& name)
     return "\u201C" + name + "\u201D";
 }
 
-// Where each shortcut of one library stands, built once per review.
+// Where each shortcut of one library stands, built once per review: one flat open-addressed
+// block, so a 100,000-shortcut bar costs two allocations rather than a node per shortcut.
 class LibraryIndex
 {
 public:
@@ -51,14 +58,28 @@ public:
 
     explicit LibraryIndex(const Library& library)
     {
-        m_entries.reserve(library.shortcuts.size() * 2);
+        size_t count = 0;
+        countIn(library.shortcuts, count);
+        size_t capacity = 16;
+        while (capacity < count * 2) {
+            capacity *= 2;
+        }
+        m_mask = capacity - 1;
+        m_slots.assign(capacity, Slot{});
         add(library.shortcuts, nullptr);
     }
 
     const Entry* find(const ShortcutID& id) const
     {
-        auto it = m_entries.find(id);
-        return it == m_entries.end() ? nullptr : &it->second;
+        for (size_t at = std::hash<ShortcutID>{}(id) & m_mask;; at = (at + 1) & m_mask) {
+            const Slot& slot = m_slots[at];
+            if (slot.entry.shortcut == nullptr) {
+                return nullptr;
+            }
+            if (slot.id == id) {
+                return &slot.entry;
+            }
+        }
     }
 
     // True when `id` is `ancestor` or stands inside it.
@@ -74,15 +95,46 @@ public:
     }
 
 private:
+    // The id is kept beside its entry so a probe does not reach into the library.
+    struct Slot
+    {
+        ShortcutID id;
+        Entry entry;
+    };
+
+    static void countIn(const std::vector<Shortcut>& list, size_t& count)
+    {
+        count += list.size();
+        for (const auto& shortcut : list) {
+            countIn(shortcut.target.members(), count);
+        }
+    }
+
     void add(const std::vector<Shortcut>& list, const Shortcut* parent)
     {
         for (size_t i = 0; i < list.size(); ++i) {
-            m_entries.try_emplace(list[i].id, Entry{&list[i], parent, i});
+            insert(list[i].id, Entry{&list[i], parent, i});
             add(list[i].target.members(), &list[i]);
         }
     }
 
-    std::unordered_map<ShortcutID, Entry> m_entries;
+    // The first of two shortcuts with one id keeps it, as a map's try_emplace would.
+    void insert(const ShortcutID& id, const Entry& entry)
+    {
+        for (size_t at = std::hash<ShortcutID>{}(id) & m_mask;; at = (at + 1) & m_mask) {
+            Slot& slot = m_slots[at];
+            if (slot.entry.shortcut == nullptr) {
+                slot = Slot{id, entry};
+                return;
+            }
+            if (slot.id == id) {
+                return;
+            }
+        }
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_mask = 0;
 };
 
 std::string positionText(std::optional<size_t> position)
@@ -577,8 +629,9 @@ private:
             return;
         }
         const LibraryIndex& index = indexOf(*library);
-        bar.items.reserve(ProposedShortcut::flatten(proposed.shortcuts).size()
-                          + proposed.removals.size());
+        const size_t proposedCount = ProposedShortcut::flatten(proposed.shortcuts).size();
+        bar.items.reserve(proposedCount + proposed.removals.size());
+        m_seen.reserve(m_seen.size() + proposedCount);
         for (const auto& shortcut : proposed.shortcuts) {
             reviewShortcut(shortcut, 0, nullptr, index, bar.items);
         }
@@ -601,7 +654,7 @@ private:
         std::optional<Refusal> refusal;
         if (!m_seen.insert(proposed.id).second) {
             refusal = Refusal::Duplicate;
-        } else if (!proposed.isDivider() && trimmed(proposed.name).empty()) {
+        } else if (!proposed.isDivider() && isBlank(proposed.name)) {
             refusal = Refusal::EmptyName;
         }
         const auto* existingEntry = index.find(proposed.id);
@@ -681,16 +734,19 @@ private:
         }
 
         ItemReview& row = rows[at];
+        // Only a group reads what its members keep; a top-level row's copy would be thrown away.
+        const bool kept = depth > 0;
         if (refusal) {
             row.verdict = Verdict::refused(*refusal);
             // A member that stays as it is keeps its place in a group written around it.
-            return refusal != Refusal::Duplicate && existing ? std::optional<Shortcut>(*existing)
-                                                             : std::nullopt;
+            return kept && refusal != Refusal::Duplicate && existing
+                       ? std::optional<Shortcut>(*existing)
+                       : std::nullopt;
         }
         if (unreachable) {
             row.verdict = Verdict::needsAccess(*unreachable);
             row.note = kNotReachedNote;
-            return existing ? std::optional<Shortcut>(*existing) : std::nullopt;
+            return kept && existing ? std::optional<Shortcut>(*existing) : std::nullopt;
         }
         Shortcut shortcut{proposed.id,
                           proposed.name,
@@ -705,8 +761,7 @@ private:
                 shortcut.id = ShortcutID::make();
             }
             row.verdict = Verdict::added();
-            row.shortcut = shortcut;
-            return shortcut;
+            return written(row, std::move(shortcut), kept);
         }
         row.changes = differences(
             *existing, shortcut, [this](const SessionID& id) { return sessionName(id); });
@@ -720,10 +775,19 @@ private:
         }
         if (row.changes.empty()) {
             row.verdict = Verdict::unchanged();
-            return *existing;
+            return kept ? std::optional<Shortcut>(*existing) : std::nullopt;
         }
         bool onlyPlace = row.changes.size() == 1 && row.changes.front().field == kPlaceLabel;
         row.verdict = onlyPlace ? Verdict::moved() : Verdict::changed();
+        return written(row, std::move(shortcut), kept);
+    }
+
+    static std::optional<Shortcut> written(ItemReview& row, Shortcut shortcut, bool kept)
+    {
+        if (!kept) {
+            row.shortcut = std::move(shortcut);
+            return std::nullopt;
+        }
         row.shortcut = shortcut;
         return shortcut;
     }

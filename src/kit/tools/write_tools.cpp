@@ -859,6 +859,22 @@ void addOnce(std::vector<std::string>& list, const std::string& text)
     }
 }
 
+// A string as the tree's compact dump writes it. Plain ASCII, the usual case, is copied as it
+// stands; anything that needs escaping or UTF-8 care is left to the tree's own writer.
+void appendString(std::string& out, const std::string& text)
+{
+    const bool plain = std::all_of(text.begin(), text.end(), [](char c) {
+        return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\';
+    });
+    if (plain) {
+        out += '"';
+        out += text;
+        out += '"';
+    } else {
+        out += compact(nlohmann::ordered_json(text));
+    }
+}
+
 } // namespace
 
 WriteTools::Answer WriteTools::Answer::of(const ProposalReview& review, std::string title)
@@ -1000,26 +1016,40 @@ std::string WriteTools::Answer::encoded() const
 {
     // Keys in a fixed order, the status and its message first: what the assistant reads first.
     using Record = nlohmann::ordered_json;
-    Record items = Record::array();
+    // A restated bar answers with thousands of rows: they are written straight to text rather
+    // than built into a tree first, then set in the place the empty list holds.
+    std::string items = "[";
+    items.reserve(this->items.size() * 96);
     for (const auto& item : this->items) {
-        Record j{{"id", item.id}, {"name", item.name}, {"verdict", item.verdict}};
+        items += items.size() == 1 ? "{\"id\":" : ",{\"id\":";
+        appendString(items, item.id);
+        items += ",\"name\":";
+        appendString(items, item.name);
+        items += ",\"verdict\":";
+        appendString(items, item.verdict);
         if (item.detail) {
-            j["detail"] = *item.detail;
+            items += ",\"detail\":";
+            appendString(items, *item.detail);
         }
-        items.push_back(std::move(j));
+        items += '}';
     }
-    return compact(Record{{"status", word(status)},
-                          {"title", title},
-                          {"message", message},
-                          {"items", std::move(items)},
-                          {"newBars", newBars},
-                          {"removedBars", removedBars},
-                          {"renamedBars", renamedBars},
-                          {"moves", moves},
-                          {"newSessions", newSessions},
-                          {"removedSessions", removedSessions},
-                          {"hints", hints},
-                          {"leftOut", leftOut}});
+    items += ']';
+    // The first `"items":[]` is the member: inside a string its quotes would be escaped.
+    constexpr std::string_view kEmptyItems = "\"items\":[]";
+    std::string text = compact(Record{{"status", word(status)},
+                                      {"title", title},
+                                      {"message", message},
+                                      {"items", Record::array()},
+                                      {"newBars", newBars},
+                                      {"removedBars", removedBars},
+                                      {"renamedBars", renamedBars},
+                                      {"moves", moves},
+                                      {"newSessions", newSessions},
+                                      {"removedSessions", removedSessions},
+                                      {"hints", hints},
+                                      {"leftOut", leftOut}});
+    text.replace(text.find(kEmptyItems) + kEmptyItems.size() - 2, 2, items);
+    return text;
 }
 
 std::string_view WriteTools::word(Status status)

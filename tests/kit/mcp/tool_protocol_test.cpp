@@ -497,4 +497,44 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheRequestsOwnBytes)
     EXPECT_EQ(json::parse(*reply)["error"]["code"], ToolProtocol::kParseError);
 }
 
+// However a long line spells its arguments, the tool gets what the tree would hold.
+TEST(ToolProtocol, ALongCallsArgumentsAreTheOnesTheTreeHolds)
+{
+    const std::string big = R"({"pad":")" + std::string(70'000, 'x') + R"("})";
+    const std::string head = R"({"id":1,"method":"tools/call",)";
+    const std::vector<std::string> lines = {
+        head + R"("params":{"name":"propose","arguments" :  )" + big + " }}",
+        head + R"("params":{"name":"propose","arguments":)" + big
+            + R"(},"params":{"name":"propose","arguments":{"b":1}}})",
+        head + R"("params":{"name":"propose","arguments":{"b":1}},"params":{"name":"propose",)"
+            + R"("arguments":)" + big + "}}",
+        head + R"("params":{"name":"propose","arguments":)" + big + R"(,"arguments":{"b":2}}})",
+        head + R"("params":{"name":"propose","arguments":)" + big
+            + R"(},"params":{"name":"propose"}})",
+        head + R"("params":{"name":"propose","arguments":)" + big + "}}",
+        head + R"("params":{"name":"propose","arguments":[)" + big + "]}}",
+        head + R"("params":[{"arguments":)" + big + "}]}",
+    };
+    for (const auto& line : lines) {
+        SCOPED_TRACE(line.substr(0, 90));
+        std::optional<json> seen;
+        ToolProtocol::respond(
+            line,
+            "1",
+            &tools,
+            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+                seen = call.argumentsText ? json::parse(*call.argumentsText) : call.arguments;
+                done(ToolResult::success("{}"));
+            },
+            {},
+            [](std::optional<std::string>) {});
+        const json params = json::parse(line)["params"];
+        if (params.is_object() && params.contains("arguments") && params["arguments"].is_object()) {
+            EXPECT_EQ(seen, params["arguments"]);
+        } else {
+            EXPECT_FALSE(seen && seen->contains("pad"));
+        }
+    }
+}
+
 } // namespace

@@ -393,6 +393,54 @@ TEST_F(WriteToolsTest, ProposeReadsAWholeDocumentUnderTheGivenSource)
     EXPECT_THAT(call.answer.renamedBars, ElementsAre("Home → House"));
 }
 
+// The rows are written as text by hand; every name must come out as the tree would write it.
+TEST(WriteToolsAnswer, RowsAreWrittenAsTheTreeWritesThem)
+{
+    const std::vector<std::string> names = {
+        "Plain",
+        "",
+        "Say \"hi\" \\ there",
+        std::string("tab\tnew\nline\x01\x1f\x7f"),
+        "Caf\xc3\xa9 \xe2\x80\xae bidi",
+        "bad \xff\xc3 bytes \xed\xa0\x80",
+        R"("items":[])",
+    };
+    WriteTools::Answer answer;
+    answer.title = R"(T "items":[] it)";
+    answer.message = "M";
+    answer.hints = {"h"};
+    for (const auto& name : names) {
+        answer.items.push_back({name, name, "changed", std::nullopt});
+        answer.items.push_back({"i", "n", "refused", name});
+    }
+    nlohmann::ordered_json items = nlohmann::ordered_json::array();
+    for (const auto& item : answer.items) {
+        nlohmann::ordered_json j{{"id", item.id}, {"name", item.name}, {"verdict", item.verdict}};
+        if (item.detail) {
+            j["detail"] = *item.detail;
+        }
+        items.push_back(std::move(j));
+    }
+    using Strings = std::vector<std::string>;
+    nlohmann::ordered_json tree{{"status", "nothing"},
+                                {"title", answer.title},
+                                {"message", "M"},
+                                {"items", items},
+                                {"newBars", Strings{}},
+                                {"removedBars", Strings{}},
+                                {"renamedBars", Strings{}},
+                                {"moves", Strings{}},
+                                {"newSessions", Strings{}},
+                                {"removedSessions", Strings{}},
+                                {"hints", Strings{"h"}},
+                                {"leftOut", Strings{}}};
+    const auto replace = nlohmann::ordered_json::error_handler_t::replace;
+    EXPECT_EQ(answer.encoded(), tree.dump(-1, ' ', false, replace));
+    answer.items.clear();
+    tree["items"] = nlohmann::ordered_json::array();
+    EXPECT_EQ(answer.encoded(), tree.dump(-1, ' ', false, replace));
+}
+
 TEST_F(WriteToolsTest, TheAnswerEncodesEveryKeyInItsOrder)
 {
     auto call = write("rename_shortcut", withId(docs, R"("name":"Documents")"));
