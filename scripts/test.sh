@@ -2,7 +2,7 @@
 # Builds and runs every test: an optimised build with warnings as errors, a clang build with
 # AddressSanitizer + UndefinedBehaviorSanitizer that also runs each fuzz target for a while, and a
 # ThreadSanitizer build of the tests whose code crosses threads (the tool socket, the stores, the
-# settings, the run loop).
+# settings, the run loop, documents read off the main thread).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
@@ -16,7 +16,7 @@ for preset in ci asan-ubsan; do
 done
 
 echo "== tsan"
-threaded=(kit_mcp_tests kit_storage_tests kit_settings_tests)
+threaded=(kit_mcp_tests kit_storage_tests kit_settings_tests vantorel_app_tests)
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$jobs" --target "${threaded[@]}"
 for t in "${threaded[@]}"; do

@@ -18,10 +18,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cctype>
+#include <cerrno>
 #include <stdexcept>
 #include <system_error>
+#include <variant>
 
 namespace app {
 
@@ -75,6 +76,11 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     , m_supportDirectory(supportDirectoryFor(options, m_runningTests))
     , m_platform(std::move(options.platform))
     , m_self(std::make_shared<AppDependencies*>(this))
+    , m_readFile(options.readFile
+                     ? std::move(options.readFile)
+                     : [](const std::filesystem::path& file,
+                          size_t limit) { return support::readWholeFile(file, limit); })
+    , m_documentReads(std::make_unique<support::BlockingWork>(mainQueue))
 {
     // Settings: the person's file, except under a test run, where they stay in the test folder.
     std::optional<std::filesystem::path> settingsFile = options.settingsFile;
@@ -643,6 +649,9 @@ void AppDependencies::terminate()
         return;
     }
     m_terminated = true;
+    // A read stuck on a hung mount must not hold up quitting.
+    m_documentReads.reset();
+    m_documentsBeingRead.clear();
     m_libraryStore->flush();
     m_grants->flush();
     if (m_marker) {
@@ -665,13 +674,26 @@ bool AppDependencies::isDocument(const std::filesystem::path& file)
     return extension == std::string(".") + proposal::Proposal::kFileExtension;
 }
 
-std::optional<std::string> AppDependencies::openDocument(const std::filesystem::path& file)
+namespace {
+
+// What reading and decoding a document came to: a proposal, or the sentence saying why not.
+using ReadDocument = std::variant<proposal::Proposal, std::string>;
+
+std::string withoutFullStop(std::string reason)
 {
-    // The sentence goes to a terminal and into JSON: the name and the reason must be plain text.
-    const std::string name = support::visibleText(file.filename().string());
+    if (!reason.empty() && reason.back() == '.') {
+        reason.pop_back();
+    }
+    return reason;
+}
+
+ReadDocument readDocument(const AppDependencies::ReadFile& readFile,
+                          const std::filesystem::path& file,
+                          const std::string& name)
+{
     // Regular files only and bounded: a pipe or a device named like a document must not hang
     // or swallow the app.
-    auto read = support::readWholeFile(file, kDocumentLimit);
+    auto read = readFile(file, AppDependencies::kDocumentLimit);
     if (auto* error = std::get_if<support::ReadError>(&read)) {
         std::string reason = error->message;
         if (error->isMissing()) {
@@ -679,7 +701,8 @@ std::optional<std::string> AppDependencies::openDocument(const std::filesystem::
         } else if (error->code == EACCES) {
             reason = "Vantorel may not read it.";
         } else if (error->code == EFBIG) {
-            reason = "it is larger than " + support::describeSize(kDocumentLimit) + ".";
+            reason =
+                "it is larger than " + support::describeSize(AppDependencies::kDocumentLimit) + ".";
         } else if (error->code == EINVAL) {
             reason = "it is not a regular file.";
         } else if (error->code == EISDIR) {
@@ -688,16 +711,58 @@ std::optional<std::string> AppDependencies::openDocument(const std::filesystem::
         return "“" + name + "” could not be opened: " + reason;
     }
     try {
-        proposal::Proposal proposal = proposal::Proposal::decode(std::get<std::string>(read));
-        m_proposals->receive(std::move(proposal), {}, *m_libraryStore, name);
+        return proposal::Proposal::decode(std::get<std::string>(read));
     } catch (const std::exception& error) {
-        std::string reason = error.what();
-        if (!reason.empty() && reason.back() == '.') {
-            reason.pop_back();
-        }
-        return "“" + name + "” could not be opened: " + support::visibleText(reason) + ".";
+        return "“" + name + "” could not be opened: "
+               + support::visibleText(withoutFullStop(error.what())) + ".";
     }
-    return std::nullopt;
+}
+
+} // namespace
+
+void AppDependencies::openDocument(const std::filesystem::path& file, Opened opened)
+{
+    // The sentence goes to a terminal and into JSON: the name and the reason must be plain text.
+    std::string name = support::visibleText(file.filename().string());
+    if (!m_documentReads) {
+        return;
+    }
+    // Decoding goes with the reading, so the main thread only takes a finished proposal. The
+    // callback stays here: whatever it holds is touched on the main thread only.
+    const uint64_t id = ++m_lastDocumentRead;
+    auto work = [this, id, readFile = m_readFile, file, name]() -> support::BlockingWork::Then {
+        auto document = std::make_shared<ReadDocument>(readDocument(readFile, file, name));
+        // Runs on the main thread only while this object is there.
+        return [this, id, document, name] {
+            auto it = m_documentsBeingRead.find(id);
+            if (it == m_documentsBeingRead.end()) {
+                return;
+            }
+            Opened opened = std::move(it->second);
+            m_documentsBeingRead.erase(it);
+            if (auto* failure = std::get_if<std::string>(document.get())) {
+                opened(*failure);
+                return;
+            }
+            try {
+                m_proposals->receive(
+                    std::get<proposal::Proposal>(std::move(*document)), {}, *m_libraryStore, name);
+            } catch (const std::exception& error) {
+                opened("“" + name + "” could not be opened: "
+                       + support::visibleText(withoutFullStop(error.what())) + ".");
+                return;
+            }
+            opened(std::nullopt);
+        };
+    };
+    m_documentsBeingRead.emplace(id, std::move(opened));
+    if (!m_documentReads->start(std::move(work))) {
+        Opened refused = std::move(m_documentsBeingRead[id]);
+        m_documentsBeingRead.erase(id);
+        refused("“" + name
+                + "” could not be opened: other documents are still being read; try "
+                  "again later.");
+    }
 }
 
 } // namespace app

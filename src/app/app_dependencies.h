@@ -13,16 +13,22 @@
 #include "kit/settings/app_settings.h"
 #include "kit/settings/key_value_store.h"
 #include "kit/storage/library_store.h"
+#include "kit/support/atomic_file.h"
+#include "kit/support/blocking_work.h"
 #include "kit/support/main_queue.h"
 #include "kit/tools/icon_provider.h"
 #include "kit/tools/installed_apps.h"
 #include "kit/tools/tool_service.h"
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace app {
@@ -42,6 +48,13 @@ public:
     static constexpr const char* kStillDeciding =
         "Waiting for the person to review the proposal in Vantorel.";
 
+    // Reads a file from outside of at most the given size; may block for as long as its file
+    // system does.
+    using ReadFile = std::function<std::variant<std::string, kit::support::ReadError>(
+        const std::filesystem::path& file, size_t limit)>;
+    // Nothing when the document reached the inbox, else the sentence the person reads.
+    using Opened = std::function<void(std::optional<std::string> failure)>;
+
     struct Options
     {
         Environment environment = Environment::current();
@@ -55,6 +68,8 @@ public:
         std::optional<std::vector<std::filesystem::path>> dataFolders;
         // Unset: headless, with no opener, icons or keys.
         std::optional<Platform> platform;
+        // Unset: support::readWholeFile. Runs off the main thread.
+        ReadFile readFile;
     };
 
     // What "Add from clipboard" made of the text.
@@ -83,9 +98,10 @@ public:
     // Writes what is pending and removes the socket file. Safe to call more than once.
     void terminate();
 
-    // Reads a document and hands it to the proposal inbox; nothing on success, else the sentence
-    // the person reads.
-    std::optional<std::string> openDocument(const std::filesystem::path& file);
+    // Reads a document off the main thread (it may sit on a hung mount), then hands it to the
+    // proposal inbox and calls `opened` on the main thread. A document still being read at
+    // terminate() is dropped and `opened` never called.
+    void openDocument(const std::filesystem::path& file, Opened opened);
 
     // Each line of the text (a link, a file URL or an absolute path) becomes a shortcut at the
     // end of the showing bar.
@@ -189,6 +205,12 @@ private:
     std::optional<kit::menubar::Rect> m_welcomePlace;
     // Held weakly by delayed tasks, which do nothing once this object is gone.
     std::shared_ptr<AppDependencies*> m_self;
+    ReadFile m_readFile;
+    // The callbacks of documents still being read, by read.
+    std::map<uint64_t, Opened> m_documentsBeingRead;
+    uint64_t m_lastDocumentRead = 0;
+    // Last, so documents still being read are abandoned before anything they would reach goes.
+    std::unique_ptr<kit::support::BlockingWork> m_documentReads;
 };
 
 } // namespace app

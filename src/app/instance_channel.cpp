@@ -49,6 +49,15 @@ InstanceChannel::~InstanceChannel()
 
 bool InstanceChannel::becomePrimary(Handler handler, kit::support::MainQueue& mainQueue)
 {
+    return becomePrimary(
+        [handler = std::move(handler)](const std::string& request, const Reply& reply) {
+            reply(handler(request));
+        },
+        mainQueue);
+}
+
+bool InstanceChannel::becomePrimary(LaterHandler handler, kit::support::MainQueue& mainQueue)
+{
     if (isPrimary()) {
         return true;
     }
@@ -68,7 +77,7 @@ bool InstanceChannel::becomePrimary(Handler handler, kit::support::MainQueue& ma
     m_lockFD = fd;
     auto respond = [handler = std::move(handler)](std::string line,
                                                   kit::mcp::ToolSocket::Completion completion) {
-        completion(handler(line) + "\n");
+        handler(line, [completion](std::string reply) { completion(reply + "\n"); });
     };
     m_socket = std::make_unique<kit::mcp::ToolSocket>(
         (m_folder / kSocketName).string(), std::move(respond), mainQueue);

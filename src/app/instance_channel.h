@@ -25,6 +25,9 @@ public:
 
     // Answers one request line with one reply line (JSON objects, without the newline).
     using Handler = std::function<std::string(const std::string& request)>;
+    // Answers one request later, on the main thread, by calling `reply` once.
+    using Reply = std::function<void(std::string reply)>;
+    using LaterHandler = std::function<void(const std::string& request, Reply reply)>;
 
     explicit InstanceChannel(std::filesystem::path folder);
     ~InstanceChannel();
@@ -33,6 +36,7 @@ public:
 
     // True when this process now holds the lock and listens; false when another process does.
     bool becomePrimary(Handler handler, kit::support::MainQueue& mainQueue);
+    bool becomePrimary(LaterHandler handler, kit::support::MainQueue& mainQueue);
     bool isPrimary() const { return m_socket != nullptr; }
     // Stops listening and gives the lock back.
     void stop();

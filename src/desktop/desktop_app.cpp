@@ -67,7 +67,7 @@ std::optional<long long> millisecondsSinceProcessStart()
 }
 
 std::unique_ptr<SniStatusBar> ownStatusNotifier(const QtIconRenderer& icons,
-                                               const DesktopApp::Options& options)
+                                                const DesktopApp::Options& options)
 {
     if (options.host) {
         return nullptr;
@@ -161,8 +161,11 @@ QMessageBox* DesktopApp::loginOffer() const
 
 bool DesktopApp::becomePrimary()
 {
-    return m_channel.becomePrimary([this](const std::string& line) { return handle(line); },
-                                   m_queue);
+    return m_channel.becomePrimary(
+        [this](const std::string& line, const app::InstanceChannel::Reply& reply) {
+            handle(line, reply);
+        },
+        m_queue);
 }
 
 void DesktopApp::makeDependencies()
@@ -300,39 +303,47 @@ void DesktopApp::logIconsShown() const
     }
 }
 
-std::string DesktopApp::handle(const std::string& line)
+void DesktopApp::handle(const std::string& line, const app::InstanceChannel::Reply& reply)
 {
     const json request = json::parse(line, nullptr, false);
     const std::string command = request.is_object() && request.value("command", json()).is_string()
                                     ? request["command"].get<std::string>()
                                     : std::string();
     if (!m_dependencies) {
-        return json{{"error", "Vantorel is still starting; try again in a moment."}}.dump();
+        reply(json{{"error", "Vantorel is still starting; try again in a moment."}}.dump());
+        return;
     }
     if (command == "open" && request.value("path", json()).is_string()) {
-        if (auto error = openDocument(request["path"].get<std::string>())) {
-            return json{{"error", *error}}.dump();
-        }
-        return json{{"ok", true}}.dump();
+        openDocument(request["path"].get<std::string>(), [reply](std::optional<std::string> error) {
+            reply(error ? json{{"error", *error}}.dump() : json{{"ok", true}}.dump());
+        });
+        return;
     }
     if (command == "settingsChanged") {
         m_dependencies->settingsStore().reload();
-        return json{{"ok", true}}.dump();
+        reply(json{{"ok", true}}.dump());
+        return;
     }
     if (command == "show") {
         presentManager();
-        return json{{"ok", true}}.dump();
+        reply(json{{"ok", true}}.dump());
+        return;
     }
-    return json{{"error", "This Vantorel does not know that request."}}.dump();
+    reply(json{{"error", "This Vantorel does not know that request."}}.dump());
 }
 
-std::optional<std::string> DesktopApp::openDocument(const std::filesystem::path& file)
+void DesktopApp::openDocument(const std::filesystem::path& file,
+                              app::AppDependencies::Opened opened)
 {
-    auto error = m_dependencies->openDocument(file);
-    if (error) {
-        m_alerts.showAlert(file.filename().string(), *error);
-    }
-    return error;
+    m_dependencies->openDocument(
+        file, [this, name = file.filename().string(), opened](std::optional<std::string> error) {
+            if (error) {
+                m_alerts.showAlert(name, *error);
+            }
+            if (opened) {
+                opened(error);
+            }
+        });
 }
 
 ManagerWindow& DesktopApp::manager()
@@ -372,8 +383,9 @@ ManagerWindow& DesktopApp::manager()
         services.sessionData.remove = [&stores](const kit::library::SessionID& session) {
             stores.deleteStore(session, [](bool) {});
         };
-        services.openDocument = [this](const std::filesystem::path& file) {
-            return openDocument(file);
+        services.openDocument = [this](const std::filesystem::path& file,
+                                       app::AppDependencies::Opened opened) {
+            openDocument(file, std::move(opened));
         };
         services.showIntroduction = [this] { showIntroduction(std::nullopt); };
         services.shortcutIcon = [this](const kit::library::Shortcut& shortcut) {
@@ -392,10 +404,11 @@ ManagerWindow& DesktopApp::manager()
 void DesktopApp::showIntroduction(std::optional<kit::menubar::Rect> place)
 {
     delete m_welcome.data();
-    auto* window = new ManagerIntroduction(m_dependencies->settings(),
-                                           [this] { presentManager(); },
-                                           [this] { presentSettings(); },
-                                           kit::menubar::introductionPlace(activeBar().host()));
+    auto* window = new ManagerIntroduction(
+        m_dependencies->settings(),
+        [this] { presentManager(); },
+        [this] { presentSettings(); },
+        kit::menubar::introductionPlace(activeBar().host()));
     m_welcome = window;
     window->present(place);
 }

@@ -68,10 +68,12 @@ public:
     // with the log line "Vantorel started". Throws std::runtime_error with a sentence when the
     // support folder cannot be made.
     void start();
-    // Answers one request of a later start (a JSON object line) with one reply line.
-    std::string handle(const std::string& request);
-    // Hands a document to the review window; a failure is shown and returned as its sentence.
-    std::optional<std::string> openDocument(const std::filesystem::path& file);
+    // Answers one request of a later start (a JSON object line) with one reply line, at once or
+    // once a document is read.
+    void handle(const std::string& request, const app::InstanceChannel::Reply& reply);
+    // Reads a document off the main thread and hands it to the review window; a failure is shown
+    // and passed to `opened` as its sentence.
+    void openDocument(const std::filesystem::path& file, app::AppDependencies::Opened opened = {});
     // The manager window on the bar being managed, on Settings, or on the pending proposal.
     void presentManager();
     void presentSettings();

@@ -282,7 +282,9 @@ int headless(const std::optional<std::filesystem::path>& document)
     std::unique_ptr<app::TerminalReview> review;
 
     app::InstanceChannel channel(instanceFolder());
-    auto handle = [&](const std::string& line) -> std::string {
+    // Nothing when the reply comes later.
+    auto answer = [&](const std::string& line,
+                      const app::InstanceChannel::Reply& reply) -> std::optional<std::string> {
         json request = json::parse(line, nullptr, false);
         const std::string command =
             request.is_object() && request.value("command", json()).is_string()
@@ -292,11 +294,17 @@ int headless(const std::optional<std::filesystem::path>& document)
             return json{{"error", "Vantorel is still starting; try again in a moment."}}.dump();
         }
         if (command == "open" && request.value("path", json()).is_string()) {
-            if (auto error = dependencies->openDocument(request["path"].get<std::string>())) {
-                printLine(*error);
-                return json{{"error", *error}}.dump();
-            }
-            return json{{"ok", true}}.dump();
+            // Answered once the document is read, which may take a while on a slow mount.
+            dependencies->openDocument(request["path"].get<std::string>(),
+                                       [reply](std::optional<std::string> error) {
+                                           if (error) {
+                                               printLine(*error);
+                                               reply(json{{"error", *error}}.dump());
+                                           } else {
+                                               reply(json{{"ok", true}}.dump());
+                                           }
+                                       });
+            return std::nullopt;
         }
         if (command == "settingsChanged") {
             dependencies->settingsStore().reload();
@@ -308,7 +316,12 @@ int headless(const std::optional<std::filesystem::path>& document)
         }
         return json{{"error", "This Vantorel does not know that request."}}.dump();
     };
-    if (!channel.becomePrimary(handle, loop)) {
+    auto handle = [&](const std::string& line, const app::InstanceChannel::Reply& reply) {
+        if (auto now = answer(line, reply)) {
+            reply(*now);
+        }
+    };
+    if (!channel.becomePrimary(app::InstanceChannel::LaterHandler(handle), loop)) {
         if (document) {
             auto reply = askRunning(json{{"command", "open"}, {"path", document->string()}});
             if (reply && reply->is_object() && reply->contains("error")) {
@@ -336,10 +349,14 @@ int headless(const std::optional<std::filesystem::path>& document)
         printLine("Assistants are off. Turn them on with: vantorel settings set "
                   "assistantsEnabled true");
     }
+    int exitCode = 0;
     if (document) {
-        if (auto error = dependencies->openDocument(*document)) {
-            return fail(*error);
-        }
+        dependencies->openDocument(*document, [&](std::optional<std::string> error) {
+            if (error) {
+                exitCode = fail(*error);
+                loop.quit();
+            }
+        });
     }
 
     std::thread signals([&loop, quitSignals] {
@@ -358,7 +375,7 @@ int headless(const std::optional<std::filesystem::path>& document)
     // Wake the signal thread if quitting came from elsewhere.
     pthread_kill(signals.native_handle(), SIGTERM);
     signals.join();
-    return 0;
+    return exitCode;
 }
 
 #ifdef VANTOREL_HAS_DESKTOP

@@ -14,8 +14,10 @@
 
 #include <sys/stat.h>
 
+#include <condition_variable>
 #include <future>
 #include <map>
+#include <mutex>
 
 using namespace app;
 using namespace kit;
@@ -73,8 +75,52 @@ protected:
         return options;
     }
 
+    // Opens a document and serves the main queue until the answer comes.
+    std::optional<std::string> open(AppDependencies& dependencies,
+                                    const std::filesystem::path& file)
+    {
+        std::optional<std::optional<std::string>> answer;
+        dependencies.openDocument(
+            file, [&](std::optional<std::string> failure) { answer = std::move(failure); });
+        EXPECT_TRUE(m_loop.runUntil([&] { return answer.has_value(); }, std::chrono::seconds(10)));
+        return answer.value_or("no answer");
+    }
+
     support::RunLoop m_loop;
     TempDir m_dir;
+};
+
+// A file system that hangs every read until the test lets it go.
+struct HungMount
+{
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool released = false;
+    int waiting = 0;
+    std::string content;
+
+    static AppDependencies::ReadFile reader(const std::shared_ptr<HungMount>& mount)
+    {
+        return [mount](const std::filesystem::path&,
+                       size_t) -> std::variant<std::string, support::ReadError> {
+            std::unique_lock lock(mount->mutex);
+            ++mount->waiting;
+            mount->changed.notify_all();
+            mount->changed.wait(lock, [&] { return mount->released; });
+            return mount->content;
+        };
+    }
+    bool isWaiting()
+    {
+        std::lock_guard lock(mutex);
+        return waiting > 0;
+    }
+    void release()
+    {
+        std::lock_guard lock(mutex);
+        released = true;
+        changed.notify_all();
+    }
 };
 
 TEST_F(Machine, ATestRunKeepsToATemporaryFolderAndNeverStarts)
@@ -186,15 +232,15 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
     EXPECT_TRUE(AppDependencies::isDocument("Work.VANTOREL"));
     EXPECT_FALSE(AppDependencies::isDocument("work.json"));
 
-    EXPECT_EQ(dependencies.openDocument(m_dir.path() / "gone.vantorel"),
+    EXPECT_EQ(open(dependencies, m_dir.path() / "gone.vantorel"),
               "“gone.vantorel” could not be opened: there is no such file.");
 
     testing_support::writeFile(m_dir.file("newer.vantorel"), R"({"formatVersion": 2})");
-    EXPECT_EQ(dependencies.openDocument(m_dir.file("newer.vantorel")),
+    EXPECT_EQ(open(dependencies, m_dir.file("newer.vantorel")),
               "“newer.vantorel” could not be opened: written by a newer Vantorel (format 2, this "
               "build reads up to 1).");
     testing_support::writeFile(m_dir.file("broken.vantorel"), "{\"bars\": [");
-    auto broken = dependencies.openDocument(m_dir.file("broken.vantorel"));
+    auto broken = open(dependencies, m_dir.file("broken.vantorel"));
     ASSERT_TRUE(broken);
     EXPECT_THAT(*broken, HasSubstr("“broken.vantorel” could not be opened: "));
     EXPECT_FALSE(dependencies.proposals().isPending());
@@ -209,9 +255,9 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
         {"zero.vantorel", "“zero.vantorel” could not be opened: it is not a regular file."},
     };
     for (const auto& [name, sentence] : refused) {
-        EXPECT_EQ(dependencies.openDocument(m_dir.file(name)), sentence);
+        EXPECT_EQ(open(dependencies, m_dir.file(name)), sentence);
     }
-    auto bytes = dependencies.openDocument(m_dir.file("bytes.vantorel"));
+    auto bytes = open(dependencies, m_dir.file("bytes.vantorel"));
     ASSERT_TRUE(bytes);
     EXPECT_THAT(*bytes, HasSubstr("“bytes.vantorel” could not be opened: "));
     const nlohmann::json reply{{"error", *bytes}};
@@ -221,9 +267,63 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
     auto document =
         proposal::Proposal::exportShortcut(testing_support::webLink("Shared"), {}, true);
     testing_support::writeFile(m_dir.file("shared.vantorel"), document.encoded());
-    EXPECT_EQ(dependencies.openDocument(m_dir.file("shared.vantorel")), std::nullopt);
+    EXPECT_EQ(open(dependencies, m_dir.file("shared.vantorel")), std::nullopt);
     ASSERT_TRUE(dependencies.proposals().isPending());
     EXPECT_EQ(dependencies.proposals().fileName(), "shared.vantorel");
+}
+
+TEST_F(Machine, ADocumentOnAHungMountNeitherFreezesTheAppNorHoldsUpQuitting)
+{
+    auto mount = std::make_shared<HungMount>();
+    mount->content =
+        proposal::Proposal::exportShortcut(testing_support::webLink("Shared"), {}, true).encoded();
+    auto options = this->options();
+    options.readFile = HungMount::reader(mount);
+    auto dependencies = std::make_unique<AppDependencies>(m_loop, std::move(options));
+
+    std::optional<std::optional<std::string>> answer;
+    dependencies->openDocument(m_dir.file("slow.vantorel"),
+                               [&](std::optional<std::string> failure) { answer = failure; });
+    ASSERT_TRUE(m_loop.runUntil([&] { return mount->isWaiting(); }, std::chrono::seconds(10)));
+    bool served = false;
+    m_loop.post([&] { served = true; });
+    EXPECT_TRUE(m_loop.runUntil([&] { return served; }, std::chrono::seconds(10)));
+    EXPECT_FALSE(answer);
+    EXPECT_FALSE(dependencies->proposals().isPending());
+
+    mount->release();
+    ASSERT_TRUE(m_loop.runUntil([&] { return answer.has_value(); }, std::chrono::seconds(10)));
+    EXPECT_EQ(*answer, std::nullopt);
+    EXPECT_TRUE(dependencies->proposals().isPending());
+    EXPECT_EQ(dependencies->proposals().fileName(), "slow.vantorel");
+
+    // Quitting while a read hangs: it returns at once and the late document reaches nothing.
+    auto stuck = std::make_shared<HungMount>();
+    stuck->content = "{}";
+    options = this->options();
+    options.readFile = HungMount::reader(stuck);
+    dependencies = std::make_unique<AppDependencies>(m_loop, std::move(options));
+    bool called = false;
+    dependencies->openDocument(m_dir.file("stuck.vantorel"), [&](auto) { called = true; });
+    ASSERT_TRUE(m_loop.runUntil([&] { return stuck->isWaiting(); }, std::chrono::seconds(10)));
+    // Reads that never end must not pile up threads without bound.
+    for (size_t i = 1; i < support::BlockingWork::kMostRunning; ++i) {
+        dependencies->openDocument(m_dir.file("more.vantorel"), [&](auto) { called = true; });
+    }
+    std::optional<std::string> refused;
+    dependencies->openDocument(m_dir.file("one too many.vantorel"),
+                               [&](std::optional<std::string> failure) { refused = failure; });
+    EXPECT_EQ(refused,
+              "“one too many.vantorel” could not be opened: other documents are still being "
+              "read; try again later.");
+    dependencies.reset();
+    std::weak_ptr<HungMount> gone = stuck;
+    stuck->release();
+    stuck.reset();
+    // Once the read's thread has let go of the mount, anything it would post is already queued.
+    ASSERT_TRUE(m_loop.runUntil([&] { return gone.expired(); }, std::chrono::seconds(10)));
+    m_loop.runFor(std::chrono::milliseconds(0));
+    EXPECT_FALSE(called);
 }
 
 TEST_F(Machine, FilesAreReachedThroughGrantsOnlyWhetherOrNotTheyExist)

@@ -144,6 +144,15 @@ protected:
 
     app::AppDependencies& dependencies() { return m_app->dependencies(); }
 
+    // A later start's request, answered once any document in it is read.
+    std::string handle(const std::string& request)
+    {
+        std::optional<std::string> reply;
+        m_app->handle(request, [&](std::string line) { reply = std::move(line); });
+        EXPECT_TRUE(pumpUntil([&] { return reply.has_value(); }, 10'000));
+        return reply.value_or("no reply");
+    }
+
     // The tooltips of the shortcut icons, in the menu bar's order, and whether each is shown.
     std::vector<std::string> iconNames()
     {
@@ -463,15 +472,14 @@ TEST_F(DesktopAppTest, ADocumentBringsUpTheReviewWindow)
         document,
         R"({"title":"From a friend","bars":[{"shortcuts":[{"name":"Maps","target":{"kind":"url","url":"https://maps.example.org/"}}]}]})");
 
-    const std::string reply =
-        m_app->handle(R"({"command":"open","path":")" + document.string() + R"("})");
-    EXPECT_EQ(reply, R"({"ok":true})");
+    EXPECT_EQ(handle(R"({"command":"open","path":")" + document.string() + R"("})"),
+              R"({"ok":true})");
     ASSERT_NE(m_app->reviewWindow(), nullptr);
     EXPECT_TRUE(m_app->reviewWindow()->isVisible());
 
     const auto broken = root() / "broken.vantorel";
     testing_support::writeFile(broken, R"({"formatVersion": 3})");
-    EXPECT_THAT(m_app->handle(R"({"command":"open","path":")" + broken.string() + R"("})"),
+    EXPECT_THAT(handle(R"({"command":"open","path":")" + broken.string() + R"("})"),
                 HasSubstr("could not be opened"));
     ASSERT_NE(m_app->alerts().current(), nullptr);
     EXPECT_EQ(m_app->alerts().current()->windowTitle(), "broken.vantorel");

@@ -20,6 +20,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPainter>
+#include <QPointer>
 #include <QPushButton>
 #include <QScreen>
 #include <QSplitter>
@@ -1074,9 +1075,11 @@ void ManagerWindow::importDocument()
         return;
     }
     // The caller says what went wrong; on success the inbox brings the review forward.
-    if (!m_services.openDocument(file)) {
-        showPane(Pane::Proposals);
-    }
+    m_services.openDocument(file, [window = QPointer<ManagerWindow>(this)](auto failure) {
+        if (window && !failure) {
+            window->showPane(Pane::Proposals);
+        }
+    });
 }
 
 bool ManagerWindow::ask(const std::string& question, const std::string& action)

@@ -52,8 +52,11 @@ struct ManagerServices
                        kit::library::Target::Kind,
                        std::optional<kit::library::ShortcutID> intoGroup)>
         add;
-    // Hands a document to the review; nothing on success, else the sentence shown.
-    std::function<std::optional<std::string>(const std::filesystem::path&)> openDocument;
+    // Reads a document off the main thread and hands it to the review; then `opened` gets nothing
+    // on success, else the sentence shown.
+    std::function<void(const std::filesystem::path&,
+                       std::function<void(std::optional<std::string> failure)> opened)>
+        openDocument;
     std::function<void()> showIntroduction;
     // Each shortcut's own icon in the outline; unset, an icon for its kind.
     ManagerOutlineModel::IconSource shortcutIcon;
