@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/tools/tool_context.h"
 
+#include "kit/support/utf8.h"
+
 #include <algorithm>
 
 namespace kit::tools {
@@ -83,25 +85,6 @@ std::pair<char32_t, size_t> decode(std::string_view text, size_t at)
     return {c, length};
 }
 
-void append(std::string& out, char32_t c)
-{
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
 } // namespace
 
 std::string folded(std::string_view text)
@@ -120,7 +103,7 @@ std::string folded(std::string_view text)
         if (length == 1) {
             out += text[at]; // not UTF-8: kept byte for byte
         } else {
-            append(out, lowered(c));
+            support::appendUtf8(out, static_cast<uint32_t>(lowered(c)));
         }
         at += length;
     }
