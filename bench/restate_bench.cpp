@@ -88,10 +88,9 @@ int main()
     service.call("list_shortcuts", std::nullopt, "bench", [&](kit::mcp::ToolResult result) {
         listed = result.text();
     });
-    json document = {
-        {"bars",
-         json::array({{{"destination", {{"kind", "active"}}},
-                       {"shortcuts", json::parse(listed)["shortcuts"]}}})}};
+    json document = {{"bars",
+                      json::array({{{"destination", {{"kind", "active"}}},
+                                    {"shortcuts", json::parse(listed)["shortcuts"]}}})}};
     const std::string line = json{{"jsonrpc", "2.0"},
                                   {"id", 1},
                                   {"method", "tools/call"},
@@ -149,14 +148,16 @@ int main()
     loop.run();
     client.join();
 
-    std::string status = json::parse(json::parse(reply)["result"]["content"][0]["text"].get<std::string>())["status"];
+    std::string status = json::parse(
+        json::parse(reply)["result"]["content"][0]["text"].get<std::string>())["status"];
     std::sort(millis.begin(), millis.end());
-    std::printf("restate_10000 reply_ms median=%.1f max=%.1f cpu_ms_per_request=%.1f line=%zu bytes "
-                "status=%s target=50\n",
-                millis[millis.size() / 2],
-                millis.back(),
-                cpu / kRequests * 1e3,
-                line.size(),
-                status.c_str());
+    std::printf(
+        "restate_10000 reply_ms median=%.1f max=%.1f cpu_ms_per_request=%.1f line=%zu bytes "
+        "status=%s target=50\n",
+        millis[millis.size() / 2],
+        millis.back(),
+        cpu / kRequests * 1e3,
+        line.size(),
+        status.c_str());
     return status == "nothing" ? 0 : 1;
 }

@@ -100,7 +100,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::abort();
     }
     std::string encoded = proposal.encoded();
-    if (encoded != kit::proposal::reference::encode(proposal) || Proposal::decode(encoded) != proposal) {
+    if (encoded != kit::proposal::reference::encode(proposal)
+        || Proposal::decode(encoded) != proposal) {
         std::abort();
     }
     ProposalReview result = review(proposal, snapshot(), &reachHome);

@@ -79,7 +79,8 @@ std::vector<TerminalReview::Row> TerminalReview::rows() const
             text = std::string(static_cast<size_t>(row.depth) * 2, ' ')
                    + visibleText(barLabel(review->bars[*row.bar])) + " › " + row.subject;
         }
-        list.push_back({row.entry, text + ": " + row.verdict, std::move(row.details), row.isLeftOut});
+        list.push_back(
+            {row.entry, text + ": " + row.verdict, std::move(row.details), row.isLeftOut});
     }
     return list;
 }
@@ -156,7 +157,8 @@ std::string TerminalReview::handle(const std::string& line)
         return {};
     }
     if (!known) {
-        return inQuotes(visibleText(command)) + " is not a command. The commands are: " + kCommands + ".\n";
+        return inQuotes(visibleText(command)) + " is not a command. The commands are: " + kCommands
+               + ".\n";
     }
     if (!m_inbox.isPending()) {
         return "There is no proposal to review.\n";

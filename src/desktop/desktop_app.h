@@ -3,17 +3,17 @@
 
 #include "app/app_dependencies.h"
 #include "app/instance_channel.h"
-#include "desktop/tray/app_menu.h"
+#include "app/login_item.h"
 #include "desktop/dialogs.h"
 #include "desktop/gio_workspace.h"
-#include "app/login_item.h"
-#include "desktop/pages/app_pages.h"
 #include "desktop/keys/portal_keys.h"
-#include "desktop/tray/qt_icon_renderer.h"
+#include "desktop/keys/x11_keys.h"
+#include "desktop/pages/app_pages.h"
 #include "desktop/qt_main_queue.h"
+#include "desktop/tray/app_menu.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop/tray/sni_status_bar.h"
 #include "desktop/tray/tray_status_bar.h"
-#include "desktop/keys/x11_keys.h"
 
 #include <QObject>
 #include <QPointer>

@@ -11,8 +11,8 @@
 namespace app {
 namespace {
 
-using testing_support::TempDir;
 using ::testing::HasSubstr;
+using testing_support::TempDir;
 
 TEST(XdgLoginItemTest, WritesAnAutostartEntryAndRemovesIt)
 {

@@ -152,8 +152,10 @@ TEST_F(TerminalReviewTest, RefusedRowsSayWhy)
 TEST_F(TerminalReviewTest, NamesThatTryToHideRowsAreShownAsText)
 {
     // A NUL that once ended the output after one row, and escapes that erase the row above.
-    const std::vector<std::string> names{std::string("Safe\0", 5) + "; rm", "\x1b[2K\x1b[1AGone",
-                                         "\xff\xfe not text", "Bidi \u202e evil"};
+    const std::vector<std::string> names{std::string("Safe\0", 5) + "; rm",
+                                         "\x1b[2K\x1b[1AGone",
+                                         "\xff\xfe not text",
+                                         "Bidi \u202e evil"};
     Proposal hostile;
     hostile.title = std::string("Title\0\x1b]0;x\x07", 12);
     ProposedBar bar{BarDestination::active(), {}, {m_mail.id, m_news.id}};
@@ -183,10 +185,10 @@ TEST_F(TerminalReviewTest, AGroupMemberHasItsOwnBoxAndCanBeLeftOut)
 {
     Proposal proposal;
     ProposedBar bar{BarDestination::active(), {}, {}};
-    bar.shortcuts.push_back(ProposedShortcut::from(testing_support::group(
-        "Reading",
-        {testing_support::webLink("Paper", "https://paper.example.org/"),
-         testing_support::webLink("Blog", "https://blog.example.org/")})));
+    bar.shortcuts.push_back(ProposedShortcut::from(
+        testing_support::group("Reading",
+                               {testing_support::webLink("Paper", "https://paper.example.org/"),
+                                testing_support::webLink("Blog", "https://blog.example.org/")})));
     proposal.bars.push_back(bar);
     std::optional<ProposalInbox::Decision> decision;
     m_inbox.receive(

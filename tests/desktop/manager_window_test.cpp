@@ -133,7 +133,8 @@ TEST(ManagerWindowSaving, AChangeThatCannotBeSavedIsSaidOnceAboveEverything)
 
     store.addSession("Home");
     EXPECT_TRUE(window.saveErrorBanner()->isVisible());
-    EXPECT_EQ(window.saveErrorBanner()->text().toStdString(), LibraryStore::heldNotice("sessions.json"));
+    EXPECT_EQ(window.saveErrorBanner()->text().toStdString(),
+              LibraryStore::heldNotice("sessions.json"));
     EXPECT_EQ(window.saveErrorBanner()->textFormat(), Qt::PlainText);
 }
 

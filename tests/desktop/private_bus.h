@@ -17,7 +17,8 @@ namespace desktop {
 
 using namespace std::chrono_literals;
 
-template <class Predicate> inline bool spinUntil(Predicate done, std::chrono::milliseconds limit = 5s)
+template <class Predicate>
+inline bool spinUntil(Predicate done, std::chrono::milliseconds limit = 5s)
 {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!done() && std::chrono::steady_clock::now() < deadline) {

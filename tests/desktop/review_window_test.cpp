@@ -181,8 +181,8 @@ TEST_F(ReviewWindowTest, UncheckingLeavesTheRowOutAndKeepsTheViewInPlace)
     EXPECT_FALSE(model.setData(showingRow(model, 2), Qt::Unchecked, Qt::CheckStateRole));
 
     // A member leaves out only itself.
-    EXPECT_TRUE(model.setData(model.index(0, 0, showingRow(model, 4)), Qt::Unchecked,
-                              Qt::CheckStateRole));
+    EXPECT_TRUE(
+        model.setData(model.index(0, 0, showingRow(model, 4)), Qt::Unchecked, Qt::CheckStateRole));
     EXPECT_THAT(rowsUnder(model, showingRow(model, 4)),
                 ElementsAre("“Papers” | left out | -", "“Blogs” | added | x"));
     EXPECT_EQ(resets, 0);

@@ -28,8 +28,8 @@ using kit::menubar::Menu;
 using kit::menubar::MenuItem;
 using kit::menubar::StatusItemEvents;
 using kit::menubar::StatusItemHandle;
-using kit::menubar::TrayHostKind;
 using kit::menubar::trayHost;
+using kit::menubar::TrayHostKind;
 
 const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
 
@@ -66,11 +66,12 @@ public:
         registered.push_back(service);
         senders.push_back(message.service());
         // Read now, answer later: the order is the host's, not the replies'.
-        auto read = m_bus.asyncCall(QDBusMessage::createMethodCall(
-            service,
-            QStringLiteral("/StatusNotifierItem"),
-            QStringLiteral("org.freedesktop.DBus.Properties"),
-            QStringLiteral("GetAll")) << QStringLiteral("org.kde.StatusNotifierItem"));
+        auto read = m_bus.asyncCall(
+            QDBusMessage::createMethodCall(service,
+                                           QStringLiteral("/StatusNotifierItem"),
+                                           QStringLiteral("org.freedesktop.DBus.Properties"),
+                                           QStringLiteral("GetAll"))
+            << QStringLiteral("org.kde.StatusNotifierItem"));
         reads.push_back(read);
         message.setDelayedReply(true);
         QTimer::singleShot(30, [connection, reply = message.createReply()] {
@@ -124,7 +125,8 @@ protected:
         return std::make_unique<SniStatusBar>(m_icons, trayHost(kind), m_bus.address());
     }
 
-    StatusItemHandle add(SniStatusBar& bar, const std::string& id, std::vector<Click>* clicks = nullptr)
+    StatusItemHandle
+    add(SniStatusBar& bar, const std::string& id, std::vector<Click>* clicks = nullptr)
     {
         StatusItemEvents events;
         events.clicked = [clicks](const std::optional<Click>& click) {
@@ -321,8 +323,8 @@ TEST_F(SniStatusBarTest, AWatcherThatComesLaterHearsOfEveryIconInOrder)
     // A removed icon's name leaves the bus, which is how hosts drop it.
     const QString gone = bar->serviceName(handles[0]);
     bar->remove(handles[0]);
-    EXPECT_TRUE(spinUntil(
-        [&] { return !watcher.bus().interface()->isServiceRegistered(gone).value(); }));
+    EXPECT_TRUE(
+        spinUntil([&] { return !watcher.bus().interface()->isServiceRegistered(gone).value(); }));
 }
 
 } // namespace

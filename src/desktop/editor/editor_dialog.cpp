@@ -2,8 +2,8 @@
 #include "desktop/editor/editor_dialog.h"
 
 #include "desktop/editor/icon_picker.h"
-#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop/qt_text.h"
+#include "desktop/tray/qt_icon_renderer.h"
 #include "kit/library/web_address.h"
 #include "kit/storage/library_store.h"
 #include "kit/tools/icon_provider.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/editor/icon_picker.h"
 
-#include "desktop/tray/qt_icon_renderer.h"
 #include "desktop/qt_text.h"
+#include "desktop/tray/qt_icon_renderer.h"
 
 #include <QBuffer>
 #include <QColorDialog>

@@ -3,9 +3,9 @@
 
 #include "desktop/manager/manager_documents.h"
 #include "desktop/manager/manager_outline_model.h"
-#include "desktop/qt_text.h"
 #include "desktop/manager/review_model.h"
 #include "desktop/manager/review_window.h"
+#include "desktop/qt_text.h"
 #include "kit/proposal/proposal_inbox.h"
 
 #include <QAction>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/tray/sni_status_bar.h"
 
-#include "desktop/tray/menu_builder.h"
 #include "desktop/qt_text.h"
+#include "desktop/tray/menu_builder.h"
 #include "desktop/tray/sni_types.h"
 #include "desktop/tray/tray_status_bar.h"
 #include "kit/support/log.h"
@@ -275,8 +275,8 @@ private:
             connection.send(message.createReply(QVariant::fromValue(QDBusVariant(all[name]))));
             return true;
         }
-        connection.send(message.createErrorReply(QDBusError::PropertyReadOnly,
-                                                 QStringLiteral("Read only")));
+        connection.send(
+            message.createErrorReply(QDBusError::PropertyReadOnly, QStringLiteral("Read only")));
         return true;
     }
 
@@ -296,7 +296,8 @@ private:
         QVariantMap all;
         all.insert(QStringLiteral("Category"), QStringLiteral("ApplicationStatus"));
         all.insert(QStringLiteral("Id"), toQt(item.identifier));
-        all.insert(QStringLiteral("Title"), shownText(item.name.empty() ? item.toolTip : item.name));
+        all.insert(QStringLiteral("Title"),
+                   shownText(item.name.empty() ? item.toolTip : item.name));
         all.insert(QStringLiteral("Status"), QStringLiteral("Active"));
         all.insert(QStringLiteral("WindowId"), 0);
         all.insert(QStringLiteral("IconName"), item.iconName.value_or(QString()));
@@ -427,8 +428,8 @@ private:
             return true;
         }
         if (member == QStringLiteral("GetProperty")) {
-            const sni::MenuLayout* row = item.menu ? findRow(*item.menu, args.value(0).toInt())
-                                                   : nullptr;
+            const sni::MenuLayout* row =
+                item.menu ? findRow(*item.menu, args.value(0).toInt()) : nullptr;
             const QString name = args.value(1).toString();
             if (!row || !row->properties.contains(name)) {
                 connection.send(message.createErrorReply(QDBusError::InvalidArgs, name));
@@ -560,10 +561,10 @@ std::optional<StatusItemHandle> SniStatusBar::create(const std::string& identifi
     item->identifier = identifier;
     item->events = std::move(events);
     item->connectionName = QStringLiteral("vantorel-item-%1").arg(handle.value);
-    item->bus = m_busAddress.isEmpty()
-                    ? QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                                    item->connectionName)
-                    : QDBusConnection::connectToBus(m_busAddress, item->connectionName);
+    item->bus =
+        m_busAddress.isEmpty()
+            ? QDBusConnection::connectToBus(QDBusConnection::SessionBus, item->connectionName)
+            : QDBusConnection::connectToBus(m_busAddress, item->connectionName);
     if (!item->bus.isConnected()) {
         kLog.error("could not reach the session bus for an icon: "
                    + item->bus.lastError().message().toStdString());
@@ -620,12 +621,13 @@ void SniStatusBar::changed(Item& item, const char* signal)
     // The menu may show what changed (a check mark, a name): built afresh when next asked.
     if (!item.menuStale) {
         item.menuStale = true;
-        auto layout = QDBusMessage::createSignal(
-            kMenuPath, kMenuInterface, QStringLiteral("LayoutUpdated"));
+        auto layout =
+            QDBusMessage::createSignal(kMenuPath, kMenuInterface, QStringLiteral("LayoutUpdated"));
         layout << ++item.menuRevision << 0;
         item.bus.send(layout);
     }
-    item.bus.send(QDBusMessage::createSignal(kItemPath, kItemInterface, QString::fromLatin1(signal)));
+    item.bus.send(
+        QDBusMessage::createSignal(kItemPath, kItemInterface, QString::fromLatin1(signal)));
 }
 
 void SniStatusBar::setImage(StatusItemHandle handle, const Glyph& glyph)
@@ -710,10 +712,10 @@ void SniStatusBar::popMenu(StatusItemHandle handle, const Menu& menu)
     }
     item->popped = std::make_unique<QMenu>();
     fillMenu(*item->popped, menu, &m_icons);
-    const QPoint at = item->anchor ? QPoint(static_cast<int>(item->anchor->x),
-                                            static_cast<int>(item->anchor->y
-                                                             + item->anchor->height))
-                                   : QCursor::pos();
+    const QPoint at = item->anchor
+                          ? QPoint(static_cast<int>(item->anchor->x),
+                                   static_cast<int>(item->anchor->y + item->anchor->height))
+                          : QCursor::pos();
     item->popped->popup(at);
 }
 
@@ -769,43 +771,40 @@ void SniStatusBar::registerNext()
     // still starting (an icon started at login) answers only once its panel is up.
     auto* pending =
         new QDBusPendingCallWatcher(item->bus.asyncCall(call, kRegisterWaitMs), m_context.get());
-    QObject::connect(pending,
-                     &QDBusPendingCallWatcher::finished,
-                     m_context.get(),
-                     [this, handle, pending] {
-                         pending->deleteLater();
-                         if (m_registering != handle) {
-                             return;
-                         }
-                         if (pending->isError()) {
-                             kLog.info("the watcher refused an icon: "
-                                       + pending->error().message().toStdString());
-                             m_registering.reset();
-                             if (m_bus.interface()
-                                 && m_bus.interface()->isServiceRegistered(kWatcherService)) {
-                                 registerNext();
-                             } else {
-                                 // No watcher: all are registered again when one appears.
-                                 m_waiting.clear();
-                             }
-                             return;
-                         }
-                         m_registered.push_back(handle);
-                         Item* item = find(handle);
-                         if (!item || item->read) {
-                             m_registering.reset();
-                             registerNext();
-                             return;
-                         }
-                         // Hosts place an item once they have read it: the next waits for that,
-                         // but not for ever.
-                         QTimer::singleShot(kReadWaitMs, m_context.get(), [this, handle] {
-                             if (m_registering == handle) {
-                                 m_registering.reset();
-                                 registerNext();
-                             }
-                         });
-                     });
+    QObject::connect(
+        pending, &QDBusPendingCallWatcher::finished, m_context.get(), [this, handle, pending] {
+            pending->deleteLater();
+            if (m_registering != handle) {
+                return;
+            }
+            if (pending->isError()) {
+                kLog.info("the watcher refused an icon: "
+                          + pending->error().message().toStdString());
+                m_registering.reset();
+                if (m_bus.interface() && m_bus.interface()->isServiceRegistered(kWatcherService)) {
+                    registerNext();
+                } else {
+                    // No watcher: all are registered again when one appears.
+                    m_waiting.clear();
+                }
+                return;
+            }
+            m_registered.push_back(handle);
+            Item* item = find(handle);
+            if (!item || item->read) {
+                m_registering.reset();
+                registerNext();
+                return;
+            }
+            // Hosts place an item once they have read it: the next waits for that,
+            // but not for ever.
+            QTimer::singleShot(kReadWaitMs, m_context.get(), [this, handle] {
+                if (m_registering == handle) {
+                    m_registering.reset();
+                    registerNext();
+                }
+            });
+        });
 }
 
 void SniStatusBar::finishRegistration(StatusItemHandle handle)

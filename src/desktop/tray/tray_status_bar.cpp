@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/tray/tray_status_bar.h"
 
-#include "desktop/tray/menu_builder.h"
 #include "desktop/qt_text.h"
+#include "desktop/tray/menu_builder.h"
 #include "kit/support/log.h"
 
 #include <QApplication>

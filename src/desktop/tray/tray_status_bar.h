@@ -70,10 +70,8 @@ public:
     static kit::menubar::Appearance currentAppearance();
 
     // What an icon shows: a glyph, a title or the application's own picture.
-    using Picture = std::variant<std::monostate,
-                                 kit::menubar::Glyph,
-                                 std::string,
-                                 kit::menubar::AppIconImage>;
+    using Picture =
+        std::variant<std::monostate, kit::menubar::Glyph, std::string, kit::menubar::AppIconImage>;
     // The picture at `side` pixels square, as every tray adapter draws it.
     static QImage draw(const QtIconRenderer& icons,
                        const Picture& picture,

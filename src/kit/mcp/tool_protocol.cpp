@@ -417,8 +417,9 @@ private:
             return string().has_value();
         }
         if (c != '{' && c != '[') {
-            while (m_at < m_text.size() && (isNumberByte(m_text[m_at]) || std::isalpha(
-                                                static_cast<unsigned char>(m_text[m_at])))) {
+            while (m_at < m_text.size()
+                   && (isNumberByte(m_text[m_at])
+                       || std::isalpha(static_cast<unsigned char>(m_text[m_at])))) {
                 ++m_at;
             }
             return true;
@@ -570,7 +571,8 @@ Request readRequest(std::string_view line)
     rest.append(line.substr(0, arguments->first));
     rest.append("{}");
     rest.append(line.substr(arguments->first + arguments->second));
-    return {json::parse(rest, nullptr, false), std::string(line.substr(arguments->first, arguments->second))};
+    return {json::parse(rest, nullptr, false),
+            std::string(line.substr(arguments->first, arguments->second))};
 }
 
 } // namespace
@@ -793,17 +795,18 @@ std::string ToolProtocol::lineTooLong(std::string_view start, std::string_view e
 
 std::string ToolProtocol::progress(const json& token, double progress, std::string_view message)
 {
-    return encode({{"jsonrpc", "2.0"},
-                   {"method", "notifications/progress"},
-                   {"params",
-                    {{"progressToken", token}, {"progress", progress}, {"message", message}}}});
+    return encode(
+        {{"jsonrpc", "2.0"},
+         {"method", "notifications/progress"},
+         {"params", {{"progressToken", token}, {"progress", progress}, {"message", message}}}});
 }
 
 bool ToolProtocol::isCancellation(std::string_view line)
 {
     // A cancellation names one request and perhaps a reason; anything longer is something else.
     constexpr size_t kMostBytes = 4096;
-    if (line.size() > kMostBytes || line.find("notifications/cancelled") == std::string_view::npos) {
+    if (line.size() > kMostBytes
+        || line.find("notifications/cancelled") == std::string_view::npos) {
         return false;
     }
     return method(line) == "notifications/cancelled";

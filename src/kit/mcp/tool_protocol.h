@@ -118,8 +118,8 @@ public:
     static std::optional<nlohmann::json> visibleID(std::string_view start, std::string_view end);
 
     // A notifications/progress line for a call that is still running.
-    static std::string progress(const nlohmann::json& token, double progress,
-                                std::string_view message);
+    static std::string
+    progress(const nlohmann::json& token, double progress, std::string_view message);
     // Whether the line is a notifications/cancelled; cheap for long lines, which never are.
     static bool isCancellation(std::string_view line);
     // The text sent with initialize, in this build's words.

@@ -118,7 +118,8 @@ void MenuBarController::reconcile()
             continue;
         }
         ShortcutStatusItem& icon = *found->second;
-        if (icon.button() && (!named || !icon.shortcut() || icon.shortcut()->name != shortcut->name)) {
+        if (icon.button()
+            && (!named || !icon.shortcut() || icon.shortcut()->name != shortcut->name)) {
             // Hosts that sort by this name keep the row in order through it.
             m_bar.setName(*icon.button(),
                           itemTitle(m_bar.host(), kAppName, position, shortcut->name));

@@ -2,7 +2,6 @@
 #include "kit/menubar/status_item_controller.h"
 
 #include "kit/menubar/tray_host.h"
-
 #include "kit/support/log.h"
 #include "kit/support/platform_words.h"
 

@@ -41,13 +41,13 @@ enum class ActivatePoint {
 struct TrayHost
 {
     TrayHostKind kind = TrayHostKind::XEmbed;
-    std::string name;         // for the log
+    std::string name;            // for the log
     bool statusNotifier = false; // items registered over D-Bus, not windows docked into a panel
     NewItemPlace newItems = NewItemPlace::Leftmost;
-    bool remembersPlaces = false; // keeps a position per item Id, which the person can change
-    bool leftClickActivates = true; // a plain left click reaches us (else it opens the menu)
-    bool hostDrawsMenus = false;    // shows the exported menu itself
-    bool needsMenu = false;         // hides an item that exports no menu with rows
+    bool remembersPlaces = false;    // keeps a position per item Id, which the person can change
+    bool leftClickActivates = true;  // a plain left click reaches us (else it opens the menu)
+    bool hostDrawsMenus = false;     // shows the exported menu itself
+    bool needsMenu = false;          // hides an item that exports no menu with rows
     bool rightClickShowsMenu = true; // the shortcut's own menu opens on a right click
     ActivatePoint activatePoint = ActivatePoint::None;
     int scrollPerNotch = 0;       // Scroll's delta for one wheel notch; 0: never sends Scroll
@@ -73,9 +73,9 @@ const TrayHost& trayHost(TrayHostKind kind);
 // What is known of the session when we look for a host.
 struct TrayHostClues
 {
-    bool watcher = false;         // org.kde.StatusNotifierWatcher has an owner
-    std::string watcherProcess;   // that owner's process name (comm), when it could be read
-    std::string currentDesktop;   // XDG_CURRENT_DESKTOP
+    bool watcher = false;       // org.kde.StatusNotifierWatcher has an owner
+    std::string watcherProcess; // that owner's process name (comm), when it could be read
+    std::string currentDesktop; // XDG_CURRENT_DESKTOP
 };
 
 TrayHostKind detectTrayHost(const TrayHostClues& clues);

@@ -71,7 +71,7 @@ public:
 
     const Entry* find(const ShortcutID& id) const
     {
-        for (size_t at = std::hash<ShortcutID>{}(id) & m_mask;; at = (at + 1) & m_mask) {
+        for (size_t at = std::hash<ShortcutID>{}(id)&m_mask;; at = (at + 1) & m_mask) {
             const Slot& slot = m_slots[at];
             if (slot.entry.shortcut == nullptr) {
                 return nullptr;
@@ -121,7 +121,7 @@ private:
     // The first of two shortcuts with one id keeps it, as a map's try_emplace would.
     void insert(const ShortcutID& id, const Entry& entry)
     {
-        for (size_t at = std::hash<ShortcutID>{}(id) & m_mask;; at = (at + 1) & m_mask) {
+        for (size_t at = std::hash<ShortcutID>{}(id)&m_mask;; at = (at + 1) & m_mask) {
             Slot& slot = m_slots[at];
             if (slot.entry.shortcut == nullptr) {
                 slot = Slot{id, entry};
@@ -1041,10 +1041,9 @@ std::string_view word(Verdict::Kind kind)
 
 bool BarReview::writes() const
 {
-    return isEmptyNewBar()
-           || std::any_of(items.begin(), items.end(), [](const ItemReview& item) {
-                  return item.verdict.writes();
-              });
+    return isEmptyNewBar() || std::any_of(items.begin(), items.end(), [](const ItemReview& item) {
+               return item.verdict.writes();
+           });
 }
 
 bool BarReview::isEmptyNewBar() const
@@ -1118,11 +1117,10 @@ bool ProposalReview::hasWork() const
 bool ProposalReview::isEmpty() const
 {
     return sessions.empty()
-           && std::all_of(bars.begin(),
-                          bars.end(),
-                          [](const BarReview& b) {
-                              return b.items.empty() && !b.refusal && !b.isNew;
-                          })
+           && std::all_of(
+               bars.begin(),
+               bars.end(),
+               [](const BarReview& b) { return b.items.empty() && !b.refusal && !b.isNew; })
            && barRemovals.empty() && barRenames.empty() && moves.empty();
 }
 

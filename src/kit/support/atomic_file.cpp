@@ -7,8 +7,8 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <iterator>
 #include <cstdlib>
+#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -283,9 +283,7 @@ std::variant<std::string, ReadError> readWholeFile(const std::filesystem::path& 
         return failure(EINVAL, "it is not a regular file");
     }
 
-    auto tooLarge = [&] {
-        return failure(EFBIG, "it is larger than " + describeSize(limit));
-    };
+    auto tooLarge = [&] { return failure(EFBIG, "it is larger than " + describeSize(limit)); };
     if (static_cast<unsigned long long>(info.st_size) > limit) {
         return tooLarge();
     }

@@ -99,8 +99,7 @@ std::string visibleText(std::string_view text)
 
 std::string validUtf8(std::string_view text)
 {
-    return rewrite(
-        text, [](std::string& out, char32_t, std::string_view bytes) { out += bytes; });
+    return rewrite(text, [](std::string& out, char32_t, std::string_view bytes) { out += bytes; });
 }
 
 } // namespace kit::support

@@ -37,7 +37,8 @@ std::string_view trim(std::string_view text)
 // Only the [Desktop Entry] group counts; actions and other groups may repeat its keys.
 std::optional<DesktopEntry> readEntry(const fs::path& file)
 {
-    // Anything can sit among the entries: a pipe must not hang the scan, nor a huge file fill memory.
+    // Anything can sit among the entries: a pipe must not hang the scan, nor a huge file fill
+    // memory.
     auto read = support::readWholeFile(file, size_t{1} << 20);
     if (!std::holds_alternative<std::string>(read)) {
         return std::nullopt;

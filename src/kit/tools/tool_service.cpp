@@ -115,8 +115,8 @@ void ToolService::callDecoded(const std::string& name,
     std::optional<WriteTools::Call> write;
     std::optional<ToolResult> failed;
     try {
-        write = WriteTools::call(
-            name, Arguments(std::move(*arguments)), context(false, false), source);
+        write =
+            WriteTools::call(name, Arguments(std::move(*arguments)), context(false, false), source);
     } catch (const ToolError& error) {
         failed = ToolResult::failure(error);
     } catch (const std::exception& error) {

@@ -1162,8 +1162,9 @@ WriteTools::Call WriteTools::call(const std::string& name,
     return reviewed(tool->build(args, context), context, source);
 }
 
-WriteTools::Call
-WriteTools::reviewed(proposal::Proposal proposal, const ToolContext& context, const std::string& source)
+WriteTools::Call WriteTools::reviewed(proposal::Proposal proposal,
+                                      const ToolContext& context,
+                                      const std::string& source)
 {
     Call call;
     call.proposal = std::move(proposal);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kit/editor/shortcut_form.h"
+
 #include "kit/library/fixtures.h"
 #include "kit/library/web_address.h"
 

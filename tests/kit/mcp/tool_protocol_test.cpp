@@ -349,11 +349,17 @@ TEST(ToolProtocol, ErrorAndResultShapes)
 TEST(ToolProtocol, ListsTitleAndHintsOnlyForToolsThatHaveThem)
 {
     std::vector<ToolDescription> described{
-        {"list_bars", "The bars.", "{}", "List bars", kit::mcp::ToolAnnotations{true, false, true, false}},
+        {"list_bars",
+         "The bars.",
+         "{}",
+         "List bars",
+         kit::mcp::ToolAnnotations{true, false, true, false}},
         {"plain", "No hints.", "{}"},
     };
-    json listed = json::parse(*ToolProtocol::respond(
-        R"({"id":1,"method":"tools/list"})", "1", [&] { return described; }, &cannedCall))["result"]["tools"];
+    json listed = json::parse(*ToolProtocol::respond(R"({"id":1,"method":"tools/list"})",
+                                                     "1",
+                                                     [&] { return described; },
+                                                     &cannedCall))["result"]["tools"];
     EXPECT_EQ(listed[0]["title"], "List bars");
     EXPECT_EQ(listed[0]["annotations"],
               (json{{"readOnlyHint", true},
@@ -388,7 +394,10 @@ const EdgeCase kEdges[] = {
      R"( { "jsonrpc" : "2.0", "meta":{"id":1,"a":[1,{"b":"}"}]}, "id" : "r-1", "params":{)",
      "",
      json("r-1")},
-    {"NestedOnlyInTheStart", R"({"method":"tools/call","params":{"id":3,"arguments":{"x)", "", std::nullopt},
+    {"NestedOnlyInTheStart",
+     R"({"method":"tools/call","params":{"id":3,"arguments":{"x)",
+     "",
+     std::nullopt},
     {"NumberCutByTheEdge", R"({"id":12)", "", std::nullopt},
     {"NullID", R"({"id":null,"method":"x")", "", std::nullopt},
     {"ObjectID", R"({"id":{"a":1},"method":"x")", "", std::nullopt},
@@ -433,13 +442,15 @@ TEST(ToolProtocol, CancellationReachesTheCallAndNothingIsAnswered)
             [&](const json& id) { cancelled.push_back(id); },
             [&](std::optional<std::string> reply) { replies.push_back(std::move(reply)); });
     };
-    respond(R"({"id":"c1","method":"tools/call","params":{"name":"add_bar","arguments":{"name":"P"},"_meta":{"progressToken":5}}})");
+    respond(
+        R"({"id":"c1","method":"tools/call","params":{"name":"add_bar","arguments":{"name":"P"},"_meta":{"progressToken":5}}})");
     ASSERT_TRUE(called);
     EXPECT_EQ(called->id, "c1");
     EXPECT_EQ(called->progressToken, json(5));
     EXPECT_EQ(called->arguments, json::parse(R"({"name":"P"})"));
 
-    respond(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"c1","reason":"gone"}})");
+    respond(
+        R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"c1","reason":"gone"}})");
     EXPECT_EQ(cancelled, (std::vector<json>{"c1"}));
     later(ToolResult::withdrawn());
     later(ToolResult::success("{}"));
@@ -456,7 +467,8 @@ TEST(ToolProtocol, ProgressIsANotificationOnTheCallersToken)
     EXPECT_EQ(line,
               (json{{"jsonrpc", "2.0"},
                     {"method", "notifications/progress"},
-                    {"params", {{"progressToken", "t"}, {"progress", 20}, {"message", "Still deciding."}}}}));
+                    {"params",
+                     {{"progressToken", "t"}, {"progress", 20}, {"message", "Still deciding."}}}}));
     EXPECT_FALSE(line.contains("id"));
 }
 

@@ -165,7 +165,8 @@ TEST(TrayHostIcons, OnlyGnomesTopBarHasAFixedLook)
 {
     // Glyphs in the panel's colour must read on GNOME's dark bar even under a light theme.
     EXPECT_EQ(trayHost(TrayHostKind::GnomeAppIndicator).panelLook, Appearance::Dark);
-    for (const auto kind : {TrayHostKind::XEmbed, TrayHostKind::XfcePanel, TrayHostKind::KdePlasma}) {
+    for (const auto kind :
+         {TrayHostKind::XEmbed, TrayHostKind::XfcePanel, TrayHostKind::KdePlasma}) {
         EXPECT_EQ(trayHost(kind).panelLook, std::nullopt);
     }
 }

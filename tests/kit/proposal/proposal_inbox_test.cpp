@@ -372,8 +372,9 @@ TEST(BarReviewApply, MovesToTheEndEndAsMovingThemOneByOne)
                 continue;
             }
             ProposedShortcut moved = ProposedShortcut::from(*s);
-            moved.placement = random() % 4 == 0 ? Placement::top()
-                                                : Placement::inGroup(groups[random() % groups.size()]);
+            moved.placement = random() % 4 == 0
+                                  ? Placement::top()
+                                  : Placement::inGroup(groups[random() % groups.size()]);
             moves.push_back(std::move(moved));
         }
         Proposal proposal;
@@ -383,7 +384,8 @@ TEST(BarReviewApply, MovesToTheEndEndAsMovingThemOneByOne)
         Library oneByOne = library;
         for (const auto& row : result.bars[0].items) {
             if (row.depth == 0 && row.verdict.writes() && row.placement) {
-                oneByOne.move(row.id, Library::OutlineDestination{row.placement->groupID(), SIZE_MAX});
+                oneByOne.move(row.id,
+                              Library::OutlineDestination{row.placement->groupID(), SIZE_MAX});
             }
         }
         result.bars[0].apply(library);

@@ -248,14 +248,8 @@ TEST_F(ProposalReviewTest, AFileOutsideEveryGrantedFolderNeedsAccessAndStaysOut)
     ProposedShortcut outside{
         ShortcutID::make(), "Outside", ProposedTarget::folder("/elsewhere"), {}, {}, {}, true, {}};
     // A grant the proposal brings along does not open the way by itself.
-    ProposedShortcut smuggled{ShortcutID::make(),
-                              "Shadow",
-                              ProposedTarget::file("/etc/shadow"),
-                              {},
-                              {},
-                              {},
-                              true,
-                              {}};
+    ProposedShortcut smuggled{
+        ShortcutID::make(), "Shadow", ProposedTarget::file("/etc/shadow"), {}, {}, {}, true, {}};
     smuggled.target.bookmark = Bookmark{{9, 9}, "/etc/shadow"};
     Reach reach = [](const std::string& path) -> std::optional<Bookmark> {
         if (path.rfind("/granted/", 0) == 0) {

@@ -207,26 +207,27 @@ TEST_P(AtomicFileRefuses, WithASentenceAndWithoutBlocking)
 INSTANTIATE_TEST_SUITE_P(
     Files,
     AtomicFileRefuses,
-    testing::Values(
-        Refused{"Pipe",
-                [](const fs::path& file) { ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0); },
-                kDefaultReadLimit,
-                "it is not a regular file"},
-        Refused{"LinkToADevice",
-                [](const fs::path& file) { fs::create_symlink("/dev/zero", file); },
-                kDefaultReadLimit,
-                "it is not a regular file"},
-        Refused{"OneByteOverTheLimit",
-                [](const fs::path& file) { writeFile(file, std::string(1025, 'x')); },
-                1024,
-                "it is larger than 1 KiB"},
-        Refused{"SparseGibibyte",
-                [](const fs::path& file) {
-                    writeFile(file, "");
-                    fs::resize_file(file, std::uintmax_t{1} << 30);
-                },
-                kDefaultReadLimit,
-                "it is larger than 256 MiB"}),
+    testing::Values(Refused{"Pipe",
+                            [](const fs::path& file) {
+                                ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+                            },
+                            kDefaultReadLimit,
+                            "it is not a regular file"},
+                    Refused{"LinkToADevice",
+                            [](const fs::path& file) { fs::create_symlink("/dev/zero", file); },
+                            kDefaultReadLimit,
+                            "it is not a regular file"},
+                    Refused{"OneByteOverTheLimit",
+                            [](const fs::path& file) { writeFile(file, std::string(1025, 'x')); },
+                            1024,
+                            "it is larger than 1 KiB"},
+                    Refused{"SparseGibibyte",
+                            [](const fs::path& file) {
+                                writeFile(file, "");
+                                fs::resize_file(file, std::uintmax_t{1} << 30);
+                            },
+                            kDefaultReadLimit,
+                            "it is larger than 256 MiB"}),
     [](const testing::TestParamInfo<Refused>& info) { return info.param.name; });
 
 TEST_F(AtomicFile, AFileExactlyAtTheLimitIsRead)

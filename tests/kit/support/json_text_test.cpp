@@ -54,19 +54,34 @@ TEST(JsonReader, DecodesEveryEscapeAndSurrogatePairs)
 TEST(JsonReader, RefusesWhatStrictJsonRefuses)
 {
     const char* cases[] = {
-        R"("\ud83d")",        // high surrogate alone
-        R"("\ud83d\u0041")",  // high surrogate then no low one
-        R"("\ude00")",        // low surrogate first
-        R"("\u12")",          // short escape
-        R"("\x41")",          // unknown escape
-        "\"a\nb\"",           // raw control character
-        "\"\xC0\xAF\"",       // overlong
-        "\"\xED\xA0\x80\"",   // surrogate as UTF-8
+        R"("\ud83d")",          // high surrogate alone
+        R"("\ud83d\u0041")",    // high surrogate then no low one
+        R"("\ude00")",          // low surrogate first
+        R"("\u12")",            // short escape
+        R"("\x41")",            // unknown escape
+        "\"a\nb\"",             // raw control character
+        "\"\xC0\xAF\"",         // overlong
+        "\"\xED\xA0\x80\"",     // surrogate as UTF-8
         "\"\xF4\x90\x80\x80\"", // past U+10FFFF
-        "\"\xE2\x82\"",       // cut short
-        "\"abc",              // unterminated
-        "01", "1.", ".5", "-", "+1", "1e", "0x10", "1e400", "NaN", "Infinity",
-        "[1,]", "{\"a\":1,}", "{\"a\"}", "[1 2]", "tru", "nul", "[] []",
+        "\"\xE2\x82\"",         // cut short
+        "\"abc",                // unterminated
+        "01",
+        "1.",
+        ".5",
+        "-",
+        "+1",
+        "1e",
+        "0x10",
+        "1e400",
+        "NaN",
+        "Infinity",
+        "[1,]",
+        "{\"a\":1,}",
+        "{\"a\"}",
+        "[1 2]",
+        "tru",
+        "nul",
+        "[] []",
     };
     for (const char* c : cases) {
         EXPECT_TRUE(refused(c)) << c;

@@ -18,11 +18,13 @@ TEST(VisibleText, ControlsShowAsPicturesAndBadBytesAsReplacement)
         {"\x1b[2K\x1b[1A", "␛[2K␛[1A"},
         {"line\r\nnext\t", "line␍␊next␉"},
         {"\x7f", "␡"},
-        {"\xc2\x9b" "31m", "�31m"},           // C1 CSI
+        {"\xc2\x9b"
+         "31m",
+         "�31m"},                                    // C1 CSI
         {"left \xe2\x80\xae right", "left � right"}, // right-to-left override
         {"\xff\xfe", "��"},
-        {"\xc0\xaf", "��"},                   // overlong "/"
-        {"\xed\xa0\x80", "���"},              // a surrogate
+        {"\xc0\xaf", "��"},      // overlong "/"
+        {"\xed\xa0\x80", "���"}, // a surrogate
         {"cut \xe2\x82", "cut ��"},
         {"Café ☕ 𝄞", "Café ☕ 𝄞"},
     };

@@ -486,8 +486,11 @@ TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
                             "ask."));
 
     // Applied in memory but not on disk: the assistant must not believe it lasts.
-    auto unsaved = first.decided(Decision{
-        Decision::Kind::Applied, {}, {}, "Could not save “library.json”: No space left on device."});
+    auto unsaved =
+        first.decided(Decision{Decision::Kind::Applied,
+                               {},
+                               {},
+                               "Could not save “library.json”: No space left on device."});
     EXPECT_EQ(unsaved.status, WriteTools::Status::Applied);
     EXPECT_THAT(unsaved.message,
                 testing::HasSubstr("could not be saved yet (Could not save “library.json”: No "
