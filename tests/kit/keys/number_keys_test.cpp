@@ -133,30 +133,6 @@ TEST_F(KeysFromSettings, AFreshInstallUsesControlCommandAndBothHotKeys)
     EXPECT_EQ(HotKeyCombo(*s.activeBarHotKey()).display(), "⌃⌘A");
 }
 
-TEST_F(KeysFromSettings, GarbageReadsAsTheDefaultsOrOff)
-{
-    m_store.setValue("shortcutKeys", std::string("hyper"));
-    m_store.setValue("menuHotKey", std::string(R"({"keyCode": "G"})"));
-    m_store.setValue("activeBarHotKey", std::string("{"));
-    auto& s = settings();
-    EXPECT_EQ(NumberKeys::fromSettings(s)->pair, (ModifierSet{kControl, kCommand}));
-    EXPECT_EQ(s.menuHotKey(), std::nullopt);
-    EXPECT_EQ(s.activeBarHotKey(), std::nullopt);
-}
-
-TEST_F(KeysFromSettings, ACustomSetThatBreaksThePairRulesFallsBackToControlOption)
-{
-    m_store.setValue("shortcutKeys", std::string("custom"));
-    m_store.setValue("customShortcutModifiers", std::int64_t{0x120000}); // ⇧⌘
-    EXPECT_EQ(NumberKeys::fromSettings(settings())->pair, kDefaultCustomPair);
-
-    m_store.setValue("customShortcutModifiers", std::int64_t{0x1A0000 | 0x10000}); // ⇧⌥⌘, Caps
-    EXPECT_EQ(NumberKeys::fromSettings(settings())->pair, (ModifierSet{kShift, kOption, kCommand}));
-
-    m_store.setValue("shortcutKeys", std::string("off"));
-    EXPECT_EQ(NumberKeys::fromSettings(settings()), std::nullopt);
-}
-
 TEST(DigitKeysText, NamesEachChoice)
 {
     EXPECT_EQ(displayText(DigitKeys::OptionCommand, {}), "⌥⌘ Option Command");

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <unordered_set>
 
 using namespace kit::library;
 
@@ -92,31 +91,14 @@ TEST(DeepLinkMatching, IsExactCharacterForCharacter)
     EXPECT_FALSE(DeepLinkTemplates::matching("slack://open?team=T123"));
 }
 
-class DeepLinkCatalogue : public testing::Test
-{
-protected:
-    const std::vector<DeepLinkTemplate>& all = DeepLinkTemplates::all();
-};
-
-TEST_F(DeepLinkCatalogue, IsBuiltOnce)
-{
-    EXPECT_EQ(&DeepLinkTemplates::all(), &all);
-}
-
-TEST_F(DeepLinkCatalogue, IdsAndAddressesAreUnique)
+TEST(DeepLinkCatalogue, RowsAreWellFormedAndUnique)
 {
     std::set<std::string> ids;
     std::set<std::string> addresses;
-    for (const auto& link : all) {
-        EXPECT_TRUE(ids.insert(link.id()).second) << link.id();
-        EXPECT_TRUE(addresses.insert(link.address).second) << link.address;
-    }
-}
-
-TEST_F(DeepLinkCatalogue, RowsAreWellFormed)
-{
-    for (const auto& link : all) {
+    for (const auto& link : DeepLinkTemplates::all()) {
         SCOPED_TRACE(link.id());
+        EXPECT_TRUE(ids.insert(link.id()).second);
+        EXPECT_TRUE(addresses.insert(link.address).second);
         EXPECT_FALSE(link.appName.empty());
         EXPECT_FALSE(link.bundleID.empty());
         EXPECT_FALSE(link.title.empty());
@@ -139,93 +121,9 @@ TEST_F(DeepLinkCatalogue, RowsAreWellFormed)
     }
 }
 
-TEST_F(DeepLinkCatalogue, HoldsTheApplicationsLinks)
+TEST(DeepLinkCatalogue, ReadingAFilledAddressGivesBackItsValues)
 {
-    const std::vector<std::string> addresses{
-        "slack://channel?team={workspace}&id={channel}",
-        "slack://user?team={workspace}&id={person}",
-        "slack://file?team={workspace}&id={file}",
-        "slack://open?team={workspace}",
-        "whatsapp://send?phone={phone number}",
-        "whatsapp://send?phone={phone number}&text={message}",
-        "figma://file/{file key}",
-        "notion://www.notion.so/{page}",
-        "zoommtg://zoom.us/join?confno={meeting number}",
-        "tg://resolve?domain={username}",
-        "spotify:playlist:{playlist id}",
-        "spotify:album:{album id}",
-        "shortcuts://run-shortcut?name={name}",
-        "raycast://extensions/{author/extension/command}",
-        "obsidian://open?vault={vault}",
-        "obsidian://open?vault={vault}&file={note}",
-        "bear://x-callback-url/open-note?title={title}",
-        "vscode://file/{path}",
-        "things:///show?id=today",
-        "things:///show?id=inbox",
-        "omnifocus:///inbox",
-        "msteams:/l/chat/0/0?users={email}",
-        "discord://discord.com/channels/{server}/{channel}",
-        "x-apple.systempreferences:com.apple.{pane}",
-    };
-    for (const auto& address : addresses) {
-        EXPECT_TRUE(DeepLinkTemplates::matching(address)) << address;
-    }
-    auto whatsApp = DeepLinkTemplates::matching(kPhone);
-    ASSERT_TRUE(whatsApp);
-    EXPECT_EQ(whatsApp->title, "Message a number");
-    EXPECT_EQ(whatsApp->placeholder, "the number with its country code; a + or spaces are fine");
-    EXPECT_TRUE(whatsApp->typed);
-}
-
-TEST_F(DeepLinkCatalogue, HasOneCompleteLinkPerSettingsPane)
-{
-    std::vector<DeepLinkTemplate> panes;
-    for (const auto& link : all) {
-        if (link.bundleID == "com.apple.systempreferences" && link.isComplete()) {
-            panes.push_back(link);
-        }
-    }
-    ASSERT_EQ(panes.size(), 37u);
-    for (const auto& pane : panes) {
-        SCOPED_TRACE(pane.title);
-        EXPECT_TRUE(pane.address.starts_with("x-apple.systempreferences:com.apple."));
-        EXPECT_EQ(pane.suggestedName, pane.title);
-        ASSERT_TRUE(pane.icon);
-        EXPECT_EQ(pane.icon->kind, IconOverride::Kind::Symbol);
-    }
-    auto icloud = DeepLinkTemplates::matching(
-        "x-apple.systempreferences:com.apple.systempreferences.AppleIDSettings:icloud");
-    ASSERT_TRUE(icloud);
-    EXPECT_EQ(icloud->title, "iCloud");
-}
-
-TEST_F(DeepLinkCatalogue, EqualityAndHashingCoverEveryField)
-{
-    std::unordered_set<DeepLinkTemplate> set(all.begin(), all.end());
-    EXPECT_EQ(set.size(), all.size());
-
-    const DeepLinkTemplate& base = all.front();
-    std::vector<DeepLinkTemplate> changed(8, base);
-    changed[0].appName += "x";
-    changed[1].bundleID += "x";
-    changed[2].title += "x";
-    changed[3].address += "x";
-    changed[4].placeholder.reset();
-    changed[5].suggestedName += "x";
-    changed[6].typed = !base.typed;
-    changed[7].icon = IconOverride::emoji("💬");
-    for (const auto& other : changed) {
-        EXPECT_NE(other, base);
-        set.insert(other);
-    }
-    EXPECT_EQ(set.size(), all.size() + changed.size());
-    EXPECT_EQ(std::hash<DeepLinkTemplate>()(DeepLinkTemplate(base)),
-              std::hash<DeepLinkTemplate>()(base));
-}
-
-TEST_F(DeepLinkCatalogue, ReadingAFilledAddressGivesBackItsValues)
-{
-    for (const auto& link : all) {
+    for (const auto& link : DeepLinkTemplates::all()) {
         if (link.isComplete()) {
             continue;
         }
@@ -255,11 +153,6 @@ TEST(DeepLinkCatalogueLinux, MapsBundleIdsToDesktopEntries)
     EXPECT_EQ(DeepLinkTemplates::desktopEntryIDs("org.telegram.desktop").size(), 0u)
         << "keys are the catalogue's bundle ids";
     EXPECT_TRUE(DeepLinkTemplates::desktopEntryIDs("com.apple.systempreferences").empty());
-    for (const auto& link : DeepLinkTemplates::all()) {
-        for (auto id : DeepLinkTemplates::desktopEntryIDs(link.bundleID)) {
-            EXPECT_FALSE(id.empty()) << link.bundleID;
-        }
-    }
 }
 
 struct ReadingRow
@@ -410,7 +303,6 @@ INSTANTIATE_TEST_SUITE_P(
                                {{"username", "durov"}},
                                "tg://resolve?domain=durov"},
                     ReadingRow{"TelegramInvitation", "https://t.me/+AbCdEf", "", {}, ""},
-                    ReadingRow{"TelegramJoinChat", "https://t.me/joinchat/AbCdEf", "", {}, ""},
                     ReadingRow{"SpotifyPlaylist",
                                "https://open.spotify.com/playlist/37i9dQZF1DXcBWIGoYBM5M?si=abc",
                                "spotify:playlist:{playlist id}",
@@ -421,8 +313,6 @@ INSTANTIATE_TEST_SUITE_P(
                                kSpotifyAlbum,
                                {{"album id", "4aawyAB9"}},
                                "spotify:album:4aawyAB9"},
-                    ReadingRow{
-                        "SpotifyTrack", "https://open.spotify.com/track/4aawyAB9", "", {}, ""},
                     ReadingRow{"TeamsChat",
                                "https://teams.microsoft.com/l/chat/0/0?users=ada@example.com",
                                "msteams:/l/chat/0/0?users={email}",
@@ -438,8 +328,7 @@ INSTANTIATE_TEST_SUITE_P(
                                kDiscord,
                                {{"server", "@me"}, {"channel", "456"}},
                                "discord://discord.com/channels/@me/456"},
-                    ReadingRow{"LookalikeHost", "https://notdiscord.com/channels/1/2", "", {}, ""},
-                    ReadingRow{"OtherSite", "https://example.com/channels/1/2", "", {}, ""}),
+                    ReadingRow{"LookalikeHost", "https://notdiscord.com/channels/1/2", "", {}, ""}),
     [](const auto& info) { return info.param.name; });
 
 // A template whose blanks come from a pasted link must be readable from its app's web link.

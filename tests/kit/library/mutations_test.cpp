@@ -223,14 +223,6 @@ TEST_F(LibraryTree, ChangesApplyToTheKindsTheyFit)
     library.apply(change::OpenWith{"org.gnome.TextEditor"}, doc);
     library.apply(change::OpenWith{"ignored"}, a);
     EXPECT_EQ(library.shortcut(doc)->target.fileTarget()->openWith, "org.gnome.TextEditor");
-
-    library.setPopoverSize(c, {300, 500});
-    library.setLastVisitedURL(c, "https://example.com/last");
-    library.setWindowSize(doc, {1, 1}); // not a link
-    EXPECT_EQ(library.shortcut(c)->target.urlTarget()->popoverSize, (ContentSize{300, 500}));
-    EXPECT_EQ(library.shortcut(c)->target.urlTarget()->lastVisitedURL, "https://example.com/last");
-    library.refreshBookmark(doc, Bookmark{{7}, "/tmp/moved.txt"});
-    EXPECT_EQ(library.shortcut(doc)->target.fileTarget()->bookmark.displayPath, "/tmp/moved.txt");
 }
 
 TEST_F(LibraryTree, ForgettingASessionReachesIntoGroups)

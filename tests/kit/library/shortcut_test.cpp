@@ -51,12 +51,3 @@ TEST(Resolving, TargetSettingsWinOverDefaults)
     EXPECT_EQ(own.pageZoom, 3.0);
     EXPECT_TRUE(own.staysOnTop);
 }
-
-TEST(Icons, OnlyEmojiKeepTheirOwnColours)
-{
-    EXPECT_TRUE(IconOverride::symbol("folder").takesColour());
-    EXPECT_TRUE(IconOverride::image({1}).takesColour());
-    EXPECT_FALSE(IconOverride::emoji("🙂").takesColour());
-    EXPECT_EQ(IconTint::colour("#112233").hex(), "#112233");
-    EXPECT_EQ(IconTint::monochrome().hex(), std::nullopt);
-}
