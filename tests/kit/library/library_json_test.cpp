@@ -28,35 +28,6 @@ std::string decodeFailure(const std::string& text)
     return "decoded";
 }
 
-Shortcut everyField()
-{
-    URLTarget url;
-    url.url = "https://mail.example.com/inbox?a=1&b=2";
-    url.templateID = "com.example.mail/Open the inbox";
-    url.openMode = OpenMode::Window;
-    url.sessionID = SessionID::make();
-    url.browserBundleID = "org.mozilla.firefox";
-    url.userAgent = BrowserAgent::Custom;
-    url.customUserAgent = "Agent/1.0";
-    url.pageAppearance = PageAppearance::ForcedDark;
-    url.blocksAds = false;
-    url.popoverSize = ContentSize{420.5, 600};
-    url.windowSize = ContentSize{1200, 900};
-    url.lastVisitedURL = "https://mail.example.com/thread/7";
-    url.isPrivate = true;
-    url.staysOnTop = true;
-    url.reloadsOnOpen = true;
-    url.keepsPlaying = true;
-    url.newWindowLinks = NewWindowLinks::NewWindow;
-    url.pageZoom = 1.25;
-    Shortcut s = Shortcut::make("Mail “work” ✉", Target::url(url));
-    s.icon = IconOverride::image({0, 1, 2, 250, 251, 255});
-    s.iconTint = IconTint::colour("#FF8800");
-    s.iconOpacity = 0.6;
-    s.isInMenuBar = false;
-    return s;
-}
-
 } // namespace
 
 TEST(LibraryJson, EveryKindAndFieldSurvivesARoundTrip)
