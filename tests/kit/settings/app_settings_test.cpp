@@ -88,41 +88,36 @@ TEST_P(AppSettingsUnreadable, reads_as_the_fallback)
     EXPECT_EQ(settings.get(GetParam().key), GetParam().readsAs);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    AppSettingsUnreadable,
-    testing::Values(
-        UnreadableCase{"unknown_digit_keys", "shortcutKeys", Value("banana"), "controlCommand"},
-        UnreadableCase{"digit_keys_not_text", "shortcutKeys", Value(true), "controlCommand"},
-        UnreadableCase{
-            "negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "control+option"},
-        UnreadableCase{
-            "fractional_modifiers", "customShortcutModifiers", Value(3.5), "control+option"},
-        UnreadableCase{
-            "modifiers_as_words", "customShortcutModifiers", Value("lots"), "control+option"},
-        UnreadableCase{"too_large_modifiers",
-                       "customShortcutModifiers",
-                       Value(int64_t{1} << 40),
-                       "control+option"},
-        UnreadableCase{"hot_key_garbage", "menuHotKey", Value(bytes("{not json")), "off"},
-        UnreadableCase{
-            "hot_key_without_modifiers", "menuHotKey", Value(bytes(R"({"keyCode":5})")), "off"},
-        UnreadableCase{"hot_key_code_too_large",
-                       "menuHotKey",
-                       Value(bytes(R"({"keyCode":70000,"modifiers":0})")),
-                       "off"},
-        UnreadableCase{"hot_key_as_boolean", "activeBarHotKey", Value(false), "off"},
-        UnreadableCase{"unknown_appearance", "appearance", Value("sepia"), "system"},
-        UnreadableCase{"unknown_new_window_links", "newWindowLinks", Value("tab"), "browser"},
-        UnreadableCase{"assistants_as_text", "assistantsEnabled", Value("yes"), "false"},
-        UnreadableCase{"writes_as_number", "assistantWritesEnabled", Value(int64_t{7}), "true"},
-        UnreadableCase{"wheel_as_double", "wheelSwitchesBars", Value(0.0), "true"},
-        UnreadableCase{"ads_as_bytes", "blocksAds", Value(bytes("1")), "true"},
-        // Text an INI file keeps in place of the typed value reads as that value.
-        UnreadableCase{"ini_boolean", "assistantsEnabled", Value("true"), "true"},
-        UnreadableCase{"ini_integer", "customShortcutModifiers", Value("1179648"), "shift+command"},
-        UnreadableCase{"ini_hot_key", "menuHotKey", Value(R"({"keyCode":1,"modifiers":0})"), "S"}),
-    [](const auto& info) { return std::string(info.param.name); });
+const std::vector<UnreadableCase> kUnreadable{
+    {"unknown_digit_keys", "shortcutKeys", Value("banana"), "controlCommand"},
+    {"digit_keys_not_text", "shortcutKeys", Value(true), "controlCommand"},
+    {"negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "control+option"},
+    {"fractional_modifiers", "customShortcutModifiers", Value(3.5), "control+option"},
+    {"modifiers_as_words", "customShortcutModifiers", Value("lots"), "control+option"},
+    {"too_large_modifiers", "customShortcutModifiers", Value(int64_t{1} << 40), "control+option"},
+    {"hot_key_garbage", "menuHotKey", Value(bytes("{not json")), "off"},
+    {"hot_key_without_modifiers", "menuHotKey", Value(bytes(R"({"keyCode":5})")), "off"},
+    {"hot_key_code_too_large",
+     "menuHotKey",
+     Value(bytes(R"({"keyCode":70000,"modifiers":0})")),
+     "off"},
+    {"hot_key_as_boolean", "activeBarHotKey", Value(false), "off"},
+    {"unknown_appearance", "appearance", Value("sepia"), "system"},
+    {"unknown_new_window_links", "newWindowLinks", Value("tab"), "browser"},
+    {"assistants_as_text", "assistantsEnabled", Value("yes"), "false"},
+    {"writes_as_number", "assistantWritesEnabled", Value(int64_t{7}), "true"},
+    {"wheel_as_double", "wheelSwitchesBars", Value(0.0), "true"},
+    {"ads_as_bytes", "blocksAds", Value(bytes("1")), "true"},
+    // Text an INI file keeps in place of the typed value reads as that value.
+    {"ini_boolean", "assistantsEnabled", Value("true"), "true"},
+    {"ini_integer", "customShortcutModifiers", Value("1179648"), "shift+command"},
+    {"ini_hot_key", "menuHotKey", Value(R"({"keyCode":1,"modifiers":0})"), "S"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table,
+                         AppSettingsUnreadable,
+                         testing::ValuesIn(kUnreadable),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 class AppSettingsObserving : public testing::Test
 {

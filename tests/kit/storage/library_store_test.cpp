@@ -3,6 +3,7 @@
 
 #include "kit/library/fixtures.h"
 #include "kit/library/library_json.h"
+#include "support/manual_queue.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -294,43 +295,9 @@ TEST_F(LibraryStoreTest, ObserversAreToldOncePerChange)
     EXPECT_EQ(told.size(), 3u);
 }
 
-TEST_F(LibraryStoreTest, AFailedWriteKeepsTheChangeAndTheNextSaveTriesAgain)
+TEST_F(LibraryStoreTest, AFailedSaveKeepsTheChangeAndIsHeardOnTheMainQueueUntilASaveSucceeds)
 {
-    auto store = open();
-    // A folder where the file should be: the rename over it fails, whoever runs the test.
-    std::filesystem::create_directory(dir.file("library.json"));
-    store->mutate([](Library& l) { l.add(webLink("Precious")); });
-    store->flush();
-    ASSERT_TRUE(store->saveError().has_value());
-    EXPECT_THAT(*store->saveError(), HasSubstr("library.json"));
-    EXPECT_EQ(store->library().shortcuts.size(), 1u);
-
-    std::filesystem::remove(dir.file("library.json"));
-    store->mutate([](Library& l) { l.add(webLink("More")); });
-    store->flush();
-    EXPECT_FALSE(store->saveError().has_value());
-    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 2u);
-}
-
-TEST_F(LibraryStoreTest, ObserversHearOfAFailedSaveAndOfItsRecoveryOnTheMainQueue)
-{
-    struct Posted : kit::support::MainQueue
-    {
-        void post(std::function<void()> task) override { tasks.push_back(std::move(task)); }
-        void postAfter(std::chrono::milliseconds, std::function<void()> task) override
-        {
-            post(std::move(task));
-        }
-        void run()
-        {
-            auto due = std::move(tasks);
-            tasks.clear();
-            for (auto& task : due) {
-                task();
-            }
-        }
-        std::vector<std::function<void()>> tasks;
-    } mainQueue;
+    ManualQueue mainQueue;
     LibraryStore::Options options;
     options.interval = std::chrono::milliseconds(60'000);
     options.mainQueue = &mainQueue;
@@ -342,22 +309,26 @@ TEST_F(LibraryStoreTest, ObserversHearOfAFailedSaveAndOfItsRecoveryOnTheMainQueu
         }
     });
 
+    // A folder where the file should be: the rename over it fails, whoever runs the test.
     std::filesystem::create_directory(dir.file("library.json"));
     store->mutate([](Library& l) { l.add(webLink("Mail")); });
     store->flush();
+    EXPECT_EQ(store->library().shortcuts.size(), 1u);
     EXPECT_TRUE(heard.empty()) << "told on the main thread only";
-    mainQueue.run();
+    mainQueue.runAll();
     ASSERT_EQ(heard.size(), 1u);
     EXPECT_THAT(heard[0].value_or(""), testing::StartsWith("Could not save “library.json”: "));
 
     std::filesystem::remove(dir.file("library.json"));
+    store->mutate([](Library& l) { l.add(webLink("More")); });
     store->flush();
-    mainQueue.run();
+    mainQueue.runAll();
     EXPECT_EQ(heard.size(), 2u);
     EXPECT_EQ(heard.back(), std::nullopt);
+    EXPECT_EQ(decodeLibrary(file("library.json")).shortcuts.size(), 2u);
 
     store.reset();
-    mainQueue.run(); // a report that outlives the store is dropped
+    mainQueue.runAll(); // a report that outlives the store is dropped
 }
 
 TEST_F(LibraryStoreTest, PreviewShowsAnotherFileAndWritesNothing)
