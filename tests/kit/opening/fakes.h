@@ -4,11 +4,9 @@
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/opening/presenters.h"
 #include "kit/opening/workspace_opening.h"
-#include "kit/support/main_queue.h"
+#include "support/manual_queue.h"
 
-#include <deque>
 #include <map>
-#include <mutex>
 #include <set>
 
 namespace testing_support {
@@ -17,42 +15,6 @@ using namespace kit::opening;
 using kit::library::ResolvedBrowsing;
 using kit::library::Shortcut;
 using kit::library::ShortcutID;
-
-// A main queue that runs its tasks only when the test says so; post is safe from any thread.
-class ManualQueue final : public kit::support::MainQueue
-{
-public:
-    void post(std::function<void()> task) override
-    {
-        std::lock_guard lock(m_mutex);
-        m_tasks.push_back(std::move(task));
-    }
-    void postAfter(std::chrono::milliseconds, std::function<void()> task) override
-    {
-        post(std::move(task));
-    }
-    size_t runAll()
-    {
-        size_t ran = 0;
-        for (;;) {
-            std::function<void()> task;
-            {
-                std::lock_guard lock(m_mutex);
-                if (m_tasks.empty()) {
-                    return ran;
-                }
-                task = std::move(m_tasks.front());
-                m_tasks.pop_front();
-            }
-            task();
-            ++ran;
-        }
-    }
-
-private:
-    std::mutex m_mutex;
-    std::deque<std::function<void()>> m_tasks;
-};
 
 class FakeWorkspace final : public WorkspaceOpening
 {

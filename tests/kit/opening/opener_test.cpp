@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <ostream>
 #include <thread>
 
@@ -47,13 +48,14 @@ protected:
 
     void SetUp() override { make(&m_panels, &m_windows); }
 
-    void make(PagePresenter* panels, WindowPresenter* windows)
+    void
+    make(PagePresenter* panels, WindowPresenter* windows, BookmarkResolver* bookmarks = nullptr)
     {
         m_opener = std::make_unique<Opener>(Opener::Services{m_store,
                                                              [this] { return m_defaults; },
                                                              m_workspace,
                                                              m_appleShortcuts,
-                                                             m_bookmarks,
+                                                             bookmarks ? *bookmarks : m_bookmarks,
                                                              m_alerts,
                                                              m_queue,
                                                              panels,
@@ -94,67 +96,66 @@ protected:
 
 // Page surfaces: panel, window, browser and the fallbacks between them.
 
-TEST_F(OpenerTest, panel_opens_under_the_icon_it_was_clicked_on)
+// Where a page opens, by its mode, the presenters there are and where it was asked from.
+struct SurfaceCase
 {
-    const auto page = link("https://mail.example.com/", OpenMode::Popover);
-    m_panels.icons[page.id] = Anchor{9};
-    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
-    EXPECT_THAT(m_panels.shown, testing::ElementsAre(std::pair(page.id, Anchor{4})));
-    EXPECT_TRUE(m_windows.shown.empty());
-    EXPECT_TRUE(m_workspace.opened.empty());
+    const char* name;
+    std::optional<OpenMode> mode;
+    const char* presenters; // "both", "windows" or "none"
+    std::uint64_t clicked;  // the icon it was opened from; 0: from the keyboard
+    std::uint64_t icon;     // the page's own icon; 0: none
+    bool inAWindow;         // the page is already showing in a window
+    const char* expected;   // "panel N", "window", "forward" or "browser"
+};
+
+void PrintTo(const SurfaceCase& c, std::ostream* out)
+{
+    *out << c.name;
 }
 
-TEST_F(OpenerTest, panel_from_the_keyboard_hangs_under_the_fallback_icon)
-{
-    const auto page = link("https://mail.example.com/", std::nullopt); // defaults: panel
-    m_panels.icons[page.id] = Anchor{7};
-    EXPECT_EQ(m_opener->open(page), Outcome::opened());
-    EXPECT_THAT(m_panels.shown, testing::ElementsAre(std::pair(page.id, Anchor{7})));
-}
+class OpenerSurface : public OpenerTest, public testing::WithParamInterface<SurfaceCase>
+{};
 
-TEST_F(OpenerTest, panel_without_any_icon_opens_in_a_window)
+TEST_P(OpenerSurface, is_chosen_with_its_fallbacks)
 {
-    const auto page = link("https://mail.example.com/", OpenMode::Popover);
-    EXPECT_EQ(m_opener->open(page), Outcome::opened());
-    EXPECT_TRUE(m_panels.shown.empty());
-    EXPECT_EQ(m_windows.shown, std::vector{page.id});
-}
-
-TEST_F(OpenerTest, panel_whose_page_is_in_a_window_brings_the_window_forward)
-{
-    const auto page = link("https://mail.example.com/", OpenMode::Popover);
-    m_windows.open.insert(page.id);
-    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
-    EXPECT_EQ(m_windows.broughtForward, std::vector{page.id});
-    EXPECT_TRUE(m_panels.shown.empty());
-    EXPECT_TRUE(m_windows.shown.empty());
-}
-
-TEST_F(OpenerTest, panel_without_a_panel_presenter_opens_in_a_window)
-{
-    make(nullptr, &m_windows);
-    const auto page = link("https://mail.example.com/", OpenMode::Popover);
-    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
-    EXPECT_EQ(m_windows.shown, std::vector{page.id});
-}
-
-TEST_F(OpenerTest, panel_or_window_without_presenters_goes_to_the_browser)
-{
-    make(nullptr, nullptr);
-    EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::Popover), Anchor{1}),
+    const auto& c = GetParam();
+    const std::string presenters = c.presenters;
+    make(presenters == "both" ? &m_panels : nullptr, presenters != "none" ? &m_windows : nullptr);
+    const auto page = link("https://mail.example.com/", c.mode);
+    if (c.icon != 0) {
+        m_panels.icons[page.id] = Anchor{c.icon};
+    }
+    if (c.inAWindow) {
+        m_windows.open.insert(page.id);
+    }
+    EXPECT_EQ(c.clicked != 0 ? m_opener->open(page, Anchor{c.clicked}) : m_opener->open(page),
               Outcome::opened());
-    EXPECT_EQ(m_opener->open(link("https://b.example/", OpenMode::Window)), Outcome::opened());
-    EXPECT_EQ(m_workspace.opened,
-              (std::vector<std::string>{"https://a.example/", "https://b.example/"}));
+    std::vector<std::string> where;
+    for (const auto& [id, anchor] : m_panels.shown) {
+        where.push_back("panel " + std::to_string(anchor.value));
+    }
+    where.insert(where.end(), m_windows.shown.size(), "window");
+    where.insert(where.end(), m_windows.broughtForward.size(), "forward");
+    where.insert(where.end(), m_workspace.opened.size(), "browser");
+    EXPECT_EQ(where, std::vector<std::string>{c.expected});
 }
 
-TEST_F(OpenerTest, window_mode_ignores_the_anchor)
-{
-    const auto page = link("https://mail.example.com/", OpenMode::Window);
-    EXPECT_EQ(m_opener->open(page, Anchor{4}), Outcome::opened());
-    EXPECT_TRUE(m_panels.shown.empty());
-    EXPECT_EQ(m_windows.shown, std::vector{page.id});
-}
+constexpr auto kPanel = OpenMode::Popover;
+constexpr auto kWindow = OpenMode::Window;
+const std::vector<SurfaceCase> kSurfaces{
+    {"panel_under_the_clicked_icon", kPanel, "both", 4, 9, false, "panel 4"},
+    {"keyboard_panel_under_its_own_icon", std::nullopt, "both", 0, 7, false, "panel 7"},
+    {"panel_without_any_icon_in_a_window", kPanel, "both", 0, 0, false, "window"},
+    {"panel_already_in_a_window_brings_it_forward", kPanel, "both", 4, 0, true, "forward"},
+    {"panel_without_a_panel_presenter_in_a_window", kPanel, "windows", 4, 0, false, "window"},
+    {"panel_without_presenters_in_the_browser", kPanel, "none", 1, 0, false, "browser"},
+    {"window_without_presenters_in_the_browser", kWindow, "none", 0, 0, false, "browser"},
+    {"window_ignores_the_anchor", kWindow, "both", 4, 0, false, "window"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, OpenerSurface, testing::ValuesIn(kSurfaces), [](const auto& info) {
+    return std::string(info.param.name);
+});
 
 TEST_F(OpenerTest, the_page_gets_its_settings_resolved_against_the_current_defaults)
 {
@@ -270,33 +271,35 @@ TEST_P(OpenerAppleShortcutRun, result_is_handled_on_the_main_queue)
 
 const std::string kRunAddress = "shortcuts://run-shortcut?name=Clean%20this%20Mac";
 
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    OpenerAppleShortcutRun,
-    testing::Values(
-        RunCase{"ran", {AppleShortcutRun::Kind::Ran, {}}, true, {}, std::nullopt},
-        RunCase{"cancelled", {AppleShortcutRun::Kind::Cancelled, {}}, true, {}, std::nullopt},
-        RunCase{"unavailable_hands_the_address_to_the_system",
-                {AppleShortcutRun::Kind::Unavailable, {}},
-                true,
-                {kRunAddress},
-                std::nullopt},
-        RunCase{"unavailable_and_nothing_opens_it",
-                {AppleShortcutRun::Kind::Unavailable, {}},
-                false,
-                {kRunAddress},
-                "Nothing on this computer can open " + kRunAddress + "."},
-        RunCase{"not_found",
-                {AppleShortcutRun::Kind::NotFound, {}},
-                true,
-                {},
-                "There is no Shortcut called Clean this Mac on this computer."},
-        RunCase{"failed",
-                AppleShortcutRun::failed("The Shortcut stopped with an error (-50)."),
-                true,
-                {},
-                "The Shortcut stopped with an error (-50)."}),
-    [](const auto& info) { return std::string(info.param.name); });
+const std::vector<RunCase> kRuns{
+    {"ran", {AppleShortcutRun::Kind::Ran, {}}, true, {}, std::nullopt},
+    {"cancelled", {AppleShortcutRun::Kind::Cancelled, {}}, true, {}, std::nullopt},
+    {"unavailable_hands_the_address_to_the_system",
+     {AppleShortcutRun::Kind::Unavailable, {}},
+     true,
+     {kRunAddress},
+     std::nullopt},
+    {"unavailable_and_nothing_opens_it",
+     {AppleShortcutRun::Kind::Unavailable, {}},
+     false,
+     {kRunAddress},
+     "Nothing on this computer can open " + kRunAddress + "."},
+    {"not_found",
+     {AppleShortcutRun::Kind::NotFound, {}},
+     true,
+     {},
+     "There is no Shortcut called Clean this Mac on this computer."},
+    {"failed",
+     AppleShortcutRun::failed("The Shortcut stopped with an error (-50)."),
+     true,
+     {},
+     "The Shortcut stopped with an error (-50)."},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table,
+                         OpenerAppleShortcutRun,
+                         testing::ValuesIn(kRuns),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Applications.
 
@@ -376,15 +379,12 @@ TEST_F(OpenerTest, a_file_opens_with_the_default_app_under_held_access)
     EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/notes%20a.txt"});
     EXPECT_EQ(m_bookmarks.accessCount, 1);
     EXPECT_TRUE(m_bookmarks.accessing.empty()); // given back once the open returned
-}
 
-TEST_F(OpenerTest, a_folder_opens_like_a_file)
-{
     m_bookmarks.places["/home/me/Projects"] = {"/home/me/Projects", false};
-    const auto folder = Shortcut::make(
-        "Projects", Target::folder(FileTarget{Bookmark{{1}, "/home/me/Projects"}, std::nullopt}));
-    EXPECT_EQ(m_opener->open(folder), Outcome::opened());
-    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/Projects"});
+    EXPECT_EQ(m_opener->open(Shortcut::make(
+                  "Projects", Target::folder(FileTarget{Bookmark{{1}, "/home/me/Projects"}, {}}))),
+              Outcome::opened());
+    EXPECT_EQ(m_workspace.opened.back(), "file:///home/me/Projects");
 }
 
 TEST_F(OpenerTest, a_file_that_cannot_be_found_is_missing)
@@ -477,15 +477,7 @@ TEST_F(OpenerTest, every_report_replaces_the_last_failure)
 TEST_F(OpenerTest, a_moved_file_opens_and_the_library_holds_the_refreshed_bookmark)
 {
     InodeBookmarkResolver resolver;
-    m_opener = std::make_unique<Opener>(Opener::Services{m_store,
-                                                         [this] { return m_defaults; },
-                                                         m_workspace,
-                                                         m_appleShortcuts,
-                                                         resolver,
-                                                         m_alerts,
-                                                         m_queue,
-                                                         nullptr,
-                                                         nullptr});
+    make(nullptr, nullptr, &resolver);
     writeFile(m_dir.file("draft.txt"), "words");
     const auto bookmark = makeInodeBookmark(m_dir.file("draft.txt").string());
     ASSERT_TRUE(bookmark);
