@@ -3,12 +3,12 @@
 
 #include "kit/web/content_blocker.h"
 #include "kit/web/rules_digest.h"
+#include "support/manual_queue.h"
 #include "support/manual_scheduler.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -105,20 +105,10 @@ TEST_F(DiskRuleListStoreTest, IdentifiersCannotLeaveTheFolder)
 class ContentBlockerOnDisk : public testing::Test
 {
 protected:
-    struct MainQueue final : kit::support::MainQueue
-    {
-        std::deque<std::function<void()>> tasks;
-        void post(std::function<void()> task) override { tasks.push_back(std::move(task)); }
-        void postAfter(std::chrono::milliseconds, std::function<void()> task) override
-        {
-            tasks.push_back(std::move(task));
-        }
-    };
-
     TempDir bundle;
     TempDir support;
     testing_support::ManualScheduler background;
-    MainQueue mainQueue;
+    testing_support::ManualQueue mainQueue;
 
     bool launch(const std::string& rules)
     {
@@ -128,11 +118,7 @@ protected:
         kit::web::ContentBlocker blocker(store, {bundle.path(), "app"}, background, mainQueue);
         blocker.prepare();
         background.advance(std::chrono::nanoseconds(0));
-        while (!mainQueue.tasks.empty()) {
-            auto task = std::move(mainQueue.tasks.front());
-            mainQueue.tasks.pop_front();
-            task();
-        }
+        mainQueue.runAll();
         return blocker.isReady();
     }
 

@@ -95,55 +95,54 @@ INSTANTIATE_TEST_SUITE_P(
         Case{{"&ad_type="}, "https://a.com/x?b=1&ad_type=2", kPage, kImage, true},
         Case{{"-ad-300x250."}, "https://a.com/img/top-ad-300x250.png", kPage, kImage, true}));
 
-INSTANTIATE_TEST_SUITE_P(
-    Conditions,
-    Decisions,
-    testing::Values(
-        Case{{"||t.com^$third-party"}, "https://t.com/p", "https://t.com/", kScript, false},
-        Case{{"||t.com^$third-party"}, "https://cdn.t.com/p", "https://www.t.com/", kScript, false},
-        Case{{"||t.com^$third-party"}, "https://t.com/p", kPage, kScript, true},
-        Case{{"||t.com^$~third-party"}, "https://t.com/p", kPage, kScript, false},
-        Case{{"||t.com^$~third-party"}, "https://t.com/p", "https://a.t.com/", kScript, true},
-        // Registrable domains come from the suffix list.
-        Case{
-            {"/p^$third-party"}, "https://a.shop.co.uk/p", "https://b.shop.co.uk/", kScript, false},
-        Case{{"/p^$third-party"}, "https://a.co.uk/p", "https://b.co.uk/", kScript, true},
-        Case{{"/p^$third-party"}, "https://a.x.ck/p", "https://b.x.ck/", kScript, true},
-        Case{{"/p^$third-party"}, "https://a.www.ck/p", "https://b.www.ck/", kScript, false},
-        Case{{"/ad.js$domain=site.com"}, "https://x.net/ad.js", kPage, kScript, true},
-        Case{{"/ad.js$domain=other.com"}, "https://x.net/ad.js", kPage, kScript, false},
-        Case{{"/ad.js$domain=~site.com"}, "https://x.net/ad.js", kPage, kScript, false},
-        Case{{"/ad.js$domain=~other.com"}, "https://x.net/ad.js", kPage, kScript, true},
-        Case{{"$script,domain=site.com"}, "https://x.net/any.js", kPage, kScript, true},
-        Case{{"$script,domain=site.com"}, "https://x.net/any.png", kPage, kImage, false},
-        Case{{"/ad.js$image"}, "https://x.net/ad.js", kPage, kScript, false},
-        Case{{"/ad.js$~image"}, "https://x.net/ad.js", kPage, kScript, true},
-        Case{{"/frame$subdocument"}, "https://x.net/frame", kPage, ResourceType::Document, true}));
+const std::vector<Case> kConditions{
+    {{"||t.com^$third-party"}, "https://t.com/p", "https://t.com/", kScript, false},
+    {{"||t.com^$third-party"}, "https://cdn.t.com/p", "https://www.t.com/", kScript, false},
+    {{"||t.com^$third-party"}, "https://t.com/p", kPage, kScript, true},
+    {{"||t.com^$~third-party"}, "https://t.com/p", kPage, kScript, false},
+    {{"||t.com^$~third-party"}, "https://t.com/p", "https://a.t.com/", kScript, true},
+    // Registrable domains come from the suffix list.
+    {{"/p^$third-party"}, "https://a.shop.co.uk/p", "https://b.shop.co.uk/", kScript, false},
+    {{"/p^$third-party"}, "https://a.co.uk/p", "https://b.co.uk/", kScript, true},
+    {{"/p^$third-party"}, "https://a.x.ck/p", "https://b.x.ck/", kScript, true},
+    {{"/p^$third-party"}, "https://a.www.ck/p", "https://b.www.ck/", kScript, false},
+    {{"/ad.js$domain=site.com"}, "https://x.net/ad.js", kPage, kScript, true},
+    {{"/ad.js$domain=other.com"}, "https://x.net/ad.js", kPage, kScript, false},
+    {{"/ad.js$domain=~site.com"}, "https://x.net/ad.js", kPage, kScript, false},
+    {{"/ad.js$domain=~other.com"}, "https://x.net/ad.js", kPage, kScript, true},
+    {{"$script,domain=site.com"}, "https://x.net/any.js", kPage, kScript, true},
+    {{"$script,domain=site.com"}, "https://x.net/any.png", kPage, kImage, false},
+    {{"/ad.js$image"}, "https://x.net/ad.js", kPage, kScript, false},
+    {{"/ad.js$~image"}, "https://x.net/ad.js", kPage, kScript, true},
+    {{"/frame$subdocument"}, "https://x.net/frame", kPage, ResourceType::Document, true},
+};
 
-INSTANTIATE_TEST_SUITE_P(
-    Exceptions,
-    Decisions,
-    testing::Values(
-        Case{{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/ok.js", kPage, kScript, false},
-        Case{{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/no.js", kPage, kScript, true},
-        Case{{"||ads.com^", "@@||ads.com^$image"}, "https://ads.com/a.js", kPage, kScript, true},
-        Case{{"||ads.com^$important", "@@||ads.com^"}, "https://ads.com/a", kPage, kScript, true},
-        Case{{"||ads.com^", "@@||site.com^$document"}, "https://ads.com/a", kPage, kScript, false},
-        Case{{"||ads.com^", "@@||site.com^$document"},
-             "https://ads.com/a",
-             "https://x.org/",
-             kScript,
-             true},
-        Case{{"||ads.com^", "@@|https://news.site.com/$document"},
-             "https://ads.com/a",
-             kPage,
-             kScript,
-             false},
-        Case{{"||ads.com^", "@@|https://www.site.com/$document"},
-             "https://ads.com/a",
-             kPage,
-             kScript,
-             true}));
+INSTANTIATE_TEST_SUITE_P(Conditions, Decisions, testing::ValuesIn(kConditions));
+
+const std::vector<Case> kExceptions{
+    {{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/ok.js", kPage, kScript, false},
+    {{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/no.js", kPage, kScript, true},
+    {{"||ads.com^", "@@||ads.com^$image"}, "https://ads.com/a.js", kPage, kScript, true},
+    {{"||ads.com^$important", "@@||ads.com^"}, "https://ads.com/a", kPage, kScript, true},
+    {{"||ads.com^", "@@||site.com^$document"}, "https://ads.com/a", kPage, kScript, false},
+    {{"||ads.com^", "@@||site.com^$document"},
+     "https://ads.com/a",
+     "https://x.org/",
+     kScript,
+     true},
+    {{"||ads.com^", "@@|https://news.site.com/$document"},
+     "https://ads.com/a",
+     kPage,
+     kScript,
+     false},
+    {{"||ads.com^", "@@|https://www.site.com/$document"},
+     "https://ads.com/a",
+     kPage,
+     kScript,
+     true},
+};
+
+INSTANTIATE_TEST_SUITE_P(Exceptions, Decisions, testing::ValuesIn(kExceptions));
 
 TEST(Matcher, LaterExceptionsCancelOnlyEarlierRules)
 {

@@ -5,11 +5,10 @@
 #include "kit/keys/bar_wheel.h"
 #include "kit/keys/clock.h"
 #include "kit/keys/modifier_watch.h"
-#include "kit/support/main_queue.h"
+#include "support/manual_queue.h"
 
 #include <algorithm>
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <set>
@@ -90,29 +89,7 @@ private:
     int m_created = 0;
 };
 
-// Queues posted tasks until the test runs them, as the main thread would later.
-class FakeMainQueue final : public kit::support::MainQueue
-{
-public:
-    void post(std::function<void()> task) override { m_tasks.push_back(std::move(task)); }
-    void postAfter(std::chrono::milliseconds, std::function<void()> task) override
-    {
-        m_tasks.push_back(std::move(task));
-    }
-
-    void runAll()
-    {
-        while (!m_tasks.empty()) {
-            auto task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-            task();
-        }
-    }
-    size_t pending() const { return m_tasks.size(); }
-
-private:
-    std::deque<std::function<void()>> m_tasks;
-};
+using FakeMainQueue = testing_support::ManualQueue;
 
 struct Registration
 {

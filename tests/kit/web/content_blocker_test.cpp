@@ -114,13 +114,6 @@ TEST_F(ContentBlockerTest, compiles_the_rules_under_their_digest)
     EXPECT_EQ(store.compiledText[identifierFor(kRules)], kRules);
 }
 
-TEST_F(ContentBlockerTest, the_rules_at_the_top_level_serve_when_the_subfolder_has_none)
-{
-    writeFile(bundle.file("adblock-rules.json"), kRules);
-    EXPECT_TRUE(prepared()->isReady());
-    EXPECT_TRUE(store.lists.contains(identifierFor(kRules)));
-}
-
 TEST_F(ContentBlockerTest, a_second_launch_of_the_same_build_reuses_the_list)
 {
     writeRules(kRules);

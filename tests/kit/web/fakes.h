@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "kit/support/main_queue.h"
 #include "kit/web/web_engine.h"
+#include "support/manual_queue.h"
 
 #include <chrono>
 #include <deque>
@@ -154,28 +154,7 @@ private:
     std::deque<std::function<void()>> m_pending;
 };
 
-// Queues posted tasks until the test runs them, as the main thread would later.
-class FakeMainQueue final : public kit::support::MainQueue
-{
-public:
-    void post(std::function<void()> task) override { m_tasks.push_back(std::move(task)); }
-    void postAfter(std::chrono::milliseconds, std::function<void()> task) override
-    {
-        m_tasks.push_back(std::move(task));
-    }
-
-    void runAll()
-    {
-        while (!m_tasks.empty()) {
-            auto task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-            task();
-        }
-    }
-
-private:
-    std::deque<std::function<void()>> m_tasks;
-};
+using FakeMainQueue = testing_support::ManualQueue;
 
 // A page's user content controller, counting the calls that reach it.
 class FakePage final : public kit::web::PageView

@@ -29,14 +29,9 @@ protected:
     SessionID home = SessionID::make();
 };
 
-TEST_F(SessionStoresTest, no_session_uses_the_default_store)
+TEST_F(SessionStoresTest, a_session_gets_the_store_named_by_its_id_once_and_none_the_default)
 {
     EXPECT_EQ(stores.store(std::nullopt), engine.defaultStore);
-    EXPECT_EQ(engine.storesMade, 0);
-}
-
-TEST_F(SessionStoresTest, a_session_gets_the_store_named_by_its_id_once)
-{
     auto first = stores.store(work);
     EXPECT_EQ(fake(first).identifier, work.uuid);
     EXPECT_EQ(stores.store(work), first);
