@@ -296,20 +296,21 @@ TEST_P(AddShortcuts, TurnsEachUsableLineIntoAShortcut)
     EXPECT_EQ(app.libraryStore().library().shortcuts.size(), GetParam().added.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts,
-    AddShortcuts,
-    ::testing::Values(AddCase{"OneLink", "https://www.example.org/news\n", {"Example"}, ""},
-                      AddCase{
-                          "ListWithCommentsAndJunk",
-                          "# copied by a file manager\r\nhttps://alpha.org/\r\nnot a link\r\n\r\n"
-                          "https://beta.org/",
-                          {"Alpha", "Beta"},
-                          ""},
-                      AddCase{"OnlyJunk", "two words", {}, "“two words”"},
-                      AddCase{"Nothing", " \n\t\n", {}, "The clipboard holds nothing to add"},
-                      AddCase{"MissingFile", "/no/such/file.pdf", {}, "file.pdf"}),
-    [](const auto& info) { return info.param.name; });
+const std::vector<AddCase> kTexts{
+    {"OneLink", "https://www.example.org/news\n", {"Example"}, ""},
+    {"ListWithCommentsAndJunk",
+     "# copied by a file manager\r\nhttps://alpha.org/\r\nnot a link\r\n\r\n"
+     "https://beta.org/",
+     {"Alpha", "Beta"},
+     ""},
+    {"OnlyJunk", "two words", {}, "“two words”"},
+    {"Nothing", " \n\t\n", {}, "The clipboard holds nothing to add"},
+    {"MissingFile", "/no/such/file.pdf", {}, "file.pdf"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Texts, AddShortcuts, testing::ValuesIn(kTexts), [](const auto& info) {
+    return info.param.name;
+});
 
 TEST_F(PlatformTest, OffersTheLoginItemOnceEvenWhenTheQuestionIsNotAnswered)
 {

@@ -47,6 +47,13 @@ protected:
         return proposal;
     }
 
+    // Receives `proposal`, keeping the decision the proposer is told of.
+    void receive(const Proposal& proposal)
+    {
+        m_inbox.receive(
+            proposal, [this](const auto& decision) { m_decision = decision; }, m_store);
+    }
+
     std::vector<std::string> names() const
     {
         std::vector<std::string> list;
@@ -58,6 +65,7 @@ protected:
 
     testing_support::TempDir m_dir;
     LibraryStore m_store;
+    std::optional<ProposalInbox::Decision> m_decision; // outlives the inbox that sets it
     ProposalInbox m_inbox;
     std::vector<std::string> m_printed;
     TerminalReview m_review;
@@ -85,34 +93,30 @@ TEST_F(TerminalReviewTest, AnArrivingProposalIsShownOnceWithNumberedRows)
 
 TEST_F(TerminalReviewTest, ApplyingWritesOnlyTheCheckedRowsAndTellsTheProposer)
 {
-    std::optional<ProposalInbox::Decision> decision;
-    m_inbox.receive(
-        proposal(), [&](const auto& d) { decision = d; }, m_store);
+    receive(proposal());
 
     EXPECT_THAT(m_review.handle("uncheck 1"), HasSubstr("Row 1 is left out."));
     EXPECT_THAT(m_review.handle("uncheck 2"),
                 HasSubstr("Row 2 is left out. Nothing checked would change your bars."));
     EXPECT_THAT(m_review.handle("apply"), HasSubstr("Nothing checked would change your bars."));
-    EXPECT_FALSE(decision);
+    EXPECT_FALSE(m_decision);
     EXPECT_TRUE(m_inbox.isPending());
 
     EXPECT_THAT(m_review.handle("  check 2 "), HasSubstr("Row 2 is checked."));
     EXPECT_EQ(m_review.handle("apply"), "Applied: the checked rows are on your bars now.\n");
-    ASSERT_TRUE(decision);
-    EXPECT_EQ(decision->kind, ProposalInbox::Decision::Kind::Applied);
-    EXPECT_EQ(decision->leftOut, std::vector<std::string>{"Docs"});
+    ASSERT_TRUE(m_decision);
+    EXPECT_EQ(m_decision->kind, ProposalInbox::Decision::Kind::Applied);
+    EXPECT_EQ(m_decision->leftOut, std::vector<std::string>{"Docs"});
     EXPECT_EQ(names(), (std::vector<std::string>{"Post", "News"}));
     EXPECT_EQ(m_review.handle("apply"), "There is no proposal to review.\n");
 }
 
 TEST_F(TerminalReviewTest, DecliningChangesNothing)
 {
-    std::optional<ProposalInbox::Decision> decision;
-    m_inbox.receive(
-        proposal(), [&](const auto& d) { decision = d; }, m_store);
+    receive(proposal());
     EXPECT_EQ(m_review.handle("decline"), "Declined; nothing was changed.\n");
-    ASSERT_TRUE(decision);
-    EXPECT_EQ(decision->kind, ProposalInbox::Decision::Kind::Declined);
+    ASSERT_TRUE(m_decision);
+    EXPECT_EQ(m_decision->kind, ProposalInbox::Decision::Kind::Declined);
     EXPECT_EQ(names(), (std::vector<std::string>{"Mail", "News"}));
 }
 
@@ -190,9 +194,7 @@ TEST_F(TerminalReviewTest, AGroupMemberHasItsOwnBoxAndCanBeLeftOut)
                                {testing_support::webLink("Paper", "https://paper.example.org/"),
                                 testing_support::webLink("Blog", "https://blog.example.org/")})));
     proposal.bars.push_back(bar);
-    std::optional<ProposalInbox::Decision> decision;
-    m_inbox.receive(
-        proposal, [&](const auto& d) { decision = d; }, m_store);
+    receive(proposal);
 
     std::string shown = m_review.render();
     EXPECT_THAT(shown, HasSubstr(" 2. [x]   “Shortcuts” › “Paper”: added\n"));
@@ -207,8 +209,8 @@ TEST_F(TerminalReviewTest, AGroupMemberHasItsOwnBoxAndCanBeLeftOut)
     m_review.handle("check 1");
 
     ASSERT_EQ(m_review.handle("apply"), "Applied: the checked rows are on your bars now.\n");
-    ASSERT_TRUE(decision);
-    EXPECT_EQ(decision->leftOut, std::vector<std::string>{"Paper"});
+    ASSERT_TRUE(m_decision);
+    EXPECT_EQ(m_decision->leftOut, std::vector<std::string>{"Paper"});
     const Shortcut& reading = m_store.library().shortcuts.back();
     ASSERT_EQ(reading.name, "Reading");
     ASSERT_EQ(reading.target.members().size(), 1u);

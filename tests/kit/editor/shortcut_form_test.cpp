@@ -29,31 +29,12 @@ Shortcut link(std::string url)
     return Shortcut::make("", Target::url(webTarget(std::move(url))));
 }
 
+// Every setting set, and a name with the spaces a person may have left around it.
 Shortcut everySetting()
 {
-    URLTarget url;
-    url.url = "https://mail.example.com/inbox";
-    url.openMode = OpenMode::Window;
-    url.sessionID = kit::library::SessionID::make();
-    url.browserBundleID = "firefox-esr";
-    url.userAgent = BrowserAgent::Custom;
-    url.customUserAgent = "Agent/1.0";
-    url.pageAppearance = kit::library::PageAppearance::ForcedDark;
-    url.blocksAds = false;
-    url.popoverSize = kit::library::ContentSize{333.5, 444};
-    url.windowSize = kit::library::ContentSize{1234, 777.25};
-    url.lastVisitedURL = "https://mail.example.com/inbox/42";
-    url.isPrivate = true;
-    url.staysOnTop = true;
-    url.reloadsOnOpen = true;
-    url.keepsPlaying = true;
-    url.newWindowLinks = kit::library::NewWindowLinks::ThisPage;
-    url.pageZoom = 1.3;
-    Shortcut shortcut = Shortcut::make(" Mail ", Target::url(url));
-    shortcut.icon = kit::library::IconOverride::emoji("M");
-    shortcut.iconTint = kit::library::IconTint::colour("#112233");
-    shortcut.iconOpacity = 0.5;
-    shortcut.isInMenuBar = false;
+    Shortcut shortcut = testing_support::everyField();
+    shortcut.name = " Mail ";
+    shortcut.target.urlTarget()->templateID.reset();
     return shortcut;
 }
 
@@ -133,87 +114,82 @@ Shortcut withPage(URLTarget url)
     return Shortcut::make("Example", Target::url(std::move(url)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds,
-    ShortcutFormFields,
-    testing::Values(
-        FieldsRow{"Divider",
-                  Shortcut::make("", Target::divider()),
-                  false,
-                  {},
-                  {Field::Name, Field::Icon}},
-        FieldsRow{"Group",
-                  Shortcut::make("G", Target::group(kit::library::GroupTarget{})),
-                  false,
-                  {Field::Name, Field::Icon, Field::ShowInMenuBar},
-                  {Field::Address, Field::App}},
-        FieldsRow{"Member",
-                  Shortcut::make("A", Target::app({"firefox", {}})),
-                  true,
-                  {Field::Name, Field::App, Field::Icon},
-                  {Field::ShowInMenuBar}},
-        FieldsRow{"Folder",
-                  Shortcut::make("F", Target::folder({})),
-                  false,
-                  {Field::Path, Field::OpenWith},
-                  {Field::App, Field::Address}},
-        FieldsRow{
-            "PanelByDefault",
-            withPage(webTarget("https://example.com")),
-            false,
-            {Field::Address, Field::OpenMode, Field::Session, Field::PopoverSize, Field::Zoom},
-            {Field::WindowSize, Field::StaysOnTop, Field::Browser, Field::CustomUserAgent}},
-        FieldsRow{"Window",
-                  withPage(webTarget("https://example.com", {}, OpenMode::Window)),
-                  false,
-                  {Field::WindowSize, Field::StaysOnTop},
-                  {Field::PopoverSize, Field::Browser}},
-        FieldsRow{"Browser",
-                  withPage(webTarget("https://example.com", {}, OpenMode::System)),
-                  false,
-                  {Field::Browser},
-                  {Field::Session, Field::Zoom, Field::PopoverSize, Field::Private}},
-        FieldsRow{"PrivateHasNoAccount",
-                  withPage([] {
-                      auto url = webTarget("https://example.com");
-                      url.isPrivate = true;
-                      return url;
-                  }()),
-                  false,
-                  {Field::Private},
-                  {Field::Session}},
-        FieldsRow{"CustomAgent",
-                  withPage([] {
-                      auto url = webTarget("https://example.com");
-                      url.userAgent = BrowserAgent::Custom;
-                      return url;
-                  }()),
-                  false,
-                  {Field::CustomUserAgent},
-                  {}},
-        FieldsRow{"AppLinkOpensInItsApp",
-                  withPage(webTarget("slack://open?team=T1")),
-                  false,
-                  {Field::Address},
-                  {Field::OpenMode, Field::Browser, Field::Session}},
-        FieldsRow{"PastedTemplate",
-                  withPage(webTarget("slack://open?team=T1",
-                                     "com.tinyspeck.slackmacgap/Open a workspace")),
-                  false,
-                  {Field::Template, Field::PasteLink, Field::Blank},
-                  {Field::Address}},
-        FieldsRow{"TypedTemplate",
-                  withPage(webTarget("whatsapp://send?phone=1", kWhatsApp)),
-                  false,
-                  {Field::Blank},
-                  {Field::PasteLink, Field::Address}},
-        FieldsRow{
-            "CompleteTemplate",
-            withPage(webTarget("things:///show?id=today", "com.culturedcode.ThingsMac/Show Today")),
-            false,
-            {Field::Template},
-            {Field::Blank, Field::PasteLink, Field::Address}}),
-    [](const auto& info) { return std::string(info.param.label); });
+const std::vector<FieldsRow> kFieldRows{
+    {"Divider", Shortcut::make("", Target::divider()), false, {}, {Field::Name, Field::Icon}},
+    {"Group",
+     Shortcut::make("G", Target::group(kit::library::GroupTarget{})),
+     false,
+     {Field::Name, Field::Icon, Field::ShowInMenuBar},
+     {Field::Address, Field::App}},
+    {"Member",
+     Shortcut::make("A", Target::app({"firefox", {}})),
+     true,
+     {Field::Name, Field::App, Field::Icon},
+     {Field::ShowInMenuBar}},
+    {"Folder",
+     Shortcut::make("F", Target::folder({})),
+     false,
+     {Field::Path, Field::OpenWith},
+     {Field::App, Field::Address}},
+    {"PanelByDefault",
+     withPage(webTarget("https://example.com")),
+     false,
+     {Field::Address, Field::OpenMode, Field::Session, Field::PopoverSize, Field::Zoom},
+     {Field::WindowSize, Field::StaysOnTop, Field::Browser, Field::CustomUserAgent}},
+    {"Window",
+     withPage(webTarget("https://example.com", {}, OpenMode::Window)),
+     false,
+     {Field::WindowSize, Field::StaysOnTop},
+     {Field::PopoverSize, Field::Browser}},
+    {"Browser",
+     withPage(webTarget("https://example.com", {}, OpenMode::System)),
+     false,
+     {Field::Browser},
+     {Field::Session, Field::Zoom, Field::PopoverSize, Field::Private}},
+    {"PrivateHasNoAccount",
+     withPage([] {
+         auto url = webTarget("https://example.com");
+         url.isPrivate = true;
+         return url;
+     }()),
+     false,
+     {Field::Private},
+     {Field::Session}},
+    {"CustomAgent",
+     withPage([] {
+         auto url = webTarget("https://example.com");
+         url.userAgent = BrowserAgent::Custom;
+         return url;
+     }()),
+     false,
+     {Field::CustomUserAgent},
+     {}},
+    {"AppLinkOpensInItsApp",
+     withPage(webTarget("slack://open?team=T1")),
+     false,
+     {Field::Address},
+     {Field::OpenMode, Field::Browser, Field::Session}},
+    {"PastedTemplate",
+     withPage(webTarget("slack://open?team=T1", "com.tinyspeck.slackmacgap/Open a workspace")),
+     false,
+     {Field::Template, Field::PasteLink, Field::Blank},
+     {Field::Address}},
+    {"TypedTemplate",
+     withPage(webTarget("whatsapp://send?phone=1", kWhatsApp)),
+     false,
+     {Field::Blank},
+     {Field::PasteLink, Field::Address}},
+    {"CompleteTemplate",
+     withPage(webTarget("things:///show?id=today", "com.culturedcode.ThingsMac/Show Today")),
+     false,
+     {Field::Template},
+     {Field::Blank, Field::PasteLink, Field::Address}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds,
+                         ShortcutFormFields,
+                         testing::ValuesIn(kFieldRows),
+                         [](const auto& info) { return std::string(info.param.label); });
 
 TEST(ShortcutFormProblems, SentencesNameWhatIsWrong)
 {
