@@ -285,45 +285,34 @@ INSTANTIATE_TEST_SUITE_P(
                             ""}),
     [](const testing::TestParamInfo<Blocker>& info) { return info.param.name; });
 
-// What load answers for each state of the file.
-struct LoadCase
+TEST_F(JsonStoreTest, LoadAnswersForEachStateOfTheFile)
 {
-    const char* name;
-    std::function<void(const fs::path& file)> prepare;
-    LoadResult<std::string> expected;
-};
-
-void PrintTo(const LoadCase& loadCase, std::ostream* out)
-{
-    *out << loadCase.name;
+    struct Row
+    {
+        const char* name;
+        std::optional<std::string> text; // none: no file
+        LoadResult<std::string> expected;
+    };
+    const std::vector<Row> rows{
+        {"Missing", std::nullopt, LoadMissing{}},
+        {"Valid", R"("hello")", std::string("hello")},
+        {"Truncated", R"("hel)", LoadUnreadable{decodeError(R"("hel)")}},
+        {"WrongType", "[1]", LoadUnreadable{decodeError("[1]")}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove(m_file);
+        if (row.text) {
+            writeFile(m_file, *row.text);
+        }
+        EXPECT_EQ(m_store->load(), row.expected);
+    }
+    fs::remove(m_file);
+    fs::create_directory(m_file);
+    EXPECT_EQ(
+        m_store->load(),
+        (LoadResult<std::string>{LoadUnreadable{"Could not read “note.json”: it is a folder."}}));
 }
-
-class JsonStoreLoad : public JsonStoreTest, public testing::WithParamInterface<LoadCase>
-{};
-
-TEST_P(JsonStoreLoad, Answers)
-{
-    GetParam().prepare(m_file);
-    EXPECT_EQ(m_store->load(), GetParam().expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Files,
-    JsonStoreLoad,
-    testing::Values(LoadCase{"Missing", [](const fs::path&) {}, LoadMissing{}},
-                    LoadCase{"Valid",
-                             [](const fs::path& file) { writeFile(file, R"("hello")"); },
-                             std::string("hello")},
-                    LoadCase{"Truncated",
-                             [](const fs::path& file) { writeFile(file, R"("hel)"); },
-                             LoadUnreadable{decodeError(R"("hel)")}},
-                    LoadCase{"WrongType",
-                             [](const fs::path& file) { writeFile(file, "[1]"); },
-                             LoadUnreadable{decodeError("[1]")}},
-                    LoadCase{"AFolder",
-                             [](const fs::path& file) { fs::create_directory(file); },
-                             LoadUnreadable{"Could not read “note.json”: it is a folder."}}),
-    [](const testing::TestParamInfo<LoadCase>& info) { return info.param.name; });
 
 // A process killed at any moment of its writes leaves the file wholly old or wholly new, and the
 // temporary files it leaves cannot disturb the next writer.
