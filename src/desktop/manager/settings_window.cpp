@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager/settings_window.h"
 
+#include "desktop/keys/qt_modifiers.h"
 #include "desktop/qt_text.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
@@ -40,13 +41,7 @@ namespace {
 
 std::uint32_t rawModifiers(Qt::KeyboardModifiers modifiers)
 {
-    namespace modifier = kit::settings::modifier;
-    std::uint32_t raw = 0;
-    raw |= modifiers.testFlag(Qt::ShiftModifier) ? modifier::kShift : 0;
-    raw |= modifiers.testFlag(Qt::ControlModifier) ? modifier::kControl : 0;
-    raw |= modifiers.testFlag(Qt::AltModifier) ? modifier::kOption : 0;
-    raw |= modifiers.testFlag(Qt::MetaModifier) ? modifier::kCommand : 0;
-    return raw;
+    return modifierSet(modifiers).raw();
 }
 
 bool isModifierKey(int key)

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/pages/page_frame.h"
 
-#include "desktop/pages/page_logic.h"
+#include "desktop/keys/qt_modifiers.h"
 #include "desktop/pages/page_prompts.h"
+#include "kit/web/page_rules.h"
 
 #ifdef VANTOREL_HAS_PAGE_BLOCKING
 #include "desktop/blocking/page_blocking.h"
@@ -141,7 +142,9 @@ PageFrame::PageFrame(Kind kind,
         const QKeyCombination combination(Qt::ControlModifier, key);
         auto* shortcutKey = new QShortcut(QKeySequence(combination), this);
         connect(shortcutKey, &QShortcut::activated, this, [this, combination] {
-            if (auto next = zoomForKey(combination, zoom())) {
+            if (auto next = kit::web::zoomForKey(modifierSet(combination.keyboardModifiers()),
+                                                 char32_t(combination.key()),
+                                                 zoom())) {
                 setZoom(*next);
                 showZoom();
                 if (m_callbacks.zoomed) {
@@ -294,7 +297,7 @@ void PageFrame::applyAgent()
 {
     // An agent belongs to a profile, so pages sharing a session share the last one set.
     m_profile->setHttpUserAgent(QString::fromStdString(
-        userAgent(m_engineAgent, m_settings.userAgent, m_settings.customUserAgent)));
+        kit::web::userAgent(m_engineAgent, m_settings.userAgent, m_settings.customUserAgent)));
 }
 
 void PageFrame::applyAppearance()

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The pages module: everything that links the web engine, behind desktop::pages::Pages.
 #include "desktop/pages/page_frame.h"
-#include "desktop/pages/page_logic.h"
 #include "desktop/pages/page_prompts.h"
 #include "desktop/pages/pages.h"
 #include "desktop/pages/profiles.h"
+#include "desktop/qt_geometry.h"
+#include "kit/menubar/panel_placement.h"
 #include "kit/support/log.h"
 #include "kit/support/serial_queue.h"
 #include "kit/web/content_blocker.h"
@@ -116,7 +117,12 @@ public:
         if (!screen) {
             screen = QGuiApplication::primaryScreen();
         }
-        panel->present(panelGeometry(icon, pointer, panel->size(), screen->availableGeometry()));
+        const QSize size = panel->size();
+        panel->present(
+            toQt(kit::menubar::panelGeometry(toKit(icon),
+                                             {double(pointer.x()), double(pointer.y())},
+                                             {double(size.width()), double(size.height())},
+                                             toKit(screen->availableGeometry()))));
         if (fresh) {
             panel->start(*target);
         } else if (settings.reloadsOnOpen) {

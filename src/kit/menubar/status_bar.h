@@ -20,7 +20,8 @@ struct StatusItemHandle
 {
     uint64_t value = 0;
 
-    auto operator<=>(const StatusItemHandle&) const = default;
+    // clang-tidy 14 reads the defaulted comparison as one with a literal 0.
+    auto operator<=>(const StatusItemHandle&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 struct Point

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "desktop/pages/page_logic.h"
+#include "kit/web/page_rules.h"
 
 #include "kit/library/shortcut.h"
 
-#include <algorithm>
-
-namespace desktop::pages {
+namespace kit::web {
 
 using kit::library::BrowserAgent;
 using kit::library::PageZoom;
@@ -76,46 +74,25 @@ std::string userAgent(std::string_view engineDefault,
     return desktop;
 }
 
-QRect panelGeometry(QRect icon, QPoint pointer, QSize size, QRect screen)
+std::optional<double> zoomForKey(keys::ModifierSet modifiers, char32_t key, double current)
 {
-    size = size.boundedTo(screen.size());
-    QRect placed(QPoint(), size);
-    if (icon.isValid() && !icon.isEmpty()) {
-        placed.moveTopLeft(QPoint(icon.center().x() - size.width() / 2, icon.bottom() + 1));
-        // A tray at the foot of the screen: the panel opens upwards.
-        if (placed.bottom() > screen.bottom() && icon.top() - size.height() >= screen.top()) {
-            placed.moveBottom(icon.top() - 1);
-        }
-    } else {
-        placed.moveTopLeft(QPoint(pointer.x() - size.width() / 2, pointer.y()));
-        if (placed.bottom() > screen.bottom()) {
-            placed.moveBottom(pointer.y() - 1);
-        }
-    }
-    placed.moveLeft(std::clamp(placed.left(), screen.left(), screen.right() - size.width() + 1));
-    placed.moveTop(std::clamp(placed.top(), screen.top(), screen.bottom() - size.height() + 1));
-    return placed;
-}
-
-std::optional<double> zoomForKey(QKeyCombination key, double current)
-{
-    // Shift is how "+" is typed on most layouts; the keypad's keys count as the same.
-    const auto modifiers = key.keyboardModifiers() & ~(Qt::ShiftModifier | Qt::KeypadModifier);
-    if (modifiers != Qt::ControlModifier) {
+    using keys::Modifier;
+    if (!modifiers.contains(Modifier::Control) || modifiers.contains(Modifier::Option)
+        || modifiers.contains(Modifier::Command)) {
         return std::nullopt;
     }
-    switch (key.key()) {
-    case Qt::Key_Equal:
-    case Qt::Key_Plus:
+    switch (key) {
+    case U'=':
+    case U'+':
         return PageZoom::larger(current);
-    case Qt::Key_Minus:
-    case Qt::Key_Underscore:
+    case U'-':
+    case U'_':
         return PageZoom::smaller(current);
-    case Qt::Key_0:
+    case U'0':
         return PageZoom::kNormal;
     default:
         return std::nullopt;
     }
 }
 
-} // namespace desktop::pages
+} // namespace kit::web

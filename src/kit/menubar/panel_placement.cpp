@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+#include "kit/menubar/panel_placement.h"
+
+#include <algorithm>
+
+namespace kit::menubar {
+
+Rect panelGeometry(Rect icon, Point pointer, Size size, Rect screen)
+{
+    const double width = std::min(size.width, screen.width);
+    const double height = std::min(size.height, screen.height);
+    const double screenBottom = screen.y + screen.height;
+    Rect placed{0, 0, width, height};
+    if (!icon.isEmpty()) {
+        placed.x = icon.x + icon.width / 2 - width / 2;
+        placed.y = icon.y + icon.height;
+        // A tray at the foot of the screen: the panel opens upwards.
+        if (placed.y + height > screenBottom && icon.y - height >= screen.y) {
+            placed.y = icon.y - height;
+        }
+    } else {
+        placed.x = pointer.x - width / 2;
+        placed.y = pointer.y;
+        if (placed.y + height > screenBottom) {
+            placed.y = pointer.y - height;
+        }
+    }
+    placed.x = std::clamp(placed.x, screen.x, screen.x + screen.width - width);
+    placed.y = std::clamp(placed.y, screen.y, screenBottom - height);
+    return placed;
+}
+
+} // namespace kit::menubar
