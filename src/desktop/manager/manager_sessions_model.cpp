@@ -3,6 +3,7 @@
 
 #include "desktop/qt_text.h"
 #include "kit/storage/library_store.h"
+#include "kit/storage/session_words.h"
 
 #include <QPainter>
 #include <QPixmap>
@@ -73,12 +74,7 @@ QColor ManagerSessionsModel::colour(int index)
 
 QString ManagerSessionsModel::detail(int links, std::optional<int> sites)
 {
-    QString text = links == 1 ? QStringLiteral("1 link") : QStringLiteral("%1 links").arg(links);
-    if (sites) {
-        text +=
-            *sites == 1 ? QStringLiteral(" · 1 site") : QStringLiteral(" · %1 sites").arg(*sites);
-    }
-    return text;
+    return toQt(kit::storage::sessionDetail(links, sites));
 }
 
 std::optional<SessionID> ManagerSessionsModel::sessionAt(int row) const
@@ -100,30 +96,14 @@ int ManagerSessionsModel::rowOf(const SessionID& session) const
 
 std::optional<SessionID> ManagerSessionsModel::addSession()
 {
-    const auto taken = [this](const std::string& name) {
-        const auto& sessions = m_store.sessions();
-        return std::any_of(
-            sessions.begin(), sessions.end(), [&](const Session& s) { return s.name == name; });
-    };
-    std::string name = kNewName;
-    for (int n = 2; taken(name); ++n) {
-        name = std::string(kNewName) + " " + std::to_string(n);
-    }
-    return m_store.addSession(name);
+    return m_store.addSession(kit::storage::newSessionName(m_store.sessions()));
 }
 
 std::string ManagerSessionsModel::removalQuestion(const SessionID& session) const
 {
     const int row = rowOf(session);
     const std::string name = row < 0 ? std::string() : m_store.sessions()[size_t(row)].name;
-    const int links = m_store.usage(session).value_or(0);
-    std::string question = "Remove “" + name + "” and what its pages remember?";
-    if (links == 1) {
-        question += " Its 1 link goes back to the default account.";
-    } else if (links > 1) {
-        question += " Its " + std::to_string(links) + " links go back to the default account.";
-    }
-    return question;
+    return kit::storage::sessionRemovalQuestion(name, m_store.usage(session).value_or(0));
 }
 
 void ManagerSessionsModel::remove(const SessionID& session)

@@ -43,7 +43,6 @@ public:
         // int: the colour's index in the palette.
         ColourRole,
     };
-    static constexpr const char* kNewName = "New Session";
 
     ManagerSessionsModel(kit::storage::LibraryStore& store,
                          SessionData data,

@@ -931,9 +931,9 @@ void ManagerWindow::removeCurrentBar()
     if (!entry) {
         return;
     }
-    // The last bar is never removed: say why before asking anything.
-    if (m_services.store.bars().size() == 1) {
-        tell("Remove Bar", LibraryStore::kLastBarRefusal);
+    // Say why before asking anything.
+    if (auto refusal = m_services.store.barRemovalRefusal(bar)) {
+        tell("Remove Bar", *refusal);
         return;
     }
     std::string question = "Remove the bar “" + entry->name + "”";

@@ -435,16 +435,25 @@ bool LibraryStore::renameBar(const BarID& id, const std::string& name)
     return true;
 }
 
-std::optional<std::string> LibraryStore::removeBar(const BarID& id)
+std::optional<std::string> LibraryStore::barRemovalRefusal(const BarID& id) const
 {
-    auto it = std::find_if(
-        m_index.bars.begin(), m_index.bars.end(), [&](const Bar& b) { return b.id == id; });
-    if (it == m_index.bars.end()) {
+    if (std::none_of(
+            m_index.bars.begin(), m_index.bars.end(), [&](const Bar& b) { return b.id == id; })) {
         return "That bar no longer exists.";
     }
     if (m_index.bars.size() <= 1) {
         return kLastBarRefusal;
     }
+    return std::nullopt;
+}
+
+std::optional<std::string> LibraryStore::removeBar(const BarID& id)
+{
+    if (auto refusal = barRemovalRefusal(id)) {
+        return refusal;
+    }
+    auto it = std::find_if(
+        m_index.bars.begin(), m_index.bars.end(), [&](const Bar& b) { return b.id == id; });
     bool wasActive = id == activeBarID();
     size_t position = static_cast<size_t>(it - m_index.bars.begin());
     std::string file = it->file;

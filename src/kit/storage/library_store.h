@@ -116,7 +116,9 @@ public:
     bool mutate(const library::BarID& bar, const std::function<void(library::Library&)>& change);
     std::optional<library::BarID> addBar(const std::string& name);
     bool renameBar(const library::BarID& bar, const std::string& name);
-    // Nothing when removed, else the sentence saying why not.
+    // The sentence saying why the bar cannot be removed (it is gone, or the last one), if it
+    // cannot; removing gives the same sentence, or nothing when removed.
+    std::optional<std::string> barRemovalRefusal(const library::BarID& bar) const;
     std::optional<std::string> removeBar(const library::BarID& bar);
     void moveBars(const std::vector<size_t>& fromOffsets, size_t toOffset);
     void activate(const library::BarID& bar);
