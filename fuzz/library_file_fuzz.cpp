@@ -13,8 +13,7 @@ using namespace kit::library;
 
 namespace {
 
-template <class Decode>
-auto attempt(Decode decode) -> std::optional<decltype(decode())>
+template <class Decode> auto attempt(Decode decode) -> std::optional<decltype(decode())>
 {
     try {
         return decode();

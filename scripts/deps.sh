@@ -6,7 +6,7 @@ set -euo pipefail
 build=(cmake ninja-build ccache g++ pkg-config nlohmann-json3-dev libssl-dev qt6-base-dev libglib2.0-dev
        libxcb1-dev libxcb-keysyms1-dev qt6-webengine-dev
        webext-ublock-origin-firefox publicsuffix)
-test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
+test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev clang-tidy clang-format
       xvfb trayer xdotool x11-utils imagemagick desktop-file-utils dbus
       xfce4-panel xfconf gnome-shell gnome-shell-extension-appindicator)
 # The Debian package: dpkg-shlibdeps computes its dependencies.

@@ -591,7 +591,8 @@ public:
         m_out.key("kind");
         m_out.value(kKinds[static_cast<int>(icon.kind)]);
         m_out.key("value");
-        m_out.value(icon.kind == IconOverride::Kind::Image ? support::base64Encode(icon.data) : icon.text);
+        m_out.value(icon.kind == IconOverride::Kind::Image ? support::base64Encode(icon.data)
+                                                           : icon.text);
         m_out.endObject();
     }
 
@@ -635,6 +636,5 @@ public:
 private:
     PrettyJsonWriter m_out;
 };
-
 
 } // namespace kit::library

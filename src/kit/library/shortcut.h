@@ -204,8 +204,7 @@ public:
 private:
     using Payload = std::variant<std::monostate, AppTarget, FileTarget, URLTarget, GroupTarget>;
 
-    template <class P>
-    Target(Kind kind, P payload);
+    template <class P> Target(Kind kind, P payload);
 
     Kind m_kind = Kind::Divider;
     Payload m_payload;
@@ -256,8 +255,7 @@ template <class P>
 Target::Target(Kind kind, P payload)
     : m_kind(kind)
     , m_payload(std::move(payload))
-{
-}
+{}
 
 inline Target Target::app(AppTarget app)
 {

@@ -25,7 +25,7 @@ ProposalInbox::~ProposalInbox()
     }
 }
 
-void ProposalInbox::tell(Decision decision)
+void ProposalInbox::tell(const Decision& decision)
 {
     // Taken out first: the proposer may hand in another proposal from inside its callback.
     DecisionCallback callback = std::move(m_onDecision);

@@ -94,7 +94,7 @@ private:
     void clear();
     void notify();
     std::vector<std::string> leftOutNames() const;
-    void tell(Decision decision);
+    void tell(const Decision& decision);
 
     Reach m_reach;
     RemoveSession m_removeSession;
