@@ -70,18 +70,18 @@ int main(int argc, char** argv)
             Target::group(
                 {link("Wikipedia", "https://www.wikipedia.org/", IconOverride::emoji("📖")),
                  link("Maps", "https://www.openstreetmap.org/", IconOverride::emoji("🗺️"))}));
-        reading.icon = IconOverride::symbol("accessories-dictionary");
+        reading.icon = IconOverride::symbol("accessories-dictionary-symbolic");
         library.add(std::move(reading));
         library.add(
-            link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search")));
-        const char* symbols[] = {"mail-unread",
-                                 "folder",
-                                 "rss",
-                                 "weather-clear",
-                                 "camera-photo",
-                                 "help-browser",
-                                 "media-playback-start",
-                                 "user-home"};
+            link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search-symbolic")));
+        const char* symbols[] = {"mail-unread-symbolic",
+                                 "folder-symbolic",
+                                 "rss-symbolic",
+                                 "weather-clear-symbolic",
+                                 "camera-photo-symbolic",
+                                 "help-browser-symbolic",
+                                 "media-playback-start-symbolic",
+                                 "user-home-symbolic"};
         for (int i = 3; i < count; ++i) {
             library.add(link("Link " + std::to_string(i + 1),
                              "https://example.org/" + std::to_string(i + 1),

@@ -431,12 +431,12 @@ QImage QtIconRenderer::themed(const std::string& name, int side, bool& isTemplat
         return {};
     }
     const QString base = toQt(name);
-    QStringList candidates;
-    // Symbolic variants are made to be coloured like text, as a menu bar glyph is.
-    if (!base.endsWith(QLatin1String("-symbolic"))) {
+    QStringList candidates{base};
+    // A plain name shows the theme's full-colour picture; a name the theme has only as a
+    // symbolic shape falls back to that.
+    if (!kit::menubar::isSymbolicName(name)) {
         candidates << base + QLatin1String("-symbolic");
     }
-    candidates << base;
     for (const QString& candidate : candidates) {
         // One look-up rather than asking whether it exists first: each walks the theme's folders.
         const QIcon icon = QIcon::fromTheme(candidate);

@@ -634,7 +634,7 @@ void SniStatusBar::setImage(StatusItemHandle handle, const Glyph& glyph)
 {
     if (Item* item = find(handle)) {
         item->picture = glyph;
-        const auto name = kit::menubar::themeIconName(glyph);
+        const auto name = kit::menubar::themeIconName(m_host, glyph);
         item->iconName = name && !item->highlighted ? std::optional(toQt(*name)) : std::nullopt;
         item->pixmaps.reset();
         changed(*item, "NewIcon");
@@ -692,7 +692,7 @@ void SniStatusBar::setHighlighted(StatusItemHandle handle, bool highlighted)
         if (highlighted) {
             item->iconName.reset();
         } else if (const auto* glyph = std::get_if<Glyph>(&item->picture)) {
-            if (const auto name = kit::menubar::themeIconName(*glyph)) {
+            if (const auto name = kit::menubar::themeIconName(m_host, *glyph)) {
                 item->iconName = toQt(*name);
             }
         }
