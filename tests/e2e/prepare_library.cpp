@@ -2,8 +2,8 @@
 // Writes a known library into a support folder for the desktop end-to-end run: a showing bar
 // "Work" of a file, a group of two links and a link (or COUNT shortcuts, more links after those),
 // and a second bar "Home" of two links. With "hosts" for COUNT, the showing bar is the one every
-// panel is tried with: red, green and blue tinted symbols (local pages), a hidden shortcut and a
-// divider.
+// panel is tried with: an untinted symbol and letters, red, green and blue tinted symbols (local
+// pages), a hidden shortcut and a divider.
 // Usage: prepare_library SUPPORT_FOLDER FILE [COUNT|hosts]
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/storage/library_store.h"
@@ -49,14 +49,17 @@ int main(int argc, char** argv)
         library.shortcuts.clear();
         if (hosts) {
             const std::string page = std::string("file://") + argv[2];
+            // Untinted, so drawn in the panel's colour: a symbol and letters.
+            library.add(link("Mail", page, IconOverride::symbol("mail-unread-symbolic")));
+            library.add(link("Letters", page, IconOverride::emoji("AB")));
             const std::pair<const char*, const char*> tinted[] = {
                 {"Red", "#E01B24"}, {"Green", "#2EC27E"}, {"Blue", "#1C71D8"}};
             for (const auto& [name, colour] : tinted) {
-                Shortcut shortcut = link(name, page, IconOverride::symbol("starred"));
+                Shortcut shortcut = link(name, page, IconOverride::symbol("starred-symbolic"));
                 shortcut.iconTint = IconTint::colour(colour);
                 library.add(std::move(shortcut));
             }
-            Shortcut hidden = link("Hidden", page, IconOverride::symbol("user-home"));
+            Shortcut hidden = link("Hidden", page, IconOverride::symbol("user-home-symbolic"));
             hidden.isInMenuBar = false;
             library.add(std::move(hidden));
             library.add(Shortcut::make("", Target::divider()));

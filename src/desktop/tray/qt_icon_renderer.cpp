@@ -2,6 +2,7 @@
 #include "desktop/tray/qt_icon_renderer.h"
 
 #include "desktop/qt_text.h"
+#include "kit/menubar/panel_look.h"
 
 #include <QApplication>
 #include <QDir>
@@ -422,7 +423,8 @@ Glyph QtIconRenderer::numbered(const Glyph& glyph, int number, double pointSize)
 
 QColor QtIconRenderer::foreground(Appearance appearance)
 {
-    return appearance == Appearance::Dark ? QColor(0xF2, 0xF2, 0xF2) : QColor(0x1C, 0x1C, 0x1C);
+    const kit::menubar::Rgb ink = kit::menubar::templateForeground(appearance);
+    return {ink.red, ink.green, ink.blue};
 }
 
 QImage QtIconRenderer::themed(const std::string& name, int side, bool& isTemplate) const
