@@ -92,6 +92,8 @@ TEST(IconPickerModel, EachIconIsListedOnceAndSavedUnderARealName)
                               {"mail-forward", "Legacy"},
                               {"mail-forward-symbolic", "Actions"},
                               {"mail-forward-symbolic.symbolic", "Actions"},
+                              {"mail-forward-symbolic-rtl", "Actions"},
+                              {"mail-forward-rtl-symbolic", "Actions"},
                               {"rss-symbolic", "Status"},
                               {"web-browser", "Applications"},
                           }),

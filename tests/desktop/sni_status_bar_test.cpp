@@ -209,7 +209,8 @@ TEST_F(SniStatusBarTest, RegistersOneAtATimeInCreationOrderWithEachIconsOwnIdent
     EXPECT_EQ(first.value("Title").toString(), "Mail <b>");
     EXPECT_FALSE(first.value("ItemIsMenu").toBool());
     EXPECT_EQ(qdbus_cast<QDBusObjectPath>(first.value("Menu")).path(), "/MenuBar");
-    EXPECT_EQ(first.value("IconName").toString(), "mail-unread-symbolic");
+    // Xfce would draw a symbolic icon black on any panel: our picture, in the panel's colour.
+    EXPECT_TRUE(first.value("IconName").toString().isEmpty());
     const auto tip = qdbus_cast<sni::ToolTip>(first.value("ToolTip"));
     EXPECT_EQ(tip.title, "Mail <b>");
     EXPECT_TRUE(tip.text.isEmpty()); // read as markup by some hosts: never filled

@@ -67,7 +67,12 @@ IconPickerModel::IconPickerModel(kit::tools::IconList icons, IconChoice choice)
     if (icons) {
         std::map<std::string, std::string> categories;
         for (const auto& entry : *icons) {
+            // Right-to-left variants ("x-symbolic-rtl", "x-rtl-symbolic") are the theme
+            // lookup's to pick, never a name to save.
             const std::string base = kit::menubar::baseIconName(entry.name);
+            if (base.ends_with("-rtl") || base.ends_with("-symbolic-rtl")) {
+                continue;
+            }
             // GTK's pre-rendered "<name>-symbolic.symbolic" PNGs repeat the SVG: no name of
             // their own.
             if (entry.name.ends_with(".symbolic") || kit::menubar::isSymbolicName(entry.name)) {
