@@ -58,7 +58,8 @@ std::vector<Shortcut> StarterBar::shortcuts(const std::optional<Bookmark>& home,
     std::vector<Shortcut> list;
     list.push_back(
         link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search-symbolic")));
-    list.push_back(link("Mail", "https://mail.google.com/", IconOverride::symbol("mail-unread-symbolic")));
+    list.push_back(
+        link("Mail", "https://mail.google.com/", IconOverride::symbol("mail-unread-symbolic")));
     if (home) {
         list.push_back(Shortcut::make("Home", Target::folder(FileTarget{*home, std::nullopt})));
     }

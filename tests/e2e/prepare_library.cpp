@@ -75,8 +75,8 @@ int main(int argc, char** argv)
                  link("Maps", "https://www.openstreetmap.org/", IconOverride::emoji("🗺️"))}));
         reading.icon = IconOverride::symbol("accessories-dictionary-symbolic");
         library.add(std::move(reading));
-        library.add(
-            link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search-symbolic")));
+        library.add(link(
+            "Search", "https://duckduckgo.com/", IconOverride::symbol("system-search-symbolic")));
         const char* symbols[] = {"mail-unread-symbolic",
                                  "folder-symbolic",
                                  "rss-symbolic",

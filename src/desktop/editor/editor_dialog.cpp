@@ -770,12 +770,8 @@ void EditorDialog::choosePath()
 
 void EditorDialog::chooseIcon()
 {
-    IconPicker picker(m_services.icons,
-                      m_form.shortcut(),
-                      m_services.iconTheme.icons(),
-                      this,
-                      {},
-                      panelLook());
+    IconPicker picker(
+        m_services.icons, m_form.shortcut(), m_services.iconTheme.icons(), this, {}, panelLook());
     if (picker.exec() == QDialog::Accepted) {
         m_form.setIcon(picker.choice());
         refresh();

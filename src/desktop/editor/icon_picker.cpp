@@ -22,9 +22,9 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QSlider>
-#include <QToolButton>
 #include <QTabWidget>
 #include <QTextBoundaryFinder>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -53,9 +53,9 @@ constexpr int kBarSide = 22;
 constexpr int kCellWidth = 250;
 constexpr int kWidestCell = 340;
 // Emoji people put on a bar most, a click away.
-constexpr const char* kCommonEmoji[] = {"⭐", "❤️", "🔥", "✅", "📌", "📁", "📧", "💬",
-                                        "📅", "🎵", "🎬", "📷", "🛒", "💼", "🏠", "🚀",
-                                        "📰", "📚", "💡", "🔧", "🌐", "🎮", "☕", "🐙"};
+constexpr const char* kCommonEmoji[] = {"⭐", "❤️", "🔥", "✅", "📌",    "📁", "📧", "💬",
+                                        "📅", "🎵",      "🎬", "📷", "🛒", "💼", "🏠", "🚀",
+                                        "📰", "📚",      "💡", "🔧", "🌐",    "🎮", "☕", "🐙"};
 constexpr const char* kDefaultTint = "#0090FF";
 
 } // namespace

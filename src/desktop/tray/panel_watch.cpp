@@ -117,8 +117,7 @@ std::vector<Rgb> pixelsAround(const std::vector<QRect>& places)
         if (place.isEmpty()) {
             continue;
         }
-        const QRect band =
-            place.adjusted(-place.width(), 0, place.width(), 0).intersected(whole);
+        const QRect band = place.adjusted(-place.width(), 0, place.width(), 0).intersected(whole);
         if (band.isEmpty()) {
             continue;
         }
@@ -228,7 +227,9 @@ void PanelWatch::askPortal()
                     kPortalService, kPortalPath, kSettingsInterface, QStringLiteral("Read"));
                 read << kAppearanceNamespace << kColorScheme;
                 auto* again = new QDBusPendingCallWatcher(m_bus->asyncCall(read, 2000), this);
-                connect(again, &QDBusPendingCallWatcher::finished, this,
+                connect(again,
+                        &QDBusPendingCallWatcher::finished,
+                        this,
                         [this](QDBusPendingCallWatcher* r) {
                             r->deleteLater();
                             QDBusPendingReply<QVariant> answer = *r;

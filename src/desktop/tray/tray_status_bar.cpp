@@ -176,8 +176,10 @@ TrayStatusBar::TrayStatusBar(const QtIconRenderer& icons, std::optional<Host> ho
     } else {
         bus = QDBusConnection::sessionBus();
     }
-    m_panel = std::make_unique<PanelWatch>(
-        clues, std::move(places), std::move(bus), [this](Appearance now) { appearanceChanged(now); });
+    m_panel = std::make_unique<PanelWatch>(clues,
+                                           std::move(places),
+                                           std::move(bus),
+                                           [this](Appearance now) { appearanceChanged(now); });
     m_appearance = m_panel->look();
     kLog.info(m_host == Host::XEmbed ? "tray host: XEmbed" : "tray host: StatusNotifierItem");
 }

@@ -32,8 +32,9 @@ int hexDigit(char c)
 
 std::optional<Rgb> parseRgb(const std::string& hex)
 {
-    const std::string_view digits =
-        !hex.empty() && hex.front() == '#' ? std::string_view(hex).substr(1) : std::string_view(hex);
+    const std::string_view digits = !hex.empty() && hex.front() == '#'
+                                        ? std::string_view(hex).substr(1)
+                                        : std::string_view(hex);
     if (digits.size() != 6) {
         return std::nullopt;
     }
