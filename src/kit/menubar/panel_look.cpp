@@ -14,41 +14,7 @@ double linear(uint8_t channel)
     return c <= 0.04045 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
 }
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 } // namespace
-
-std::optional<Rgb> parseRgb(const std::string& hex)
-{
-    const std::string_view digits = !hex.empty() && hex.front() == '#'
-                                        ? std::string_view(hex).substr(1)
-                                        : std::string_view(hex);
-    if (digits.size() != 6) {
-        return std::nullopt;
-    }
-    uint8_t channels[3] = {};
-    for (size_t i = 0; i < 3; ++i) {
-        const int high = hexDigit(digits[2 * i]);
-        const int low = hexDigit(digits[2 * i + 1]);
-        if (high < 0 || low < 0) {
-            return std::nullopt;
-        }
-        channels[i] = static_cast<uint8_t>(high * 16 + low);
-    }
-    return Rgb{channels[0], channels[1], channels[2]};
-}
 
 double relativeLuminance(Rgb colour)
 {

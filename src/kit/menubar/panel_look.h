@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
 namespace kit::menubar {
@@ -19,9 +18,6 @@ struct Rgb
 
     bool operator==(const Rgb&) const = default;
 };
-
-// "#RRGGBB" (or "RRGGBB"); nothing for anything else.
-std::optional<Rgb> parseRgb(const std::string& hex);
 
 // WCAG relative luminance, 0 (black) to 1 (white).
 double relativeLuminance(Rgb colour);
