@@ -57,8 +57,9 @@ std::vector<Shortcut> StarterBar::shortcuts(const std::optional<Bookmark>& home,
 {
     std::vector<Shortcut> list;
     list.push_back(
-        link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search")));
-    list.push_back(link("Mail", "https://mail.google.com/", IconOverride::symbol("mail-unread")));
+        link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search-symbolic")));
+    list.push_back(
+        link("Mail", "https://mail.google.com/", IconOverride::symbol("mail-unread-symbolic")));
     if (home) {
         list.push_back(Shortcut::make("Home", Target::folder(FileTarget{*home, std::nullopt})));
     }
@@ -71,7 +72,7 @@ std::vector<Shortcut> StarterBar::shortcuts(const std::optional<Bookmark>& home,
         Target::group(
             {link("Wikipedia", "https://www.wikipedia.org/", IconOverride::emoji("📖")),
              link("Maps", "https://www.openstreetmap.org/", IconOverride::emoji("🗺️"))}));
-    reading.icon = IconOverride::symbol("accessories-dictionary");
+    reading.icon = IconOverride::symbol("accessories-dictionary-symbolic");
     list.push_back(std::move(reading));
     return list;
 }

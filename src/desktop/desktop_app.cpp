@@ -111,6 +111,7 @@ DesktopApp::~DesktopApp()
     terminate();
     if (m_dependencies) {
         m_dependencies->proposals().removeObserver(m_inboxObservation);
+        m_dependencies->settings().removeObserver(m_appearanceObservation);
         m_dependencies->libraryStore().removeObserver(m_editObservation);
     }
     // Windows hold references into the composition root, so they go first.
@@ -216,6 +217,27 @@ void DesktopApp::makeDependencies()
     m_dependencies = std::make_unique<app::AppDependencies>(m_queue, std::move(m_options));
     m_pages.connect(*m_dependencies);
     m_inboxObservation = m_dependencies->proposals().observe([this] { inboxChanged(); });
+    // The appearance setting overrides whatever the panel looks like; "system" follows it.
+    auto applyAppearance = [this] {
+        std::optional<kit::menubar::Appearance> forced;
+        switch (m_dependencies->settings().appearance()) {
+        case kit::settings::AppAppearance::Light:
+            forced = kit::menubar::Appearance::Light;
+            break;
+        case kit::settings::AppAppearance::Dark:
+            forced = kit::menubar::Appearance::Dark;
+            break;
+        case kit::settings::AppAppearance::System:
+            break;
+        }
+        m_statusBar->setForcedAppearance(forced);
+        if (m_sniBar) {
+            m_sniBar->setForcedAppearance(forced);
+        }
+    };
+    applyAppearance();
+    m_appearanceObservation = m_dependencies->settings().observe(
+        kit::settings::AppSettings::Key::Appearance, std::move(applyAppearance));
     m_editObservation = m_dependencies->libraryStore().observe([this](unsigned changes) {
         if (changes & kit::storage::LibraryStore::EditRequested) {
             // Not inside the store's announcement: the manager it may make observes the store.
@@ -424,7 +446,8 @@ editor::ShortcutEditor& DesktopApp::editor()
             dependencies.iconTheme(),
             dependencies.targetFactory(),
             [&dependencies] { return dependencies.settings().browsing(); },
-            {}};
+            {},
+            [this] { return activeBar().appearance(kit::menubar::StatusItemHandle{}); }};
         m_editor = std::make_unique<editor::ShortcutEditor>(std::move(services), m_manager.data());
     }
     return *m_editor;

@@ -145,6 +145,7 @@ private:
     QPointer<QMessageBox> m_loginOffer;
     size_t m_inboxObservation = 0;
     size_t m_editObservation = 0;
+    size_t m_appearanceObservation = 0;
     // The proposal the review window was last brought up for.
     std::optional<kit::proposal::Proposal> m_presented;
     std::unique_ptr<QSocketNotifier> m_signals;

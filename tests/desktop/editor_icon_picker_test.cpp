@@ -76,9 +76,63 @@ TEST(IconPickerModel, SearchesNamesWithinACategory)
     model.setCategory(std::nullopt);
     EXPECT_EQ(model.matches().size(), 6u);
 
-    std::vector<IconEntry> many(IconPickerModel::kShownLimit + 50, IconEntry{"edit", "Actions"});
+    std::vector<IconEntry> many;
+    for (size_t i = 0; i < IconPickerModel::kShownLimit + 50; ++i) {
+        many.push_back({"edit-" + std::to_string(1000 + i), "Actions"});
+    }
     IconPickerModel crowded(std::make_shared<const std::vector<IconEntry>>(many), {});
     EXPECT_EQ(crowded.matches().size(), IconPickerModel::kShownLimit);
+}
+
+TEST(IconPickerModel, EachIconIsListedOnceAndSavedUnderARealName)
+{
+    // As Adwaita files them: a legacy full-colour PNG, the symbolic SVG and GTK's pre-rendered
+    // "<name>-symbolic.symbolic" PNG, which is no icon name.
+    IconPickerModel model(std::make_shared<const std::vector<IconEntry>>(std::vector<IconEntry>{
+                              {"mail-forward", "Legacy"},
+                              {"mail-forward-symbolic", "Actions"},
+                              {"mail-forward-symbolic.symbolic", "Actions"},
+                              {"mail-forward-symbolic-rtl", "Actions"},
+                              {"mail-forward-rtl-symbolic", "Actions"},
+                              {"rss-symbolic", "Status"},
+                              {"web-browser", "Applications"},
+                          }),
+                          {});
+    EXPECT_EQ(names(model.matches()),
+              (std::vector<std::string>{"mail-forward", "rss", "web-browser"}));
+    struct Row
+    {
+        std::string listed;
+        bool symbolic;
+        std::string saved;
+    };
+    for (const auto& row : std::vector<Row>{{"mail-forward", true, "mail-forward-symbolic"},
+                                            {"mail-forward", false, "mail-forward"},
+                                            // Only one variant: that one, whatever the toggle.
+                                            {"rss", false, "rss-symbolic"},
+                                            {"web-browser", true, "web-browser"}}) {
+        model.setSymbolic(row.symbolic);
+        model.chooseSymbol(row.listed);
+        EXPECT_EQ(model.choice().icon, IconOverride::symbol(row.saved)) << row.listed;
+        EXPECT_EQ(model.chosenSymbol(), row.listed);
+    }
+    // The toggle changes the icon already chosen.
+    model.chooseSymbol("mail-forward");
+    model.setSymbolic(true);
+    EXPECT_EQ(model.choice().icon, IconOverride::symbol("mail-forward-symbolic"));
+    EXPECT_TRUE(model.chosenHasBothVariants());
+
+    // A category's name finds its icons, after the names that hold the search.
+    model.setSearch("applic");
+    EXPECT_EQ(names(model.matches()), (std::vector<std::string>{"web-browser"}));
+
+    // What an earlier picker saved is put right on opening.
+    IconPickerModel earlier(
+        std::make_shared<const std::vector<IconEntry>>(
+            std::vector<IconEntry>{{"mail-forward", ""}, {"mail-forward-symbolic", ""}}),
+        {IconOverride::symbol("mail-forward-symbolic.symbolic"), std::nullopt, std::nullopt});
+    EXPECT_EQ(earlier.choice().icon, IconOverride::symbol("mail-forward-symbolic"));
+    EXPECT_TRUE(earlier.symbolic());
 }
 
 TEST(IconPickerModel, TextKeepsThreeCharactersAsPeopleCountThem)
@@ -165,6 +219,13 @@ TEST_F(IconPickerTest, TheListFollowsSearchAndCategory)
 
     picker.iconList()->setCurrentRow(0);
     EXPECT_EQ(picker.choice().icon, IconOverride::symbol("music-note"));
+}
+
+TEST_F(IconPickerTest, OpensReadyToSearch)
+{
+    IconPicker picker(m_renderer, m_shortcut, themeIcons());
+    // Given the focus once the window is active.
+    EXPECT_EQ(picker.focusWidget(), picker.searchField());
 }
 
 TEST_F(IconPickerTest, TypedTextIsCutAndBecomesTheIcon)

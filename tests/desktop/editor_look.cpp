@@ -86,7 +86,9 @@ int main(int argc, char** argv)
     std::unique_ptr<desktop::editor::IconPicker> picker;
     QWidget* shown = nullptr;
     if (scene == "picker" || scene == "letters") {
-        picker = std::make_unique<desktop::editor::IconPicker>(renderer, link, theme.icons());
+        // As on GNOME's top bar: the dark panel's preview comes first.
+        picker = std::make_unique<desktop::editor::IconPicker>(
+            renderer, link, theme.icons(), nullptr, nullptr, kit::menubar::Appearance::Dark);
         picker->searchField()->setText("mail");
         if (scene == "letters") {
             picker->tabs()->setCurrentIndex(1);

@@ -22,6 +22,7 @@
 namespace desktop {
 namespace {
 
+using kit::menubar::Appearance;
 using kit::menubar::Click;
 using kit::menubar::Glyph;
 using kit::menubar::Menu;
@@ -108,6 +109,60 @@ public:
 
 private:
     QDBusConnection m_bus;
+};
+
+// The settings portal answering the colour scheme: through ReadOne, or only through the older
+// Read, which wraps the value in one more variant.
+class FakePortal final : public QDBusVirtualObject
+{
+public:
+    FakePortal(const QString& address, uint scheme, bool readOne)
+        : m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-portal")))
+        , m_scheme(scheme)
+        , m_readOne(readOne)
+    {
+        m_bus.registerVirtualObject(kPath, this);
+        m_bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+    }
+    ~FakePortal() override
+    {
+        m_bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
+        m_bus.unregisterObject(kPath);
+        QDBusConnection::disconnectFromBus(QStringLiteral("fake-portal"));
+    }
+    FakePortal(const FakePortal&) = delete;
+    FakePortal& operator=(const FakePortal&) = delete;
+
+    QString introspect(const QString&) const override { return {}; }
+
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
+    {
+        const QVariant value = QVariant::fromValue(QDBusVariant(m_scheme));
+        if (message.member() == QStringLiteral("ReadOne") && m_readOne) {
+            connection.send(message.createReply(QVariantList{value}));
+        } else if (message.member() == QStringLiteral("Read")) {
+            connection.send(
+                message.createReply(QVariantList{QVariant::fromValue(QDBusVariant(value))}));
+        } else {
+            connection.send(message.createErrorReply(QDBusError::UnknownMethod, "no such method"));
+        }
+        return true;
+    }
+
+    void announce(uint scheme)
+    {
+        auto signal = QDBusMessage::createSignal(
+            kPath, QStringLiteral("org.freedesktop.portal.Settings"), "SettingChanged");
+        signal << QStringLiteral("org.freedesktop.appearance") << QStringLiteral("color-scheme")
+               << QVariant::fromValue(QDBusVariant(scheme));
+        m_bus.send(signal);
+    }
+
+private:
+    inline static const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
+    QDBusConnection m_bus;
+    uint m_scheme;
+    bool m_readOne;
 };
 
 class SniStatusBarTest : public ::testing::Test
@@ -209,7 +264,8 @@ TEST_F(SniStatusBarTest, RegistersOneAtATimeInCreationOrderWithEachIconsOwnIdent
     EXPECT_EQ(first.value("Title").toString(), "Mail <b>");
     EXPECT_FALSE(first.value("ItemIsMenu").toBool());
     EXPECT_EQ(qdbus_cast<QDBusObjectPath>(first.value("Menu")).path(), "/MenuBar");
-    EXPECT_EQ(first.value("IconName").toString(), "mail-unread-symbolic");
+    // Xfce would draw a symbolic icon black on any panel: our picture, in the panel's colour.
+    EXPECT_TRUE(first.value("IconName").toString().isEmpty());
     const auto tip = qdbus_cast<sni::ToolTip>(first.value("ToolTip"));
     EXPECT_EQ(tip.title, "Mail <b>");
     EXPECT_TRUE(tip.text.isEmpty()); // read as markup by some hosts: never filled
@@ -221,6 +277,31 @@ TEST_F(SniStatusBarTest, RegistersOneAtATimeInCreationOrderWithEachIconsOwnIdent
     // A tinted symbol exists only in our picture.
     EXPECT_TRUE(watcher.properties(1).value("IconName").toString().isEmpty());
     EXPECT_EQ(watcher.properties(2).value("Id").toString(), "uuid-3");
+}
+
+TEST_F(SniStatusBarTest, TheDesktopsColourSchemeDecidesWhereTheHostHasNoLookOfItsOwn)
+{
+    for (const bool readOne : {true, false}) {
+        FakePortal portal(m_bus.address(), 1, readOne); // prefer dark
+        auto bar = makeBar(TrayHostKind::XfcePanel);
+        std::vector<Appearance> heard;
+        StatusItemEvents events;
+        events.appearanceChanged = [&heard](Appearance look) { heard.push_back(look); };
+        const auto handle = *bar->create("uuid-1", std::move(events));
+        ASSERT_TRUE(spinUntil([&] { return bar->appearance(handle) == Appearance::Dark; }))
+            << (readOne ? "ReadOne" : "Read");
+        portal.announce(2); // prefer light
+        ASSERT_TRUE(spinUntil([&] { return bar->appearance(handle) == Appearance::Light; }));
+        EXPECT_EQ(heard, (std::vector<Appearance>{Appearance::Dark, Appearance::Light}));
+        // The person's setting wins over the desktop.
+        bar->setForcedAppearance(Appearance::Dark);
+        EXPECT_EQ(bar->appearance(handle), Appearance::Dark);
+    }
+    // GNOME's bar is dark whatever the desktop prefers.
+    FakePortal portal(m_bus.address(), 2, true);
+    auto gnome = makeBar(TrayHostKind::GnomeAppIndicator);
+    spinFor(200ms);
+    EXPECT_EQ(gnome->appearance({}), Appearance::Dark);
 }
 
 TEST_F(SniStatusBarTest, HostCallsBecomeClicksAnchorsAndBarSteps)

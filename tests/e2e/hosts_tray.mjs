@@ -3,7 +3,10 @@
 // Vantorel's own icon; one left click opens the red icon's page under it; the shortcut's own menu
 // opens where the host allows it; the wheel over an icon switches bars and back, in order.
 // Hosts: trayer (XEmbed), xfce (the Xfce panel's notification area, StatusNotifierItem) and
-// gnome (GNOME Shell with its AppIndicator extension, X11 on Xvfb).
+// gnome (GNOME Shell with its AppIndicator extension, X11 on Xvfb). On each, every glyph drawn in
+// the panel's colour (a symbol, letters, the divider, Vantorel's own icon) must stand out from the
+// panel pixels around it by a contrast of 4.5:1 or more; trayer is tried with a dark tint, then
+// restarted with a light one, which docks the icons anew.
 // Usage: node hosts_tray.mjs HOST VANTOREL PREPARE_LIBRARY SCREENSHOT_FOLDER
 import { execFileSync, spawnSync } from "node:child_process";
 import { mkdirSync, writeFileSync } from "node:fs";
@@ -85,6 +88,75 @@ function shapesRightOf(from, limit = 120) {
   return runs;
 }
 
+// WCAG contrast of two [r, g, b] colours.
+function luminance([r, g, b]) {
+  const linear = (v) => ((v /= 255) <= 0.04045 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4);
+  return 0.2126 * linear(r) + 0.7152 * linear(g) + 0.0722 * linear(b);
+}
+function contrast(a, b) {
+  const [high, low] = [luminance(a), luminance(b)].sort((p, q) => q - p);
+  return (high + 0.05) / (low + 0.05);
+}
+
+// Each icon's glyph with its contrast against the panel pixels around it: icons stand at a
+// regular pitch, so each gets the cell of that width around its centre. The glyph's contrast is
+// the one most of its ink reaches (the 85th percentile of its pixels that differ from the panel),
+// so anti-aliased edges do not count against it and a stray pixel does not carry it.
+function glyphContrasts(centres, pitch) {
+  const { raw } = strip();
+  const pixel = (px, y) => { const at = (y * width + px) * 3; return [raw[at], raw[at + 1], raw[at + 2]]; };
+  const rows = [2, 24];
+  const glyphs = [];
+  for (const centre of centres) {
+    const from = Math.max(0, Math.round(centre - pitch / 2));
+    const to = Math.min(width, Math.round(centre + pitch / 2));
+    const cell = [];
+    for (let y = rows[0]; y < rows[1]; ++y) for (let px = from; px < to; ++px) cell.push(pixel(px, y));
+    // The panel is the colour the cell shows most: a glyph covers the lesser part of its square,
+    // and panels here are flat.
+    const counts = new Map();
+    for (const c of cell) counts.set(c.join(","), (counts.get(c.join(",")) ?? 0) + 1);
+    const panel = [...counts.entries()].sort((a, b) => b[1] - a[1])[0][0].split(",").map(Number);
+    const ratios = [];
+    let tinted = 0;
+    for (const c of cell) {
+      if (Object.values(kinds).some((test) => test(c))) ++tinted;
+      const r = contrast(c, panel);
+      if (r > 1.15) ratios.push(r);
+    }
+    if (ratios.length < 6) continue;
+    ratios.sort((a, b) => a - b);
+    const ratio = ratios[Math.floor(ratios.length * 0.85)];
+    glyphs.push({ from, to, ratio: Math.round(ratio * 100) / 100, tinted: tinted >= 12,
+                  ink: ratios.length, panel });
+  }
+  return glyphs;
+}
+
+// Waits until every untinted glyph around the tinted icons reads, and says what was measured.
+async function checkContrast(what) {
+  let measured = [];
+  const readable = () => {
+    const icons = inOrder();
+    if (!icons) return null;
+    const pitch = (icons.blue.x - icons.red.x) / 2;
+    // Mail and the letters before red; the divider and Vantorel's own icon after blue.
+    const centres = [-2, -1, 0, 1, 2, 3, 4].map((k) => icons.red.x + k * pitch);
+    measured = glyphContrasts(centres, pitch);
+    const ours = measured.filter((g) => !g.tinted);
+    return ours.length >= 3 && ours.every((g) => g.ratio >= 4.5) ? measured : null;
+  };
+  await until(readable, `${what}: every untinted glyph at 4.5:1 or more`, 15000).catch(() => {
+    shot(`contrast_${what.replace(/\W+/g, "_")}_failed`);
+    const list = measured.map((g) => `${g.from}-${g.to}${g.tinted ? " (tinted)" : ""}: ${g.ratio}`);
+    assert.fail(`${what}: glyph contrasts ${list.join(", ")}`);
+  });
+  const panel = measured[0]?.panel ?? [];
+  step(`${what}: panel rgb(${panel.join(",")}), glyph contrasts `
+       + measured.map((g) => `${g.from}-${g.to}${g.tinted ? " tinted" : ""} ${g.ratio}:1`).join(", "));
+  return measured;
+}
+
 const inOrder = () => {
   const icons = tintedIcons();
   return icons.red && icons.green && icons.blue && icons.red.x < icons.green.x
@@ -108,7 +180,7 @@ const visibleWindows = (name) =>
 
 async function startHost() {
   if (host === "trayer") {
-    await session.startDisplayAndTray(`${width}x900`);
+    await session.startDisplayAndTray(`${width}x900`, "0x333333");
     return;
   }
   if (host === "xfce") {
@@ -210,6 +282,8 @@ try {
     assert.ok(after[0].to - after[0].from <= 4, "the first shape right of blue is a thin divider");
   }
   shot("icons");
+  await checkContrast(host === "trayer" ? "trayer, dark tint" : host);
+  shot("contrast");
 
   // One left click on the red icon opens its page, hanging under the icon.
   const iconSide = icons.red.max - icons.red.min + 1;
@@ -305,6 +379,16 @@ try {
     step(`choosing Work again: red, green, blue at ${again.red.x}, ${again.green.x}, ${again.blue.x}`);
   }
   shot("end");
+
+  if (host === "trayer") {
+    // The person switches to a light panel: the tray goes and comes back; Qt docks the icons anew.
+    session.tray.kill("SIGTERM");
+    await until(() => !session.tree().includes('("panel" "trayer")'), "the dark tray to go", 10000);
+    await session.startTray("0xE0E0E0");
+    await until(inOrder, "the icons on the light tray", 30000);
+    await checkContrast("trayer, light tint");
+    shot("contrast_light");
+  }
 
   app.kill("SIGTERM");
   const code = await new Promise((resolve) => app.on("exit", (c) => resolve(c)));

@@ -2,8 +2,8 @@
 // Writes a known library into a support folder for the desktop end-to-end run: a showing bar
 // "Work" of a file, a group of two links and a link (or COUNT shortcuts, more links after those),
 // and a second bar "Home" of two links. With "hosts" for COUNT, the showing bar is the one every
-// panel is tried with: red, green and blue tinted symbols (local pages), a hidden shortcut and a
-// divider.
+// panel is tried with: an untinted symbol and letters, red, green and blue tinted symbols (local
+// pages), a hidden shortcut and a divider.
 // Usage: prepare_library SUPPORT_FOLDER FILE [COUNT|hosts]
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/storage/library_store.h"
@@ -49,14 +49,17 @@ int main(int argc, char** argv)
         library.shortcuts.clear();
         if (hosts) {
             const std::string page = std::string("file://") + argv[2];
+            // Untinted, so drawn in the panel's colour: a symbol and letters.
+            library.add(link("Mail", page, IconOverride::symbol("mail-unread-symbolic")));
+            library.add(link("Letters", page, IconOverride::emoji("AB")));
             const std::pair<const char*, const char*> tinted[] = {
                 {"Red", "#E01B24"}, {"Green", "#2EC27E"}, {"Blue", "#1C71D8"}};
             for (const auto& [name, colour] : tinted) {
-                Shortcut shortcut = link(name, page, IconOverride::symbol("starred"));
+                Shortcut shortcut = link(name, page, IconOverride::symbol("starred-symbolic"));
                 shortcut.iconTint = IconTint::colour(colour);
                 library.add(std::move(shortcut));
             }
-            Shortcut hidden = link("Hidden", page, IconOverride::symbol("user-home"));
+            Shortcut hidden = link("Hidden", page, IconOverride::symbol("user-home-symbolic"));
             hidden.isInMenuBar = false;
             library.add(std::move(hidden));
             library.add(Shortcut::make("", Target::divider()));
@@ -70,18 +73,18 @@ int main(int argc, char** argv)
             Target::group(
                 {link("Wikipedia", "https://www.wikipedia.org/", IconOverride::emoji("📖")),
                  link("Maps", "https://www.openstreetmap.org/", IconOverride::emoji("🗺️"))}));
-        reading.icon = IconOverride::symbol("accessories-dictionary");
+        reading.icon = IconOverride::symbol("accessories-dictionary-symbolic");
         library.add(std::move(reading));
-        library.add(
-            link("Search", "https://duckduckgo.com/", IconOverride::symbol("system-search")));
-        const char* symbols[] = {"mail-unread",
-                                 "folder",
-                                 "rss",
-                                 "weather-clear",
-                                 "camera-photo",
-                                 "help-browser",
-                                 "media-playback-start",
-                                 "user-home"};
+        library.add(link(
+            "Search", "https://duckduckgo.com/", IconOverride::symbol("system-search-symbolic")));
+        const char* symbols[] = {"mail-unread-symbolic",
+                                 "folder-symbolic",
+                                 "rss-symbolic",
+                                 "weather-clear-symbolic",
+                                 "camera-photo-symbolic",
+                                 "help-browser-symbolic",
+                                 "media-playback-start-symbolic",
+                                 "user-home-symbolic"};
         for (int i = 3; i < count; ++i) {
             library.add(link("Link " + std::to_string(i + 1),
                              "https://example.org/" + std::to_string(i + 1),

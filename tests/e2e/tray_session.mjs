@@ -77,11 +77,20 @@ export class TraySession {
     return app;
   }
 
-  async startDisplayAndTray(size) {
+  // Without a `tint` the panel has its GTK theme's colour; trayer paints a tint only when
+  // "transparent", over the root window, so an alpha of 0 shows the tint alone.
+  async startDisplayAndTray(size, tint) {
     await this.startDisplay(size);
+    await this.startTray(tint);
+  }
+
+  async startTray(tint) {
+    const look = tint ? ["--transparent", "true", "--alpha", "0", "--tint", tint]
+                      : ["--transparent", "false", "--tint", "0x333333"];
     const tray = this.start("trayer", ["--edge", "top", "--align", "right", "--widthtype", "request",
-                                       "--height", "24", "--transparent", "false", "--tint", "0x333333"]);
+                                       "--height", "24", ...look]);
     tray.stderr.on("data", (chunk) => (this.log += chunk));
+    this.tray = tray;
     await this.until(() => this.tree().includes('("panel" "trayer")'), "the tray", 30000);
   }
 

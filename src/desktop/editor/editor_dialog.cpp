@@ -770,7 +770,8 @@ void EditorDialog::choosePath()
 
 void EditorDialog::chooseIcon()
 {
-    IconPicker picker(m_services.icons, m_form.shortcut(), m_services.iconTheme.icons(), this);
+    IconPicker picker(
+        m_services.icons, m_form.shortcut(), m_services.iconTheme.icons(), this, {}, panelLook());
     if (picker.exec() == QDialog::Accepted) {
         m_form.setIcon(picker.choice());
         refresh();
@@ -945,6 +946,7 @@ void EditorDialog::refresh()
         m_path->setText(bookmark ? toQt(bookmark->displayPath) : tr("Nothing chosen yet"));
     }
     if (m_icon) {
+        // The button sits on this window, so the picture is drawn for the window's look.
         const auto appearance = palette().color(QPalette::Window).lightness() < 128
                                     ? kit::menubar::Appearance::Dark
                                     : kit::menubar::Appearance::Light;
@@ -970,6 +972,15 @@ void EditorDialog::accept()
         return;
     }
     QDialog::accept();
+}
+
+kit::menubar::Appearance EditorDialog::panelLook() const
+{
+    if (m_services.panelLook) {
+        return m_services.panelLook();
+    }
+    return palette().color(QPalette::Window).lightness() < 128 ? kit::menubar::Appearance::Dark
+                                                               : kit::menubar::Appearance::Light;
 }
 
 } // namespace desktop::editor

@@ -92,6 +92,9 @@ private:
     // Visibility, problems, the save button and every derived text, after any change.
     void refresh();
 
+    // The panel's look as the tray has it, else the window's own.
+    kit::menubar::Appearance panelLook() const;
+
     EditorServices& m_services;
     ShortcutForm m_form;
     Save m_save;

@@ -5,12 +5,15 @@
 #include "desktop/tray/qt_icon_renderer.h"
 
 #include <QBuffer>
+#include <QCheckBox>
 #include <QColorDialog>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFontMetrics>
 #include <QFormLayout>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QImageReader>
 #include <QLabel>
@@ -21,6 +24,7 @@
 #include <QSlider>
 #include <QTabWidget>
 #include <QTextBoundaryFinder>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -45,26 +49,63 @@ std::string lowered(std::string text)
 }
 
 constexpr int kBarSide = 22;
-// Wide enough for most theme names beside their icon, two or three to a row.
+// Two to a row; a name longer than this is elided in its middle, where names differ least.
 constexpr int kCellWidth = 250;
+constexpr int kWidestCell = 340;
+// Emoji people put on a bar most, a click away.
+constexpr const char* kCommonEmoji[] = {"⭐", "❤️", "🔥", "✅", "📌",    "📁", "📧", "💬",
+                                        "📅", "🎵",      "🎬", "📷", "🛒", "💼", "🏠", "🚀",
+                                        "📰", "📚",      "💡", "🔧", "🌐",    "🎮", "☕", "🐙"};
 constexpr const char* kDefaultTint = "#0090FF";
 
 } // namespace
 
 IconPickerModel::IconPickerModel(kit::tools::IconList icons, IconChoice choice)
-    : m_icons(std::move(icons))
-    , m_initial(choice)
+    : m_initial(choice)
     , m_choice(std::move(choice))
-{}
+{
+    if (icons) {
+        std::map<std::string, std::string> categories;
+        for (const auto& entry : *icons) {
+            // Right-to-left variants ("x-symbolic-rtl", "x-rtl-symbolic") are the theme
+            // lookup's to pick, never a name to save.
+            const std::string base = kit::menubar::baseIconName(entry.name);
+            if (base.ends_with("-rtl") || base.ends_with("-symbolic-rtl")) {
+                continue;
+            }
+            // GTK's pre-rendered "<name>-symbolic.symbolic" PNGs repeat the SVG: no name of
+            // their own.
+            if (entry.name.ends_with(".symbolic") || kit::menubar::isSymbolicName(entry.name)) {
+                m_variants[base].symbolic = true;
+            } else {
+                m_variants[base].full = true;
+            }
+            auto& category = categories[base];
+            if (category.empty()) {
+                category = entry.category;
+            }
+        }
+        for (auto& [name, category] : categories) {
+            m_icons.push_back({name, std::move(category)});
+        }
+    }
+    if (m_choice.icon && m_choice.icon->kind == IconOverride::Kind::Symbol) {
+        const std::string& saved = m_choice.icon->text;
+        m_symbolic = !m_variants.contains(saved) || kit::menubar::isSymbolicName(saved)
+                     || saved.ends_with(".symbolic") || !m_variants.at(saved).full;
+        // Earlier pickers saved a pre-rendered file's stem, which is no icon name.
+        if (saved.ends_with(".symbolic")) {
+            chooseSymbol(kit::menubar::baseIconName(saved));
+        }
+    }
+}
 
 std::vector<std::string> IconPickerModel::categories() const
 {
     std::set<std::string> found;
-    if (m_icons) {
-        for (const auto& entry : *m_icons) {
-            if (!entry.category.empty()) {
-                found.insert(entry.category);
-            }
+    for (const auto& entry : m_icons) {
+        if (!entry.category.empty()) {
+            found.insert(entry.category);
         }
     }
     return {found.begin(), found.end()};
@@ -74,11 +115,9 @@ std::vector<kit::tools::IconEntry> IconPickerModel::matches() const
 {
     std::vector<kit::tools::IconEntry> starting;
     std::vector<kit::tools::IconEntry> holding;
-    if (!m_icons) {
-        return starting;
-    }
+    std::vector<kit::tools::IconEntry> filed;
     const std::string search = lowered(m_search);
-    for (const auto& entry : *m_icons) {
+    for (const auto& entry : m_icons) {
         if (m_category && entry.category != *m_category) {
             continue;
         }
@@ -87,18 +126,52 @@ std::vector<kit::tools::IconEntry> IconPickerModel::matches() const
             starting.push_back(entry);
         } else if (at != std::string::npos) {
             holding.push_back(entry);
+        } else if (lowered(entry.category).find(search) != std::string::npos) {
+            filed.push_back(entry);
         }
     }
     starting.insert(starting.end(), holding.begin(), holding.end());
+    starting.insert(starting.end(), filed.begin(), filed.end());
     if (starting.size() > kShownLimit) {
         starting.resize(kShownLimit);
     }
     return starting;
 }
 
-void IconPickerModel::chooseSymbol(std::string name)
+std::string IconPickerModel::savedName(const std::string& name) const
 {
-    m_choice.icon = IconOverride::symbol(std::move(name));
+    const auto found = m_variants.find(name);
+    const Variants variants = found == m_variants.end() ? Variants{true, false} : found->second;
+    const bool symbolic = variants.symbolic && (m_symbolic || !variants.full);
+    return symbolic ? name + "-symbolic" : name;
+}
+
+void IconPickerModel::chooseSymbol(const std::string& name)
+{
+    m_choice.icon = IconOverride::symbol(savedName(name));
+}
+
+std::optional<std::string> IconPickerModel::chosenSymbol() const
+{
+    if (!m_choice.icon || m_choice.icon->kind != IconOverride::Kind::Symbol) {
+        return std::nullopt;
+    }
+    return kit::menubar::baseIconName(m_choice.icon->text);
+}
+
+void IconPickerModel::setSymbolic(bool symbolic)
+{
+    m_symbolic = symbolic;
+    if (const auto chosen = chosenSymbol()) {
+        chooseSymbol(*chosen);
+    }
+}
+
+bool IconPickerModel::chosenHasBothVariants() const
+{
+    const auto chosen = chosenSymbol();
+    const auto found = chosen ? m_variants.find(*chosen) : m_variants.end();
+    return found != m_variants.end() && found->second.full && found->second.symbolic;
 }
 
 std::string IconPickerModel::chooseText(std::string_view text)
@@ -173,9 +246,11 @@ IconPicker::IconPicker(const QtIconRenderer& renderer,
                        kit::library::Shortcut shortcut,
                        kit::tools::IconList icons,
                        QWidget* parent,
-                       ChooseImage chooseImage)
+                       ChooseImage chooseImage,
+                       Appearance panelLook)
     : QDialog(parent)
     , m_renderer(renderer)
+    , m_panelLook(panelLook)
     , m_shortcut(std::move(shortcut))
     , m_model(std::move(icons),
               IconChoice{m_shortcut.icon, m_shortcut.iconTint, m_shortcut.iconOpacity})
@@ -199,8 +274,12 @@ IconPicker::IconPicker(const QtIconRenderer& renderer,
     m_lightBar->setAccessibleName(tr("Preview on a light menu bar"));
     m_darkBar->setAccessibleName(tr("Preview on a dark menu bar"));
     preview->addWidget(new QLabel(tr("Preview:")));
-    preview->addWidget(m_lightBar);
-    preview->addWidget(m_darkBar);
+    // The panel the icons sit on now comes first; the other look is for when it changes.
+    QLabel* first = m_panelLook == Appearance::Dark ? m_darkBar : m_lightBar;
+    QLabel* second = first == m_darkBar ? m_lightBar : m_darkBar;
+    first->setToolTip(tr("Your panel"));
+    preview->addWidget(first);
+    preview->addWidget(second);
     preview->addStretch();
 
     m_tabs = new QTabWidget;
@@ -280,6 +359,8 @@ IconPicker::IconPicker(const QtIconRenderer& renderer,
     refill();
     refresh();
     resize(2 * kCellWidth + 100, 540);
+    // Typing is how most people look for an icon.
+    (m_tabs->currentIndex() == 1 ? m_text : m_search)->setFocus(Qt::OtherFocusReason);
 }
 
 QWidget* IconPicker::makeSymbolsTab()
@@ -300,6 +381,15 @@ QWidget* IconPicker::makeSymbolsTab()
     auto* categoryLabel = new QLabel(tr("C&ategory:"));
     categoryLabel->setBuddy(m_category);
     filters->addRow(categoryLabel, m_category);
+    m_symbolic = new QCheckBox(tr("S&ymbolic: one colour, the panel's own"));
+    m_symbolic->setChecked(m_model.symbolic());
+    m_symbolic->setToolTip(tr("Off: the icon in its own colours, where the theme has them"));
+    filters->addRow(QString(), m_symbolic);
+    connect(m_symbolic, &QCheckBox::toggled, this, [this](bool on) {
+        m_model.setSymbolic(on);
+        refill();
+        refresh();
+    });
 
     m_icons = new QListWidget;
     m_icons->setViewMode(QListView::ListMode);
@@ -310,6 +400,7 @@ QWidget* IconPicker::makeSymbolsTab()
     m_icons->setGridSize(QSize(kCellWidth, 30));
     // Names differ at their ends ("mail-reply-all", "mail-reply-sender").
     m_icons->setTextElideMode(Qt::ElideMiddle);
+    m_icons->setWordWrap(false);
     m_icons->setIconSize(QSize(kBarSide, kBarSide));
     m_icons->setAccessibleName(tr("Icons"));
 
@@ -325,7 +416,7 @@ QWidget* IconPicker::makeSymbolsTab()
     });
     connect(m_icons, &QListWidget::currentItemChanged, this, [this](QListWidgetItem* item) {
         if (item) {
-            m_model.chooseSymbol(item->text().toStdString());
+            m_model.chooseSymbol(item->data(Qt::UserRole).toString().toStdString());
             refresh();
         }
     });
@@ -345,10 +436,29 @@ QWidget* IconPicker::makeTextTab()
     m_text->setPlaceholderText(tr("AB, ★ or 🚀"));
     auto* label = new QLabel(tr("Te&xt:"));
     label->setBuddy(m_text);
-    form->addRow(label, m_text);
+    auto* row = new QHBoxLayout;
+    row->addWidget(m_text, 1, Qt::AlignTop);
+    auto* grid = new QGridLayout;
+    grid->setSpacing(2);
+    int index = 0;
+    for (const char* emoji : kCommonEmoji) {
+        auto* button = new QToolButton;
+        const QString text = QString::fromUtf8(emoji);
+        button->setText(text);
+        button->setAutoRaise(true);
+        button->setAccessibleName(text);
+        connect(button, &QToolButton::clicked, this, [this, text] {
+            m_text->setText(toQt(m_model.chooseText(text.toStdString())));
+            refresh();
+        });
+        grid->addWidget(button, index / 8, index % 8);
+        ++index;
+    }
+    row->addLayout(grid);
+    form->addRow(label, row);
     auto* hint =
-        new QLabel(tr("Up to three letters, or an emoji. They are drawn in the menu bar's own "
-                      "colours, so a tint does not apply to them."));
+        new QLabel(tr("Up to three letters, or an emoji: type them or pick one. Letters take the "
+                      "panel's colour; emoji keep their own, so a tint does not apply to them."));
     hint->setWordWrap(true);
     form->addRow(QString(), hint);
     connect(m_text, &QLineEdit::textEdited, this, [this](const QString& text) {
@@ -408,13 +518,25 @@ void IconPicker::refill()
 {
     const QSignalBlocker blocker(m_icons);
     m_icons->clear();
-    const auto& icon = m_model.choice().icon;
-    for (const auto& entry : m_model.matches()) {
+    const auto chosen = m_model.chosenSymbol();
+    const auto found = m_model.matches();
+    // As wide as the longest name needs, so names show whole; only the very longest are elided.
+    const QFontMetrics metrics(m_icons->font());
+    int widest = 0;
+    for (const auto& entry : found) {
+        widest = std::max(widest, metrics.horizontalAdvance(toQt(entry.name)));
+    }
+    const int cell = std::clamp(widest + kBarSide + 24, kCellWidth, kWidestCell);
+    m_icons->setGridSize(QSize(cell, 30));
+    for (const auto& entry : found) {
         const QString name = toQt(entry.name);
-        auto* item = new QListWidgetItem(QIcon::fromTheme(name), name, m_icons);
-        item->setSizeHint(QSize(kCellWidth - 6, 28));
+        // The variant the toggle would save, so the list shows what the tray will.
+        auto* item = new QListWidgetItem(
+            QIcon::fromTheme(toQt(m_model.savedName(entry.name))), name, m_icons);
+        item->setData(Qt::UserRole, name);
+        item->setSizeHint(QSize(cell - 6, 28));
         item->setToolTip(entry.category.empty() ? name : name + " — " + toQt(entry.category));
-        if (icon && icon->kind == IconOverride::Kind::Symbol && icon->text == entry.name) {
+        if (chosen == entry.name) {
             m_icons->setCurrentItem(item);
         }
     }
@@ -452,6 +574,7 @@ void IconPicker::refresh()
     m_lightBar->setPixmap(strip(Appearance::Light));
     m_darkBar->setPixmap(strip(Appearance::Dark));
 
+    m_symbolic->setEnabled(!m_model.chosenSymbol() || m_model.chosenHasBothVariants());
     const bool tintable = m_model.takesTint();
     m_tint->setEnabled(tintable);
     m_colour->setEnabled(tintable && m_tint->currentIndex() == 2);

@@ -9,11 +9,13 @@
 #include <QImage>
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
@@ -37,7 +39,9 @@ using kit::editor::sessionColour;
 using kit::editor::ShortcutForm;
 
 // The icon picker's state without widgets: the theme icons matching a search and a category, and
-// the icon, tint and opacity chosen so far. Main thread only.
+// the icon, tint and opacity chosen so far. An icon is listed once under its plain name, whatever
+// variants the theme has of it; the symbolic toggle decides which of them is saved, and what is
+// saved is always a name the theme has. Main thread only.
 class IconPickerModel
 {
 public:
@@ -53,11 +57,22 @@ public:
     void setSearch(std::string text) { m_search = std::move(text); }
     // Nothing: every category.
     void setCategory(std::optional<std::string> category) { m_category = std::move(category); }
-    // Names holding the search (ignoring case), those starting with it first; at most kShownLimit.
+    // Names holding the search (ignoring case), those starting with it first, then icons whose
+    // category holds it; at most kShownLimit.
     std::vector<kit::tools::IconEntry> matches() const;
 
     const IconChoice& choice() const { return m_choice; }
-    void chooseSymbol(std::string name);
+    // An icon by its listed name; saved as its symbolic or full-colour variant as the toggle says.
+    void chooseSymbol(const std::string& name);
+    // The listed name of the chosen theme icon, if one is chosen.
+    std::optional<std::string> chosenSymbol() const;
+    // The one-colour variant that takes the panel's colour (the default), or the full-colour one.
+    bool symbolic() const { return m_symbolic; }
+    void setSymbolic(bool symbolic);
+    // Whether the theme has both variants of the chosen icon, so the toggle means something.
+    bool chosenHasBothVariants() const;
+    // The name a listed icon is saved under with the toggle as it stands.
+    std::string savedName(const std::string& name) const;
     // Letters or an emoji, cut to the first three characters; empty text goes back to the
     // target's own icon. Answers the text kept.
     std::string chooseText(std::string_view text);
@@ -71,7 +86,15 @@ public:
     bool takesTint() const { return !m_choice.icon || m_choice.icon->takesColour(); }
 
 private:
-    kit::tools::IconList m_icons;
+    struct Variants
+    {
+        bool full = false;
+        bool symbolic = false;
+    };
+
+    std::vector<kit::tools::IconEntry> m_icons; // one per listed name, sorted
+    std::map<std::string, Variants> m_variants;
+    bool m_symbolic = true;
     IconChoice m_initial;
     IconChoice m_choice;
     std::string m_search;
@@ -100,7 +123,8 @@ public:
                kit::library::Shortcut shortcut,
                kit::tools::IconList icons,
                QWidget* parent = nullptr,
-               ChooseImage chooseImage = {});
+               ChooseImage chooseImage = {},
+               kit::menubar::Appearance panelLook = kit::menubar::Appearance::Light);
 
     const IconChoice& choice() const { return m_model.choice(); }
     IconPickerModel& model() { return m_model; }
@@ -111,6 +135,7 @@ public:
     QListWidget* iconList() const { return m_icons; }
     QLineEdit* textField() const { return m_text; }
     QTabWidget* tabs() const { return m_tabs; }
+    QCheckBox* symbolicBox() const { return m_symbolic; }
     // The chosen icon as the tray draws it; 22 pixels is a usual menu-bar size.
     QImage previewImage(kit::menubar::Appearance appearance, int side = 22) const;
 
@@ -124,6 +149,7 @@ private:
     void pickColour();
 
     const QtIconRenderer& m_renderer;
+    kit::menubar::Appearance m_panelLook;
     kit::library::Shortcut m_shortcut;
     IconPickerModel m_model;
     ChooseImage m_chooseImage;
@@ -131,6 +157,7 @@ private:
     QTabWidget* m_tabs = nullptr;
     QLineEdit* m_search = nullptr;
     QComboBox* m_category = nullptr;
+    QCheckBox* m_symbolic = nullptr;
     QListWidget* m_icons = nullptr;
     QLineEdit* m_text = nullptr;
     QLabel* m_imageMessage = nullptr;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kit/library/shortcut.h"
+#include "kit/menubar/status_bar.h"
 #include "kit/storage/library_store.h"
 
 #include <QPointer>
@@ -40,6 +41,8 @@ struct EditorServices
     std::function<kit::library::BrowsingDefaults()> browsingDefaults = {};
     // Asks for a file or folder; an empty string when cancelled. Tests replace the dialog.
     std::function<std::string(QWidget* parent, bool folder)> choosePath = {};
+    // The look of the panel the icons sit on, for previews drawn as the tray draws them.
+    std::function<kit::menubar::Appearance()> panelLook = {};
 };
 
 // Opens the editor window on one shortcut at a time, new or existing. Saving writes the whole

@@ -2,6 +2,7 @@
 #include "desktop/tray/qt_icon_renderer.h"
 
 #include "desktop/qt_text.h"
+#include "kit/menubar/panel_look.h"
 
 #include <QApplication>
 #include <QDir>
@@ -422,7 +423,8 @@ Glyph QtIconRenderer::numbered(const Glyph& glyph, int number, double pointSize)
 
 QColor QtIconRenderer::foreground(Appearance appearance)
 {
-    return appearance == Appearance::Dark ? QColor(0xF2, 0xF2, 0xF2) : QColor(0x1C, 0x1C, 0x1C);
+    const kit::menubar::Rgb ink = kit::menubar::templateForeground(appearance);
+    return {ink.red, ink.green, ink.blue};
 }
 
 QImage QtIconRenderer::themed(const std::string& name, int side, bool& isTemplate) const
@@ -431,12 +433,12 @@ QImage QtIconRenderer::themed(const std::string& name, int side, bool& isTemplat
         return {};
     }
     const QString base = toQt(name);
-    QStringList candidates;
-    // Symbolic variants are made to be coloured like text, as a menu bar glyph is.
-    if (!base.endsWith(QLatin1String("-symbolic"))) {
+    QStringList candidates{base};
+    // A plain name shows the theme's full-colour picture; a name the theme has only as a
+    // symbolic shape falls back to that.
+    if (!kit::menubar::isSymbolicName(name)) {
         candidates << base + QLatin1String("-symbolic");
     }
-    candidates << base;
     for (const QString& candidate : candidates) {
         // One look-up rather than asking whether it exists first: each walks the theme's folders.
         const QIcon icon = QIcon::fromTheme(candidate);

@@ -502,9 +502,15 @@ SniStatusBar::SniStatusBar(const QtIconRenderer& icons,
     , m_bus(m_busAddress.isEmpty()
                 ? QDBusConnection::sessionBus()
                 : QDBusConnection::connectToBus(m_busAddress, QStringLiteral("vantorel-tray")))
-    , m_appearance(host.panelLook.value_or(TrayStatusBar::currentAppearance()))
+    , m_appearance(TrayStatusBar::currentAppearance())
     , m_context(std::make_unique<QObject>())
 {
+    kit::menubar::PanelClues clues;
+    clues.hostLook = m_host.panelLook;
+    clues.appPalette = m_appearance;
+    m_panel = std::make_unique<PanelWatch>(
+        clues, PanelWatch::IconPlaces(), m_bus, [this](Appearance now) { appearanceChanged(now); });
+    m_appearance = m_panel->look();
     sni::registerTypes();
     m_watcher = std::make_unique<QDBusServiceWatcher>(
         kWatcherService, m_bus, QDBusServiceWatcher::WatchForRegistration);
@@ -517,6 +523,7 @@ SniStatusBar::SniStatusBar(const QtIconRenderer& icons,
 
 SniStatusBar::~SniStatusBar()
 {
+    m_panel.reset();
     m_context.reset();
     std::vector<StatusItemHandle> handles;
     for (const auto& [handle, item] : m_items) {
@@ -634,7 +641,7 @@ void SniStatusBar::setImage(StatusItemHandle handle, const Glyph& glyph)
 {
     if (Item* item = find(handle)) {
         item->picture = glyph;
-        const auto name = kit::menubar::themeIconName(glyph);
+        const auto name = kit::menubar::themeIconName(m_host, glyph);
         item->iconName = name && !item->highlighted ? std::optional(toQt(*name)) : std::nullopt;
         item->pixmaps.reset();
         changed(*item, "NewIcon");
@@ -692,7 +699,7 @@ void SniStatusBar::setHighlighted(StatusItemHandle handle, bool highlighted)
         if (highlighted) {
             item->iconName.reset();
         } else if (const auto* glyph = std::get_if<Glyph>(&item->picture)) {
-            if (const auto name = kit::menubar::themeIconName(*glyph)) {
+            if (const auto name = kit::menubar::themeIconName(m_host, *glyph)) {
                 item->iconName = toQt(*name);
             }
         }
@@ -728,6 +735,31 @@ std::optional<Rect> SniStatusBar::geometry(StatusItemHandle handle) const
 Appearance SniStatusBar::appearance(StatusItemHandle /*item*/) const
 {
     return m_appearance;
+}
+
+void SniStatusBar::setForcedAppearance(std::optional<Appearance> forced)
+{
+    m_panel->setForced(forced);
+}
+
+void SniStatusBar::appearanceChanged(Appearance now)
+{
+    m_appearance = now;
+    // A copy of the handles: an observer may remove icons.
+    std::vector<StatusItemHandle> handles;
+    for (const auto& [handle, item] : m_items) {
+        handles.push_back(handle);
+    }
+    for (const auto handle : handles) {
+        if (Item* item = find(handle)) {
+            item->pixmaps.reset();
+            changed(*item, "NewIcon");
+            if (item->events.appearanceChanged) {
+                auto observer = item->events.appearanceChanged;
+                observer(now);
+            }
+        }
+    }
 }
 
 QString SniStatusBar::serviceName(StatusItemHandle handle) const

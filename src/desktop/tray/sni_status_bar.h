@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/tray/panel_watch.h"
 #include "desktop/tray/qt_icon_renderer.h"
 #include "kit/menubar/status_bar.h"
 #include "kit/menubar/tray_host.h"
@@ -58,6 +59,9 @@ public:
     std::optional<kit::menubar::Rect> geometry(kit::menubar::StatusItemHandle item) const override;
     kit::menubar::Appearance appearance(kit::menubar::StatusItemHandle item) const override;
 
+    // The person's appearance setting: light or dark whatever the panel, or nothing to follow it.
+    void setForcedAppearance(std::optional<kit::menubar::Appearance> forced);
+
     // Called with a bar step (-1 or +1) when the wheel turns over an icon.
     void setScrolled(std::function<void(int)> scrolled) { m_scrolled = std::move(scrolled); }
     // The bus name an icon is registered with (its connection's own); empty once removed.
@@ -77,6 +81,7 @@ private:
     void registerNext();
     void finishRegistration(kit::menubar::StatusItemHandle item);
     void watcherAppeared();
+    void appearanceChanged(kit::menubar::Appearance now);
 
     const QtIconRenderer& m_icons;
     kit::menubar::TrayHost m_host;
@@ -90,6 +95,7 @@ private:
     std::vector<kit::menubar::StatusItemHandle> m_registered;
     std::unique_ptr<QDBusServiceWatcher> m_watcher;
     std::function<void(int)> m_scrolled;
+    std::unique_ptr<PanelWatch> m_panel;
     // Guards queued work against the bar being gone.
     std::unique_ptr<QObject> m_context;
 };

@@ -123,31 +123,6 @@ template <class T> struct LaterDeleter
 
 template <class T> using LaterPtr = std::unique_ptr<T, LaterDeleter<T>>;
 
-// Calls back when the application's palette changes, which is how a light/dark switch arrives.
-class PaletteWatch final : public QObject
-{
-public:
-    explicit PaletteWatch(std::function<void()> changed)
-        : m_changed(std::move(changed))
-    {
-        if (qApp) {
-            qApp->installEventFilter(this);
-        }
-    }
-
-protected:
-    bool eventFilter(QObject* watched, QEvent* event) override
-    {
-        if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange) {
-            m_changed();
-        }
-        return false;
-    }
-
-private:
-    std::function<void()> m_changed;
-};
-
 // Calls back when the pointer enters an XEmbed icon: its window is a widget of this process, so
 // the enter event reaches us (a StatusNotifierItem host keeps the pointer to itself).
 class EnterWatch final : public QObject
@@ -191,8 +166,21 @@ TrayStatusBar::TrayStatusBar(const QtIconRenderer& icons, std::optional<Host> ho
     : m_icons(icons)
     , m_host(host.value_or(detectHost()))
     , m_appearance(currentAppearance())
-    , m_paletteWatch(std::make_unique<PaletteWatch>([this] { appearanceMayHaveChanged(); }))
 {
+    kit::menubar::PanelClues clues;
+    clues.appPalette = m_appearance;
+    PanelWatch::IconPlaces places;
+    std::optional<QDBusConnection> bus;
+    if (m_host == Host::XEmbed) {
+        places = [this] { return iconPlaces(); };
+    } else {
+        bus = QDBusConnection::sessionBus();
+    }
+    m_panel = std::make_unique<PanelWatch>(clues,
+                                           std::move(places),
+                                           std::move(bus),
+                                           [this](Appearance now) { appearanceChanged(now); });
+    m_appearance = m_panel->look();
     kLog.info(m_host == Host::XEmbed ? "tray host: XEmbed" : "tray host: StatusNotifierItem");
 }
 
@@ -232,8 +220,23 @@ TrayStatusBar::Host TrayStatusBar::detectHost()
 
 Appearance TrayStatusBar::currentAppearance()
 {
-    const QColor window = QApplication::palette().color(QPalette::Window);
-    return window.lightness() < 128 ? Appearance::Dark : Appearance::Light;
+    return PanelWatch::paletteLook();
+}
+
+void TrayStatusBar::setForcedAppearance(std::optional<Appearance> forced)
+{
+    m_panel->setForced(forced);
+}
+
+std::vector<QRect> TrayStatusBar::iconPlaces() const
+{
+    std::vector<QRect> places;
+    for (const auto& [handle, item] : m_items) {
+        if (item->tray) {
+            places.push_back(item->tray->geometry());
+        }
+    }
+    return places;
 }
 
 const kit::menubar::TrayHost& TrayStatusBar::host() const
@@ -470,9 +473,8 @@ QMenu* TrayStatusBar::poppedMenu(StatusItemHandle item) const
     return found ? found->popped.get() : nullptr;
 }
 
-void TrayStatusBar::appearanceMayHaveChanged()
+void TrayStatusBar::appearanceChanged(Appearance now)
 {
-    const Appearance now = currentAppearance();
     if (now == m_appearance) {
         return;
     }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/tray/panel_watch.h"
 #include "desktop/tray/qt_icon_renderer.h"
 #include "kit/menubar/status_bar.h"
 #include "kit/menubar/tray_host.h"
@@ -13,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <variant>
+#include <vector>
 
 class QMenu;
 class QSystemTrayIcon;
@@ -66,8 +68,10 @@ public:
     // StatusNotifierItem host never says where the pointer is.
     void setPointerEntered(std::function<void(kit::menubar::StatusItemHandle)> entered);
 
-    // The bar's appearance, read from the application palette.
+    // The application palette's look, which says nothing of the panel: the last resort.
     static kit::menubar::Appearance currentAppearance();
+    // The person's appearance setting: light or dark whatever the panel, or nothing to follow it.
+    void setForcedAppearance(std::optional<kit::menubar::Appearance> forced);
 
     // What an icon shows: a glyph, a title or the application's own picture.
     using Picture =
@@ -84,15 +88,16 @@ private:
 
     Item* find(kit::menubar::StatusItemHandle item) const;
     void redraw(Item& item) const;
-    void appearanceMayHaveChanged();
+    void appearanceChanged(kit::menubar::Appearance now);
+    std::vector<QRect> iconPlaces() const;
 
     const QtIconRenderer& m_icons;
     Host m_host;
     kit::menubar::Appearance m_appearance;
     std::map<kit::menubar::StatusItemHandle, std::unique_ptr<Item>> m_items;
     uint64_t m_nextHandle = 1;
-    // Watches the application for palette changes.
-    std::unique_ptr<QObject> m_paletteWatch;
+    // Reads the panel's look and says when it changes.
+    std::unique_ptr<PanelWatch> m_panel;
     std::function<void(kit::menubar::StatusItemHandle)> m_pointerEntered;
     std::unique_ptr<QObject> m_enterWatch;
 };

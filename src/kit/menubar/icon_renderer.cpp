@@ -64,7 +64,26 @@ Glyph sourceOf(const Shortcut& shortcut)
     return glyph;
 }
 
+constexpr std::string_view kSymbolic = "-symbolic";
+
 } // namespace
+
+bool isSymbolicName(std::string_view name)
+{
+    return name.size() > kSymbolic.size() && name.ends_with(kSymbolic);
+}
+
+std::string baseIconName(std::string_view name)
+{
+    // GTK's pre-rendered symbolic PNGs are "<name>.symbolic.png".
+    if (name.ends_with(".symbolic")) {
+        name.remove_suffix(std::string_view(".symbolic").size());
+    }
+    if (isSymbolicName(name)) {
+        name.remove_suffix(kSymbolic.size());
+    }
+    return std::string(name);
+}
 
 Glyph StandardIconRenderer::glyph(const Shortcut& shortcut, double pointSize) const
 {

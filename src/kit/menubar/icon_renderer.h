@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kit::menubar {
 
@@ -42,6 +43,13 @@ struct Glyph
     bool operator==(const Glyph&) const = default;
 };
 
+// A theme icon named "…-symbolic" is a one-colour shape drawn in the panel's colour; any other
+// name is drawn in its own colours where the theme has it so, else as its symbolic variant.
+bool isSymbolicName(std::string_view name);
+// The name an icon is listed under, whichever variant or file stem was given: "mail-unread" for
+// "mail-unread-symbolic" and for a "mail-unread-symbolic.symbolic" PNG's stem.
+std::string baseIconName(std::string_view name);
+
 // Gives the glyph for a shortcut and its playing and numbered variants. Main thread only.
 class IconRenderer
 {
@@ -63,8 +71,8 @@ public:
     Glyph numbered(const Glyph& glyph, int number, double pointSize) const override;
 
     // The theme icons used where a target has no icon of its own to show.
-    static constexpr const char* kGroupSymbol = "folder";
-    static constexpr const char* kFallbackSymbol = "application-x-executable";
+    static constexpr const char* kGroupSymbol = "folder-symbolic";
+    static constexpr const char* kFallbackSymbol = "application-x-executable-symbolic";
 };
 
 } // namespace kit::menubar

@@ -42,6 +42,7 @@ std::array<TrayHost, 7> table()
     gnome.scrollPerNotch = 1;
     // The top bar is dark in the light theme too.
     gnome.panelLook = Appearance::Dark;
+    gnome.recoloursSymbolic = true;
     hosts[1] = gnome;
 
     TrayHost xfce = make(TrayHostKind::XfcePanel, "Xfce panel");
@@ -61,6 +62,7 @@ std::array<TrayHost, 7> table()
     kde.hostDrawsMenus = true;
     kde.activatePoint = ActivatePoint::Screen;
     kde.scrollPerNotch = -120; // angle delta: positive is up
+    kde.recoloursSymbolic = true;
     hosts[3] = kde;
 
     TrayHost waybar = make(TrayHostKind::Waybar, "waybar");
@@ -227,11 +229,14 @@ std::optional<Rect> anchorFromActivate(const TrayHost& host, double x, double y)
     return Rect{x - kWidth / 2, y - kHeight / 2, kWidth, kHeight};
 }
 
-std::optional<std::string> themeIconName(const Glyph& glyph)
+std::optional<std::string> themeIconName(const TrayHost& host, const Glyph& glyph)
 {
     if (glyph.kind != Glyph::Kind::Image || glyph.source != Glyph::Source::Symbol
         || glyph.name.empty() || glyph.tint || glyph.opacity != 1.0 || glyph.playing
         || glyph.number) {
+        return std::nullopt;
+    }
+    if (isSymbolicName(glyph.name) && !host.recoloursSymbolic) {
         return std::nullopt;
     }
     return glyph.name;

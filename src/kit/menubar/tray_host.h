@@ -55,6 +55,8 @@ struct TrayHost
     // The panel's look where the host fixes it whatever the desktop's theme; glyphs drawn in the
     // panel's colour follow it.
     std::optional<Appearance> panelLook;
+    // Draws a "-symbolic" theme icon named in IconName in the panel's own text colour.
+    bool recoloursSymbolic = false;
 
     bool operator==(const TrayHost&) const = default;
 };
@@ -111,9 +113,10 @@ int scrollStep(const TrayHost& host, int delta);
 // rectangle around it, tall enough to clear a panel of common height.
 std::optional<Rect> anchorFromActivate(const TrayHost& host, double x, double y);
 
-// The icon-theme name a host may draw (and recolour) itself in place of our picture: only for a
-// plain theme symbol, since a tint, badge or mark exists in our picture alone.
-std::optional<std::string> themeIconName(const Glyph& glyph);
+// The icon-theme name a host may draw itself in place of our picture: only for a plain theme
+// symbol, since a tint, badge or mark exists in our picture alone, and a symbolic one only where
+// the host colours it for its panel (elsewhere it would come out black on any panel).
+std::optional<std::string> themeIconName(const TrayHost& host, const Glyph& glyph);
 
 // The introduction's words for where Vantorel's own icon is and how a shortcut's menu opens.
 std::string introductionPlace(const TrayHost& host);

@@ -102,3 +102,15 @@ TEST(StandardIconRenderer, TintsTemplatesButNotEmojiAndKeepsOpacityInRange)
     EXPECT_FALSE(glyph.tint);
     EXPECT_EQ(glyph.opacity, 0.4);
 }
+
+TEST(IconNames, EveryVariantOfAnIconListsUnderOneName)
+{
+    // The theme's files for one icon: full colour, symbolic SVG, GTK's pre-rendered PNG.
+    for (const char* stem :
+         {"mail-forward", "mail-forward-symbolic", "mail-forward-symbolic.symbolic"}) {
+        EXPECT_EQ(baseIconName(stem), "mail-forward") << stem;
+    }
+    EXPECT_EQ(baseIconName("-symbolic"), "-symbolic");
+    EXPECT_TRUE(isSymbolicName("folder-symbolic"));
+    EXPECT_FALSE(isSymbolicName("folder"));
+}
