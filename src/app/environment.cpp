@@ -17,7 +17,8 @@ Environment Environment::current()
     }
     return Environment{
         [](const char* name) -> std::optional<std::string> {
-            const char* value = std::getenv(name);
+            // Nothing in this process changes the environment.
+            const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
             return value ? std::optional<std::string>(value) : std::nullopt;
         },
         static_cast<long>(::getpid()),

@@ -291,22 +291,9 @@ private:
     std::deque<ToolProtocol::ReplyDue> m_waiting;
 };
 
-} // namespace
-
-int main(int argc, char** argv)
+// Relays requests from standard input to the app until the input ends.
+void relayStandardInput()
 {
-    for (int i = 1; i < argc; ++i) {
-        std::string_view argument = argv[i];
-        if (argument == "--help" || argument == "-h") {
-            std::fwrite(kUsage.data(), 1, kUsage.size(), stdout);
-            return 0;
-        }
-        std::fprintf(stderr, "vantorel-mcp: unknown option %s (try --help)\n", argv[i]);
-        return 2;
-    }
-    // A reader that went away is noticed on the write; the signal would end us first.
-    std::signal(SIGPIPE, SIG_IGN);
-
     Bridge bridge(ToolSocketPath::current());
     LineFramer requests;
     auto relay = [&bridge, &requests](std::optional<std::string_view> line) {
@@ -334,5 +321,28 @@ int main(int argc, char** argv)
         relay(rest);
     }
     bridge.finish();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        std::string_view argument = argv[i];
+        if (argument == "--help" || argument == "-h") {
+            std::fwrite(kUsage.data(), 1, kUsage.size(), stdout);
+            return 0;
+        }
+        std::fprintf(stderr, "vantorel-mcp: unknown option %s (try --help)\n", argv[i]);
+        return 2;
+    }
+    // A reader that went away is noticed on the write; the signal would end us first.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        relayStandardInput();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vantorel-mcp: %s\n", error.what());
+        return 1;
+    }
     return 0;
 }
