@@ -6,6 +6,7 @@
 #include <cmath>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace kit::proposal {
 
@@ -135,6 +136,88 @@ private:
 
     std::vector<Slot> m_slots;
     size_t m_mask = 0;
+};
+
+// Shortcut ids to a small value, the first insert of an id winning, in one open-addressed block
+// that doubles as it fills: a review meets every id of a big bar, and a node apiece costs more
+// than the lookups.
+template <class Value> class IdTable
+{
+public:
+    void reserve(size_t count)
+    {
+        if (count * 2 > m_slots.size()) {
+            rehash(capacityFor(count));
+        }
+    }
+
+    // False when the id was already there.
+    bool insert(const ShortcutID& id, const Value& value)
+    {
+        if ((m_size + 1) * 2 > m_slots.size()) {
+            rehash(capacityFor(m_size + 1));
+        }
+        Slot& slot = m_slots[slotOf(id)];
+        if (slot.used) {
+            return false;
+        }
+        slot = Slot{id, value, true};
+        ++m_size;
+        return true;
+    }
+
+    size_t size() const { return m_size; }
+
+    const Value* find(const ShortcutID& id) const
+    {
+        if (m_slots.empty()) {
+            return nullptr;
+        }
+        const Slot& slot = m_slots[slotOf(id)];
+        return slot.used ? &slot.value : nullptr;
+    }
+
+private:
+    struct Slot
+    {
+        ShortcutID id;
+        Value value{};
+        bool used = false;
+    };
+
+    static size_t capacityFor(size_t count)
+    {
+        size_t capacity = 16;
+        while (capacity < count * 2) {
+            capacity *= 2;
+        }
+        return capacity;
+    }
+
+    // The id's slot, or the empty one where it would go.
+    size_t slotOf(const ShortcutID& id) const
+    {
+        const size_t mask = m_slots.size() - 1;
+        for (size_t at = std::hash<ShortcutID>{}(id)&mask;; at = (at + 1) & mask) {
+            const Slot& slot = m_slots[at];
+            if (!slot.used || slot.id == id) {
+                return at;
+            }
+        }
+    }
+
+    void rehash(size_t capacity)
+    {
+        std::vector<Slot> old = std::exchange(m_slots, std::vector<Slot>(capacity));
+        for (Slot& slot : old) {
+            if (slot.used) {
+                m_slots[slotOf(slot.id)] = std::move(slot);
+            }
+        }
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_size = 0;
 };
 
 std::string positionText(std::optional<size_t> position)
@@ -481,14 +564,14 @@ private:
     const Library* libraryOf(const BarID& id) const { return m_snapshot.library(id); }
 
     // Which bar holds each shortcut, over every bar; built when first needed.
-    const std::unordered_map<ShortcutID, BarID>& everywhere()
+    const IdTable<BarID>& everywhere()
     {
         if (!m_everywhere) {
             m_everywhere.emplace();
             for (const auto& bar : m_snapshot.bars) {
                 if (const Library* library = libraryOf(bar.id)) {
                     for (const Shortcut* s : library->allShortcuts()) {
-                        m_everywhere->try_emplace(s->id, bar.id);
+                        m_everywhere->insert(s->id, bar.id);
                     }
                 }
             }
@@ -652,7 +735,7 @@ private:
         rows[at].placement = depth == 0 ? proposed.placement : std::nullopt;
 
         std::optional<Refusal> refusal;
-        if (!m_seen.insert(proposed.id).second) {
+        if (!m_seen.insert(proposed.id, true)) {
             refusal = Refusal::Duplicate;
         } else if (!proposed.isDivider() && isBlank(proposed.name)) {
             refusal = Refusal::EmptyName;
@@ -757,7 +840,7 @@ private:
                           proposed.isInMenuBar};
         if (!existing) {
             // Ids are unique across bars: one that stands on another bar is written as a copy.
-            if (everywhere().contains(shortcut.id)) {
+            if (everywhere().find(shortcut.id) != nullptr) {
                 shortcut.id = ShortcutID::make();
             }
             row.verdict = Verdict::added();
@@ -920,9 +1003,9 @@ private:
                 } else if (const auto* entry = indexOf(*library).find(move.id)) {
                     shortcut = entry->shortcut;
                 }
-            } else if (auto it = everywhere().find(move.id); it != everywhere().end()) {
-                row.fromBar = it->second;
-                shortcut = indexOf(*libraryOf(it->second)).find(move.id)->shortcut;
+            } else if (const BarID* holder = everywhere().find(move.id)) {
+                row.fromBar = *holder;
+                shortcut = indexOf(*libraryOf(*holder)).find(move.id)->shortcut;
             }
             if (row.fromBar && m_bars.contains(*row.fromBar)) {
                 row.fromName = m_bars.at(*row.fromBar)->name;
@@ -980,9 +1063,9 @@ private:
     std::unordered_map<SessionID, size_t> m_sessionIndex;
     std::unordered_map<std::string, size_t> m_sessionByName;
     std::unordered_map<SessionID, SessionID> m_sessionMap;
-    std::unordered_set<ShortcutID> m_seen;
+    IdTable<bool> m_seen;
     std::unordered_map<const Library*, LibraryIndex> m_indexes;
-    std::optional<std::unordered_map<ShortcutID, BarID>> m_everywhere;
+    std::optional<IdTable<BarID>> m_everywhere;
     std::optional<std::unordered_map<SessionID, int>> m_usage;
 };
 
