@@ -568,11 +568,18 @@ private:
     {
         if (!m_everywhere) {
             m_everywhere.emplace();
+            std::vector<std::pair<const Bar*, std::vector<const Shortcut*>>> bars;
+            size_t count = 0;
             for (const auto& bar : m_snapshot.bars) {
                 if (const Library* library = libraryOf(bar.id)) {
-                    for (const Shortcut* s : library->allShortcuts()) {
-                        m_everywhere->insert(s->id, bar.id);
-                    }
+                    bars.emplace_back(&bar, library->allShortcuts());
+                    count += bars.back().second.size();
+                }
+            }
+            m_everywhere->reserve(count);
+            for (const auto& [bar, shortcuts] : bars) {
+                for (const Shortcut* s : shortcuts) {
+                    m_everywhere->insert(s->id, bar->id);
                 }
             }
         }
