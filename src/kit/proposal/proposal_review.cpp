@@ -240,9 +240,8 @@ std::string describe(const LibraryIndex& index, const Placement& placement)
     return place + positionText(position);
 }
 
-std::string describePlace(const LibraryIndex& index, const ShortcutID& id)
+std::string describePlace(const LibraryIndex::Entry* entry)
 {
-    const auto* entry = index.find(id);
     if (entry == nullptr) {
         return "On the bar";
     }
@@ -250,9 +249,8 @@ std::string describePlace(const LibraryIndex& index, const ShortcutID& id)
     return place + positionText(entry->index);
 }
 
-bool isAlready(const LibraryIndex& index, const ShortcutID& id, const Placement& placement)
+bool isAlready(const LibraryIndex::Entry* entry, const Placement& placement)
 {
-    const auto* entry = index.find(id);
     if (entry == nullptr) {
         return false;
     }
@@ -855,13 +853,13 @@ private:
         }
         row.changes = differences(
             *existing, shortcut, [this](const SessionID& id) { return sessionName(id); });
-        if (depth == 0 && placement && !isAlready(index, proposed.id, *placement)) {
+        if (depth == 0 && placement && !isAlready(existingEntry, *placement)) {
             row.changes.push_back(
-                {kPlaceLabel, describePlace(index, proposed.id), describe(index, *placement)});
+                {kPlaceLabel, describePlace(existingEntry), describe(index, *placement)});
         } else if (depth > 0
                    && (!existingEntry->parent || existingEntry->parent->id != parent->id)) {
             row.changes.push_back(
-                {kPlaceLabel, describePlace(index, proposed.id), "In " + quoted(parent->name)});
+                {kPlaceLabel, describePlace(existingEntry), "In " + quoted(parent->name)});
         }
         if (row.changes.empty()) {
             row.verdict = Verdict::unchanged();
@@ -1329,7 +1327,7 @@ std::string summaryLine(const ProposalReview& review)
 
 bool isAlready(const Library& library, const ShortcutID& id, const Placement& placement)
 {
-    return isAlready(LibraryIndex(library), id, placement);
+    return isAlready(LibraryIndex(library).find(id), placement);
 }
 
 std::string describe(const Library& library, const Placement& placement)
@@ -1339,7 +1337,7 @@ std::string describe(const Library& library, const Placement& placement)
 
 std::string describePlace(const Library& library, const ShortcutID& id)
 {
-    return describePlace(LibraryIndex(library), id);
+    return describePlace(LibraryIndex(library).find(id));
 }
 
 std::vector<FieldChange> ShortcutDifference::changes(const Shortcut& from,

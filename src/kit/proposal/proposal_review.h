@@ -134,6 +134,11 @@ public:
         return *this;
     }
     Boxed& operator=(Boxed&&) noexcept = default;
+    Boxed& operator=(T&& value)
+    {
+        m_value = std::make_unique<T>(std::move(value));
+        return *this;
+    }
     ~Boxed() = default;
 
     explicit operator bool() const { return m_value != nullptr; }
