@@ -220,6 +220,16 @@ private:
     size_t m_size = 0;
 };
 
+// The shortcuts of a proposed list and of its groups, counted without listing them.
+size_t countIn(const std::vector<ProposedShortcut>& list)
+{
+    size_t count = list.size();
+    for (const auto& shortcut : list) {
+        count += countIn(shortcut.target.members);
+    }
+    return count;
+}
+
 std::string positionText(std::optional<size_t> position)
 {
     return position ? ", at " + std::to_string(*position + 1) : std::string();
@@ -717,7 +727,7 @@ private:
             return;
         }
         const LibraryIndex& index = indexOf(*library);
-        const size_t proposedCount = ProposedShortcut::flatten(proposed.shortcuts).size();
+        const size_t proposedCount = countIn(proposed.shortcuts);
         bar.items.reserve(proposedCount + proposed.removals.size());
         m_seen.reserve(m_seen.size() + proposedCount);
         for (const auto& shortcut : proposed.shortcuts) {
