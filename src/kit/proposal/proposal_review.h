@@ -147,7 +147,10 @@ public:
     T& operator*() { return *m_value; }
     const T* operator->() const { return m_value.get(); }
     T* operator->() { return m_value.get(); }
-    std::optional<T> optional() const { return m_value ? std::optional<T>(*m_value) : std::nullopt; }
+    std::optional<T> optional() const
+    {
+        return m_value ? std::optional<T>(*m_value) : std::nullopt;
+    }
 
     bool operator==(const Boxed& other) const
     {
