@@ -521,14 +521,15 @@ struct Request
 };
 
 // Where the value of params.arguments lies in the line (its offset and length), found in the
-// one pass that checks the whole line is strict JSON without building anything. The last of
-// twin keys counts, as in the tree. Nothing when the pull reader doubts the line: that goes the
-// slow way, so the tree parser still has the last word on what is JSON.
+// one pass that checks the whole line is strict JSON, no deeper than the limit, without building
+// anything. The last of twin keys counts, as in the tree. Nothing when the pull reader doubts the
+// line: that goes the slow way, so the tree parser still has the last word on what is JSON.
 std::optional<std::pair<size_t, size_t>> argumentsSpan(std::string_view line)
 {
     using support::JsonReader;
     try {
-        JsonReader reader(line, ToolProtocol::kMaxDepth + 1);
+        // Counts nesting as withinDepth() does, so a line too deep is refused the slow way.
+        JsonReader reader(line, ToolProtocol::kMaxDepth);
         std::optional<std::pair<size_t, size_t>> found;
         reader.readObject([&](std::string_view key) {
             if (key != "params") {
@@ -559,7 +560,7 @@ std::optional<std::pair<size_t, size_t>> argumentsSpan(std::string_view line)
 
 Request readRequest(std::string_view line)
 {
-    if (line.size() <= kArgumentsAsTextAbove || !withinDepth(line, ToolProtocol::kMaxDepth)) {
+    if (line.size() <= kArgumentsAsTextAbove) {
         return {parse(line), std::nullopt};
     }
     auto arguments = argumentsSpan(line);

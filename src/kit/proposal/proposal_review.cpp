@@ -6,6 +6,7 @@
 #include <cmath>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace kit::proposal {
 
@@ -137,6 +138,98 @@ private:
     size_t m_mask = 0;
 };
 
+// Shortcut ids to a small value, the first insert of an id winning, in one open-addressed block
+// that doubles as it fills: a review meets every id of a big bar, and a node apiece costs more
+// than the lookups.
+template <class Value> class IdTable
+{
+public:
+    void reserve(size_t count)
+    {
+        if (count * 2 > m_slots.size()) {
+            rehash(capacityFor(count));
+        }
+    }
+
+    // False when the id was already there.
+    bool insert(const ShortcutID& id, const Value& value)
+    {
+        if ((m_size + 1) * 2 > m_slots.size()) {
+            rehash(capacityFor(m_size + 1));
+        }
+        Slot& slot = m_slots[slotOf(id)];
+        if (slot.used) {
+            return false;
+        }
+        slot = Slot{id, value, true};
+        ++m_size;
+        return true;
+    }
+
+    size_t size() const { return m_size; }
+
+    const Value* find(const ShortcutID& id) const
+    {
+        if (m_slots.empty()) {
+            return nullptr;
+        }
+        const Slot& slot = m_slots[slotOf(id)];
+        return slot.used ? &slot.value : nullptr;
+    }
+
+private:
+    struct Slot
+    {
+        ShortcutID id;
+        Value value{};
+        bool used = false;
+    };
+
+    static size_t capacityFor(size_t count)
+    {
+        size_t capacity = 16;
+        while (capacity < count * 2) {
+            capacity *= 2;
+        }
+        return capacity;
+    }
+
+    // The id's slot, or the empty one where it would go.
+    size_t slotOf(const ShortcutID& id) const
+    {
+        const size_t mask = m_slots.size() - 1;
+        for (size_t at = std::hash<ShortcutID>{}(id)&mask;; at = (at + 1) & mask) {
+            const Slot& slot = m_slots[at];
+            if (!slot.used || slot.id == id) {
+                return at;
+            }
+        }
+    }
+
+    void rehash(size_t capacity)
+    {
+        std::vector<Slot> old = std::exchange(m_slots, std::vector<Slot>(capacity));
+        for (Slot& slot : old) {
+            if (slot.used) {
+                m_slots[slotOf(slot.id)] = std::move(slot);
+            }
+        }
+    }
+
+    std::vector<Slot> m_slots;
+    size_t m_size = 0;
+};
+
+// The shortcuts of a proposed list and of its groups, counted without listing them.
+size_t countIn(const std::vector<ProposedShortcut>& list)
+{
+    size_t count = list.size();
+    for (const auto& shortcut : list) {
+        count += countIn(shortcut.target.members);
+    }
+    return count;
+}
+
 std::string positionText(std::optional<size_t> position)
 {
     return position ? ", at " + std::to_string(*position + 1) : std::string();
@@ -157,9 +250,8 @@ std::string describe(const LibraryIndex& index, const Placement& placement)
     return place + positionText(position);
 }
 
-std::string describePlace(const LibraryIndex& index, const ShortcutID& id)
+std::string describePlace(const LibraryIndex::Entry* entry)
 {
-    const auto* entry = index.find(id);
     if (entry == nullptr) {
         return "On the bar";
     }
@@ -167,9 +259,8 @@ std::string describePlace(const LibraryIndex& index, const ShortcutID& id)
     return place + positionText(entry->index);
 }
 
-bool isAlready(const LibraryIndex& index, const ShortcutID& id, const Placement& placement)
+bool isAlready(const LibraryIndex::Entry* entry, const Placement& placement)
 {
-    const auto* entry = index.find(id);
     if (entry == nullptr) {
         return false;
     }
@@ -481,15 +572,22 @@ private:
     const Library* libraryOf(const BarID& id) const { return m_snapshot.library(id); }
 
     // Which bar holds each shortcut, over every bar; built when first needed.
-    const std::unordered_map<ShortcutID, BarID>& everywhere()
+    const IdTable<BarID>& everywhere()
     {
         if (!m_everywhere) {
             m_everywhere.emplace();
+            std::vector<std::pair<const Bar*, std::vector<const Shortcut*>>> bars;
+            size_t count = 0;
             for (const auto& bar : m_snapshot.bars) {
                 if (const Library* library = libraryOf(bar.id)) {
-                    for (const Shortcut* s : library->allShortcuts()) {
-                        m_everywhere->try_emplace(s->id, bar.id);
-                    }
+                    bars.emplace_back(&bar, library->allShortcuts());
+                    count += bars.back().second.size();
+                }
+            }
+            m_everywhere->reserve(count);
+            for (const auto& [bar, shortcuts] : bars) {
+                for (const Shortcut* s : shortcuts) {
+                    m_everywhere->insert(s->id, bar->id);
                 }
             }
         }
@@ -629,7 +727,7 @@ private:
             return;
         }
         const LibraryIndex& index = indexOf(*library);
-        const size_t proposedCount = ProposedShortcut::flatten(proposed.shortcuts).size();
+        const size_t proposedCount = countIn(proposed.shortcuts);
         bar.items.reserve(proposedCount + proposed.removals.size());
         m_seen.reserve(m_seen.size() + proposedCount);
         for (const auto& shortcut : proposed.shortcuts) {
@@ -652,7 +750,7 @@ private:
         rows[at].placement = depth == 0 ? proposed.placement : std::nullopt;
 
         std::optional<Refusal> refusal;
-        if (!m_seen.insert(proposed.id).second) {
+        if (!m_seen.insert(proposed.id, true)) {
             refusal = Refusal::Duplicate;
         } else if (!proposed.isDivider() && isBlank(proposed.name)) {
             refusal = Refusal::EmptyName;
@@ -757,7 +855,7 @@ private:
                           proposed.isInMenuBar};
         if (!existing) {
             // Ids are unique across bars: one that stands on another bar is written as a copy.
-            if (everywhere().contains(shortcut.id)) {
+            if (everywhere().find(shortcut.id) != nullptr) {
                 shortcut.id = ShortcutID::make();
             }
             row.verdict = Verdict::added();
@@ -765,13 +863,13 @@ private:
         }
         row.changes = differences(
             *existing, shortcut, [this](const SessionID& id) { return sessionName(id); });
-        if (depth == 0 && placement && !isAlready(index, proposed.id, *placement)) {
+        if (depth == 0 && placement && !isAlready(existingEntry, *placement)) {
             row.changes.push_back(
-                {kPlaceLabel, describePlace(index, proposed.id), describe(index, *placement)});
+                {kPlaceLabel, describePlace(existingEntry), describe(index, *placement)});
         } else if (depth > 0
                    && (!existingEntry->parent || existingEntry->parent->id != parent->id)) {
             row.changes.push_back(
-                {kPlaceLabel, describePlace(index, proposed.id), "In " + quoted(parent->name)});
+                {kPlaceLabel, describePlace(existingEntry), "In " + quoted(parent->name)});
         }
         if (row.changes.empty()) {
             row.verdict = Verdict::unchanged();
@@ -920,9 +1018,9 @@ private:
                 } else if (const auto* entry = indexOf(*library).find(move.id)) {
                     shortcut = entry->shortcut;
                 }
-            } else if (auto it = everywhere().find(move.id); it != everywhere().end()) {
-                row.fromBar = it->second;
-                shortcut = indexOf(*libraryOf(it->second)).find(move.id)->shortcut;
+            } else if (const BarID* holder = everywhere().find(move.id)) {
+                row.fromBar = *holder;
+                shortcut = indexOf(*libraryOf(*holder)).find(move.id)->shortcut;
             }
             if (row.fromBar && m_bars.contains(*row.fromBar)) {
                 row.fromName = m_bars.at(*row.fromBar)->name;
@@ -980,9 +1078,9 @@ private:
     std::unordered_map<SessionID, size_t> m_sessionIndex;
     std::unordered_map<std::string, size_t> m_sessionByName;
     std::unordered_map<SessionID, SessionID> m_sessionMap;
-    std::unordered_set<ShortcutID> m_seen;
+    IdTable<bool> m_seen;
     std::unordered_map<const Library*, LibraryIndex> m_indexes;
-    std::optional<std::unordered_map<ShortcutID, BarID>> m_everywhere;
+    std::optional<IdTable<BarID>> m_everywhere;
     std::optional<std::unordered_map<SessionID, int>> m_usage;
 };
 
@@ -1239,7 +1337,7 @@ std::string summaryLine(const ProposalReview& review)
 
 bool isAlready(const Library& library, const ShortcutID& id, const Placement& placement)
 {
-    return isAlready(LibraryIndex(library), id, placement);
+    return isAlready(LibraryIndex(library).find(id), placement);
 }
 
 std::string describe(const Library& library, const Placement& placement)
@@ -1249,7 +1347,7 @@ std::string describe(const Library& library, const Placement& placement)
 
 std::string describePlace(const Library& library, const ShortcutID& id)
 {
-    return describePlace(LibraryIndex(library), id);
+    return describePlace(LibraryIndex(library).find(id));
 }
 
 std::vector<FieldChange> ShortcutDifference::changes(const Shortcut& from,

@@ -5,6 +5,7 @@
 #include "kit/proposal/proposal.h"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -111,6 +112,55 @@ struct FieldChange
     bool operator==(const FieldChange&) const = default;
 };
 
+// An optional value kept on the heap, copied and compared as the value itself: a review row holds
+// the whole shortcut it would write only when it writes one, so the rest stay small.
+template <class T> class Boxed
+{
+public:
+    Boxed() = default;
+    Boxed(std::nullopt_t) {}
+    Boxed(T value)
+        : m_value(std::make_unique<T>(std::move(value)))
+    {}
+    Boxed(const Boxed& other)
+        : m_value(other.m_value ? std::make_unique<T>(*other.m_value) : nullptr)
+    {}
+    Boxed(Boxed&&) noexcept = default;
+    Boxed& operator=(const Boxed& other)
+    {
+        if (this != &other) {
+            m_value = other.m_value ? std::make_unique<T>(*other.m_value) : nullptr;
+        }
+        return *this;
+    }
+    Boxed& operator=(Boxed&&) noexcept = default;
+    Boxed& operator=(T&& value)
+    {
+        m_value = std::make_unique<T>(std::move(value));
+        return *this;
+    }
+    ~Boxed() = default;
+
+    explicit operator bool() const { return m_value != nullptr; }
+    bool has_value() const { return m_value != nullptr; }
+    const T& operator*() const { return *m_value; }
+    T& operator*() { return *m_value; }
+    const T* operator->() const { return m_value.get(); }
+    T* operator->() { return m_value.get(); }
+    std::optional<T> optional() const
+    {
+        return m_value ? std::optional<T>(*m_value) : std::nullopt;
+    }
+
+    bool operator==(const Boxed& other) const
+    {
+        return m_value ? other.m_value && *m_value == *other.m_value : !other.m_value;
+    }
+
+private:
+    std::unique_ptr<T> m_value;
+};
+
 struct ItemReview
 {
     ShortcutID id;
@@ -118,7 +168,7 @@ struct ItemReview
     Target::Kind kind = Target::Kind::Divider;
     int depth = 0;
     Verdict verdict;
-    std::optional<Shortcut> shortcut; // what applying would write
+    Boxed<Shortcut> shortcut; // what applying would write
     std::optional<Placement> placement;
     std::vector<FieldChange> changes;
     std::optional<std::string> note;

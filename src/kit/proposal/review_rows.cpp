@@ -133,7 +133,7 @@ ReviewRow itemRow(const ItemReview& item, size_t bar, const AccountName& account
     row.verdict = std::string(word(item.verdict.kind));
     row.tone = tone(item.verdict);
     row.depth = item.depth;
-    row.shortcut = item.shortcut;
+    row.shortcut = item.shortcut.optional();
     if (item.shortcut && item.verdict.kind == Verdict::Kind::Added) {
         row.details = whatItIs(*item.shortcut, accountName);
     }

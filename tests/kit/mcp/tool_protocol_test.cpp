@@ -507,6 +507,16 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheRequestsOwnBytes)
     respond(line.substr(0, line.size() - 1));
     EXPECT_FALSE(called);
     EXPECT_EQ(json::parse(*reply)["error"]["code"], ToolProtocol::kParseError);
+
+    // Nesting is held to the same limit as a short line's: the line, params and arguments
+    // objects, then the lists.
+    for (int depth : {ToolProtocol::kMaxDepth, ToolProtocol::kMaxDepth + 1}) {
+        const size_t lists = static_cast<size_t>(depth - 3);
+        respond(R"({"id":5,"method":"tools/call","params":{"name":"propose","arguments":{"pad":")"
+                + std::string(70'000, 'x') + R"(","n":)" + std::string(lists, '[')
+                + std::string(lists, ']') + "}}}");
+        EXPECT_EQ(called.has_value(), depth == ToolProtocol::kMaxDepth) << depth;
+    }
 }
 
 // However a long line spells its arguments, the tool gets what the tree would hold.

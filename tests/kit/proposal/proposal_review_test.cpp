@@ -128,6 +128,23 @@ TEST_F(ProposalReviewTest, TheSecondMentionOfAnIdIsRefusedAsADuplicate)
     EXPECT_EQ(description(Refusal::Duplicate), "The document mentions it twice.");
 }
 
+// The ids met on the first bar are still known after the second bar's many have been added.
+TEST_F(ProposalReviewTest, AnIdMetOnAnEarlierBarIsADuplicateHoweverManyFollow)
+{
+    Proposal proposal = onActiveBar({proposed(docs)});
+    std::vector<ProposedShortcut> many;
+    for (int i = 0; i < 40; ++i) {
+        many.push_back(app("App" + std::to_string(i)));
+    }
+    many.push_back(proposed(docs));
+    proposal.bars.push_back({BarDestination::existing(bars[2].id), many, {}});
+    ProposalReview result = reviewOf(proposal);
+    ASSERT_EQ(result.bars.size(), 2u);
+    ASSERT_EQ(result.bars[1].items.size(), 41u);
+    EXPECT_EQ(result.bars[1].items[39].verdict, Verdict::added());
+    EXPECT_EQ(result.bars[1].items[40].verdict, Verdict::refused(Refusal::Duplicate));
+}
+
 TEST_F(ProposalReviewTest, AnAccountNamedLikeAnExistingOneIsMatchedAndItsLinksUseTheExistingOne)
 {
     Session proposedWork{SessionID::make(), "  work ", {}};
