@@ -670,7 +670,7 @@ void ToolProtocol::respond(std::string_view line,
         }
         auto reply = std::make_shared<CallReply>(id, std::move(completion));
         try {
-            call(std::move(request), [reply](ToolResult answer) { reply->deliver(answer); });
+            call(std::move(request), [reply](const ToolResult& answer) { reply->deliver(answer); });
         } catch (const std::exception& failure) {
             reply->deliver(ToolResult::failure(std::string(failure.what())));
         } catch (...) {

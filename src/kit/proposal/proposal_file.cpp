@@ -218,9 +218,10 @@ private:
                 }
                 f.path = f.record.bookmark->displayPath;
             }
-            ProposedTarget target = *kind == Target::Kind::File
-                                        ? ProposedTarget::file(std::move(*f.path), std::move(f.record.bookmark))
-                                        : ProposedTarget::folder(std::move(*f.path), std::move(f.record.bookmark));
+            ProposedTarget target =
+                *kind == Target::Kind::File
+                    ? ProposedTarget::file(std::move(*f.path), std::move(f.record.bookmark))
+                    : ProposedTarget::folder(std::move(*f.path), std::move(f.record.bookmark));
             target.openWith = std::move(f.record.openWith);
             return target;
         }

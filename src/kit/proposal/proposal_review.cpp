@@ -523,11 +523,11 @@ public:
         : m_proposal(proposal)
         , m_snapshot(snapshot)
         , m_reach(reach)
+        , m_sessions(snapshot.sessions)
     {
         for (const auto& bar : snapshot.bars) {
             m_bars.try_emplace(bar.id, &bar);
         }
-        m_sessions = snapshot.sessions;
         for (size_t i = 0; i < m_sessions.size(); ++i) {
             m_sessionIndex.try_emplace(m_sessions[i].id, i);
             m_sessionByName.try_emplace(folded(m_sessions[i].name), i);

@@ -101,9 +101,9 @@ public:
         if (!canAppendTogether(run)) {
             for (const auto& append : run) {
                 m_library.update(*append.shortcut);
-                m_library.move(append.shortcut->id,
-                               Library::OutlineDestination{append.group,
-                                                           std::numeric_limits<size_t>::max()});
+                m_library.move(
+                    append.shortcut->id,
+                    Library::OutlineDestination{append.group, std::numeric_limits<size_t>::max()});
             }
             return;
         }
@@ -247,8 +247,8 @@ private:
                 return false;
             }
         }
-        return std::none_of(groups.begin(), groups.end(),
-                            [&](const ShortcutID& g) { return carried.contains(g); });
+        return std::none_of(
+            groups.begin(), groups.end(), [&](const ShortcutID& g) { return carried.contains(g); });
     }
 
     Library& m_library;

@@ -61,7 +61,8 @@ TEST(ProposalDocument, ANewerFormatIsRefusedBeforeAnythingElseIsRead)
               "written by a newer Vantorel (format 3, this build reads up to 1)");
     // Even when the bars come first and hold what this build cannot read.
     EXPECT_EQ(
-        decodeFailure(R"({"bars": [{"shortcuts": [{"target": {"kind": "teleport"}}]}], "formatVersion": 3})"),
+        decodeFailure(
+            R"({"bars": [{"shortcuts": [{"target": {"kind": "teleport"}}]}], "formatVersion": 3})"),
         "written by a newer Vantorel (format 3, this build reads up to 1)");
     EXPECT_EQ(Proposal::decode(R"({"formatVersion": 0})").formatVersion, 0);
     EXPECT_EQ(Proposal::decode(R"({"formatVersion": -4})").formatVersion, -4);
