@@ -597,7 +597,11 @@ void LibraryStore::startPreview(const std::filesystem::path& file, const Library
         file, m_options.interval, coding(&encodeLibrary, &decodeLibrary), m_options.scheduler);
     auto loaded = store.load();
     auto* value = std::get_if<Library>(&loaded);
-    m_preview = value ? std::move(*value) : fallback;
+    if (value) {
+        m_preview = std::move(*value);
+    } else {
+        m_preview = fallback;
+    }
     notify(LibraryChanged);
 }
 

@@ -16,8 +16,9 @@ void returnFreedMemoryPromptly()
     // the heap, so a large reply built again and again reuses pages instead of faulting in fresh
     // ones; a free megabyte at the heap's top, and malloc_trim after large writes, give memory
     // back.
-    mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 1024 * 1024);
+    // Called first thing in main, before any other thread exists.
+    mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024); // NOLINT(concurrency-mt-unsafe)
+    mallopt(M_TRIM_THRESHOLD, 1024 * 1024);      // NOLINT(concurrency-mt-unsafe)
 #endif
 }
 
