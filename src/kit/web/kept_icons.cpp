@@ -156,6 +156,20 @@ bool isDue(const KeptIconIndex& index, std::string_view host, int64_t now)
     return kept.fetched > now || now - kept.fetched >= wait;
 }
 
+void recordSearch(KeptIconIndex& index,
+                  const std::string& host,
+                  std::optional<KeptIcon> found,
+                  int64_t now)
+{
+    if (found) {
+        found->fetched = now;
+        index.sites[host] = std::move(*found);
+        return;
+    }
+    KeptIcon& kept = index.sites[host];
+    kept.fetched = kept.file.empty() ? now : now - kRefreshSeconds + kRetrySeconds;
+}
+
 bool wearsSiteIcon(const Shortcut& shortcut)
 {
     const auto* url = shortcut.target.urlTarget();

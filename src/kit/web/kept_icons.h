@@ -54,6 +54,13 @@ std::string keptFileName(std::string_view host);
 // enough to try again.
 bool isDue(const KeptIconIndex& index, std::string_view host, int64_t now);
 
+// Records a search that ended: the picture found, or none. A failed refresh keeps the picture
+// it had and is tried again after kRetrySeconds, like a site that never had one.
+void recordSearch(KeptIconIndex& index,
+                  const std::string& host,
+                  std::optional<KeptIcon> found,
+                  int64_t now);
+
 // Whether a shortcut wears its site's icon: a web link without an icon of its own.
 bool wearsSiteIcon(const library::Shortcut& shortcut);
 

@@ -65,6 +65,20 @@ TEST(KeptIcons, DueWhenNeverSearchedStaleOrAFailureOfYesterday)
     EXPECT_TRUE(isDue(kept, "unknown", kNow));
 }
 
+TEST(KeptIcons, AFailedRefreshKeepsThePictureAndTriesAgainAfterADay)
+{
+    auto kept = index({{"a.example", {"a.example.png", kNow - 40 * kDay, "https://a.example/i"}}});
+    recordSearch(kept, "a.example", std::nullopt, kNow);
+    recordSearch(kept, "gone.example", std::nullopt, kNow);
+    EXPECT_EQ(kept.sites["a.example"].file, "a.example.png");
+    for (const char* host : {"a.example", "gone.example"}) {
+        EXPECT_FALSE(isDue(kept, host, kNow + kDay - 1)) << host;
+        EXPECT_TRUE(isDue(kept, host, kNow + kDay)) << host;
+    }
+    recordSearch(kept, "gone.example", KeptIcon{"gone.example.png", 0, "https://g/i"}, kNow);
+    EXPECT_EQ(kept.sites["gone.example"], (KeptIcon{"gone.example.png", kNow, "https://g/i"}));
+}
+
 TEST(KeptIcons, SearchesAtStartOncePerSiteWithoutAKeptIcon)
 {
     Library library;
