@@ -12,7 +12,8 @@ test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev
 # The Debian package: dpkg-shlibdeps computes its dependencies.
 package=(dpkg-dev)
 # Icons name symbols from the icon theme and paint emoji and letters: a theme and fonts to do it.
-run=(adwaita-icon-theme fonts-dejavu-core fonts-noto-color-emoji)
+# Sites' icons come as WebP too, which Qt reads only with the extra image format plug-ins.
+run=(adwaita-icon-theme fonts-dejavu-core fonts-noto-color-emoji qt6-image-formats-plugins)
 
 case "${1:-build}" in
   build) want=("${build[@]}") ;;

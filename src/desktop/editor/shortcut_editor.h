@@ -40,6 +40,8 @@ struct EditorServices
     std::function<kit::library::BrowsingDefaults()> browsingDefaults = {};
     // Asks for a file or folder; an empty string when cancelled. Tests replace the dialog.
     std::function<std::string(QWidget* parent, bool folder)> choosePath = {};
+    // Fetches the site's icon again ("Refresh Icon"); unset, no such button.
+    std::function<void(const std::string& address)> refreshSiteIcon = {};
 };
 
 // Opens the editor window on one shortcut at a time, new or existing. Saving writes the whole
@@ -66,6 +68,8 @@ public:
     bool isOpen() const;
     // The open window, for tests and screenshots; null when closed.
     EditorDialog* dialog() const;
+    // Pictures behind icons changed (a site's icon arrived): the preview draws again.
+    void iconsChanged();
     // Closes the window without saving.
     void close();
 
