@@ -229,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(
               {"/96.png", image(picture("PNG", 96))},
               {"/touch.png", image(picture("PNG", 180))}},
              "/96.png",
-             96},
+             SiteIcons::kKeptSide},
         Case{"TouchIconScaledToWhatIsKept",
              {{"/app/", page(links(R"(<link rel="apple-touch-icon" href="t.png">)"))},
               {"/app/t.png", image(picture("PNG", 180))}},
@@ -245,7 +245,7 @@ INSTANTIATE_TEST_SUITE_P(
               {"/512.png", image(picture("PNG", 512))},
               {"/72.png", image(picture("PNG", 72))}},
              "/72.png",
-             72},
+             SiteIcons::kKeptSide},
         Case{"SvgDrawnAtTheSizeKept",
              {{"/app/", page(links(R"(<link rel="icon" type="image/svg+xml" href="/i.svg">)"))},
               {"/i.svg", image(kSvg, "image/svg+xml")}},
@@ -324,6 +324,7 @@ TEST(SiteIcons, AnIcoGivesTheFrameNearestAboveTheSizeDrawn)
     }
     joined = header + entries + data;
     EXPECT_EQ(decodeSiteIcon(joined, 40).width(), 48);
+    EXPECT_EQ(decodeSiteIcon(joined, 20).width(), 32);
     EXPECT_EQ(decodeSiteIcon(joined, 300).width(), SiteIcons::kKeptSide);
 }
 

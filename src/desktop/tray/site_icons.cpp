@@ -114,25 +114,32 @@ QImage decodeSiteIcon(const QByteArray& bytes, int wanted, QString* why)
 SiteIcons::SiteIcons(Options options)
     : m_options(std::move(options))
 {
-    // Nobody's session: no cookies are sent or kept, and nothing is cached on disk.
-    m_network.setCookieJar(nullptr);
-    m_network.setRedirectPolicy(QNetworkRequest::UserVerifiedRedirectPolicy);
     m_workers.setMaxThreadCount(1);
-
-    const std::filesystem::path indexFile = m_options.folder / kit::web::kKeptIconIndexFile;
-    kit::storage::JsonCoding<kit::web::KeptIconIndex> coding{
-        [](const kit::web::KeptIconIndex& index) { return kit::web::encodeKeptIcons(index); },
-        [](std::string_view text) { return kit::web::decodeKeptIcons(text); }};
-    m_store = std::make_unique<kit::storage::JsonStore<kit::web::KeptIconIndex>>(
-        indexFile, std::chrono::milliseconds(500), std::move(coding));
-    auto loaded = m_store->load();
-    if (auto* index = std::get_if<kit::web::KeptIconIndex>(&loaded)) {
-        m_index = std::move(*index);
-    } else if (auto* unreadable = std::get_if<kit::storage::LoadUnreadable>(&loaded)) {
+    auto read = kit::storage::readStoreFile(m_options.folder / kit::web::kKeptIconIndexFile);
+    if (auto* text = std::get_if<std::string>(&read)) {
+        try {
+            m_index = kit::web::decodeKeptIcons(*text);
+        } catch (const std::exception& error) {
+            m_indexHeld = true;
+            kLog.error(std::string("The site icon index cannot be read and is left as it is: ")
+                       + error.what());
+        }
+    } else if (auto* unreadable = std::get_if<kit::storage::LoadUnreadable>(&read)) {
         m_indexHeld = true;
         kLog.error("The site icon index cannot be read and is left as it is: "
                    + unreadable->message);
     }
+}
+
+QNetworkAccessManager& SiteIcons::network()
+{
+    if (!m_network) {
+        m_network = std::make_unique<QNetworkAccessManager>();
+        // Nobody's session: no cookies are sent or kept, and nothing is cached on disk.
+        m_network->setCookieJar(nullptr);
+        m_network->setRedirectPolicy(QNetworkRequest::UserVerifiedRedirectPolicy);
+    }
+    return *m_network;
 }
 
 SiteIcons::~SiteIcons()
@@ -258,7 +265,7 @@ void SiteIcons::step(const std::string& host)
     search.body.clear();
     search.failure.clear();
     search.redirects = 0;
-    QNetworkReply* reply = m_network.get(get);
+    QNetworkReply* reply = network().get(get);
     search.reply = reply;
 
     // The transfer timeout restarts with every byte; a trickling endless body is cut here.
@@ -428,14 +435,26 @@ void SiteIcons::pageIcon(const std::string& address, const QIcon& icon)
 
 void SiteIcons::saveIndex()
 {
-    if (!m_indexHeld) {
-        m_store->save(m_index);
+    if (m_indexHeld) {
+        return;
     }
+    if (!m_store) {
+        kit::storage::JsonCoding<kit::web::KeptIconIndex> coding{
+            [](const kit::web::KeptIconIndex& index) { return kit::web::encodeKeptIcons(index); },
+            [](std::string_view text) { return kit::web::decodeKeptIcons(text); }};
+        m_store = std::make_unique<kit::storage::JsonStore<kit::web::KeptIconIndex>>(
+            m_options.folder / kit::web::kKeptIconIndexFile,
+            std::chrono::milliseconds(500),
+            std::move(coding));
+    }
+    m_store->save(m_index);
 }
 
 void SiteIcons::flush()
 {
-    m_store->flush();
+    if (m_store) {
+        m_store->flush();
+    }
     m_workers.waitForDone();
 }
 

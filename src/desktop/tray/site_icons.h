@@ -43,7 +43,8 @@ QImage decodeSiteIcon(const QByteArray& bytes, int wanted, QString* why = nullpt
 class SiteIcons final : public QObject
 {
 public:
-    static constexpr int kKeptSide = 128;
+    // The largest square tray hosts ask for: a larger picture would only cost reading and scaling.
+    static constexpr int kKeptSide = 64;
     static constexpr qint64 kReadLimit = 1024 * 1024;
     static constexpr int kRedirectLimit = 5;
     static constexpr int kParallelSearches = 4;
@@ -115,7 +116,9 @@ private:
     int64_t now() const;
 
     Options m_options;
-    QNetworkAccessManager m_network;
+    // Both made on first use, so an app with every icon kept pays for neither at start.
+    QNetworkAccessManager& network();
+    std::unique_ptr<QNetworkAccessManager> m_network;
     kit::web::KeptIconIndex m_index;
     // An index that could not be read is left as it is on disk.
     bool m_indexHeld = false;
