@@ -3,6 +3,7 @@
 
 #include "kit/support/atomic_file.h"
 #include "kit/support/log.h"
+#include "kit/support/visible_text.h"
 
 #include <QBuffer>
 #include <QImageReader>
@@ -383,11 +384,12 @@ void SiteIcons::finish(const std::string& host)
     if (!search.search.chosen()) {
         kit::web::recordSearch(m_index, host, std::nullopt, now());
         saveIndex();
-        kLog.info("No page icon for " + host + " ("
-                  + (search.failures.isEmpty()
-                         ? std::string("none offered")
-                         : search.failures.join(QStringLiteral("; ")).toStdString())
-                  + "); its monogram stays.");
+        const std::string why = search.failures.isEmpty()
+                                    ? std::string("none offered")
+                                    : search.failures.join(QStringLiteral("; ")).toStdString();
+        // Addresses come from the site's own markup: shown, never acted on by a terminal.
+        kLog.info(kit::support::visibleText("No page icon for " + host + " (" + why
+                                            + "); its monogram stays."));
     }
     m_searches.erase(found);
     while (!m_waiting.empty() && m_searches.size() < kParallelSearches) {

@@ -55,8 +55,9 @@ std::string initial(std::string_view word)
         }
         size_t length = support::utf8SequenceLength(
             reinterpret_cast<const unsigned char*>(word.data()) + i, word.size() - i);
-        if (length == 0) {
-            ++i;
+        // Ill-formed bytes and C1 control characters are no letter.
+        if (length == 0 || (byte == 0xC2 && static_cast<unsigned char>(word[i + 1]) < 0xA0)) {
+            i += std::max<size_t>(length, 1);
             continue;
         }
         return std::string(word.substr(i, length));

@@ -123,7 +123,11 @@ TEST(Monogram, TakesOneLetterOrTwoForTwoWordsAndAColourByHost)
                           Case{"  (beta)  tracker", "https://t.example/", "BT"},
                           Case{"élan vital", "https://e.example/", "éV"},
                           Case{"", "https://news.example.co.uk/", "E"},
-                          Case{"!!", "https://x.example/", "X"}}) {
+                          Case{"!!", "https://x.example/", "X"},
+                          Case{"\xC2\x9B"
+                               "1",
+                               "https://x.example/",
+                               "1"}}) {
         EXPECT_EQ(monogramFor(c.name, c.address).letters, c.letters) << c.name;
     }
     // One site, one colour, whatever page; the colour is a "#RRGGBB" from the fixed set.
