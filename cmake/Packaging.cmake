@@ -43,9 +43,10 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Vantorel developers")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# Qt loads its SVG icon engine as a plug-in, which the library scan cannot see: without it
-# symbolic theme icons come out as flat silhouettes that take no colour.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6svg6")
+# Qt loads its plug-ins, which the library scan cannot see: the SVG icon engine (without it
+# symbolic theme icons come out as flat silhouettes that take no colour) and the image formats
+# that read sites' WebP icons.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt6svg6, qt6-image-formats-plugins")
 # The desktop database, MIME database and icon cache are refreshed by those packages' triggers.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "shared-mime-info, desktop-file-utils, xdg-utils")
 include(CPack)

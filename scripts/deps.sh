@@ -12,8 +12,9 @@ test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev clang-
 # The Debian package: dpkg-shlibdeps computes its dependencies.
 package=(dpkg-dev)
 # Icons name symbols from the icon theme and paint emoji and letters: a theme and fonts to do it,
-# and the SVG icon engine (a Qt plug-in in libqt6svg6) that draws symbolic icons as shapes to tint.
-run=(adwaita-icon-theme fonts-dejavu-core fonts-noto-color-emoji libqt6svg6)
+# the SVG icon engine (a Qt plug-in in libqt6svg6) that draws symbolic icons as shapes to tint,
+# and the image format plug-ins that read sites' WebP icons.
+run=(adwaita-icon-theme fonts-dejavu-core fonts-noto-color-emoji libqt6svg6 qt6-image-formats-plugins)
 
 case "${1:-build}" in
   build) want=("${build[@]}") ;;

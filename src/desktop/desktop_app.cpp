@@ -113,6 +113,7 @@ DesktopApp::~DesktopApp()
         m_dependencies->proposals().removeObserver(m_inboxObservation);
         m_dependencies->settings().removeObserver(m_appearanceObservation);
         m_dependencies->libraryStore().removeObserver(m_editObservation);
+        m_dependencies->libraryStore().removeObserver(m_iconObservation);
     }
     // Windows hold references into the composition root, so they go first.
     m_editor.reset();
@@ -121,6 +122,8 @@ DesktopApp::~DesktopApp()
     delete m_loginOffer.data();
     m_pages.close();
     m_dependencies.reset();
+    m_icons.setSiteIconSource({});
+    m_siteIcons.reset();
     if (m_signalFD >= 0) {
         m_signals.reset();
         ::close(m_signalFD);
@@ -215,6 +218,7 @@ void DesktopApp::makeDependencies()
     m_options.platform = std::move(platform);
 
     m_dependencies = std::make_unique<app::AppDependencies>(m_queue, std::move(m_options));
+    makeSiteIcons();
     m_pages.connect(*m_dependencies);
     m_inboxObservation = m_dependencies->proposals().observe([this] { inboxChanged(); });
     // The appearance setting overrides whatever the panel looks like; "system" follows it.
@@ -262,8 +266,62 @@ void DesktopApp::start()
             }
         });
     }
+    // Once, a while after start, so it never competes with the first icons being drawn.
+    QTimer::singleShot(std::chrono::seconds(3), this, [this] {
+        if (m_siteIcons && m_dependencies) {
+            m_siteIcons->searchAtStart(m_dependencies->libraryStore().library());
+        }
+    });
     // The icons were created above; the host places them once the loop runs.
     QTimer::singleShot(0, this, [this] { logIconsShown(); });
+}
+
+void DesktopApp::makeSiteIcons()
+{
+    auto& store = m_dependencies->libraryStore();
+    SiteIcons::Options options;
+    options.folder = m_dependencies->supportDirectory().file(kit::web::kKeptIconFolder);
+    m_siteIcons = std::make_unique<SiteIcons>(std::move(options));
+    m_icons.setSiteIconSource(
+        [icons = m_siteIcons.get()](const std::string& address) { return icons->image(address); });
+    m_siteIcons->onChanged([this](const std::string&) { siteIconChanged(); });
+    m_pages.loader().host().pageIcon = [icons = m_siteIcons.get()](const std::string& address,
+                                                                   const QIcon& icon) {
+        icons->pageIcon(address, icon);
+    };
+    m_iconLibrary = store.library();
+    m_iconObservation = store.observe([this, &store](unsigned changes) {
+        if (changes
+            & (kit::storage::LibraryStore::LibraryChanged
+               | kit::storage::LibraryStore::BarsChanged)) {
+            const auto& now = store.library();
+            m_siteIcons->libraryChanged(m_iconLibrary, now);
+            m_iconLibrary = now;
+        }
+    });
+}
+
+void DesktopApp::siteIconChanged()
+{
+    if (m_iconRedrawPending) {
+        return;
+    }
+    m_iconRedrawPending = true;
+    QTimer::singleShot(0, this, [this] {
+        m_iconRedrawPending = false;
+        if (!m_dependencies) {
+            return;
+        }
+        if (auto* menuBar = m_dependencies->menuBar()) {
+            menuBar->redraw();
+        }
+        if (m_manager) {
+            m_manager->outline().iconsChanged();
+        }
+        if (m_editor) {
+            m_editor->iconsChanged();
+        }
+    });
 }
 
 bool DesktopApp::isIconWindow(kit::keys::WindowRef window) const
@@ -447,7 +505,12 @@ editor::ShortcutEditor& DesktopApp::editor()
             dependencies.targetFactory(),
             [&dependencies] { return dependencies.settings().browsing(); },
             {},
-            [this] { return activeBar().appearance(kit::menubar::StatusItemHandle{}); }};
+            [this] { return activeBar().appearance(kit::menubar::StatusItemHandle{}); },
+            [this](const std::string& address) {
+                if (m_siteIcons) {
+                    m_siteIcons->search(address, true);
+                }
+            }};
         m_editor = std::make_unique<editor::ShortcutEditor>(std::move(services), m_manager.data());
     }
     return *m_editor;

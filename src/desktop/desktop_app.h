@@ -12,6 +12,7 @@
 #include "desktop/qt_main_queue.h"
 #include "desktop/tray/app_menu.h"
 #include "desktop/tray/qt_icon_renderer.h"
+#include "desktop/tray/site_icons.h"
 #include "desktop/tray/sni_status_bar.h"
 #include "desktop/tray/tray_status_bar.h"
 
@@ -91,6 +92,8 @@ public:
     // The bar the icons are in: one of the two above.
     kit::menubar::StatusBar& activeBar();
     MessageBoxAlerts& alerts() { return m_alerts; }
+    // Sites' page icons; null until started.
+    SiteIcons* siteIcons() { return m_siteIcons.get(); }
     // The in-app pages and each session's website data.
     pages::AppPages& pages() { return m_pages; }
     const app::InstanceChannel& channel() const { return m_channel; }
@@ -113,6 +116,10 @@ private:
     bool isIconWindow(kit::keys::WindowRef window) const;
     // Gets the engine ready when the pointer comes to a page's icon.
     void pointerEntered(kit::menubar::StatusItemHandle icon);
+    // Sites' page icons: kept ones handed to the renderer, searches started as the library changes.
+    void makeSiteIcons();
+    // A site's picture changed: everything showing it draws again, once per burst.
+    void siteIconChanged();
     // Logs how long after the process began the icons were all in place.
     void logIconsShown() const;
 
@@ -133,6 +140,11 @@ private:
     QtClock m_clock;
     X11ModifierSource m_modifiers;
     QtScrollMonitoring m_scroll;
+    std::unique_ptr<SiteIcons> m_siteIcons;
+    // The library as the site icons last saw it, to tell additions and changed addresses.
+    kit::library::Library m_iconLibrary;
+    size_t m_iconObservation = 0;
+    bool m_iconRedrawPending = false;
     // Before the composition root: its opener and menu bar hold the pages.
     pages::AppPages m_pages;
     app::AppDependencies::Options m_options;

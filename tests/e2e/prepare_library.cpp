@@ -3,8 +3,9 @@
 // "Work" of a file, a group of two links and a link (or COUNT shortcuts, more links after those),
 // and a second bar "Home" of two links. With "hosts" for COUNT, the showing bar is the one every
 // panel is tried with: an untinted symbol and letters, red, green and blue tinted symbols (local
-// pages), a hidden shortcut and a divider.
-// Usage: prepare_library SUPPORT_FOLDER FILE [COUNT|hosts]
+// pages), a hidden shortcut and a divider. With "sites", the showing bar holds only links wearing
+// their sites' icons: one per NAME=ADDRESS given, or COUNT of them to https://siteN.example/.
+// Usage: prepare_library SUPPORT_FOLDER FILE [COUNT|hosts|sites COUNT|sites NAME=ADDRESS...]
 #include "kit/opening/bookmark_resolver.h"
 #include "kit/storage/library_store.h"
 
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <string>
 #include <utility>
+#include <vector>
 
 using namespace kit::library;
 
@@ -30,12 +32,26 @@ Shortcut link(std::string name, std::string address, IconOverride icon)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3 && argc != 4) {
+    const bool sites = argc >= 5 && std::string(argv[3]) == "sites";
+    if (argc != 3 && argc != 4 && !sites) {
         std::fprintf(stderr, "usage: prepare_library SUPPORT_FOLDER FILE [COUNT]\n");
         return 2;
     }
     const bool hosts = argc == 4 && std::string(argv[3]) == "hosts";
     const int count = argc == 4 && !hosts ? std::atoi(argv[3]) : 3;
+    std::vector<std::pair<std::string, std::string>> siteLinks;
+    if (sites && argc == 5 && std::string(argv[4]).find('=') == std::string::npos) {
+        for (int i = 1; i <= std::atoi(argv[4]); ++i) {
+            siteLinks.emplace_back("Site " + std::to_string(i),
+                                   "https://site" + std::to_string(i) + ".example/");
+        }
+    } else if (sites) {
+        for (int i = 4; i < argc; ++i) {
+            const std::string pair = argv[i];
+            const auto equals = pair.find('=');
+            siteLinks.emplace_back(pair.substr(0, equals), pair.substr(equals + 1));
+        }
+    }
     auto bookmark = kit::opening::makeInodeBookmark(argv[2]);
     if (!bookmark) {
         std::fprintf(stderr, "cannot make a bookmark of %s\n", argv[2]);
@@ -47,6 +63,14 @@ int main(int argc, char** argv)
     store.renameBar(work, "Work");
     store.mutate([&](Library& library) {
         library.shortcuts.clear();
+        if (sites) {
+            for (const auto& [name, address] : siteLinks) {
+                URLTarget target;
+                target.url = address;
+                library.add(Shortcut::make(name, Target::url(std::move(target))));
+            }
+            return;
+        }
         if (hosts) {
             const std::string page = std::string("file://") + argv[2];
             // Untinted, so drawn in the panel's colour: a symbol and letters.

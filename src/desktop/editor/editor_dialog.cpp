@@ -8,6 +8,7 @@
 #include "kit/storage/library_store.h"
 #include "kit/tools/icon_provider.h"
 #include "kit/tools/installed_apps.h"
+#include "kit/web/kept_icons.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -559,6 +560,17 @@ QWidget* EditorDialog::makeIconRow()
     m_icon = new QPushButton(tr("Choose…"));
     m_icon->setIconSize(QSize(22, 22));
     row->addWidget(m_icon);
+    if (m_services.refreshSiteIcon) {
+        m_refreshIcon = new QPushButton(tr("Refresh Icon"));
+        m_refreshIcon->setToolTip(tr("Fetch the site's icon again"));
+        row->addWidget(m_refreshIcon);
+        connect(m_refreshIcon, &QPushButton::clicked, this, [this] {
+            const auto shortcut = m_form.shortcut();
+            if (const auto* url = shortcut.target.urlTarget()) {
+                m_services.refreshSiteIcon(url->url);
+            }
+        });
+    }
     row->addStretch();
     box->setFocusProxy(m_icon);
     connect(m_icon, &QPushButton::clicked, this, &EditorDialog::chooseIcon);
@@ -952,6 +964,9 @@ void EditorDialog::refresh()
                                     : kit::menubar::Appearance::Light;
         m_icon->setIcon(QIcon(QPixmap::fromImage(
             menuBarPicture(m_services.icons, m_form.shortcut(), 22, appearance))));
+    }
+    if (m_refreshIcon) {
+        m_refreshIcon->setVisible(kit::web::wearsSiteIcon(m_form.shortcut()));
     }
     m_saveButton->setEnabled(m_form.isValid());
     if (const auto problems = m_form.problems(); !problems.empty()) {

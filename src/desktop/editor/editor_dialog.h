@@ -59,6 +59,9 @@ public:
     void choosePath();
     void accept() override;
 
+    // Draws the icon's preview again.
+    void iconsChanged() { refresh(); }
+
     // For tests and screenshots.
     QWidget* field(Field field) const;
     QLabel* problemLabel(Field field) const;
@@ -141,6 +144,7 @@ private:
     QLabel* m_path = nullptr;
     QComboBox* m_openWith = nullptr;
     QPushButton* m_icon = nullptr;
+    QPushButton* m_refreshIcon = nullptr;
     QCheckBox* m_inMenuBar = nullptr;
     QLabel* m_error = nullptr;
     QPushButton* m_saveButton = nullptr;

@@ -190,6 +190,13 @@ std::optional<std::string> ShortcutEditor::save(const kit::library::BarID& bar,
     return std::nullopt;
 }
 
+void ShortcutEditor::iconsChanged()
+{
+    if (m_dialog) {
+        m_dialog->iconsChanged();
+    }
+}
+
 bool ShortcutEditor::isOpen() const
 {
     return m_dialog != nullptr;

@@ -43,6 +43,8 @@ struct EditorServices
     std::function<std::string(QWidget* parent, bool folder)> choosePath = {};
     // The look of the panel the icons sit on, for previews drawn as the tray draws them.
     std::function<kit::menubar::Appearance()> panelLook = {};
+    // Fetches the site's icon again ("Refresh Icon"); unset, no such button.
+    std::function<void(const std::string& address)> refreshSiteIcon = {};
 };
 
 // Opens the editor window on one shortcut at a time, new or existing. Saving writes the whole
@@ -69,6 +71,8 @@ public:
     bool isOpen() const;
     // The open window, for tests and screenshots; null when closed.
     EditorDialog* dialog() const;
+    // Pictures behind icons changed (a site's icon arrived): the preview draws again.
+    void iconsChanged();
     // Closes the window without saving.
     void close();
 

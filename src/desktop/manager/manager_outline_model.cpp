@@ -143,6 +143,15 @@ void ManagerOutlineModel::setIconSource(IconSource source)
     reload();
 }
 
+void ManagerOutlineModel::iconsChanged()
+{
+    m_icons.clear();
+    if (const int rows = rowCount(); rows > 0) {
+        // A range repaints the whole view, members of groups included.
+        Q_EMIT dataChanged(index(0, 0), index(rows - 1, 0), {Qt::DecorationRole});
+    }
+}
+
 void ManagerOutlineModel::reload()
 {
     beginResetModel();

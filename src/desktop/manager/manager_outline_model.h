@@ -108,6 +108,8 @@ public:
 
     // Re-reads the bar.
     void reload();
+    // Pictures behind the icons changed (a site's icon arrived): they are asked for again.
+    void iconsChanged();
 
     // Draws a shortcut's own icon, as the menu bar shows it; unset, each row shows its kind.
     using IconSource = std::function<QIcon(const kit::library::Shortcut&)>;

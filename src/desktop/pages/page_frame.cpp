@@ -176,6 +176,11 @@ PageFrame::PageFrame(Kind kind,
         }
     });
     connect(webPage, &QWebEnginePage::titleChanged, this, [this] { updateTitle(); });
+    connect(webPage, &QWebEnginePage::iconChanged, this, [this](const QIcon& icon) {
+        if (m_callbacks.iconChanged && !icon.isNull()) {
+            m_callbacks.iconChanged(icon, m_view->url().toString().toStdString());
+        }
+    });
     connect(webPage,
             &QWebEnginePage::newWindowRequested,
             this,

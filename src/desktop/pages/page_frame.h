@@ -4,6 +4,7 @@
 #include "kit/library/shortcut.h"
 #include "kit/web/web_engine.h"
 
+#include <QIcon>
 #include <QPointer>
 #include <QTimer>
 #include <QWidget>
@@ -61,6 +62,8 @@ public:
         std::function<void(bool audible)> audibleChanged;
         // The person zoomed with the keys, to this factor.
         std::function<void(double zoom)> zoomed;
+        // The page reported its icon; `address` is the page's.
+        std::function<void(const QIcon& icon, const std::string& address)> iconChanged;
     };
 
     // How long a panel hidden by a click elsewhere counts as just closed: that click was most

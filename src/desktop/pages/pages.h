@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 
+class QIcon;
 class QWidget;
 
 namespace desktop::pages {
@@ -46,6 +47,8 @@ struct Host
     std::function<void(const kit::library::ShortcutID&, double zoom)> saveZoom;
     // When the latest page was asked for.
     std::chrono::steady_clock::time_point askedAt;
+    // The icon a shortcut's page reported, with the page's address; never for private pages.
+    std::function<void(const std::string& address, const QIcon& icon)> pageIcon;
     // Each finished load of a shortcut's page, for whoever measures or waits.
     std::function<void(const kit::library::ShortcutID&, bool ok)> loaded;
 };

@@ -287,6 +287,13 @@ private:
                 m_host.loaded(id, ok);
             }
         };
+        if (!isPrivate) {
+            callbacks.iconChanged = [this](const QIcon& icon, const std::string& address) {
+                if (m_host.pageIcon) {
+                    m_host.pageIcon(address, icon);
+                }
+            };
+        }
         callbacks.zoomed = [this, id](double zoom) {
             if (m_host.saveZoom) {
                 m_host.saveZoom(id, zoom);

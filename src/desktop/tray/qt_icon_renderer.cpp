@@ -135,6 +135,41 @@ QImage letters(const QString& text, int side, const QColor& colour)
     return image;
 }
 
+// A rounded square in the site's colour with white letters, laid on whole pixels so its edges
+// stay sharp at panel sizes; on a dark panel a faint light rim keeps a dark square apart from it.
+QImage
+monogram(const kit::menubar::Monogram& mark, int side, const QColor& fill, Appearance appearance)
+{
+    QImage image = blank(side);
+    const int inset = side >= 20 ? 1 : 0;
+    const QRectF square(inset, inset, side - 2 * inset, side - 2 * inset);
+    const double radius = square.width() * 0.22;
+    {
+        QPainter painter(&image);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        if (appearance == Appearance::Dark) {
+            QColor rim(Qt::white);
+            rim.setAlphaF(0.35);
+            painter.setBrush(rim);
+            painter.drawRoundedRect(square, radius, radius);
+            painter.setBrush(fill);
+            painter.drawRoundedRect(square.adjusted(1, 1, -1, -1), radius - 1, radius - 1);
+        } else {
+            painter.setBrush(fill);
+            painter.drawRoundedRect(square, radius, radius);
+        }
+    }
+    const QString text = toQt(mark.letters);
+    const bool two = text.size() > 1 && !(text.size() == 2 && text.at(0).isHighSurrogate());
+    const int room =
+        std::max(1, static_cast<int>(std::lround(square.width() * (two ? 0.8 : 0.62))));
+    const QImage ink = letters(text, room, Qt::white);
+    QPainter painter(&image);
+    painter.drawImage((side - room) / 2, (side - room) / 2, ink);
+    return image;
+}
+
 QImage divider(int side, const QColor& colour)
 {
     QImage image = blank(side);
@@ -510,10 +545,8 @@ QImage QtIconRenderer::picture(const Glyph& glyph, int side, bool& isTemplate) c
         image = fromIcon(fileIcon(glyph.name), side);
         break;
     case Glyph::Source::SiteIcon:
-        if (m_siteIcons) {
-            if (auto site = m_siteIcons(glyph.name)) {
-                image = fitted(*site, side);
-            }
+        if (auto site = siteIcon(glyph)) {
+            image = fitted(*site, side);
         }
         break;
     }
@@ -528,6 +561,14 @@ QImage QtIconRenderer::picture(const Glyph& glyph, int side, bool& isTemplate) c
     return image;
 }
 
+std::optional<QImage> QtIconRenderer::siteIcon(const Glyph& glyph) const
+{
+    if (!m_siteIcons) {
+        return std::nullopt;
+    }
+    return m_siteIcons(glyph.name);
+}
+
 QImage QtIconRenderer::draw(const Glyph& glyph, int side, Appearance appearance) const
 {
     side = std::max(side, 1);
@@ -537,6 +578,10 @@ QImage QtIconRenderer::draw(const Glyph& glyph, int side, Appearance appearance)
     if (glyph.source == Glyph::Source::Letters) {
         // Colour fonts keep their own colours, so emoji ignore the pen and letters take it.
         image = letters(toQt(glyph.name), side, ink);
+    } else if (glyph.source == Glyph::Source::SiteIcon && glyph.monogram && !siteIcon(glyph)) {
+        const QColor fill = tint.value_or(QColor::fromString(toQt(glyph.monogram->colour)));
+        image =
+            monogram(*glyph.monogram, side, fill.isValid() ? fill : QColor(Qt::gray), appearance);
     } else if (glyph.source == Glyph::Source::Divider) {
         QColor line = ink;
         line.setAlphaF(tint ? 1.0 : 0.7);

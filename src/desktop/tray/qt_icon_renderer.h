@@ -14,7 +14,7 @@
 
 namespace desktop {
 
-// Gives a site's page icon once it was fetched; nothing draws a generic web icon instead.
+// Gives a site's page icon once it was fetched; without one the site's monogram is drawn.
 using SiteIconSource = std::function<std::optional<QImage>(const std::string& address)>;
 
 // Loads, on a thread of its own, what the first icons drawn would otherwise wait for on the main
@@ -70,6 +70,7 @@ private:
     QImage picture(const kit::menubar::Glyph& glyph, int side, bool& isTemplate) const;
     QImage themed(const std::string& name, int side, bool& isTemplate) const;
     QImage fallback(kit::menubar::Glyph::Source source, int side) const;
+    std::optional<QImage> siteIcon(const kit::menubar::Glyph& glyph) const;
 
     kit::menubar::StandardIconRenderer m_standard;
     SiteIconSource m_siteIcons;

@@ -9,6 +9,20 @@
 
 namespace kit::menubar {
 
+// What a site's icon falls back to while there is no picture of it: letters of the shortcut's
+// name on a rounded square of a colour that comes from the site's host.
+struct Monogram
+{
+    std::string letters; // one or two
+    std::string colour;  // "#RRGGBB", dark enough for white letters
+
+    bool operator==(const Monogram&) const = default;
+};
+
+// The first letter of the name, or the first of each of its first two words; the site's own
+// name when the name has no letter. The colour is the same for every address on one host.
+Monogram monogramFor(std::string_view name, std::string_view address);
+
 // What one icon in the menu bar shows, described without drawing it: the desktop layer turns it
 // into pixels. Equal glyphs draw the same picture.
 struct Glyph
@@ -39,6 +53,8 @@ struct Glyph
     double pointSize = 18;
     bool playing = false;      // a mark saying the page keeps playing after it was closed
     std::optional<int> number; // a badge shown while number keys are held
+    // Drawn for a site icon that has no picture yet (offline, failing, absent).
+    std::optional<Monogram> monogram;
 
     bool operator==(const Glyph&) const = default;
 };

@@ -134,6 +134,13 @@ void MenuBarController::reconcile()
     }
 }
 
+void MenuBarController::redraw()
+{
+    for (auto& [id, icon] : m_items) {
+        icon->render();
+    }
+}
+
 std::unique_ptr<ShortcutStatusItem> MenuBarController::make(const ShortcutID& id)
 {
     auto icon = std::make_unique<ShortcutStatusItem>(id, m_bar, m_icons);

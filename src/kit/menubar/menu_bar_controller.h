@@ -57,6 +57,8 @@ public:
     // the playing pages, on the main queue.
     void observe();
     void reconcile();
+    // Draws every icon again, for when a picture behind a glyph changed (a site's icon arrived).
+    void redraw();
 
     // The icon's button, or the button of the top-level group holding the shortcut.
     std::optional<StatusItemHandle> button(const library::ShortcutID& id) const;

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 using namespace kit::library;
 using namespace kit::menubar;
 using namespace testing_support;
@@ -49,6 +51,11 @@ INSTANTIATE_TEST_SUITE_P(
                                  Glyph::Kind::Image,
                                  Glyph::Source::SiteIcon,
                                  "https://a.example/"},
+                      SourceCase{"LinkIntoAnApp",
+                                 webLink("S", "slack://channel?team=T1&id=C2"),
+                                 Glyph::Kind::Image,
+                                 Glyph::Source::AppIcon,
+                                 "slack"},
                       SourceCase{"Symbol",
                                  withIcon(webLink("W"), IconOverride::symbol("mail-unread")),
                                  Glyph::Kind::Image,
@@ -113,4 +120,36 @@ TEST(IconNames, EveryVariantOfAnIconListsUnderOneName)
     EXPECT_EQ(baseIconName("-symbolic"), "-symbolic");
     EXPECT_TRUE(isSymbolicName("folder-symbolic"));
     EXPECT_FALSE(isSymbolicName("folder"));
+}
+
+TEST(Monogram, TakesOneLetterOrTwoForTwoWordsAndAColourByHost)
+{
+    struct Case
+    {
+        const char* name;
+        const char* address;
+        const char* letters;
+    };
+    for (const Case& c : {Case{"mail", "https://mail.example/", "M"},
+                          Case{"Team wiki pages", "https://wiki.example/", "TW"},
+                          Case{"  (beta)  tracker", "https://t.example/", "BT"},
+                          Case{"élan vital", "https://e.example/", "éV"},
+                          Case{"", "https://news.example.co.uk/", "E"},
+                          Case{"!!", "https://x.example/", "X"},
+                          Case{"\xC2\x9B"
+                               "1",
+                               "https://x.example/",
+                               "1"}}) {
+        EXPECT_EQ(monogramFor(c.name, c.address).letters, c.letters) << c.name;
+    }
+    // One site, one colour, whatever page; the colour is a "#RRGGBB" from the fixed set.
+    EXPECT_EQ(monogramFor("A", "https://www.a.example/x").colour,
+              monogramFor("B", "http://a.example/y").colour);
+    std::set<std::string> colours;
+    for (int i = 0; i < 40; ++i) {
+        colours.insert(monogramFor("A", "https://s" + std::to_string(i) + ".example/").colour);
+    }
+    EXPECT_GT(colours.size(), 8u);
+    EXPECT_EQ(StandardIconRenderer().glyph(webLink("Docs", "https://d.example/"), 18).monogram,
+              monogramFor("Docs", "https://d.example/"));
 }
