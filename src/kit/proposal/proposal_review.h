@@ -118,8 +118,9 @@ template <class T> class Boxed
 {
 public:
     Boxed() = default;
-    Boxed(std::nullopt_t) {}
-    Boxed(T value)
+    // Implicit, as std::optional's, so it stands in for one.
+    Boxed(std::nullopt_t) {} // NOLINT(google-explicit-constructor)
+    Boxed(T value)           // NOLINT(google-explicit-constructor)
         : m_value(std::make_unique<T>(std::move(value)))
     {}
     Boxed(const Boxed& other)
@@ -142,7 +143,7 @@ public:
     ~Boxed() = default;
 
     explicit operator bool() const { return m_value != nullptr; }
-    bool has_value() const { return m_value != nullptr; }
+    bool has_value() const { return m_value != nullptr; } // NOLINT(readability-identifier-naming)
     const T& operator*() const { return *m_value; }
     T& operator*() { return *m_value; }
     const T* operator->() const { return m_value.get(); }
