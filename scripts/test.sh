@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Checks the formatting, then builds and runs every test: an optimised build with warnings as
 # errors, a clang build with AddressSanitizer + UndefinedBehaviorSanitizer that also runs each fuzz
-# target for a while and whose compile commands clang-tidy reads, and a ThreadSanitizer build of the
-# tests whose code crosses threads (the tool socket, the stores, the settings, the run loop,
+# target for a while, and a ThreadSanitizer build of the tests whose code crosses threads (the tool socket, the stores, the settings, the run loop,
 # documents read off the main thread).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,9 +16,6 @@ for preset in ci asan-ubsan; do
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
 done
-
-echo "== clang-tidy"
-scripts/check_style.sh tidy build/asan-ubsan
 
 echo "== tsan"
 threaded=(kit_mcp_tests kit_storage_tests kit_settings_tests vantorel_app_tests)
