@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Checks the formatting, then builds and runs every test: an optimised build with warnings as
 # errors, a clang build with AddressSanitizer + UndefinedBehaviorSanitizer that also runs each fuzz
-# target for a while, and a ThreadSanitizer build of the tests whose code crosses threads (the tool socket, the stores, the settings, the run loop,
-# documents read off the main thread).
+# target for a while, and a ThreadSanitizer build of the tests whose code crosses threads (the tool
+# socket, the stores, the settings, the run loop, documents read off the main thread).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
