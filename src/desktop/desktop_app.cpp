@@ -266,12 +266,17 @@ void DesktopApp::start()
             }
         });
     }
-    // Once, a while after start, so it never competes with the first icons being drawn.
-    QTimer::singleShot(std::chrono::seconds(3), this, [this] {
+    // A while after start, so it never competes with the first icons being drawn, then daily, so
+    // an app that keeps running refreshes kept icons as they come due.
+    const auto searchDue = [this] {
         if (m_siteIcons && m_dependencies) {
             m_siteIcons->searchAtStart(m_dependencies->libraryStore().library());
         }
-    });
+    };
+    QTimer::singleShot(std::chrono::seconds(3), this, searchDue);
+    auto* daily = new QTimer(this);
+    connect(daily, &QTimer::timeout, this, searchDue);
+    daily->start(std::chrono::hours(24));
     // The icons were created above; the host places them once the loop runs.
     QTimer::singleShot(0, this, [this] { logIconsShown(); });
 }
