@@ -158,6 +158,9 @@ PanelWatch::PanelWatch(PanelClues clues,
         readPanelSoon();
     }
     if (m_bus && m_bus->isConnected()) {
+        // The slot is found by its types' names, which exist only once registered; nothing else
+        // may have used this type yet.
+        qRegisterMetaType<QDBusVariant>();
         m_bus->connect(kPortalService,
                        kPortalPath,
                        kSettingsInterface,
