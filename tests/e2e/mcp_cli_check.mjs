@@ -1,13 +1,13 @@
 // The MCP Inspector's command-line mode against the headless app through vantorel-mcp: the tool
 // list with its hints, then three read tools, each a separate run of the Inspector as CI does.
-// Usage: node inspector_cli.mjs VANTOREL VANTOREL_MCP
+// Usage: node mcp_cli_check.mjs VANTOREL VANTOREL_MCP
 import { spawnSync } from "node:child_process";
 import { dirname, join } from "node:path";
 import assert from "node:assert/strict";
 import { startHeadless } from "./headless_app.mjs";
 
 const [vantorel, bridge] = process.argv.slice(2);
-assert.ok(vantorel && bridge, "usage: node inspector_cli.mjs VANTOREL VANTOREL_MCP");
+assert.ok(vantorel && bridge, "usage: node mcp_cli_check.mjs VANTOREL VANTOREL_MCP");
 const inspector = join("node_modules", "@modelcontextprotocol", "inspector", "cli", "build", "cli.js");
 
 const session = await startHeadless(vantorel);
