@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Checks the formatting, then builds and runs every test: an optimised build with warnings as
-# errors, a clang build with AddressSanitizer + UndefinedBehaviorSanitizer that also runs each fuzz
-# target for a while, and a ThreadSanitizer build of the tests whose code crosses threads (the tool
-# socket, the stores, the settings, the run loop, documents read off the main thread).
+# errors; a clang build with AddressSanitizer + UndefinedBehaviorSanitizer, whose compile commands
+# clang-tidy then checks, and which runs each fuzz target for a while; and a ThreadSanitizer build
+# of the tests whose code crosses threads (the tool socket, the stores, the settings, the run loop,
+# documents read off the main thread).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh test
@@ -14,6 +15,11 @@ for preset in ci asan-ubsan; do
   echo "== $preset"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
+  if [ "$preset" = asan-ubsan ]; then
+    # clang-tidy reads the clang build's compile commands and the sources Qt generated for it.
+    echo "== clang-tidy"
+    scripts/check_style.sh tidy build/asan-ubsan
+  fi
   ctest --preset "$preset" -j "$jobs"
 done
 

@@ -66,7 +66,8 @@ bool InstanceChannel::becomePrimary(LaterHandler handler, kit::support::MainQueu
     const std::string lockPath = (m_folder / kLockName).string();
     int fd = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
-        kLog.error("cannot open the instance lock " + lockPath + ": " + std::strerror(errno));
+        kLog.error("cannot open the instance lock " + lockPath + ": "
+                   + std::generic_category().message(errno));
         return false;
     }
     // The lock goes with the process, so a crash never leaves a later start locked out.
@@ -75,9 +76,10 @@ bool InstanceChannel::becomePrimary(LaterHandler handler, kit::support::MainQueu
         return false;
     }
     m_lockFD = fd;
-    auto respond = [handler = std::move(handler)](std::string line,
-                                                  kit::mcp::ToolSocket::Completion completion) {
-        handler(line, [completion](std::string reply) { completion(reply + "\n"); });
+    auto respond = [handler =
+                        std::move(handler)](const std::string& line,
+                                            const kit::mcp::ToolSocket::Completion& completion) {
+        handler(line, [completion](const std::string& reply) { completion(reply + "\n"); });
     };
     m_socket = std::make_unique<kit::mcp::ToolSocket>(
         (m_folder / kSocketName).string(), std::move(respond), mainQueue);

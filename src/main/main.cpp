@@ -147,8 +147,9 @@ std::string bridgePath()
     std::error_code error;
     auto self = std::filesystem::read_symlink("/proc/self/exe", error);
     if (!error) {
-        for (auto candidate : {self.parent_path() / "vantorel-mcp",
-                               self.parent_path().parent_path() / "bridge" / "vantorel-mcp"}) {
+        for (const auto& candidate :
+             {self.parent_path() / "vantorel-mcp",
+              self.parent_path().parent_path() / "bridge" / "vantorel-mcp"}) {
             if (std::filesystem::exists(candidate, error)) {
                 return candidate.lexically_normal().string();
             }
@@ -372,8 +373,8 @@ int headless(const std::optional<std::filesystem::path>& document)
     dependencies->terminate();
     dependencies.reset();
     channel.stop();
-    // Wake the signal thread if quitting came from elsewhere.
-    pthread_kill(signals.native_handle(), SIGTERM);
+    // Wake the signal thread, which waits for SIGTERM, if quitting came from elsewhere.
+    pthread_kill(signals.native_handle(), SIGTERM); // NOLINT(bugprone-bad-signal-to-kill-thread)
     signals.join();
     return exitCode;
 }
@@ -383,7 +384,7 @@ int headless(const std::optional<std::filesystem::path>& document)
 bool hasDisplay()
 {
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) {
-        const char* value = std::getenv(name);
+        const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
         if (value && *value) {
             return true;
         }
@@ -492,11 +493,8 @@ int runDesktop(int argc,
 
 #endif
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
-    kit::support::returnFreedMemoryPromptly();
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty()) {
 #ifdef VANTOREL_HAS_DESKTOP
@@ -553,4 +551,18 @@ int main(int argc, char** argv)
     }
 #endif
     return fail("“" + first + "” is not something vantorel knows.\n" + kUsage, 2);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    kit::support::returnFreedMemoryPromptly();
+    // Whatever escapes is said in one line rather than ending in an abort.
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vantorel: %s\n", error.what());
+        return 1;
+    }
 }

@@ -33,7 +33,7 @@ template <class Kind> struct ID
     }
     std::string string() const { return uuid.string(); }
 
-    auto operator<=>(const ID&) const = default;
+    auto operator<=>(const ID&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 using ShortcutID = ID<ShortcutKind>;

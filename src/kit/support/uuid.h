@@ -21,7 +21,7 @@ struct Uuid
     static std::optional<Uuid> parse(std::string_view text);
     std::string string() const;
 
-    auto operator<=>(const Uuid&) const = default;
+    auto operator<=>(const Uuid&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 } // namespace kit::support
