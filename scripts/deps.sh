@@ -8,7 +8,9 @@ build=(cmake ninja-build ccache g++ pkg-config nlohmann-json3-dev libssl-dev qt6
        webext-ublock-origin-firefox publicsuffix)
 test=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev clang-tidy clang-format
       xvfb trayer xdotool x11-utils imagemagick desktop-file-utils dbus
-      xfce4-panel xfconf gnome-shell gnome-shell-extension-appindicator)
+      xfce4-panel xfconf gnome-shell gnome-shell-extension-appindicator
+      # the end-to-end tests find the app's widgets as a screen reader does, over AT-SPI
+      at-spi2-core gir1.2-atspi-2.0 python3-gi)
 # The Debian package: dpkg-shlibdeps computes its dependencies.
 package=(dpkg-dev)
 # Icons name symbols from the icon theme and paint emoji and letters: a theme and fonts to do it,

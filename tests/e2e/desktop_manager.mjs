@@ -1,6 +1,7 @@
 // The manager window in a real tray, as a person uses it: a second start brings it up on the
 // showing bar, Ctrl+N adds a link through the editor and its icon appears, a drag puts a shortcut
-// into a group and its icon leaves the tray, and each pane is photographed.
+// into a group and its icon leaves the tray, and each pane is photographed. Widgets are found as a
+// screen reader finds them (AT-SPI: role and name) and every step waits for what it caused.
 // Usage: node desktop_manager.mjs VANTOREL PREPARE_LIBRARY SCREENSHOT_FOLDER
 import { execFileSync, spawnSync } from "node:child_process";
 import { writeFileSync } from "node:fs";
@@ -19,17 +20,12 @@ const iconsWhen = (count) => session.iconsWhen(count);
 const notes = join(env.HOME, "notes.txt");
 writeFileSync(notes, "shopping list\n");
 
-// A visible top-level window of ours by its exact title, and where it stands.
-const windowNamed = (title) => {
-  const found = spawnSync("xdotool", ["search", "--onlyvisible", "--name", `^${title}$`], {
-    env,
-    encoding: "utf8",
-  }).stdout.split("\n").filter(Boolean);
-  if (found.length === 0) return null;
-  const shell = x("xdotool", "getwindowgeometry", "--shell", found[0]);
-  const value = (key) => Number(shell.match(new RegExp(`${key}=(-?\\d+)`))[1]);
-  return { id: found[0], x: value("X"), y: value("Y"), width: value("WIDTH") };
-};
+const widget = (role, name) => session.widget(role, name);
+const cell = (name) => () => widget("table cell", name);
+// A visible top-level window of ours by its exact title.
+const windowNamed = (title) =>
+  spawnSync("xdotool", ["search", "--onlyvisible", "--name", `^${title}$`], { env, encoding: "utf8" })
+    .stdout.split("\n").filter(Boolean)[0] ?? null;
 const shoot = (name) => {
   const file = join(shots, name);
   x("import", "-window", "root", file);
@@ -38,6 +34,7 @@ const shoot = (name) => {
 
 try {
   await session.startDisplayAndTray("1280x800");
+  session.enableAccessibility();
 
   execFileSync(prepareLibrary, [join(env.XDG_DATA_HOME, "Vantorel"), notes], { env });
   for (const [key, value] of [["welcomeShown", "true"], ["loginItemOffered", "true"]]) {
@@ -49,52 +46,59 @@ try {
 
   // A second start hands over to the running one, which shows the manager.
   assert.equal(spawnSync(vantorel, [], { env }).status, 0);
-  const manager = await until(() => windowNamed("Vantorel"), "the manager window");
-  step(`a second start brought up the manager at ${manager.x},${manager.y}`);
-  await sleep(300);
+  await until(() => windowNamed("Vantorel"), "the manager window");
+  await until(cell("Search"), "the showing bar's outline");
+  step("a second start brought up the manager on the showing bar");
   shoot("manager_bar.png");
 
-  // Rows of the outline, from the window's corner: Notes, Reading, Search.
-  const row = (n) => ({ x: manager.x + 300, y: manager.y + 114 + 18 * n });
-
   // Ctrl+N adds a link through the editor; saving puts its icon in the tray.
-  x("xdotool", "mousemove", String(row(0).x), String(row(0).y), "click", "1");
+  session.click(await until(cell("Notes"), "the outline's first row"));
+  await until(() => widget("table cell", "Notes")?.selected, "Notes to be selected");
   x("xdotool", "key", "ctrl+n");
   await until(() => windowNamed("New .*"), "the editor", 5000);
-  await sleep(300);
   // The name has the focus; the address is two fields on.
+  await until(() => session.accessible().find((w) => w.role === "text" && w.focused), "the name field's focus");
   x("xdotool", "type", "--delay", "20", "News");
   x("xdotool", "key", "Tab", "Tab");
   x("xdotool", "type", "--delay", "20", "https://news.example.org/");
-  await sleep(300);
+  await until(() => widget("text", "https://news.example.org/"), "the address typed in");
   shoot("manager_editor.png");
   x("xdotool", "key", "Return");
   await until(iconsWhen(5), "the new link's icon");
+  await until(cell("News"), "News in the outline");
   step("the editor added News and its icon appeared in the tray");
   const before = session.trayIcons().length;
 
-  // Search dragged onto Reading goes into the group, and its icon leaves the tray.
-  const from = row(2);
-  const onto = row(1);
-  x("xdotool", "mousemove", String(from.x), String(from.y), "mousedown", "1");
-  for (const dy of [-4, -10, -16, -18]) {
-    await sleep(150);
-    x("xdotool", "mousemove", String(from.x + 4), String(from.y + dy));
+  // Search dragged onto Reading goes into the group, and its icon leaves the tray. Qt starts a drag
+  // only once it has handled the press and a move past the drag distance, so the moves are paced.
+  const from = await until(cell("Search"), "Search's row");
+  const onto = await until(cell("Reading"), "Reading's row");
+  const middle = (w) => ({ x: w.x + Math.floor(w.width / 2), y: w.y + Math.floor(w.height / 2) });
+  const [a, b] = [middle(from), middle(onto)];
+  x("xdotool", "mousemove", String(a.x), String(a.y), "mousedown", "1");
+  for (const part of [0.25, 0.5, 0.75, 0.9, 1]) {
+    await sleep(100);
+    x("xdotool", "mousemove", String(a.x + 4), String(Math.round(a.y + (b.y - a.y) * part)));
   }
-  await sleep(300);
-  x("xdotool", "mousemove", String(onto.x + 5), String(onto.y));
-  await sleep(300);
+  await sleep(100);
   x("xdotool", "mouseup", "1");
   await until(iconsWhen(before - 1), "Search to leave the tray");
+  await until(cell("Group · 3 shortcuts"), "Reading to count three shortcuts");
   step("dragging Search onto Reading put it in the group and took its icon out of the tray");
-  await sleep(300);
   shoot("manager_dragged.png");
 
-  // Each pane, chosen in the sidebar below the two bars.
-  for (const [name, y] of [["sessions", 82], ["proposals", 110], ["settings", 138], ["about", 166]]) {
-    x("xdotool", "mousemove", String(manager.x + 60), String(manager.y + y), "click", "1");
-    await sleep(400);
-    shoot(`manager_${name}.png`);
+  // Each pane, chosen in the sidebar below the two bars, photographed once its own widgets show.
+  let shown = new Set(session.accessible().map((w) => `${w.role}:${w.name}`));
+  for (const name of ["Sessions", "Proposals", "Settings", "About"]) {
+    session.click(await until(() => widget("list item", name), `the sidebar's ${name}`));
+    await until(() => {
+      const now = session.accessible();
+      const fresh = now.some((w) => !shown.has(`${w.role}:${w.name}`));
+      if (!fresh || !now.find((w) => w.role === "list item" && w.name === name)?.selected) return false;
+      shown = new Set(now.map((w) => `${w.role}:${w.name}`));
+      return true;
+    }, `the ${name} pane`);
+    shoot(`manager_${name.toLowerCase()}.png`);
   }
 
   app.kill("SIGTERM");

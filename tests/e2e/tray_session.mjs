@@ -4,7 +4,10 @@
 import { execFileSync, spawn, spawnSync } from "node:child_process";
 import { mkdirSync, mkdtempSync, rmSync } from "node:fs";
 import { tmpdir } from "node:os";
-import { join } from "node:path";
+import { dirname, join } from "node:path";
+import { fileURLToPath } from "node:url";
+
+const here = dirname(fileURLToPath(import.meta.url));
 
 // Exits with 77, which CTest reads as skipped, when a tool is missing (scripts/deps.sh test
 // installs them).
@@ -117,6 +120,35 @@ export class TraySession {
                              { env: this.env, encoding: "utf8" }).trim().split("\n");
     this.env[variable] = out[0];
     this.busPids = [...(this.busPids ?? []), Number(out[1])];
+  }
+
+  // Lets the app's widgets be read over AT-SPI (see accessible()): a session bus of its own, which
+  // starts the accessibility bus on demand, and Qt told to publish its widgets there.
+  enableAccessibility() {
+    this.startBus();
+    this.env.QT_ACCESSIBILITY = "1";
+    this.env.QT_LINUX_ACCESSIBILITY_ALWAYS_ON = "1";
+  }
+
+  // What a screen reader sees of the app: its showing widgets with role, name, text, state and
+  // place on the screen; empty while the app is not on the accessibility bus yet.
+  accessible() {
+    const result = spawnSync("/usr/bin/python3", [join(here, "accessible.py"), "vantorel"],
+                             { env: this.env, encoding: "utf8", timeout: 10000 });
+    if (result.status !== 0) return [];
+    return result.stdout.split("\n").filter(Boolean).map((line) => JSON.parse(line));
+  }
+
+  // The first showing widget with this role whose name (or text) matches, or null.
+  widget(role, name) {
+    const matches = (value) => value !== null && (name instanceof RegExp ? name.test(value) : value === name);
+    return this.accessible().find((w) => w.role === role && (matches(w.name) || matches(w.text))) ?? null;
+  }
+
+  // Clicks the middle of a widget found by widget().
+  click(found) {
+    this.x("xdotool", "mousemove", String(found.x + Math.floor(found.width / 2)),
+           String(found.y + Math.floor(found.height / 2)), "click", "1");
   }
 
   // The window tree; empty when a window went away mid-query (icons come and go), to be asked again.
