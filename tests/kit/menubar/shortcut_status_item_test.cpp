@@ -57,6 +57,7 @@ TEST_F(ShortcutStatusItemTest, APlainClickOpensAndARightOrControlClickShowsTheSh
     auto item = make(webLink("Mail"));
     click(*item, kPlain);
     click(*item, std::nullopt);
+    click(*item, kDouble); // its first half already opened
     EXPECT_THAT(opened, ElementsAre("Mail", "Mail"));
 
     click(*item, kRight);
@@ -64,14 +65,6 @@ TEST_F(ShortcutStatusItemTest, APlainClickOpensAndARightOrControlClickShowsTheSh
     EXPECT_EQ(opened.size(), 2u);
     ASSERT_EQ(host(*item).popped.size(), 2u);
     EXPECT_THAT(titles(host(*item).popped[1]), ElementsAre("Mail"));
-}
-
-TEST_F(ShortcutStatusItemTest, TheSecondHalfOfADoubleClickOpensNothingMore)
-{
-    auto item = make(webLink("Mail"));
-    click(*item, kPlain);
-    click(*item, kDouble);
-    EXPECT_EQ(opened.size(), 1u);
 }
 
 TEST_F(ShortcutStatusItemTest, ADividerIgnoresPlainClicksButHasItsMenu)
@@ -160,11 +153,8 @@ TEST_F(ShortcutStatusItemTest, ADividerNeverWearsANumber)
 {
     auto item = make(Shortcut::make("", Target::divider()));
     item->setNumber(3);
-    item->setPlaying(true);
     item->render();
-    ASSERT_TRUE(host(*item).image);
     EXPECT_FALSE(host(*item).image->number);
-    EXPECT_TRUE(host(*item).image->playing);
 }
 
 TEST_F(ShortcutStatusItemTest, TheIconGoesWithTheItem)
