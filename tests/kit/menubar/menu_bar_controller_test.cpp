@@ -301,7 +301,6 @@ TEST_P(MenuBarTest, ANumberKeyStepsOverDividersAndOpensWhatIsShowingWhenPressed)
     std::vector<Shortcut> list{webLink("1"), webLink("2"), divider(), webLink("3"), webLink("4")};
     list.push_back(webLink("5"));
     start(list);
-    EXPECT_EQ(controller->numberedCount(), 5u);
 
     controller->openNumbered(3);
     ASSERT_EQ(opened.size(), 1u);
@@ -366,7 +365,7 @@ TEST_P(MenuBarTest, AChangeQueuedWhenTheControllerGoesAwayIsDropped)
     EXPECT_EQ(queue.pending(), 0u);
 }
 
-TEST_P(MenuBarTest, IconFramesAndOwnershipCoverOnlyTheShortcutIcons)
+TEST_P(MenuBarTest, IconFramesCoverOnlyIconsWithAPlace)
 {
     auto a = webLink("A");
     auto b = webLink("B");
@@ -375,8 +374,6 @@ TEST_P(MenuBarTest, IconFramesAndOwnershipCoverOnlyTheShortcutIcons)
 
     ASSERT_EQ(controller->iconFrames().size(), 1u);
     EXPECT_EQ(controller->iconFrames()[0], *bar.item(a.id.string()).geometry);
-    EXPECT_TRUE(controller->owns(*controller->button(b.id)));
-    EXPECT_FALSE(controller->owns(StatusItemHandle{999}));
 }
 
 TEST(MenuBarBadge, CountsNineToATierAndNoneOutsideIt)
