@@ -25,9 +25,6 @@ protected:
         actions.menuRows = [](const Shortcut& s) {
             return std::vector<MenuItem>{MenuItem::heading(s.name)};
         };
-        actions.groupMenu = [](const Shortcut& s) -> std::optional<Menu> {
-            return Menu{{MenuItem::heading("members of " + s.name)}};
-        };
         item->setActions(std::move(actions));
         item->setShortcut(shortcut);
         item->render();
@@ -95,15 +92,6 @@ TEST_F(ShortcutStatusItemTest, TheShieldGoesWhenADividerBecomesALink)
     EXPECT_THAT(opened, ElementsAre("Line"));
 }
 
-TEST_F(ShortcutStatusItemTest, AGroupPopsItsMenuUnderItsOwnIcon)
-{
-    auto item = make(group("Tools", {webLink("One")}));
-    click(*item, kPlain);
-    ASSERT_EQ(host(*item).popped.size(), 1u);
-    EXPECT_THAT(titles(host(*item).popped[0]), ElementsAre("members of Tools"));
-    EXPECT_TRUE(opened.empty());
-}
-
 TEST_F(ShortcutStatusItemTest, AbsentActionsMakeClicksDoNothingAndTheMenuEmpty)
 {
     auto page = webLink("Page");
@@ -147,23 +135,4 @@ TEST_F(ShortcutStatusItemTest, EmojiStandAsATitleUntilABadgeNeedsAPicture)
     EXPECT_EQ(host(*item).image->number, 4);
     EXPECT_EQ(host(*item).image->name, "🙂");
     EXPECT_TRUE(host(*item).title.empty());
-}
-
-TEST_F(ShortcutStatusItemTest, ADividerNeverWearsANumber)
-{
-    auto item = make(Shortcut::make("", Target::divider()));
-    item->setNumber(3);
-    item->render();
-    EXPECT_FALSE(host(*item).image->number);
-}
-
-TEST_F(ShortcutStatusItemTest, TheIconGoesWithTheItem)
-{
-    auto item = make(webLink("Mail"));
-    auto handle = *item->button();
-    auto clicked = host(*item).events.clicked;
-    item.reset();
-    EXPECT_EQ(bar.find(handle), nullptr);
-    clicked(kPlain);
-    EXPECT_TRUE(opened.empty());
 }
