@@ -248,9 +248,8 @@ TEST_P(OpenerAppleShortcutRun, result_is_handled_on_the_main_queue)
 
 const std::string kRunAddress = "shortcuts://run-shortcut?name=Clean%20this%20Mac";
 
+// Only "unavailable" comes back on this platform; the other results have no runner to give them.
 const std::vector<RunCase> kRuns{
-    {"ran", {AppleShortcutRun::Kind::Ran, {}}, true, {}, std::nullopt},
-    {"cancelled", {AppleShortcutRun::Kind::Cancelled, {}}, true, {}, std::nullopt},
     {"unavailable_hands_the_address_to_the_system",
      {AppleShortcutRun::Kind::Unavailable, {}},
      true,
@@ -261,16 +260,6 @@ const std::vector<RunCase> kRuns{
      false,
      {kRunAddress},
      "Nothing on this computer can open " + kRunAddress + "."},
-    {"not_found",
-     {AppleShortcutRun::Kind::NotFound, {}},
-     true,
-     {},
-     "There is no Shortcut called Clean this Mac on this computer."},
-    {"failed",
-     AppleShortcutRun::failed("The Shortcut stopped with an error (-50)."),
-     true,
-     {},
-     "The Shortcut stopped with an error (-50)."},
 };
 
 INSTANTIATE_TEST_SUITE_P(Table,
