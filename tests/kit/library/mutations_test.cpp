@@ -188,22 +188,6 @@ TEST_F(LibraryTree, MoveToPositionOfTakesThatPlace)
     EXPECT_THAT(names(library.members(g2ID)), ElementsAre("D", "C"));
 }
 
-TEST_F(LibraryTree, OutlineMoveDropsBeforeTheRowAndCarriesMembers)
-{
-    std::unordered_set<ShortcutID> open{g1ID, g2ID};
-    // Rows: A, G1, B, G2, C, D. Drop D onto C's row: D becomes G2's first member.
-    library.outlineMove({5}, 4, open);
-    EXPECT_THAT(names(library.members(g2ID)), ElementsAre("D", "C"));
-    // Move G1 with its members (rows 1..5 selected together) to the end.
-    library.outlineMove({1, 2, 3}, library.outline(open).size(), open);
-    EXPECT_THAT(names(library.shortcuts), ElementsAre("A", "G1"));
-    EXPECT_THAT(flatNames(), ElementsAre("A", "G1", "B", "G2", "D", "C"));
-    // Dropping a group into itself changes nothing.
-    auto before = library;
-    library.outlineMove({1}, 4, open);
-    EXPECT_EQ(library, before);
-}
-
 TEST_F(LibraryTree, ChangesApplyToTheKindsTheyFit)
 {
     library.apply(change::OpenModeTo{OpenMode::Window}, c);

@@ -4,7 +4,7 @@
 #include "kit/menubar/status_bar.h"
 #include "kit/menubar/status_item_controller.h"
 #include "kit/menubar/tray_host.h"
-#include "kit/support/main_queue.h"
+#include "support/manual_queue.h"
 
 #include <algorithm>
 #include <map>
@@ -15,35 +15,6 @@
 namespace testing_support {
 
 using namespace kit::menubar;
-
-// A main queue whose tasks run only in runAll(), so tests see what a pass does.
-class FakeQueue final : public kit::support::MainQueue
-{
-public:
-    void post(std::function<void()> task) override
-    {
-        m_tasks.push_back(std::move(task));
-        ++posted;
-    }
-    void postAfter(std::chrono::milliseconds, std::function<void()> task) override
-    {
-        post(std::move(task));
-    }
-    void runAll()
-    {
-        while (!m_tasks.empty()) {
-            auto task = std::move(m_tasks.front());
-            m_tasks.erase(m_tasks.begin());
-            task();
-        }
-    }
-    size_t pending() const { return m_tasks.size(); }
-
-    int posted = 0;
-
-private:
-    std::vector<std::function<void()>> m_tasks;
-};
 
 // A tray host that records every request and keeps its icons in on-screen order, adding new ones
 // on the side it was told to.
@@ -68,8 +39,8 @@ public:
         Appearance appearance = Appearance::Light;
     };
 
-    explicit FakeStatusBar(bool newItemsGoLeft = true)
-        : FakeStatusBar(trayHost(newItemsGoLeft ? TrayHostKind::XEmbed : TrayHostKind::Waybar))
+    FakeStatusBar()
+        : FakeStatusBar(trayHost(TrayHostKind::XEmbed))
     {}
     explicit FakeStatusBar(TrayHost host)
         : m_host(std::move(host))

@@ -11,7 +11,6 @@ using namespace kit::library;
 using namespace kit::menubar;
 using namespace testing_support;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 
 namespace {
 
@@ -20,35 +19,28 @@ Shortcut line(const std::string& name = {})
     return Shortcut::make(name, Target::divider());
 }
 
-struct LinesCase
+TEST(GroupMenu, KeepsOnlyLinesThatSeparateSomething)
 {
-    std::string label;
-    std::vector<Shortcut> members;
-    std::vector<std::string> titles;
-};
-
-class GroupMenuLines : public ::testing::TestWithParam<LinesCase>
-{};
-
-TEST_P(GroupMenuLines, KeepOnlyLinesThatSeparateSomething)
-{
-    auto rows = GroupMenuBuilder::rows(GetParam().members, {});
-    EXPECT_THAT(titles(Menu{rows}), ElementsAreArray(GetParam().titles));
+    struct Row
+    {
+        std::string label;
+        std::vector<Shortcut> members;
+        std::vector<std::string> titles;
+    };
+    const Row rows[] = {
+        {"Between", {webLink("A"), line(), webLink("B")}, {"A", "---", "B"}},
+        {"AtTheEnds", {line(), webLink("A"), line()}, {"A"}},
+        {"Doubled", {webLink("A"), line(), line(), webLink("B")}, {"A", "---", "B"}},
+        {"Heading", {webLink("A"), line("Work"), webLink("B")}, {"A", "---", "Work", "B"}},
+        {"HeadingFirst", {line("Work"), webLink("A")}, {"Work", "A"}},
+        {"HeadingOverNothing", {webLink("A"), line("Later")}, {"A"}},
+        {"Empty", {}, {GroupMenuBuilder::kEmptyTitle}},
+        {"OnlyLines", {line(), line("Work")}, {GroupMenuBuilder::kEmptyTitle}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        EXPECT_EQ(titles(Menu{GroupMenuBuilder::rows(row.members, {})}), row.titles);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Members,
-    GroupMenuLines,
-    ::testing::Values(
-        LinesCase{"Between", {webLink("A"), line(), webLink("B")}, {"A", "---", "B"}},
-        LinesCase{"AtTheEnds", {line(), webLink("A"), line()}, {"A"}},
-        LinesCase{"Doubled", {webLink("A"), line(), line(), webLink("B")}, {"A", "---", "B"}},
-        LinesCase{"Heading", {webLink("A"), line("Work"), webLink("B")}, {"A", "---", "Work", "B"}},
-        LinesCase{"HeadingFirst", {line("Work"), webLink("A")}, {"Work", "A"}},
-        LinesCase{"HeadingOverNothing", {webLink("A"), line("Later")}, {"A"}},
-        LinesCase{"Empty", {}, {GroupMenuBuilder::kEmptyTitle}},
-        LinesCase{"OnlyLines", {line(), line("Work")}, {GroupMenuBuilder::kEmptyTitle}}),
-    [](const auto& info) { return info.param.label; });
 
 TEST(GroupMenu, NestsGroupsAndOpensTheMemberChosen)
 {

@@ -13,18 +13,6 @@ using namespace testing_support;
 
 namespace {
 
-struct SourceCase
-{
-    std::string label;
-    Shortcut shortcut;
-    Glyph::Kind kind;
-    Glyph::Source source;
-    std::string name;
-};
-
-class GlyphSourceTest : public ::testing::TestWithParam<SourceCase>
-{};
-
 Shortcut withIcon(Shortcut shortcut, IconOverride icon)
 {
     shortcut.icon = std::move(icon);
@@ -33,66 +21,70 @@ Shortcut withIcon(Shortcut shortcut, IconOverride icon)
 
 } // namespace
 
-TEST_P(GlyphSourceTest, ComesFromTheChosenIconElseTheTarget)
+TEST(StandardIconRenderer, TakesTheChosenIconElseTheTargets)
 {
-    const auto& c = GetParam();
-    Glyph glyph = StandardIconRenderer().glyph(c.shortcut, 18);
-    EXPECT_EQ(glyph.kind, c.kind);
-    EXPECT_EQ(glyph.source, c.source);
-    EXPECT_EQ(glyph.name, c.name);
-    EXPECT_EQ(glyph.pointSize, 18);
+    struct Row
+    {
+        std::string label;
+        Shortcut shortcut;
+        Glyph::Kind kind;
+        Glyph::Source source;
+        std::string name;
+    };
+    const Row rows[] = {{"Site",
+                         webLink("W", "https://a.example/"),
+                         Glyph::Kind::Image,
+                         Glyph::Source::SiteIcon,
+                         "https://a.example/"},
+                        {"LinkIntoAnApp",
+                         webLink("S", "slack://channel?team=T1&id=C2"),
+                         Glyph::Kind::Image,
+                         Glyph::Source::AppIcon,
+                         "slack"},
+                        {"Symbol",
+                         withIcon(webLink("W"), IconOverride::symbol("mail-unread")),
+                         Glyph::Kind::Image,
+                         Glyph::Source::Symbol,
+                         "mail-unread"},
+                        {"Emoji",
+                         withIcon(webLink("W"), IconOverride::emoji("AB")),
+                         Glyph::Kind::Text,
+                         Glyph::Source::Letters,
+                         "AB"},
+                        {"File",
+                         fileShortcut("F", "/tmp/f.pdf"),
+                         Glyph::Kind::Image,
+                         Glyph::Source::FileIcon,
+                         "/tmp/f.pdf"},
+                        {"App",
+                         Shortcut::make("A", Target::app(AppTarget{"org.gnome.Calculator", {}})),
+                         Glyph::Kind::Image,
+                         Glyph::Source::AppIcon,
+                         "org.gnome.Calculator"},
+                        {"AppWithoutId",
+                         Shortcut::make("A", Target::app(AppTarget{})),
+                         Glyph::Kind::Image,
+                         Glyph::Source::Symbol,
+                         StandardIconRenderer::kFallbackSymbol},
+                        {"Group",
+                         group("G", {}),
+                         Glyph::Kind::Image,
+                         Glyph::Source::Symbol,
+                         StandardIconRenderer::kGroupSymbol},
+                        {"Divider",
+                         Shortcut::make("", Target::divider()),
+                         Glyph::Kind::Image,
+                         Glyph::Source::Divider,
+                         ""}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        Glyph glyph = StandardIconRenderer().glyph(row.shortcut, 18);
+        EXPECT_EQ(glyph.kind, row.kind);
+        EXPECT_EQ(glyph.source, row.source);
+        EXPECT_EQ(glyph.name, row.name);
+        EXPECT_EQ(glyph.pointSize, 18);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    GlyphSourceTest,
-    ::testing::Values(SourceCase{"Site",
-                                 webLink("W", "https://a.example/"),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::SiteIcon,
-                                 "https://a.example/"},
-                      SourceCase{"LinkIntoAnApp",
-                                 webLink("S", "slack://channel?team=T1&id=C2"),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::AppIcon,
-                                 "slack"},
-                      SourceCase{"Symbol",
-                                 withIcon(webLink("W"), IconOverride::symbol("mail-unread")),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::Symbol,
-                                 "mail-unread"},
-                      SourceCase{"Emoji",
-                                 withIcon(webLink("W"), IconOverride::emoji("AB")),
-                                 Glyph::Kind::Text,
-                                 Glyph::Source::Letters,
-                                 "AB"},
-                      SourceCase{"File",
-                                 fileShortcut("F", "/tmp/f.pdf"),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::FileIcon,
-                                 "/tmp/f.pdf"},
-                      SourceCase{
-                          "App",
-                          Shortcut::make("A", Target::app(AppTarget{"org.gnome.Calculator", {}})),
-                          Glyph::Kind::Image,
-                          Glyph::Source::AppIcon,
-                          "org.gnome.Calculator"},
-                      SourceCase{"AppWithoutId",
-                                 Shortcut::make("A", Target::app(AppTarget{})),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::Symbol,
-                                 StandardIconRenderer::kFallbackSymbol},
-                      SourceCase{"Group",
-                                 group("G", {}),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::Symbol,
-                                 StandardIconRenderer::kGroupSymbol},
-                      SourceCase{"Divider",
-                                 Shortcut::make("", Target::divider()),
-                                 Glyph::Kind::Image,
-                                 Glyph::Source::Divider,
-                                 ""}),
-    [](const auto& info) { return info.param.label; });
 
 TEST(StandardIconRenderer, TintsTemplatesButNotEmojiAndKeepsOpacityInRange)
 {

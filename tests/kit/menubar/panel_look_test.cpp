@@ -47,75 +47,39 @@ TEST(PanelLook, PanelColourIsWhatMostPixelsShare)
     EXPECT_EQ(panelBackground(ring), kGnomeBar);
 }
 
-struct SourceCase
+// The portal's scheme, the host's fixed look and the setting over them are driven through the
+// status bars' own tests; here the clues only the tray gives.
+TEST(PanelLook, TheFirstCluePresentDecides)
 {
-    const char* label;
-    PanelClues clues;
-    Appearance look;
-};
-
-class PanelLookSources : public ::testing::TestWithParam<SourceCase>
-{};
-
-TEST_P(PanelLookSources, FirstCluePresentDecides)
-{
-    EXPECT_EQ(panelLook(GetParam().clues), GetParam().look);
-}
-
-PanelClues clues(std::optional<Appearance> forced,
-                 std::optional<Rgb> trayForeground,
-                 std::vector<Rgb> pixels,
-                 std::optional<Appearance> hostLook,
-                 std::optional<ColorScheme> scheme,
-                 Appearance palette)
-{
-    return PanelClues{forced, trayForeground, std::move(pixels), hostLook, scheme, palette};
-}
-
-using enum Appearance;
-const std::vector<Rgb> kDarkPixels(12, kGnomeBar);
-const std::vector<Rgb> kLightPixels(12, kXfceGrey);
-
-INSTANTIATE_TEST_SUITE_P(
-    Clues,
-    PanelLookSources,
-    ::testing::Values(
-        SourceCase{"the setting beats everything",
-                   clues(Light, kWhite, kDarkPixels, Dark, ColorScheme::PreferDark, Dark),
-                   Light},
-        SourceCase{"a light tray foreground means a dark panel",
-                   clues({}, Rgb{0xEE, 0xEE, 0xEC}, kLightPixels, {}, {}, Light),
-                   Dark},
-        SourceCase{"a dark tray foreground means a light panel",
-                   clues({}, Rgb{0x2E, 0x34, 0x36}, kDarkPixels, {}, {}, Dark),
-                   Light},
-        SourceCase{
-            "pixels beat the app's palette", clues({}, {}, kDarkPixels, {}, {}, Light), Dark},
-        SourceCase{"light pixels", clues({}, {}, kLightPixels, {}, {}, Dark), Light},
-        SourceCase{"the host's fixed look beats the desktop's scheme",
-                   clues({}, {}, {}, Dark, ColorScheme::PreferLight, Light),
-                   Dark},
-        SourceCase{"the desktop prefers dark",
-                   clues({}, {}, {}, {}, ColorScheme::PreferDark, Light),
-                   Dark},
-        SourceCase{"the desktop prefers light",
-                   clues({}, {}, {}, {}, ColorScheme::PreferLight, Dark),
-                   Light},
-        SourceCase{"no preference falls to the palette",
-                   clues({}, {}, {}, {}, ColorScheme::NoPreference, Dark),
-                   Dark}),
-    [](const auto& info) {
-        std::string name;
-        for (const char c : std::string(info.param.label)) {
-            name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-        }
-        return name;
-    });
-
-TEST(PanelLook, PortalValuesOutsideTheThreeMeanNothing)
-{
-    EXPECT_EQ(colorSchemeFromPortal(1), ColorScheme::PreferDark);
-    EXPECT_EQ(colorSchemeFromPortal(7), std::nullopt);
+    using enum Appearance;
+    const std::vector<Rgb> dark(12, kGnomeBar);
+    const std::vector<Rgb> light(12, kXfceGrey);
+    struct Row
+    {
+        const char* label;
+        PanelClues clues;
+        Appearance look;
+    };
+    const Row rows[] = {
+        {"the setting beats everything",
+         {Light, kWhite, dark, Dark, ColorScheme::PreferDark, Dark},
+         Light},
+        {"a light tray foreground means a dark panel",
+         {{}, Rgb{0xEE, 0xEE, 0xEC}, light, {}, {}, Light},
+         Dark},
+        {"a dark tray foreground means a light panel",
+         {{}, Rgb{0x2E, 0x34, 0x36}, dark, {}, {}, Dark},
+         Light},
+        {"pixels beat the app's palette", {{}, {}, dark, {}, {}, Light}, Dark},
+        {"light pixels", {{}, {}, light, {}, {}, Dark}, Light},
+        {"no preference falls to the palette",
+         {{}, {}, {}, {}, ColorScheme::NoPreference, Dark},
+         Dark},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        EXPECT_EQ(panelLook(row.clues), row.look);
+    }
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 
 #include "kit/library/fixtures.h"
 #include "kit/menubar/fakes.h"
-#include "kit/menubar/menu_bar_controller.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -104,63 +103,51 @@ protected:
     std::function<std::vector<MenuItem>(const Shortcut&)> provider;
 };
 
-struct KindCase
+TEST_F(ShortcutMenuTest, OffersTheRowsThatApplyToTheKind)
 {
-    std::string label;
-    std::function<Shortcut()> make;
-    std::vector<std::string> titles;
-};
-
-class ShortcutMenuKinds : public ShortcutMenuTest, public ::testing::WithParamInterface<KindCase>
-{};
-
-TEST_P(ShortcutMenuKinds, OffersTheRowsThatApplyToTheKind)
-{
-    const Shortcut& shortcut = add(GetParam().make());
-    EXPECT_EQ(titlesOf(rows(shortcut.id)), GetParam().titles);
-}
-
-const std::vector<std::string> kPlainRows{
-    "Open", "---", "In the menu bar", "---", "Edit\u2026", "Remove"};
-
-INSTANTIATE_TEST_SUITE_P(
-    Kinds,
-    ShortcutMenuKinds,
-    ::testing::Values(
-        KindCase{"WebPage",
-                 [] { return webLink("Mail"); },
-                 {"Open",
-                  "---",
-                  "Opens",
-                  "Browser",
-                  "Account",
-                  "Browser agent",
-                  "Appearance",
-                  "Zoom",
-                  "---",
-                  "Blocks ads",
-                  "Stays on top",
-                  "Reloads on open",
-                  "Keeps playing",
-                  "In the menu bar",
-                  "---",
-                  "Edit\u2026",
-                  "Remove"}},
+    const std::vector<std::string> kPlainRows{
+        "Open", "---", "In the menu bar", "---", "Edit\u2026", "Remove"};
+    struct Row
+    {
+        std::string label;
+        Shortcut shortcut;
+        std::vector<std::string> titles;
+    };
+    const Row kinds[] = {
+        {"WebPage",
+         webLink("Mail"),
+         {"Open",
+          "---",
+          "Opens",
+          "Browser",
+          "Account",
+          "Browser agent",
+          "Appearance",
+          "Zoom",
+          "---",
+          "Blocks ads",
+          "Stays on top",
+          "Reloads on open",
+          "Keeps playing",
+          "In the menu bar",
+          "---",
+          "Edit\u2026",
+          "Remove"}},
         // A link into another app only ever opens in that app.
-        KindCase{"LinkIntoAnApp", [] { return webLink("Chat", "chat://open?team=1"); }, kPlainRows},
-        KindCase{"File",
-                 [] { return fileShortcut("Notes", "/home/a/notes.txt"); },
-                 {"Open", "---", "Opens in", "In the menu bar", "---", "Edit\u2026", "Remove"}},
-        KindCase{"App",
-                 [] {
-                     return Shortcut::make("Terminal", Target::app(AppTarget{"terminal", {}}));
-                 },
-                 kPlainRows},
-        KindCase{"Group", [] { return group("Work", {webLink("Mail")}); }, kPlainRows},
-        KindCase{"Divider",
-                 [] { return Shortcut::make("", Target::divider()); },
-                 {"In the menu bar", "---", "Edit\u2026", "Remove"}}),
-    [](const auto& info) { return info.param.label; });
+        {"LinkIntoAnApp", webLink("Chat", "chat://open?team=1"), kPlainRows},
+        {"File",
+         fileShortcut("Notes", "/home/a/notes.txt"),
+         {"Open", "---", "Opens in", "In the menu bar", "---", "Edit\u2026", "Remove"}},
+        {"App", Shortcut::make("Terminal", Target::app(AppTarget{"terminal", {}})), kPlainRows},
+        {"Group", group("Work", {webLink("Mail")}), kPlainRows},
+        {"Divider",
+         Shortcut::make("", Target::divider()),
+         {"In the menu bar", "---", "Edit\u2026", "Remove"}}};
+    for (const auto& row : kinds) {
+        SCOPED_TRACE(row.label);
+        EXPECT_EQ(titlesOf(rows(add(row.shortcut).id)), row.titles);
+    }
+}
 
 TEST_F(ShortcutMenuTest, OpenModeChecksTheOneInForceAndWritesThroughTheStore)
 {
@@ -254,21 +241,22 @@ TEST_F(ShortcutMenuTest, BlockingAdsGoesBackToTheDefaultWhenItMatchesIt)
     EXPECT_EQ(url(id).blocksAds, true);
 }
 
-TEST_F(ShortcutMenuTest, TogglesFlipTheirOwnField)
+TEST_F(ShortcutMenuTest, EachToggleFlipsItsOwnFieldOnly)
 {
     const ShortcutID id = add(webLink("Radio")).id;
-    choose(id, {"Keeps playing"});
-    choose(id, {"Stays on top"});
-    choose(id, {"Reloads on open"});
-    EXPECT_TRUE(url(id).keepsPlaying);
-    EXPECT_TRUE(url(id).staysOnTop);
-    EXPECT_TRUE(url(id).reloadsOnOpen);
-
-    auto built = rows(id);
-    EXPECT_TRUE(rowAt(built, {"Keeps playing"}).checked);
-    choose(id, {"Keeps playing"});
-    EXPECT_FALSE(url(id).keepsPlaying);
-    EXPECT_TRUE(url(id).staysOnTop);
+    const std::pair<const char*, bool URLTarget::*> toggles[] = {
+        {"Keeps playing", &URLTarget::keepsPlaying},
+        {"Stays on top", &URLTarget::staysOnTop},
+        {"Reloads on open", &URLTarget::reloadsOnOpen}};
+    for (const auto& [title, field] : toggles) {
+        SCOPED_TRACE(title);
+        const URLTarget before = url(id);
+        choose(id, {title});
+        URLTarget expected = before;
+        expected.*field = !(before.*field);
+        EXPECT_EQ(url(id), expected);
+        EXPECT_TRUE(rowAt(rows(id), {title}).checked);
+    }
 }
 
 TEST_F(ShortcutMenuTest, AZoomBetweenTheStepsShowsWhereItFalls)
@@ -391,24 +379,6 @@ TEST_F(ShortcutMenuTest, WithoutActionsEveryRowIsGreyed)
     for (const auto& row : ShortcutMenu::rows(link, context, {})) {
         EXPECT_FALSE(row.enabled && row.kind == MenuItem::Kind::Action) << row.title;
     }
-}
-
-TEST_F(ShortcutMenuTest, ARightClickOnAnIconShowsTheseRowsAndTheyReachTheIcons)
-{
-    FakeStatusBar bar;
-    FakeQueue queue;
-    StandardIconRenderer icons;
-    const ShortcutID id = add(webLink("Mail")).id;
-    MenuBarController controller(*store, bar, icons, queue, {});
-    controller.setMenuRows(provider);
-    controller.observe();
-
-    auto& icon = bar.item(id.string());
-    icon.events.clicked(Click{Click::Kind::Secondary, false});
-    ASSERT_EQ(icon.popped.size(), 1U);
-    rowAt(icon.popped.back().items, {"In the menu bar"}).action();
-    queue.runAll();
-    EXPECT_TRUE(bar.row().empty());
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <ostream>
 
 namespace {
 
@@ -99,14 +98,6 @@ TEST_F(TargetFactoryTest, a_desktop_entry_becomes_an_app_named_as_it_names_itsel
               path("share/applications/kde/org.kde.kate.desktop"));
 }
 
-TEST_F(TargetFactoryTest, a_desktop_entry_without_a_name_is_named_after_its_file)
-{
-    writeFile(m_dir.file("tool.desktop"), "[Desktop Entry]\nExec=tool\n");
-    const auto draft = m_factory.draft(path("tool.desktop"));
-    EXPECT_EQ(draft.name, "tool");
-    EXPECT_EQ(draft.target.appTarget()->bundleID, "tool");
-}
-
 TEST_F(TargetFactoryTest, a_file_that_cannot_be_bookmarked_fails)
 {
     class Refusing final : public BookmarkResolver
@@ -122,115 +113,55 @@ TEST_F(TargetFactoryTest, a_file_that_cannot_be_bookmarked_fails)
     EXPECT_THROW(TargetFactory(refusing).draft(path("a.txt")), TargetFactory::Failure);
 }
 
-struct KindCase
+TEST(TargetFactoryKinds, ComeFromTheExtensionTheFolderAndThePackage)
 {
-    const char* extension;
-    bool isDirectory;
-    bool isPackage;
-    std::optional<std::string> bundleID;
-    Kind kind;
-};
-
-void PrintTo(const KindCase& c, std::ostream* out)
-{
-    *out << "\"" << c.extension << "\"" << (c.isDirectory ? ", folder" : "")
-         << (c.isPackage ? ", package" : "") << (c.bundleID ? ", id " + *c.bundleID : "");
+    struct Row
+    {
+        const char* extension;
+        bool isDirectory;
+        bool isPackage;
+        std::optional<std::string> bundleID;
+        Kind kind;
+    };
+    const Row rows[] = {{"app", true, true, "com.example.a", Kind::App},
+                        {"APP", true, true, std::nullopt, Kind::App},
+                        {"desktop", false, true, "firefox", Kind::App},
+                        {"bundle", true, true, "org.x", Kind::App},
+                        {"rtfd", true, true, std::nullopt, Kind::File},
+                        {"", true, false, std::nullopt, Kind::Folder},
+                        {"d", true, false, std::nullopt, Kind::Folder},
+                        {"pdf", false, false, std::nullopt, Kind::File}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.extension);
+        EXPECT_EQ(
+            TargetFactory::inferKind(row.extension, row.isDirectory, row.isPackage, row.bundleID),
+            row.kind);
+    }
 }
 
-class InferKindTest : public testing::TestWithParam<KindCase>
-{};
-
-TEST_P(InferKindTest, infers)
+TEST(TargetFactoryNames, DropTheLastExtensionOfFilesAndApps)
 {
-    const auto& c = GetParam();
-    EXPECT_EQ(TargetFactory::inferKind(c.extension, c.isDirectory, c.isPackage, c.bundleID),
-              c.kind);
+    struct Row
+    {
+        Kind kind;
+        const char* displayPath;
+        const char* name;
+    };
+    const Row rows[] = {{Kind::File, "/home/me/notes.tar.gz", "notes.tar"},
+                        {Kind::File, "/home/me/.bashrc", ".bashrc"},
+                        {Kind::File, "/home/me/README", "README"},
+                        {Kind::Folder, "/home/me/v1.2/", "v1.2"},
+                        {Kind::Folder, "/", "/"},
+                        {Kind::App, "/usr/share/applications/firefox.desktop", "firefox"},
+                        {Kind::App, "/opt/Editor.AppImage", "Editor.AppImage"},
+                        {Kind::App, "/Applications/Notes.app", "Notes"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.displayPath);
+        EXPECT_EQ(TargetFactory::suggestedName(row.kind, row.displayPath), row.name);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Table,
-                         InferKindTest,
-                         testing::Values(KindCase{"app", true, true, "com.example.a", Kind::App},
-                                         KindCase{"APP", true, true, std::nullopt, Kind::App},
-                                         KindCase{"desktop", false, true, "firefox", Kind::App},
-                                         KindCase{"bundle", true, true, "org.x", Kind::App},
-                                         KindCase{"rtfd", true, true, std::nullopt, Kind::File},
-                                         KindCase{"", true, false, std::nullopt, Kind::Folder},
-                                         KindCase{"d", true, false, std::nullopt, Kind::Folder},
-                                         KindCase{"pdf", false, false, std::nullopt, Kind::File}));
-
-struct NameCase
-{
-    Kind kind;
-    const char* displayPath;
-    const char* name;
-};
-
-void PrintTo(const NameCase& c, std::ostream* out)
-{
-    *out << kit::library::enumWord(c.kind) << " " << c.displayPath;
-}
-
-class SuggestedNameTest : public testing::TestWithParam<NameCase>
-{};
-
-TEST_P(SuggestedNameTest, names)
-{
-    EXPECT_EQ(TargetFactory::suggestedName(GetParam().kind, GetParam().displayPath),
-              GetParam().name);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    SuggestedNameTest,
-    testing::Values(NameCase{Kind::File, "/home/me/notes.tar.gz", "notes.tar"},
-                    NameCase{Kind::File, "/home/me/.bashrc", ".bashrc"},
-                    NameCase{Kind::File, "/home/me/README", "README"},
-                    NameCase{Kind::Folder, "/home/me/v1.2/", "v1.2"},
-                    NameCase{Kind::Folder, "/", "/"},
-                    NameCase{Kind::App, "/usr/share/applications/firefox.desktop", "firefox"},
-                    NameCase{Kind::App, "/opt/Editor.AppImage", "Editor.AppImage"},
-                    NameCase{Kind::App, "/Applications/Notes.app", "Notes"}));
 
 // The run results and links of Apple Shortcuts.
-
-struct StatusCase
-{
-    int status;
-    std::string errorText;
-    AppleShortcutRun run;
-};
-
-void PrintTo(const StatusCase& c, std::ostream* out)
-{
-    *out << "status " << c.status;
-}
-
-class EventStatusTest : public testing::TestWithParam<StatusCase>
-{};
-
-TEST_P(EventStatusTest, maps_to_a_result)
-{
-    EXPECT_EQ(AppleShortcutRun::fromEventStatus(GetParam().status, GetParam().errorText),
-              GetParam().run);
-}
-
-using RunKind = AppleShortcutRun::Kind;
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    EventStatusTest,
-    testing::Values(
-        StatusCase{0, "", {RunKind::Ran, {}}},
-        StatusCase{-128, "", {RunKind::Cancelled, {}}},
-        StatusCase{-1728, "", {RunKind::NotFound, {}}},
-        StatusCase{-600, "", {RunKind::Unavailable, {}}},
-        StatusCase{-609, "", {RunKind::Unavailable, {}}},
-        StatusCase{-1708, "", {RunKind::Unavailable, {}}},
-        StatusCase{-1743, "", {RunKind::Unavailable, {}}},
-        StatusCase{-1744, "", {RunKind::Unavailable, {}}},
-        StatusCase{-50, "", AppleShortcutRun::failed("The Shortcut stopped with an error (-50).")},
-        StatusCase{-1,
-                   "Disk full",
-                   AppleShortcutRun::failed("The Shortcut stopped with an error (Disk full).")}));
 
 TEST(AppleShortcutLinkTest, recognises_only_run_links_with_a_name)
 {

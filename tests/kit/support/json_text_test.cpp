@@ -44,6 +44,9 @@ TEST(JsonReader, DecodesEveryEscapeAndSurrogatePairs)
         {R"("\u0000")", std::string(1, '\0')},
         {R"("\u00e9\u20AC")", "\xC3\xA9\xE2\x82\xAC"},
         {R"("\ud83d\ude00")", "\xF0\x9F\x98\x80"},
+        {R"("\uD83D\uDE00")", "\xF0\x9F\x98\x80"},
+        {R"("\ud800\udc00")", "\xF0\x90\x80\x80"}, // the first and last pairs
+        {R"("\udbff\udfff")", "\xF4\x8F\xBF\xBF"},
         {"\"\xF4\x8F\xBF\xBF\"", "\xF4\x8F\xBF\xBF"}, // U+10FFFF as raw bytes
     };
     for (const auto& c : cases) {
@@ -57,6 +60,8 @@ TEST(JsonReader, RefusesWhatStrictJsonRefuses)
         R"("\ud83d")",          // high surrogate alone
         R"("\ud83d\u0041")",    // high surrogate then no low one
         R"("\ude00")",          // low surrogate first
+        R"("\ud83d\ud83d")",    // two high surrogates
+        R"("\ud83d\")",         // cut inside the pair
         R"("\u12")",            // short escape
         R"("\x41")",            // unknown escape
         "\"a\nb\"",             // raw control character
@@ -66,6 +71,13 @@ TEST(JsonReader, RefusesWhatStrictJsonRefuses)
         "\"\xE2\x82\"",         // cut short
         "\"abc",                // unterminated
         "01",
+        "-01",
+        "00",
+        "1.e5",
+        "-.5",
+        "1e+",
+        "--1",
+        "1e309",
         "1.",
         ".5",
         "-",
@@ -97,6 +109,11 @@ TEST(JsonReader, ReadsNumbersAtTheirEdges)
         {"5e-324", std::numeric_limits<double>::denorm_min()},
         {"9007199254740993", 9007199254740992.0},
         {"-12.5E+2", -1250.0},
+        {"-9223372036854775808", -9223372036854775808.0},
+        {"18446744073709551616", 18446744073709551616.0},
+        {"0e0", 0.0},
+        {"1E+2", 100.0},
+        {"1e-400", 0.0}, // too small to hold: zero, not an error
     };
     for (const auto& [json, value] : cases) {
         JsonReader reader(json, 8);
@@ -111,6 +128,9 @@ TEST(JsonReader, BoundsNestingAndSaysWhere)
 {
     EXPECT_FALSE(refused("[[[[]]]]", 4));
     EXPECT_TRUE(refused("[[[[[]]]]]", 4));
+    EXPECT_FALSE(refused(R"({"a":{"a":{"a":{"a":1}}}})", 4));
+    EXPECT_TRUE(refused(R"({"a":{"a":{"a":{"a":{}}}}})", 4));
+    EXPECT_TRUE(refused(R"([{"a":[{"a":[]}]}])", 4));
     EXPECT_TRUE(refused(std::string(100000, '['), 64)); // no stack overflow
     try {
         JsonReader reader("{\n  \"a\": tru\n}", 8);
@@ -118,6 +138,62 @@ TEST(JsonReader, BoundsNestingAndSaysWhere)
         FAIL() << "read a broken literal";
     } catch (const JsonReadError& error) {
         EXPECT_NE(std::string(error.what()).find("line 2"), std::string::npos) << error.what();
+    }
+}
+
+std::string written(std::string_view text)
+{
+    PrettyJsonWriter writer;
+    writer.value(text);
+    return writer.text();
+}
+
+TEST(PrettyJsonWriter, EscapesControlsAndReplacesEachIllFormedByte)
+{
+    const std::string replaced = "\xEF\xBF\xBD";
+    const std::pair<std::string, std::string> cases[] = {
+        {std::string("a\0b", 3), R"("a\u0000b")"}, // not cut at the NUL
+        {"\x1f\x7f", "\"\\u001f\x7f\""},           // DEL needs no escape
+        {"\xF0\x9F\x98\x80", "\"\xF0\x9F\x98\x80\""},
+        {"\xED\xA0\x80", "\"" + replaced + replaced + replaced + "\""}, // an encoded surrogate
+        {"\xF4\x90\x80\x80", "\"" + replaced + replaced + replaced + replaced + "\""},
+        {"\xC0\xAF", "\"" + replaced + replaced + "\""},   // overlong
+        {"a\xE2\x82", "\"a" + replaced + replaced + "\""}, // cut at the end
+    };
+    for (const auto& [text, json] : cases) {
+        SCOPED_TRACE(json);
+        EXPECT_EQ(written(text), json);
+        JsonReader reader(json, 1);
+        reader.readString(); // what is written must be strict JSON again
+    }
+}
+
+TEST(PrettyJsonWriter, NumbersReadBackAsWrittenAndNonFiniteOnesAreNull)
+{
+    PrettyJsonWriter integers;
+    integers.beginArray();
+    integers.value(std::numeric_limits<int64_t>::max());
+    integers.value(std::numeric_limits<int64_t>::min());
+    integers.endArray();
+    EXPECT_EQ(integers.text(), "[\n  9223372036854775807,\n  -9223372036854775808\n]");
+
+    const double doubles[] = {0.1,
+                              1e15,
+                              999999999999999.0,
+                              -1e-300,
+                              5e-324,
+                              std::numeric_limits<double>::max(),
+                              -std::numeric_limits<double>::max()};
+    for (double number : doubles) {
+        PrettyJsonWriter writer;
+        writer.value(number);
+        JsonReader reader(writer.text(), 1);
+        EXPECT_EQ(reader.readDouble(), number) << writer.text();
+    }
+    for (double number : {std::nan(""), HUGE_VAL, -HUGE_VAL}) {
+        PrettyJsonWriter writer;
+        writer.value(number);
+        EXPECT_EQ(writer.text(), "null");
     }
 }
 
