@@ -3,6 +3,7 @@
 
 #include "kit/proposal/review_rows.h"
 #include "kit/storage/library_store.h"
+#include "kit/support/text.h"
 #include "kit/support/visible_text.h"
 
 #include <charconv>
@@ -19,16 +20,6 @@ using kit::support::visibleText;
 std::string inQuotes(const std::string& text)
 {
     return "“" + text + "”";
-}
-
-std::string trimmed(const std::string& text)
-{
-    auto begin = text.find_first_not_of(" \t\r");
-    if (begin == std::string::npos) {
-        return {};
-    }
-    auto end = text.find_last_not_of(" \t\r");
-    return text.substr(begin, end - begin + 1);
 }
 
 } // namespace
@@ -145,10 +136,10 @@ std::string TerminalReview::check(const std::string& argument, bool checked)
 
 std::string TerminalReview::handle(const std::string& line)
 {
-    std::string command = trimmed(line);
+    std::string command(kit::support::trimmed(line, " \t\r"));
     std::string argument;
     if (auto space = command.find(' '); space != std::string::npos) {
-        argument = trimmed(command.substr(space + 1));
+        argument = kit::support::trimmed(std::string_view(command).substr(space + 1), " \t\r");
         command = command.substr(0, space);
     }
     const bool known = command == "show" || command == "check" || command == "uncheck"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/blocking/filter_list.h"
 
+#include "kit/support/text.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -30,19 +32,6 @@ constexpr std::array<std::string_view, 13> kTypeNames = {
 // Every type but the top document and popups: what a filter without type options covers.
 constexpr ResourceTypes kDefaultTypes =
     kAllResourceTypes & ~bit(ResourceType::Document) & ~bit(ResourceType::Popup);
-
-std::string_view trim(std::string_view text)
-{
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty()
-           && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r'
-               || text.back() == '\n')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
 
 std::string lower(std::string_view text)
 {
@@ -116,7 +105,7 @@ std::optional<std::string> readDomains(std::string_view list,
     bool any = false;
     bool skipped = false;
     for (std::string_view part : split(list, separator)) {
-        part = trim(part);
+        part = support::trimmed(part, " \t\r\n");
         if (part.empty()) {
             continue;
         }
@@ -192,7 +181,7 @@ ParsedFilter parseNetwork(std::string_view line)
     bool document = false;
     if (!options.empty()) {
         for (std::string_view option : split(options, ',')) {
-            option = trim(option);
+            option = support::trimmed(option, " \t\r\n");
             bool negated = !option.empty() && option.front() == '~';
             std::string_view name = negated ? option.substr(1) : option;
             std::string_view value;
@@ -318,7 +307,7 @@ bool isProcedural(std::string_view selector)
 ParsedFilter parseCosmetic(std::string_view line, size_t at, size_t length)
 {
     std::string_view separator = line.substr(at, length);
-    std::string_view selector = trim(line.substr(at + length));
+    std::string_view selector = support::trimmed(line.substr(at + length), " \t\r\n");
     CosmeticFilter filter;
     if (separator == "#@#") {
         filter.exception = true;
@@ -498,7 +487,7 @@ std::optional<ResourceType> resourceTypeFromName(std::string_view name)
 
 ParsedFilter parseFilter(std::string_view line)
 {
-    line = trim(line);
+    line = support::trimmed(line, " \t\r\n");
     if (line.empty() || line.front() == '!' || line.front() == '[') {
         return NoFilter{};
     }

@@ -3,6 +3,7 @@
 
 #include "kit/library/library.h"
 #include "kit/library/web_address.h"
+#include "kit/support/text.h"
 
 #include <algorithm>
 #include <array>
@@ -18,16 +19,7 @@ using kit::library::WebAddress;
 
 namespace {
 
-std::string trimmed(std::string_view text)
-{
-    constexpr std::string_view kSpace = " \t\r\n";
-    const auto first = text.find_first_not_of(kSpace);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    const auto last = text.find_last_not_of(kSpace);
-    return std::string(text.substr(first, last - first + 1));
-}
+using support::trimmed;
 
 std::string curlyQuoted(std::string_view text)
 {
@@ -191,7 +183,7 @@ std::string ShortcutForm::resolvedAddress() const
     if (m_template) {
         return DeepLinkTemplates::filled(m_template->address, m_blanks);
     }
-    return WebAddress::normalized(m_address).value_or(trimmed(m_address));
+    return WebAddress::normalized(m_address).value_or(std::string(trimmed(m_address)));
 }
 
 bool ShortcutForm::opensAsPage() const
@@ -321,7 +313,7 @@ std::vector<Problem> ShortcutForm::problems() const
             break;
         case Field::Blank:
             for (const auto& blank : blanks()) {
-                const std::string value = trimmed(blankValue(blank));
+                const std::string value(trimmed(blankValue(blank)));
                 if (value.empty()) {
                     add(field, curlyQuoted(blank) + " is still empty.", blank);
                 } else if (DeepLinkTemplates::hasBlank(

@@ -634,27 +634,3 @@ std::optional<DeepLinkReading> DeepLinkTemplates::reading(std::string_view addre
 }
 
 } // namespace kit::library
-
-std::size_t std::hash<kit::library::DeepLinkTemplate>::operator()(
-    const kit::library::DeepLinkTemplate& link) const noexcept
-{
-    std::size_t seed = 0;
-    auto mix = [&seed](std::size_t value) {
-        seed ^= value + 0x9E3779B97F4A7C15ULL + (seed << 6) + (seed >> 2);
-    };
-    std::hash<std::string> text;
-    mix(text(link.appName));
-    mix(text(link.bundleID));
-    mix(text(link.title));
-    mix(text(link.address));
-    mix(link.placeholder ? text(*link.placeholder) + 1 : 0);
-    mix(text(link.suggestedName));
-    mix(std::hash<bool>()(link.typed));
-    if (link.icon) {
-        mix(static_cast<std::size_t>(link.icon->kind) + 1);
-        mix(text(link.icon->text));
-        mix(std::hash<std::string_view>()(std::string_view(
-            reinterpret_cast<const char*>(link.icon->data.data()), link.icon->data.size())));
-    }
-    return seed;
-}

@@ -79,8 +79,3 @@ public:
 };
 
 } // namespace kit::library
-
-template <> struct std::hash<kit::library::DeepLinkTemplate>
-{
-    std::size_t operator()(const kit::library::DeepLinkTemplate& link) const noexcept;
-};

@@ -27,31 +27,6 @@ struct GroupDepthGuard
     GroupDepthGuard& operator=(const GroupDepthGuard&) = delete;
 };
 
-// Whole numbers are written without a fraction, as people expect to read sizes.
-json number(double value)
-{
-    if (std::isfinite(value) && std::floor(value) == value && std::fabs(value) < 1e15) {
-        return static_cast<int64_t>(value);
-    }
-    return value;
-}
-
-const json& required(const json& object, const char* key)
-{
-    auto it = object.find(key);
-    if (it == object.end()) {
-        throw DecodeError(std::string("key \"") + key + "\" is missing");
-    }
-    return *it;
-}
-
-void requireObject(const json& j, const char* what)
-{
-    if (!j.is_object()) {
-        throw DecodeError(std::string(what) + " must be an object, but is " + j.type_name());
-    }
-}
-
 Bytes decodeBytes(const json& j)
 {
     auto bytes = support::base64Decode(j.get_ref<const std::string&>());
@@ -110,6 +85,30 @@ template <class T, class Decode> T decodeWhole(std::string_view text, Decode dec
 }
 
 } // namespace
+
+json number(double value)
+{
+    if (std::isfinite(value) && std::floor(value) == value && std::fabs(value) < 1e15) {
+        return static_cast<int64_t>(value);
+    }
+    return value;
+}
+
+const json& required(const json& object, const char* key)
+{
+    auto it = object.find(key);
+    if (it == object.end()) {
+        throw DecodeError(std::string("key \"") + key + "\" is missing");
+    }
+    return *it;
+}
+
+void requireObject(const json& j, const char* what)
+{
+    if (!j.is_object()) {
+        throw DecodeError(std::string(what) + " must be an object, but is " + j.type_name());
+    }
+}
 
 json parseJson(std::string_view text, int maxDepth)
 {

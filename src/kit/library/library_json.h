@@ -126,4 +126,11 @@ void writeOptional(nlohmann::json& object, const char* key, const std::optional<
     }
 }
 
+// Whole numbers are written without a fraction, as people expect to read sizes.
+nlohmann::json number(double value);
+// The member `key`; a DecodeError names it when it is missing.
+const nlohmann::json& required(const nlohmann::json& object, const char* key);
+// A DecodeError naming `what` unless `j` is an object.
+void requireObject(const nlohmann::json& j, const char* what);
+
 } // namespace kit::library

@@ -2,6 +2,7 @@
 #include "kit/library/web_address.h"
 
 #include "kit/library/deep_link.h"
+#include "kit/support/text.h"
 
 #include <algorithm>
 #include <array>
@@ -30,16 +31,6 @@ std::string lowered(std::string_view text)
     std::string out(text);
     std::transform(out.begin(), out.end(), out.begin(), lower);
     return out;
-}
-
-std::string_view trimmedAscii(std::string_view text)
-{
-    constexpr std::string_view kSpace = " \t\r\n\f\v";
-    std::size_t begin = text.find_first_not_of(kSpace);
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(begin, text.find_last_not_of(kSpace) - begin + 1);
 }
 
 bool hasSpaceOrControl(std::string_view text)
@@ -451,7 +442,7 @@ std::optional<WebAddress::Parts> WebAddress::parts(std::string_view address)
 
 std::optional<std::string> WebAddress::normalized(std::string_view typed)
 {
-    std::string_view text = trimmedAscii(typed);
+    std::string_view text = support::trimmed(typed);
     if (text.empty() || hasSpaceOrControl(text)) {
         return std::nullopt;
     }
@@ -504,7 +495,7 @@ std::optional<std::string> WebAddress::normalized(std::string_view typed)
 
 std::optional<std::string> WebAddress::host(std::string_view address)
 {
-    std::string_view text = trimmedAscii(address);
+    std::string_view text = support::trimmed(address);
     auto parts = WebAddress::parts(text);
     if (!parts) {
         if (auto typed = normalized(text)) {
@@ -519,7 +510,7 @@ std::optional<std::string> WebAddress::host(std::string_view address)
 
 std::string WebAddress::suggestedName(std::string_view address)
 {
-    std::string_view text = trimmedAscii(address);
+    std::string_view text = support::trimmed(address);
     if (text.empty()) {
         return {};
     }

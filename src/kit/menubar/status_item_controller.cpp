@@ -4,6 +4,7 @@
 #include "kit/menubar/tray_host.h"
 #include "kit/support/log.h"
 #include "kit/support/platform_words.h"
+#include "kit/support/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -11,6 +12,8 @@
 namespace kit::menubar {
 
 namespace {
+
+using support::trimmed;
 
 constexpr support::Logger kLog("menubar");
 
@@ -38,18 +41,6 @@ bool isAddress(std::string_view text)
     return std::none_of(text.begin(), text.end(), [](char c) {
         return std::isspace(static_cast<unsigned char>(c));
     });
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    auto isSpace = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 } // namespace

@@ -10,37 +10,15 @@
 namespace kit::proposal {
 
 using library::DecodeError;
+using library::number;
 using library::readOptional;
 using library::readOr;
+using library::required;
+using library::requireObject;
 using library::writeOptional;
 using nlohmann::json;
 
 namespace document {
-
-// Whole numbers are written without a fraction, as the library files write them.
-json number(double value)
-{
-    if (std::isfinite(value) && std::floor(value) == value && std::fabs(value) < 1e15) {
-        return static_cast<int64_t>(value);
-    }
-    return value;
-}
-
-const json& required(const json& object, const char* key)
-{
-    auto it = object.find(key);
-    if (it == object.end()) {
-        throw DecodeError(std::string("key \"") + key + "\" is missing");
-    }
-    return *it;
-}
-
-void requireObject(const json& j, const char* what)
-{
-    if (!j.is_object()) {
-        throw DecodeError(std::string(what) + " must be an object, but is " + j.type_name());
-    }
-}
 
 template <class T> std::vector<T> readArray(const json& object, const char* key)
 {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/proposal/proposal_review.h"
 
+#include "kit/support/text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -14,22 +16,7 @@ using namespace kit::library;
 
 namespace {
 
-std::string trimmed(const std::string& text)
-{
-    constexpr const char* kSpace = " \t\r\n\f\v";
-    auto first = text.find_first_not_of(kSpace);
-    if (first == std::string::npos) {
-        return {};
-    }
-    auto last = text.find_last_not_of(kSpace);
-    return text.substr(first, last - first + 1);
-}
-
-// Like trimmed(text).empty(), without a copy per row.
-bool isBlank(const std::string& text)
-{
-    return text.find_first_not_of(" \t\r\n\f\v") == std::string::npos;
-}
+using support::trimmed;
 
 std::string folded(const std::string& text)
 {
@@ -617,7 +604,7 @@ private:
             if (!taken.insert(proposed.id).second) {
                 continue;
             }
-            std::string name = trimmed(proposed.name);
+            std::string name(trimmed(proposed.name));
             SessionReview row{proposed.id, proposed, {}};
             if (auto it = m_sessionIndex.find(proposed.id); it != m_sessionIndex.end()) {
                 Session& current = m_sessions[it->second];
@@ -752,7 +739,7 @@ private:
         std::optional<Refusal> refusal;
         if (!m_seen.insert(proposed.id, true)) {
             refusal = Refusal::Duplicate;
-        } else if (!proposed.isDivider() && isBlank(proposed.name)) {
+        } else if (!proposed.isDivider() && trimmed(proposed.name).empty()) {
             refusal = Refusal::EmptyName;
         }
         const auto* existingEntry = index.find(proposed.id);
@@ -980,7 +967,7 @@ private:
             if (!taken.insert(rename.id).second) {
                 continue;
             }
-            BarRenameReview row{rename.id, {}, trimmed(rename.name), {}};
+            BarRenameReview row{rename.id, {}, std::string(trimmed(rename.name)), {}};
             auto it = m_bars.find(rename.id);
             if (it == m_bars.end()) {
                 row.verdict = Verdict::refused(Refusal::UnknownBar);

@@ -2,6 +2,7 @@
 #include "kit/settings/app_settings.h"
 
 #include "kit/support/log.h"
+#include "kit/support/text.h"
 
 #include <nlohmann/json.hpp>
 
@@ -17,6 +18,8 @@ using library::enumWord;
 using library::EnumWords;
 
 namespace {
+
+using support::trimmed;
 
 constexpr support::Logger kLog("settings");
 
@@ -51,17 +54,6 @@ std::string lowered(std::string_view text)
         return static_cast<char>(std::tolower(c));
     });
     return out;
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) {
-        text.remove_suffix(1);
-    }
-    return text;
 }
 
 template <class Integer> std::optional<Integer> wholeNumber(std::string_view text)

@@ -3,6 +3,7 @@
 
 #include "kit/library/library_json.h"
 #include "kit/support/log.h"
+#include "kit/support/text.h"
 
 #include <algorithm>
 
@@ -12,18 +13,9 @@ using namespace kit::library;
 
 namespace {
 
-constexpr support::Logger kLog("storage");
+using support::trimmed;
 
-std::string trimmed(const std::string& text)
-{
-    constexpr const char* kSpace = " \t\r\n\f\v";
-    auto first = text.find_first_not_of(kSpace);
-    if (first == std::string::npos) {
-        return {};
-    }
-    auto last = text.find_last_not_of(kSpace);
-    return text.substr(first, last - first + 1);
-}
+constexpr support::Logger kLog("storage");
 
 template <class Value>
 JsonCoding<Value> coding(std::string (*encode)(const Value&), Value (*decode)(std::string_view))
@@ -408,7 +400,7 @@ bool LibraryStore::mutate(const BarID& id, const std::function<void(Library&)>& 
 
 std::optional<BarID> LibraryStore::addBar(const std::string& name)
 {
-    std::string clean = trimmed(name);
+    std::string clean(trimmed(name));
     if (clean.empty()) {
         return std::nullopt;
     }
@@ -421,7 +413,7 @@ std::optional<BarID> LibraryStore::addBar(const std::string& name)
 
 bool LibraryStore::renameBar(const BarID& id, const std::string& name)
 {
-    std::string clean = trimmed(name);
+    std::string clean(trimmed(name));
     auto it = std::find_if(
         m_index.bars.begin(), m_index.bars.end(), [&](const Bar& b) { return b.id == id; });
     if (clean.empty() || it == m_index.bars.end()) {
@@ -526,7 +518,7 @@ bool LibraryStore::move(const ShortcutID& shortcut, const BarID& toBar)
 
 std::optional<SessionID> LibraryStore::addSession(const std::string& name)
 {
-    std::string clean = trimmed(name);
+    std::string clean(trimmed(name));
     if (clean.empty()) {
         return std::nullopt;
     }
@@ -559,7 +551,7 @@ void LibraryStore::upsertSession(const Session& session)
 
 bool LibraryStore::renameSession(const SessionID& id, const std::string& name)
 {
-    std::string clean = trimmed(name);
+    std::string clean(trimmed(name));
     auto it = std::find_if(
         m_sessions.begin(), m_sessions.end(), [&](const Session& s) { return s.id == id; });
     if (clean.empty() || it == m_sessions.end()) {

@@ -104,7 +104,6 @@ public:
     // One sentence naming the file, while a change is only in memory; nothing once all is saved.
     std::optional<std::string> saveError() const;
     bool isTemporary() const { return m_directory.isTemporary; }
-    bool isPreviewing() const { return m_preview.has_value(); }
     const SupportDirectory& directory() const { return m_directory; }
     // Writes of the showing bar's file so far, for benchmarks and tests.
     size_t libraryWriteCount() const { return m_libraryWriter->writeCount(); }

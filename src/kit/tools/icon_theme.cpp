@@ -2,6 +2,7 @@
 #include "kit/tools/icon_theme.h"
 
 #include "kit/support/atomic_file.h"
+#include "kit/support/text.h"
 #include "kit/tools/installed_apps.h"
 
 #include <algorithm>
@@ -17,17 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string_view trim(std::string_view text)
-{
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // The index's folders with their contexts, in the order the index lists them.
 std::vector<std::pair<std::string, std::string>> readIndex(const fs::path& file)
 {
@@ -41,7 +31,7 @@ std::vector<std::pair<std::string, std::string>> readIndex(const fs::path& file)
     auto split = [&](std::string_view value) {
         while (!value.empty()) {
             auto comma = value.find(',');
-            std::string_view item = trim(value.substr(0, comma));
+            std::string_view item = support::trimmed(value.substr(0, comma), " \t\r");
             if (!item.empty()) {
                 listed.emplace_back(item);
             }
@@ -49,7 +39,7 @@ std::vector<std::pair<std::string, std::string>> readIndex(const fs::path& file)
         }
     };
     while (std::getline(in, line)) {
-        std::string_view text = trim(line);
+        std::string_view text = support::trimmed(line, " \t\r");
         if (text.empty() || text.front() == '#') {
             continue;
         }
@@ -61,8 +51,8 @@ std::vector<std::pair<std::string, std::string>> readIndex(const fs::path& file)
         if (equals == std::string_view::npos) {
             continue;
         }
-        std::string_view key = trim(text.substr(0, equals));
-        std::string_view value = trim(text.substr(equals + 1));
+        std::string_view key = support::trimmed(text.substr(0, equals), " \t\r");
+        std::string_view value = support::trimmed(text.substr(equals + 1), " \t\r");
         if (section == "Icon Theme" && (key == "Directories" || key == "ScaledDirectories")) {
             split(value);
         } else if (key == "Context") {

@@ -2,6 +2,7 @@
 #include "kit/tools/installed_apps.h"
 
 #include "kit/support/atomic_file.h"
+#include "kit/support/text.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -23,17 +24,6 @@ struct DesktopEntry
     bool hidden = false;
 };
 
-std::string_view trim(std::string_view text)
-{
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // Only the [Desktop Entry] group counts; actions and other groups may repeat its keys.
 std::optional<DesktopEntry> readEntry(const fs::path& file)
 {
@@ -48,7 +38,7 @@ std::optional<DesktopEntry> readEntry(const fs::path& file)
     bool inMain = false;
     std::string line;
     while (std::getline(in, line)) {
-        std::string_view text = trim(line);
+        std::string_view text = support::trimmed(line, " \t\r");
         if (text.empty() || text.front() == '#') {
             continue;
         }
@@ -66,8 +56,8 @@ std::optional<DesktopEntry> readEntry(const fs::path& file)
         if (equals == std::string_view::npos) {
             continue;
         }
-        std::string_view key = trim(text.substr(0, equals));
-        std::string_view value = trim(text.substr(equals + 1));
+        std::string_view key = support::trimmed(text.substr(0, equals), " \t\r");
+        std::string_view value = support::trimmed(text.substr(equals + 1), " \t\r");
         if (key == "Name") {
             entry.name = value;
         } else if (key == "Type") {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/tools/tool_context.h"
 
+#include "kit/support/text.h"
 #include "kit/support/utf8.h"
 
 #include <algorithm>
@@ -117,16 +118,7 @@ bool containsFolded(std::string_view haystack, const std::string& foldedNeedle)
 
 std::string trimmed(std::string_view text)
 {
-    auto isSpace = [](char c) {
-        return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
-    };
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return std::string(text);
+    return std::string(support::trimmed(text));
 }
 
 const Bar& resolve(const LibrarySnapshot& snapshot, const std::string& text)

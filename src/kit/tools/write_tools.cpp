@@ -819,25 +819,17 @@ const std::vector<Tool>& tools()
 
 // --- Answers ----------------------------------------------------------------------------------
 
+// The review's words, except two that read better to an assistant.
 std::string verdictWord(Verdict::Kind kind)
 {
     switch (kind) {
-    case Verdict::Kind::Added:
-        return "added";
-    case Verdict::Kind::Changed:
-        return "changed";
-    case Verdict::Kind::Moved:
-        return "moved";
-    case Verdict::Kind::Removed:
-        return "removed";
     case Verdict::Kind::Unchanged:
         return "already there";
     case Verdict::Kind::NeedsAccess:
         return "out of reach";
-    case Verdict::Kind::Refused:
-        return "refused";
+    default:
+        return std::string(proposal::word(kind));
     }
-    return "refused";
 }
 
 std::string accessDetail(const std::string& path)
