@@ -24,11 +24,15 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
+bool isTopFrame(const std::string& name)
+{
+    return name == "main_frame" || name == "document";
+}
+
 // The request types of the browser-extension engines' corpora, as the matcher names them.
 ResourceType typeFromName(const std::string& name)
 {
-    if (name == "main_frame" || name == "sub_frame" || name == "document"
-        || name == "subdocument") {
+    if (isTopFrame(name) || name == "sub_frame" || name == "subdocument") {
         return ResourceType::Document;
     }
     if (name == "stylesheet") {
@@ -130,6 +134,7 @@ int main(int argc, char** argv)
         std::string url;
         std::string top;
         ResourceType type;
+        bool topFrame;
     };
     std::vector<Line> requests;
     std::string text;
@@ -142,14 +147,14 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "not a request: %s\n", text.c_str());
             return 1;
         }
-        requests.push_back({json.value("url", ""),
-                            json.value("sourceUrl", ""),
-                            typeFromName(json.value("type", "other"))});
+        std::string type = json.value("type", "other");
+        requests.push_back(
+            {json.value("url", ""), json.value("sourceUrl", ""), typeFromName(type), isTopFrame(type)});
     }
 
     // One untimed pass warms the caches, as the engines in node get their JIT warm-up.
     for (const Line& r : requests) {
-        (void)matcher.decide({r.url, r.top, r.type});
+        (void)matcher.decide({r.url, r.top, r.type, r.topFrame});
     }
     std::vector<long long> times(requests.size());
     std::vector<char> blocked(requests.size());
@@ -157,7 +162,8 @@ int main(int argc, char** argv)
     long long matchCpu = cpuNow();
     for (size_t i = 0; i < requests.size(); ++i) {
         auto start = Clock::now();
-        blocked[i] = matcher.decide({requests[i].url, requests[i].top, requests[i].type}).block;
+        const Line& r = requests[i];
+        blocked[i] = matcher.decide({r.url, r.top, r.type, r.topFrame}).block;
         times[i] = nanoseconds(Clock::now() - start);
         total += times[i];
     }

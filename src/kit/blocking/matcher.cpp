@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cstring>
 #include <map>
 #include <type_traits>
@@ -51,7 +52,17 @@ struct RegexSource
 };
 
 enum Action : uint8_t { kBlock, kIgnore, kHide, kBlockCookies, kMakeHttps, kActionCount };
-enum RuleFlag : uint8_t { kFirstParty = 1, kThirdParty = 2, kUnlessDomain = 4, kUnlessTopUrl = 8 };
+enum RuleFlag : uint8_t {
+    kFirstParty = 1,
+    kThirdParty = 2,
+    kUnlessDomain = 4,
+    kUnlessTopUrl = 8,
+    // Which documents the rule's "document" type covers; neither bit: both.
+    kTopFrame = 16,
+    kChildFrame = 32,
+};
+// Whose frame a decision is for: hiding asks for a page whatever frame it is in.
+enum class Frame : uint8_t { Top, Child, Any };
 struct Rule
 {
     uint32_t pattern;
@@ -588,6 +599,8 @@ struct Matcher::Context
     Subject top;
     std::string_view topHost;
     ResourceType type;
+    Frame frame = Frame::Any;
+    Effort* effort = nullptr;
     // Lowered copies live in per-thread buffers, so a decision allocates nothing once warm.
     static thread_local std::string lowerStorage;
     static thread_local std::string topLowerStorage;
@@ -710,7 +723,8 @@ struct Matcher::Context
         steps = 0;
         std::string_view text = (pattern.flags & kFlagCaseSensitive) ? subject.raw : subject.lower;
         if (pattern.flags & kFlagRegex) {
-            return tables.regexes[pattern.regex].search(text);
+            return tables.regexes[pattern.regex].search(text,
+                                                        effort ? &effort->regexSteps : nullptr);
         }
         const Part* parts = tables.parts.data() + pattern.partsBegin;
         bool endAnchor = pattern.flags & kFlagEndAnchor;
@@ -749,6 +763,11 @@ struct Matcher::Context
     bool applies(const Rule& rule)
     {
         if (!(rule.types & bit(type))) {
+            return false;
+        }
+        if (type == ResourceType::Document && frame != Frame::Any
+            && (rule.flags & (kTopFrame | kChildFrame)) != 0
+            && !(rule.flags & (frame == Frame::Top ? kTopFrame : kChildFrame))) {
             return false;
         }
         if (rule.domainsCount > 0 && topDomainIn(rule) == ((rule.flags & kUnlessDomain) != 0)) {
@@ -825,9 +844,11 @@ std::string_view Matcher::registrableDomain(std::string_view host) const
     return m_tables->registrable(host);
 }
 
-Decision Matcher::decide(const Request& request) const
+Decision Matcher::decide(const Request& request, Effort* effort) const
 {
     Context context(*m_tables, request.url, request.topUrl, request.type);
+    context.frame = request.topFrame ? Frame::Top : Frame::Child;
+    context.effort = effort;
     int64_t latest[kActionCount] = {-1, -1, -1, -1, -1};
     const uint16_t wanted = bit(request.type);
     context.candidates(m_tables->network, [&](uint32_t index) {
@@ -836,6 +857,9 @@ Decision Matcher::decide(const Request& request) const
         uint8_t action = summary >> kSummaryActionShift;
         if (!(summary & wanted) || static_cast<int64_t>(index) <= latest[action]) {
             return;
+        }
+        if (effort) {
+            ++effort->rulesChecked;
         }
         if (context.applies(m_tables->rules[index])) {
             latest[action] = index;
@@ -1026,6 +1050,34 @@ std::vector<PendingToken> tokensOf(uint8_t flags,
     return tokens;
 }
 
+// Tokens an expression's required texts hold whole: bounded inside the text, or by the
+// characters that may stand next to it.
+std::vector<PendingToken> tokensOf(const std::vector<SmallRegex::RequiredText>& texts)
+{
+    auto bounded = [](const std::bitset<256>& around) {
+        for (unsigned c = 0; c < 256; ++c) {
+            if (around.test(c) && isTokenChar(static_cast<unsigned char>(c))) {
+                return false;
+            }
+        }
+        return true;
+    };
+    std::vector<PendingToken> tokens;
+    for (const SmallRegex::RequiredText& required : texts) {
+        const std::string& text = required.text;
+        bool boundedBefore = bounded(required.before);
+        bool boundedAfter = bounded(required.after);
+        forEachToken(text, [&](size_t start, size_t end) {
+            if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
+                return;
+            }
+            tokens.push_back({hashBytes(std::string_view(text).substr(start, end - start)),
+                              static_cast<uint32_t>(end - start)});
+        });
+    }
+    return tokens;
+}
+
 bool isCommonToken(uint64_t hash)
 {
     static const uint64_t kCommon[] = {
@@ -1119,7 +1171,7 @@ public:
                 addBlob(filter), static_cast<uint32_t>(filter.size()), caseSensitive ? 1u : 0u});
             tables->regexes.push_back(std::move(*regex));
             if (tokens) {
-                tokens->clear();
+                *tokens = tokensOf(SmallRegex::requiredTexts(filter, caseSensitive));
             }
         }
         tables->patterns.push_back(pattern);
@@ -1135,7 +1187,7 @@ public:
         std::optional<std::string> urlFilter;
         std::optional<bool> caseSensitive;
         std::optional<std::vector<std::string>> ifDomain, unlessDomain, ifTop, unlessTop,
-            resourceTypes, loadTypes;
+            resourceTypes, loadTypes, loadContexts;
         std::optional<std::string> actionType;
         std::optional<std::string> selector;
         std::string unknownField;
@@ -1186,6 +1238,8 @@ public:
                         raw.resourceTypes = readStrings(reader);
                     } else if (field == "load-type") {
                         raw.loadTypes = readStrings(reader);
+                    } else if (field == "load-context") {
+                        raw.loadContexts = readStrings(reader);
                     } else {
                         if (raw.unknownField.empty()) {
                             raw.unknownField = std::string(field);
@@ -1278,7 +1332,8 @@ public:
             || !nonEmpty(index, raw.ifTop, "if-top-url")
             || !nonEmpty(index, raw.unlessTop, "unless-top-url")
             || !nonEmpty(index, raw.resourceTypes, "resource-type")
-            || !nonEmpty(index, raw.loadTypes, "load-type")) {
+            || !nonEmpty(index, raw.loadTypes, "load-type")
+            || !nonEmpty(index, raw.loadContexts, "load-context")) {
             return false;
         }
         if (raw.ifDomain || raw.unlessDomain) {
@@ -1335,6 +1390,21 @@ public:
                     return fail(index, "has an unknown load type \"" + name + "\".");
                 }
             }
+        }
+        if (raw.loadContexts) {
+            for (const std::string& name : *raw.loadContexts) {
+                if (name == "top-frame") {
+                    rule.flags |= kTopFrame;
+                } else if (name == "child-frame") {
+                    rule.flags |= kChildFrame;
+                } else {
+                    return fail(index, "has an unknown load context \"" + name + "\".");
+                }
+            }
+        } else if (!raw.resourceTypes) {
+            // A rule that names no type leaves the top document alone: a page the person
+            // opened is blocked only by a rule meant for pages.
+            rule.flags |= kChildFrame;
         }
         // Hiding is decided for the page's own document only.
         if (rule.action == kHide && !(rule.types & bit(ResourceType::Document))) {

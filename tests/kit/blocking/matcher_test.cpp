@@ -47,11 +47,12 @@ struct Case
     std::string top;
     ResourceType type;
     bool blocked;
+    bool topFrame = false;
 };
 
 std::ostream& operator<<(std::ostream& out, const Case& c)
 {
-    out << c.url << " on " << c.top << " by";
+    out << c.url << (c.topFrame ? " (top frame)" : "") << " on " << c.top << " by";
     for (const auto& filter : c.filters) {
         out << " " << filter;
     }
@@ -65,7 +66,7 @@ TEST_P(Decisions, FollowTheFilters)
 {
     const Case& c = GetParam();
     Matcher matcher = fromFilters(c.filters);
-    EXPECT_EQ(matcher.decide({c.url, c.top, c.type}).block, c.blocked);
+    EXPECT_EQ(matcher.decide({c.url, c.top, c.type, c.topFrame}).block, c.blocked);
 }
 
 constexpr auto kScript = ResourceType::Script;
@@ -143,6 +144,28 @@ const std::vector<Case> kExceptions{
 };
 
 INSTANTIATE_TEST_SUITE_P(Exceptions, Decisions, testing::ValuesIn(kExceptions));
+
+// WebKit's "document" is both the page and its sub-frames; the lists keep them apart.
+constexpr auto kFrame = ResourceType::Document;
+const std::string kAd = "https://ads.com/f/x.html";
+const std::vector<Case> kFrames{
+    {{"||ads.com^"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^"}, kAd, kAd, kFrame, false, true},
+    {{"||ads.com^", "@@||ads.com/f/"}, kAd, kPage, kFrame, false},
+    {{"||ads.com^", "@@||ads.com/f/$subdocument"}, kAd, kPage, kFrame, false},
+    {{"||ads.com^", "@@||ads.com/f/$subdocument"}, kAd, kPage, kScript, true},
+    {{"||ads.com^", "@@||ads.com/f/$image"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$subdocument"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$subdocument"}, kAd, kAd, kFrame, false, true},
+    {{"||ads.com^$subdocument,script"}, kAd, kPage, kScript, true},
+    {{"||ads.com^$document"}, kAd, kAd, kFrame, true, true},
+    {{"||ads.com^$document"}, kAd, kPage, kFrame, false},
+    {{"||ads.com^$document,subdocument"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$~script"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$~script"}, kAd, kAd, kFrame, false, true},
+};
+
+INSTANTIATE_TEST_SUITE_P(Frames, Decisions, testing::ValuesIn(kFrames));
 
 TEST(Matcher, LaterExceptionsCancelOnlyEarlierRules)
 {
@@ -261,6 +284,9 @@ TEST(Matcher, RejectsBadRulesWithOneSentence)
          "Rule 1 hides elements but has no selector."},
         {R"([{"trigger": {"url-filter": "a", "if-frame": 1}, "action": {"type": "block"}}])",
          "Rule 1 has an unknown trigger field \"if-frame\"."},
+        {R"([{"trigger": {"url-filter": "a", "load-context": ["side-frame"]},
+              "action": {"type": "block"}}])",
+         "Rule 1 has an unknown load context \"side-frame\"."},
     };
     for (const auto& [json, message] : cases) {
         auto compiled = Matcher::compile(json);
