@@ -723,6 +723,14 @@ struct Matcher::Context
         steps = 0;
         std::string_view text = (pattern.flags & kFlagCaseSensitive) ? subject.raw : subject.lower;
         if (pattern.flags & kFlagRegex) {
+            // The longest text every match holds rules out most addresses before the engine runs.
+            if (pattern.partsCount == 1) {
+                const Part& required = tables.parts[pattern.partsBegin];
+                std::string_view literal(tables.blob.data() + required.offset, required.length);
+                if (subject.lower.find(literal) == std::string_view::npos) {
+                    return false;
+                }
+            }
             return tables.regexes[pattern.regex].search(text,
                                                         effort ? &effort->regexSteps : nullptr);
         }
@@ -1170,8 +1178,20 @@ public:
             tables->regexSources.push_back(RegexSource{
                 addBlob(filter), static_cast<uint32_t>(filter.size()), caseSensitive ? 1u : 0u});
             tables->regexes.push_back(std::move(*regex));
+            auto required = SmallRegex::requiredTexts(filter, caseSensitive);
+            auto longest = std::max_element(
+                required.begin(), required.end(), [](const auto& a, const auto& b) {
+                    return a.text.size() < b.text.size();
+                });
+            if (longest != required.end()) {
+                tables->parts.push_back(Part{addBlob(longest->text),
+                                             static_cast<uint32_t>(longest->text.size()),
+                                             kPartLiteral,
+                                             {}});
+                pattern.partsCount = 1;
+            }
             if (tokens) {
-                *tokens = tokensOf(SmallRegex::requiredTexts(filter, caseSensitive));
+                *tokens = tokensOf(required);
             }
         }
         tables->patterns.push_back(pattern);

@@ -216,6 +216,40 @@ TEST(Matcher, RunsOtherRegularExpressionsThroughTheRegexEngine)
     EXPECT_FALSE(matcher.decide({"http://a/X-Y", kPage, kImage}).block);
 }
 
+// Another converter writes "||host^" as a regular expression. However many there are, a decision
+// checks only those whose literals the address holds, and runs the engine a bounded number of
+// steps: this counts steps, so a slow machine cannot fail it nor a fast one hide a full scan.
+TEST(Matcher, FindsRegularExpressionsThroughTheirLiterals)
+{
+    std::string json = "[";
+    for (int i = 0; i < 5000; ++i) {
+        json += R"({"trigger": {"url-filter": "^[^:]+://+([^:/]+\\.)?tracker)" + std::to_string(i)
+                + R"(\\.com([^a-zA-Z0-9_.%-].*)?$"}, "action": {"type": "block"}},)";
+    }
+    json += R"json({"trigger": {"url-filter": "/ads?/[0-9]+x[0-9]+\\.gif"}, "action": {"type": "block"}},
+        {"trigger": {"url-filter": "(tracker[0-9]+\\.com/ok/)"},
+         "action": {"type": "ignore-previous-rules"}}])json";
+    Matcher matcher = fromJson(json);
+    struct Row
+    {
+        std::string url;
+        bool blocked;
+    };
+    for (const Row& row : {Row{"https://tracker42.com/p.js", true},
+                           Row{"https://cdn.tracker4999.com:8080/x", true},
+                           Row{"https://tracker42.com/ok/p.js", false},
+                           Row{"https://tracker42.com.evil.net/", false},
+                           Row{"https://nottracker42.com/", false},
+                           Row{"https://site.com/ad/300x250.gif", true},
+                           Row{"https://site.com/ads/wide.gif", false},
+                           Row{"https://site.com/story?id=tracker7", false}}) {
+        Effort effort;
+        EXPECT_EQ(matcher.decide({row.url, kPage, kScript}, &effort).block, row.blocked) << row.url;
+        EXPECT_LE(effort.rulesChecked, 3u) << row.url;
+        EXPECT_LE(effort.regexSteps, 8 * row.url.size()) << row.url;
+    }
+}
+
 // Many wildcards against a long address would backtrack for ages; a bounded search gives up on
 // that rule alone and the others still decide.
 TEST(Matcher, APathologicalPatternCannotStallOrStarveOthers)
