@@ -15,6 +15,20 @@
 
 using kit::blocking::SmallRegex;
 
+namespace {
+
+bool isUtf8(const std::string& text)
+{
+    try {
+        (void)nlohmann::json(text).dump();
+        return true;
+    } catch (const nlohmann::json::exception&) {
+        return false;
+    }
+}
+
+} // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::string_view text(reinterpret_cast<const char*>(data), size);
@@ -33,8 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         for (const std::string& filter :
              {"(" + line + ")", "^[^:]+://+([^:/]+\\.)?" + line + "([^a-zA-Z0-9_.%-].*)?$"}) {
             auto regex = SmallRegex::parse(filter, false);
-            if (!regex) {
-                continue;
+            if (!regex || !isUtf8(filter)) {
+                continue; // a rule file is JSON: it cannot hold bytes that are not UTF-8
             }
             expressions.push_back(std::move(*regex));
             rules.push_back({{"trigger", {{"url-filter", filter}}}, {"action", {{"type", "block"}}}});
