@@ -360,9 +360,10 @@ std::pair<size_t, size_t> hostRange(std::string_view url)
     if (url.substr(start, 2) == "//") {
         start += 2;
     }
-    size_t end = url.find_first_of("/?#", start);
-    if (end == std::string_view::npos) {
-        end = url.size();
+    // A plain loop: find_first_of looks each character up in the set with a call.
+    size_t end = start;
+    while (end < url.size() && url[end] != '/' && url[end] != '?' && url[end] != '#') {
+        ++end;
     }
     // Credentials and a port are not part of the host.
     size_t at = url.substr(start, end - start).rfind('@');
@@ -603,9 +604,21 @@ struct Matcher::Context
     Effort* effort = nullptr;
     // Lowered copies live in per-thread buffers, so a decision allocates nothing once warm.
     static thread_local std::string lowerStorage;
-    static thread_local std::string topLowerStorage;
+    // The page side of the last decision on this thread: a page's loads come one after
+    // another, and its address need not be lowered and hashed again for each.
+    struct Page
+    {
+        std::string raw;
+        std::string lower;
+        size_t hostStart = std::string_view::npos;
+        size_t hostEnd = std::string_view::npos;
+        std::string_view host;
+        std::array<uint64_t, 16> hashes{};
+        size_t hashCount = 0;
+    };
+    static thread_local Page lastPage;
     // Hashes of the page host and each of its parent domains, whole host first.
-    uint64_t topHashes[16] = {};
+    std::array<uint64_t, 16> topHashes{};
     size_t topHashCount = 0;
     int party = -1; // unknown, else 1 for third-party
     int steps = 0;
@@ -618,20 +631,42 @@ struct Matcher::Context
         , type(resourceType)
     {
         request = subject(url, lowerStorage);
-        top = topUrl == url ? Subject{topUrl, request.lower, request.hostStart, request.hostEnd}
-                            : subject(topUrl, topLowerStorage);
-        if (top.hostStart != std::string_view::npos) {
-            topHost = hostOf(top.lower);
+        if (topUrl == url) {
+            top = Subject{topUrl, request.lower, request.hostStart, request.hostEnd};
+            if (top.hostStart != std::string_view::npos) {
+                topHost = hostOf(top.lower);
+            }
+            topHashCount = domainHashes(topHost, topHashes);
+            return;
         }
-        std::string_view rest = topHost;
-        while (!rest.empty() && topHashCount < std::size(topHashes)) {
-            topHashes[topHashCount++] = hashBytes(rest);
-            size_t dot = rest.find('.');
+        Page& page = lastPage;
+        if (page.raw != topUrl) {
+            page.raw.assign(topUrl);
+            Subject fresh = subject(topUrl, page.lower);
+            page.hostStart = fresh.hostStart;
+            page.hostEnd = fresh.hostEnd;
+            page.host = fresh.hostStart == std::string_view::npos ? std::string_view()
+                                                                  : hostOf(page.lower);
+            page.hashCount = domainHashes(page.host, page.hashes);
+        }
+        top = Subject{topUrl, page.lower, page.hostStart, page.hostEnd};
+        topHost = page.host;
+        topHashes = page.hashes;
+        topHashCount = page.hashCount;
+    }
+
+    static size_t domainHashes(std::string_view host, std::array<uint64_t, 16>& hashes)
+    {
+        size_t count = 0;
+        while (!host.empty() && count < hashes.size()) {
+            hashes[count++] = hashBytes(host);
+            size_t dot = host.find('.');
             if (dot == std::string_view::npos) {
                 break;
             }
-            rest.remove_prefix(dot + 1);
+            host.remove_prefix(dot + 1);
         }
+        return count;
     }
 
     static Subject subject(std::string_view url, std::string& storage)
@@ -740,8 +775,27 @@ struct Matcher::Context
             if (subject.hostStart == std::string_view::npos) {
                 return false;
             }
+            auto labelStart = [&](size_t at) {
+                return at == subject.hostStart || subject.lower[at - 1] == '.';
+            };
+            if (pattern.partsCount > 0 && parts[0].kind == PartLiteral && parts[0].length > 0
+                && subject.hostEnd > subject.hostStart) {
+                // Only where the first literal starts inside the host: found, not walked to.
+                std::string_view first(tables.blob.data() + parts[0].offset, parts[0].length);
+                std::string_view window =
+                    text.substr(0, std::min(text.size(), subject.hostEnd + first.size() - 1));
+                for (size_t at = window.find(first, subject.hostStart);
+                     at != std::string_view::npos;
+                     at = window.find(first, at + 1)) {
+                    if (labelStart(at)
+                        && matchParts(parts, pattern.partsCount, text, at, true, endAnchor)) {
+                        return true;
+                    }
+                }
+                return false;
+            }
             for (size_t at = subject.hostStart; at < subject.hostEnd; ++at) {
-                if ((at == subject.hostStart || subject.lower[at - 1] == '.')
+                if (labelStart(at)
                     && matchParts(parts, pattern.partsCount, text, at, true, endAnchor)) {
                     return true;
                 }
@@ -829,7 +883,7 @@ struct Matcher::Context
 };
 
 thread_local std::string Matcher::Context::lowerStorage;
-thread_local std::string Matcher::Context::topLowerStorage;
+thread_local Matcher::Context::Page Matcher::Context::lastPage;
 
 Matcher::Matcher(std::unique_ptr<Tables> tables)
     : m_tables(std::move(tables))
