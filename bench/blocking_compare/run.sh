@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Compares Vantorel's matcher with uBlock Origin's and Ghostery's engines on two generated corpora:
-# the plain one and one where a third of the requests are frames.
+# Compares Vantorel's matcher with uBlock Origin's and Ghostery's engines on two generated corpora
+# (the plain one and one where a third of the requests are frames), then times the matcher on a
+# rule file of regular expressions only beside the lists' own.
 # Usage: bench/blocking_compare/run.sh [BUILD_DIR]   (a release build: cmake --preset release)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)

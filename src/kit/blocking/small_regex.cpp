@@ -71,7 +71,16 @@ public:
         for (const Node& node : sequence) {
             emit(node);
         }
-        m_out.m_program.push_back({Op::Match});
+        auto& program = m_out.m_program;
+        program.push_back({Op::Match});
+        for (uint32_t pc = 0; pc < program.size(); ++pc) {
+            Instruction& split = program[pc];
+            split.acceptsRest = split.op == Op::Split && split.x + 1 < program.size()
+                                && program[split.x].op == Op::Any
+                                && program[split.x + 1].op == Op::Jump
+                                && program[split.x + 1].x == pc && split.y < program.size()
+                                && program[split.y].op == Op::Match;
+        }
         return true;
     }
 
@@ -229,7 +238,7 @@ private:
                 emit(child);
             }
         } else {
-            m_out.m_program.push_back({node.op, node.c, node.cls, 0});
+            m_out.m_program.push_back({node.op, node.c, false, node.cls, 0});
         }
     }
 
@@ -239,23 +248,23 @@ private:
         switch (node.quantifier) {
         case '?': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, split + 1, 0});
+            program.push_back({Op::Split, 0, false, split + 1, 0});
             emitBody(node);
             program[split].y = here();
             break;
         }
         case '*': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, split + 1, 0});
+            program.push_back({Op::Split, 0, false, split + 1, 0});
             emitBody(node);
-            program.push_back({Op::Jump, 0, split, 0});
+            program.push_back({Op::Jump, 0, false, split, 0});
             program[split].y = here();
             break;
         }
         case '+': {
             uint32_t start = here();
             emitBody(node);
-            program.push_back({Op::Split, 0, start, here() + 1});
+            program.push_back({Op::Split, 0, false, start, here() + 1});
             break;
         }
         default:
@@ -414,6 +423,7 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
     }
     ++generation;
     size_t advanced = 0;
+    bool accepted = false;
 
     auto add = [&](std::vector<uint32_t>& list, uint32_t pc) {
         stack.push_back(pc);
@@ -425,6 +435,7 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
             }
             seenAt[at] = generation;
             const Instruction& instruction = m_program[at];
+            accepted = accepted || instruction.acceptsRest;
             if (instruction.op == Op::Jump) {
                 stack.push_back(instruction.x);
             } else if (instruction.op == Op::Split) {
@@ -440,6 +451,9 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
         for (size_t pos = 0; pos <= text.size(); ++pos) {
             if (!m_anchoredStart || pos == 0) {
                 add(current, 0);
+                if (accepted) {
+                    return true;
+                }
             }
             if (current.empty()) {
                 return false;
@@ -464,6 +478,9 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
                                || (instruction.op == Op::Class && m_classes[instruction.x].test(c));
                 if (matches) {
                     add(next, pc + 1);
+                    if (accepted) {
+                        return true;
+                    }
                 }
             }
             std::swap(current, next);

@@ -42,6 +42,8 @@ private:
     {
         Op op;
         unsigned char c = 0;
+        // A ".*" right before the end: whatever is left of the text, the expression matches.
+        bool acceptsRest = false;
         uint32_t x = 0; // class index, or the first target
         uint32_t y = 0; // the second target of a split
     };
