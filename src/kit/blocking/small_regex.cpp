@@ -337,7 +337,12 @@ std::vector<SmallRegex::RequiredText> SmallRegex::requiredTexts(std::string_view
             if (node.op == Op::Char) {
                 reach.first.set(lowerChar(node.c));
             } else if (node.op == Op::Class) {
-                reach.first = lowered(regex.m_classes[node.cls]);
+                // A case-insensitive expression only ever sees lower-case text.
+                std::bitset<256> set = regex.m_classes[node.cls];
+                for (unsigned c = 'A'; c <= 'Z' && !caseSensitive; ++c) {
+                    set.reset(c);
+                }
+                reach.first = lowered(set);
             } else {
                 reach.first.set();
             }
