@@ -17,7 +17,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -78,19 +80,18 @@ long long nanoseconds(Clock::duration d)
     return std::chrono::duration_cast<std::chrono::nanoseconds>(d).count();
 }
 
-std::string readOrDie(const std::string& path)
+// The file's bytes, or none after saying why on stderr.
+std::optional<std::string> readFile(const std::string& path)
 {
     auto read = kit::support::readWholeFile(path);
     if (auto* error = std::get_if<kit::support::ReadError>(&read)) {
         std::fprintf(stderr, "%s\n", error->message.c_str());
-        std::exit(1);
+        return std::nullopt;
     }
     return std::get<std::string>(read);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     std::string rulesPath;
     std::string suffixesPath = kit::blocking::DiskRuleListStore::kPublicSuffixList;
@@ -110,8 +111,13 @@ int main(int argc, char** argv)
             stderr, "usage: %s --rules FILE [--suffixes FILE] < requests.jsonl\n", argv[0]);
         return 2;
     }
-    std::string rules = readOrDie(rulesPath);
-    std::string suffixes = suffixesPath.empty() ? std::string() : readOrDie(suffixesPath);
+    auto rulesText = readFile(rulesPath);
+    auto suffixesText = suffixesPath.empty() ? std::optional<std::string>("") : readFile(suffixesPath);
+    if (!rulesText || !suffixesText) {
+        return 1;
+    }
+    const std::string& rules = *rulesText;
+    const std::string& suffixes = *suffixesText;
 
     auto buildStart = Clock::now();
     auto buildCpu = cpuNow();
@@ -176,7 +182,7 @@ int main(int argc, char** argv)
     for (size_t i = 0; i < requests.size(); ++i) {
         auto start = Clock::now();
         const Line& r = requests[i];
-        blocked[i] = matcher.decide({r.url, r.top, r.type, r.topFrame}).block;
+        blocked[i] = static_cast<char>(matcher.decide({r.url, r.top, r.type, r.topFrame}).block);
         times[i] = nanoseconds(Clock::now() - start);
         total += times[i];
     }
@@ -197,7 +203,7 @@ int main(int argc, char** argv)
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::sort(times.begin(), times.end());
     auto at = [&](double q) {
-        return times.empty() ? 0LL : times[std::min(times.size() - 1, size_t(q * times.size()))];
+        return times.empty() ? 0LL : times[std::min(times.size() - 1, static_cast<size_t>(q * static_cast<double>(times.size())))];
     };
     std::fprintf(stderr,
                  "match_ns_total=%lld requests=%zu build_ns=%lld mem_bytes=%zu load_ns=%lld "
@@ -221,4 +227,16 @@ int main(int argc, char** argv)
                  effort.rulesChecked,
                  effort.regexSteps);
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
 }
