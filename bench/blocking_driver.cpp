@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Decides requests with the blocking matcher, for the comparison in bench/blocking_compare/.
 // Usage: blocking_driver --rules adblock-rules.json [--suffixes public_suffix_list.dat]
-//        < requests.jsonl  (one {"url","sourceUrl","type"} per line)
+//        [--warm-up PASSES] < requests.jsonl  (one {"url","sourceUrl","type"} per line)
+// More untimed passes than the one by default put decisions, not compiling, in a profile.
 // Prints "block" or "allow" per request; on stderr the build, cache and per-request figures:
-// match_ns_total=… requests=… build_ns=… mem_bytes=… plus load_ns, median_ns and p99_ns.
+// match_ns_total=… requests=… build_ns=… mem_bytes=… plus load_ns, median_ns and p99_ns, and
+// the rules checked and regular-expression steps taken over all requests.
 #include "kit/blocking/disk_rule_list_store.h"
 #include "kit/blocking/matcher.h"
 #include "kit/support/atomic_file.h"
@@ -13,8 +15,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,11 +29,15 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
+bool isTopFrame(const std::string& name)
+{
+    return name == "main_frame" || name == "document";
+}
+
 // The request types of the browser-extension engines' corpora, as the matcher names them.
 ResourceType typeFromName(const std::string& name)
 {
-    if (name == "main_frame" || name == "sub_frame" || name == "document"
-        || name == "subdocument") {
+    if (isTopFrame(name) || name == "sub_frame" || name == "subdocument") {
         return ResourceType::Document;
     }
     if (name == "stylesheet") {
@@ -71,28 +80,30 @@ long long nanoseconds(Clock::duration d)
     return std::chrono::duration_cast<std::chrono::nanoseconds>(d).count();
 }
 
-std::string readOrDie(const std::string& path)
+// The file's bytes, or none after saying why on stderr.
+std::optional<std::string> readFile(const std::string& path)
 {
     auto read = kit::support::readWholeFile(path);
     if (auto* error = std::get_if<kit::support::ReadError>(&read)) {
         std::fprintf(stderr, "%s\n", error->message.c_str());
-        std::exit(1);
+        return std::nullopt;
     }
     return std::get<std::string>(read);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     std::string rulesPath;
     std::string suffixesPath = kit::blocking::DiskRuleListStore::kPublicSuffixList;
+    int warmUps = 1;
     for (int i = 1; i + 1 < argc; i += 2) {
         std::string flag = argv[i];
         if (flag == "--rules") {
             rulesPath = argv[i + 1];
         } else if (flag == "--suffixes") {
             suffixesPath = argv[i + 1];
+        } else if (flag == "--warm-up") {
+            warmUps = std::max(1, std::atoi(argv[i + 1]));
         }
     }
     if (rulesPath.empty()) {
@@ -100,8 +111,13 @@ int main(int argc, char** argv)
             stderr, "usage: %s --rules FILE [--suffixes FILE] < requests.jsonl\n", argv[0]);
         return 2;
     }
-    std::string rules = readOrDie(rulesPath);
-    std::string suffixes = suffixesPath.empty() ? std::string() : readOrDie(suffixesPath);
+    auto rulesText = readFile(rulesPath);
+    auto suffixesText = suffixesPath.empty() ? std::optional<std::string>("") : readFile(suffixesPath);
+    if (!rulesText || !suffixesText) {
+        return 1;
+    }
+    const std::string& rules = *rulesText;
+    const std::string& suffixes = *suffixesText;
 
     auto buildStart = Clock::now();
     auto buildCpu = cpuNow();
@@ -130,6 +146,7 @@ int main(int argc, char** argv)
         std::string url;
         std::string top;
         ResourceType type;
+        bool topFrame;
     };
     std::vector<Line> requests;
     std::string text;
@@ -142,14 +159,21 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "not a request: %s\n", text.c_str());
             return 1;
         }
-        requests.push_back({json.value("url", ""),
-                            json.value("sourceUrl", ""),
-                            typeFromName(json.value("type", "other"))});
+        std::string type = json.value("type", "other");
+        requests.push_back(
+            {json.value("url", ""), json.value("sourceUrl", ""), typeFromName(type), isTopFrame(type)});
     }
 
-    // One untimed pass warms the caches, as the engines in node get their JIT warm-up.
+    // One untimed pass warms the caches, as the engines in node get their JIT warm-up, and
+    // counts what the decisions cost in steps.
+    kit::blocking::Effort effort;
     for (const Line& r : requests) {
-        (void)matcher.decide({r.url, r.top, r.type});
+        (void)matcher.decide({r.url, r.top, r.type, r.topFrame}, &effort);
+    }
+    for (int pass = 1; pass < warmUps; ++pass) {
+        for (const Line& r : requests) {
+            (void)matcher.decide({r.url, r.top, r.type, r.topFrame});
+        }
     }
     std::vector<long long> times(requests.size());
     std::vector<char> blocked(requests.size());
@@ -157,7 +181,8 @@ int main(int argc, char** argv)
     long long matchCpu = cpuNow();
     for (size_t i = 0; i < requests.size(); ++i) {
         auto start = Clock::now();
-        blocked[i] = matcher.decide({requests[i].url, requests[i].top, requests[i].type}).block;
+        const Line& r = requests[i];
+        blocked[i] = static_cast<char>(matcher.decide({r.url, r.top, r.type, r.topFrame}).block);
         times[i] = nanoseconds(Clock::now() - start);
         total += times[i];
     }
@@ -178,12 +203,13 @@ int main(int argc, char** argv)
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::sort(times.begin(), times.end());
     auto at = [&](double q) {
-        return times.empty() ? 0LL : times[std::min(times.size() - 1, size_t(q * times.size()))];
+        return times.empty() ? 0LL : times[std::min(times.size() - 1, static_cast<size_t>(q * static_cast<double>(times.size())))];
     };
     std::fprintf(stderr,
                  "match_ns_total=%lld requests=%zu build_ns=%lld mem_bytes=%zu load_ns=%lld "
                  "cache_bytes=%zu median_ns=%lld p99_ns=%lld build_cpu_ns=%lld load_cpu_ns=%lld "
-                 "hide_ns=%lld hidden_selectors=%zu css_bytes=%zu match_cpu_ns=%lld\n",
+                 "hide_ns=%lld hidden_selectors=%zu css_bytes=%zu match_cpu_ns=%lld "
+                 "rules_checked=%zu regex_steps=%zu\n",
                  total,
                  requests.size(),
                  static_cast<long long>(buildNs),
@@ -197,6 +223,20 @@ int main(int argc, char** argv)
                  static_cast<long long>(hideNs),
                  selectors.size(),
                  cssBytes,
-                 matchCpu);
+                 matchCpu,
+                 effort.rulesChecked,
+                 effort.regexSteps);
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
 }

@@ -1,11 +1,16 @@
 // Writes a deterministic request corpus (JSON lines {"url","sourceUrl","type"}) to stdout.
-// Usage: node make_corpus.mjs easylist.txt easyprivacy.txt [count]
+// Usage: node make_corpus.mjs easylist.txt easyprivacy.txt [count] [--frames]
+// With --frames a third of the requests are frames: sub-frames of every origin the corpus knows
+// (ad hosts, exception hosts, path filters, embeds) and top-frame navigations, some of them to
+// the hosts of the lists' $document and $subdocument filters.
 // Pages of popular sites load their own resources, common CDNs and third parties, tracker and ad
 // hosts taken from the lists' "||host^" filters, and addresses built from the lists' path
 // filters, so both blocked and allowed requests are plentiful.
 import fs from 'node:fs';
 
-const [easylistPath, easyprivacyPath, countArg] = process.argv.slice(2);
+const args = process.argv.slice(2).filter(a => a !== '--frames');
+const frames = process.argv.includes('--frames');
+const [easylistPath, easyprivacyPath, countArg] = args;
 const count = Number(countArg ?? 40000);
 
 // A small seeded generator (mulberry32): the same lists give the same corpus.
@@ -87,6 +92,9 @@ const wellKnown = [
 
 const types = [['script', 30], ['image', 28], ['stylesheet', 9], ['xmlhttprequest', 15],
     ['sub_frame', 5], ['font', 4], ['media', 2], ['ping', 3], ['other', 2], ['websocket', 2]];
+if (frames) {
+    types.push(['sub_frame', 30], ['main_frame', 10]);
+}
 const typeTotal = types.reduce((sum, [, w]) => sum + w, 0);
 function randomType() {
     let r = random() * typeTotal;
@@ -98,7 +106,7 @@ function randomType() {
 const extensionFor = {
     script: ['.js', '.min.js', '.js?v=' + 3], image: ['.png', '.jpg', '.gif', '.webp', '.svg'],
     stylesheet: ['.css'], font: ['.woff2', '.woff'], media: ['.mp4', '.m3u8'],
-    xmlhttprequest: ['', '.json'], sub_frame: ['.html', ''], ping: [''], other: [''], websocket: [''],
+    xmlhttprequest: ['', '.json'], sub_frame: ['.html', ''], main_frame: ['.html', ''], ping: [''], other: [''], websocket: [''],
 };
 const typeForUrl = url => {
     if (/\.m?js(\?|$)/.test(url)) return 'script';
@@ -112,9 +120,15 @@ const typeForUrl = url => {
 const hosts = [];
 const exceptionHosts = [];
 const paths = [];
+const documentHosts = [];
+const exceptionPaths = [];
 for (const file of [easylistPath, easyprivacyPath]) {
     for (const line of fs.readFileSync(file, 'utf8').split('\n')) {
         if (line.includes('#') || line.startsWith('!') || line.startsWith('[')) continue;
+        const frameHost = /^(?:@@)?\|\|([a-z0-9.-]+)\^?\$(?:.*,)?(document|doc|subdocument|frame)(,|$)/.exec(line);
+        if (frameHost) documentHosts.push(frameHost[1]);
+        const excepted = /^@@\|\|([a-z0-9.-]+\/[-_./?=&a-z0-9*^]*)(\$|$)/i.exec(line);
+        if (excepted) exceptionPaths.push(excepted[1]);
         let m = /^\|\|([a-z0-9.-]+)\^(\$(third-party|script|image|xmlhttprequest|[a-z,~-]*))?$/.exec(line);
         if (m) { hosts.push(m[1]); continue; }
         m = /^@@\|\|([a-z0-9.-]+)[\^/]/.exec(line);
@@ -165,8 +179,22 @@ while (out.length < count) {
         } else {
             url = `https://${pick(exceptionHosts)}${resourcePath(type)}`;
         }
+        if (frames && (type === 'sub_frame' || type === 'main_frame') && random() < 0.35) {
+            // Frames of the kinds the lists name: their $document and $subdocument hosts, the
+            // addresses their exceptions allow, and embeds.
+            const f = random();
+            if (f < 0.3) {
+                url = `https://${random() < 0.3 ? word() + '.' : ''}${pick(documentHosts)}/${word()}`;
+            } else if (f < 0.7) {
+                url = `https://${fillPath(pick(exceptionPaths))}`;
+            } else {
+                url = pick([...wellKnown, ...cdns]);
+            }
+        }
+        // A top-frame navigation is its own page: the party of its load is its own.
+        const source = type === 'main_frame' ? url : page;
         if (type === 'websocket') url = url.replace(/^https:/, 'wss:');
-        out.push(JSON.stringify({ url, sourceUrl: page, type }));
+        out.push(JSON.stringify({ url, sourceUrl: source, type }));
     }
 }
 process.stdout.write(out.join('\n') + '\n');

@@ -179,6 +179,7 @@ ParsedFilter parseNetwork(std::string_view line)
     ResourceTypes types = 0;
     ResourceTypes notTypes = 0;
     bool document = false;
+    bool subdocument = false;
     if (!options.empty()) {
         for (std::string_view option : split(options, ',')) {
             option = support::trimmed(option, " \t\r\n");
@@ -213,6 +214,7 @@ ParsedFilter parseNetwork(std::string_view line)
                 types |= kAllResourceTypes;
             } else if (auto type = typeOption(lowered)) {
                 (negated ? notTypes : types) |= bit(*type);
+                subdocument |= !negated && *type == ResourceType::Document;
             } else if (lowered == "generichide" || lowered == "ghide" || lowered == "specifichide"
                        || lowered == "shide" || lowered == "genericblock") {
                 return DroppedFilter{"$" + lowered + " (no rule form)"};
@@ -230,9 +232,13 @@ ParsedFilter parseNetwork(std::string_view line)
             types |= bit(ResourceType::Document);
         }
     }
+    // WebKit's "document" is both the top frame and sub-frames; the lists tell them apart.
+    filter.topFrame = document && !filter.exception && !subdocument;
+    filter.childFrame = subdocument && !(document && !filter.exception);
     if (types == 0 && notTypes != 0) {
-        // Frames are among the default types; WebKit names them "document".
+        // Sub-frames are among the default types, the top document is not.
         types = (kDefaultTypes | bit(ResourceType::Document)) & ~notTypes;
+        filter.childFrame = true;
         if (types == 0) {
             return DroppedFilter{"no resource type left"};
         }
@@ -622,11 +628,15 @@ Conversion convertFilterLists(const std::vector<std::string_view>& lists)
             ResourceTypes types = filter.types;
             if (filter.elemHide) {
                 types = bit(ResourceType::Document);
-            } else if (filter.exception && types == 0) {
-                types = kDefaultTypes;
             }
+            // No type at all: every load but the top document, exceptions as blocks.
             if (types != 0 && types != kAllResourceTypes) {
                 trigger["resource-type"] = typeList(types);
+            }
+            if ((types & bit(ResourceType::Document)) && !filter.elemHide
+                && filter.topFrame != filter.childFrame) {
+                trigger["load-context"] =
+                    nlohmann::json::array({filter.topFrame ? "top-frame" : "child-frame"});
             }
             if (filter.thirdParty) {
                 trigger["load-type"] =

@@ -30,6 +30,10 @@ struct NetworkFilter
     std::vector<std::string> notDomains;
     // Zero: the default (every type but the top document).
     ResourceTypes types = 0;
+    // Which documents the "document" type covers: the top frame ($document), sub-frames
+    // ($subdocument) or, neither set, both.
+    bool topFrame = false;
+    bool childFrame = false;
     bool important = false;
     // "@@…$document": no blocking at all on matching pages.
     bool document = false;

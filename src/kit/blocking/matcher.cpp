@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cstring>
 #include <map>
 #include <type_traits>
@@ -17,7 +18,7 @@ namespace kit::blocking {
 namespace {
 
 // Flat records, copied to and from the cache byte for byte.
-enum PartKind : uint8_t { kPartLiteral, kPartStar, kPartSeparator, kPartSeparatorOrEnd };
+enum PartKind : uint8_t { PartLiteral, PartStar, PartSeparator, PartSeparatorOrEnd };
 struct Part
 {
     uint32_t offset;
@@ -27,12 +28,12 @@ struct Part
 };
 
 enum PatternFlag : uint8_t {
-    kFlagHostAnchor = 1,
-    kFlagStartAnchor = 2,
-    kFlagEndAnchor = 4,
-    kFlagCaseSensitive = 8,
-    kFlagRegex = 16,
-    kFlagEverything = 32,
+    FlagHostAnchor = 1,
+    FlagStartAnchor = 2,
+    FlagEndAnchor = 4,
+    FlagCaseSensitive = 8,
+    FlagRegex = 16,
+    FlagEverything = 32,
 };
 struct Pattern
 {
@@ -50,8 +51,18 @@ struct RegexSource
     uint32_t caseSensitive;
 };
 
-enum Action : uint8_t { kBlock, kIgnore, kHide, kBlockCookies, kMakeHttps, kActionCount };
-enum RuleFlag : uint8_t { kFirstParty = 1, kThirdParty = 2, kUnlessDomain = 4, kUnlessTopUrl = 8 };
+enum Action : uint8_t { ActionBlock, ActionIgnore, ActionHide, ActionBlockCookies, ActionMakeHttps, ActionCount };
+enum RuleFlag : uint8_t {
+    FirstParty = 1,
+    ThirdParty = 2,
+    UnlessDomain = 4,
+    UnlessTopUrl = 8,
+    // Which documents the rule's "document" type covers; neither bit: both.
+    TopFrame = 16,
+    ChildFrame = 32,
+};
+// Whose frame a decision is for: hiding asks for a page whatever frame it is in.
+enum class Frame : uint8_t { Top, Child, Any };
 struct Rule
 {
     uint32_t pattern;
@@ -80,7 +91,7 @@ struct Slot
     uint32_t count;
 };
 
-enum SuffixKind : uint32_t { kSuffix = 1, kWildcardParent = 2, kSuffixException = 4 };
+enum SuffixKind : uint32_t { SuffixRule = 1, WildcardParent = 2, SuffixException = 4 };
 
 static_assert(sizeof(Part) == 12 && sizeof(Pattern) == 16 && sizeof(Rule) == 32
               && sizeof(DomainEntry) == 16 && sizeof(Slot) == 16);
@@ -88,7 +99,7 @@ static_assert(sizeof(Part) == 12 && sizeof(Pattern) == 16 && sizeof(Rule) == 32
 constexpr size_t kMaxParts = 256;
 // Resource types take the low 13 bits of a rule summary, the action the 3 above.
 constexpr unsigned kSummaryActionShift = 13;
-static_assert(kAllResourceTypes < (1u << kSummaryActionShift) && kActionCount <= 8);
+static_assert(kAllResourceTypes < (1u << kSummaryActionShift) && ActionCount <= 8);
 constexpr uint32_t kNoRegex = UINT32_MAX;
 constexpr std::string_view kMagic = "VTRBLOCK";
 // Magic, format version, byte order, payload length, payload checksum.
@@ -349,9 +360,10 @@ std::pair<size_t, size_t> hostRange(std::string_view url)
     if (url.substr(start, 2) == "//") {
         start += 2;
     }
-    size_t end = url.find_first_of("/?#", start);
-    if (end == std::string_view::npos) {
-        end = url.size();
+    // A plain loop: find_first_of looks each character up in the set with a call.
+    size_t end = start;
+    while (end < url.size() && url[end] != '/' && url[end] != '?' && url[end] != '#') {
+        ++end;
     }
     // Credentials and a port are not part of the host.
     size_t at = url.substr(start, end - start).rfind('@');
@@ -468,12 +480,12 @@ struct Matcher::Tables
             for (size_t start = 0; start < host.size();) {
                 std::string_view candidate = host.substr(start);
                 uint32_t kind = suffixKind(candidate);
-                if (kind & kSuffixException) {
+                if (kind & SuffixException) {
                     size_t dot = candidate.find('.');
                     suffixStart = dot == std::string_view::npos ? host.size() : start + dot + 1;
                     break;
                 }
-                if (kind & kSuffix) {
+                if (kind & SuffixRule) {
                     suffixStart = start;
                     break;
                 }
@@ -481,7 +493,7 @@ struct Matcher::Tables
                 if (dot == std::string_view::npos) {
                     break;
                 }
-                if (suffixKind(candidate.substr(dot + 1)) & kWildcardParent) {
+                if (suffixKind(candidate.substr(dot + 1)) & WildcardParent) {
                     suffixStart = start;
                     break;
                 }
@@ -519,14 +531,14 @@ struct Matcher::Tables
             return offset + length <= blob.size();
         };
         for (const Part& part : parts) {
-            if (!inBlob(part.offset, part.length) || part.kind > kPartSeparatorOrEnd) {
+            if (!inBlob(part.offset, part.length) || part.kind > PartSeparatorOrEnd) {
                 return false;
             }
         }
         for (const Pattern& pattern : patterns) {
             if (uint64_t{pattern.partsBegin} + pattern.partsCount > parts.size()
                 || pattern.partsCount > kMaxParts
-                || ((pattern.flags & kFlagRegex) && pattern.regex >= regexSources.size())) {
+                || ((pattern.flags & FlagRegex) && pattern.regex >= regexSources.size())) {
                 return false;
             }
         }
@@ -536,7 +548,7 @@ struct Matcher::Tables
             }
         }
         for (const Rule& rule : rules) {
-            if (rule.pattern >= patterns.size() || rule.action >= kActionCount
+            if (rule.pattern >= patterns.size() || rule.action >= ActionCount
                 || uint64_t{rule.domainsBegin} + rule.domainsCount > domains.size()
                 || uint64_t{rule.topBegin} + rule.topCount > topPatterns.size()
                 || !inBlob(rule.selectorOffset, rule.selectorLength)) {
@@ -588,11 +600,25 @@ struct Matcher::Context
     Subject top;
     std::string_view topHost;
     ResourceType type;
+    Frame frame = Frame::Any;
+    Effort* effort = nullptr;
     // Lowered copies live in per-thread buffers, so a decision allocates nothing once warm.
     static thread_local std::string lowerStorage;
-    static thread_local std::string topLowerStorage;
+    // The page side of the last decision on this thread: a page's loads come one after
+    // another, and its address need not be lowered and hashed again for each.
+    struct Page
+    {
+        std::string raw;
+        std::string lower;
+        size_t hostStart = std::string_view::npos;
+        size_t hostEnd = std::string_view::npos;
+        std::string_view host;
+        std::array<uint64_t, 16> hashes{};
+        size_t hashCount = 0;
+    };
+    static thread_local Page lastPage;
     // Hashes of the page host and each of its parent domains, whole host first.
-    uint64_t topHashes[16] = {};
+    std::array<uint64_t, 16> topHashes{};
     size_t topHashCount = 0;
     int party = -1; // unknown, else 1 for third-party
     int steps = 0;
@@ -605,20 +631,42 @@ struct Matcher::Context
         , type(resourceType)
     {
         request = subject(url, lowerStorage);
-        top = topUrl == url ? Subject{topUrl, request.lower, request.hostStart, request.hostEnd}
-                            : subject(topUrl, topLowerStorage);
-        if (top.hostStart != std::string_view::npos) {
-            topHost = hostOf(top.lower);
+        if (topUrl == url) {
+            top = Subject{topUrl, request.lower, request.hostStart, request.hostEnd};
+            if (top.hostStart != std::string_view::npos) {
+                topHost = hostOf(top.lower);
+            }
+            topHashCount = domainHashes(topHost, topHashes);
+            return;
         }
-        std::string_view rest = topHost;
-        while (!rest.empty() && topHashCount < std::size(topHashes)) {
-            topHashes[topHashCount++] = hashBytes(rest);
-            size_t dot = rest.find('.');
+        Page& page = lastPage;
+        if (page.raw != topUrl) {
+            page.raw.assign(topUrl);
+            Subject fresh = subject(topUrl, page.lower);
+            page.hostStart = fresh.hostStart;
+            page.hostEnd = fresh.hostEnd;
+            page.host = fresh.hostStart == std::string_view::npos ? std::string_view()
+                                                                  : hostOf(page.lower);
+            page.hashCount = domainHashes(page.host, page.hashes);
+        }
+        top = Subject{topUrl, page.lower, page.hostStart, page.hostEnd};
+        topHost = page.host;
+        topHashes = page.hashes;
+        topHashCount = page.hashCount;
+    }
+
+    static size_t domainHashes(std::string_view host, std::array<uint64_t, 16>& hashes)
+    {
+        size_t count = 0;
+        while (!host.empty() && count < hashes.size()) {
+            hashes[count++] = hashBytes(host);
+            size_t dot = host.find('.');
             if (dot == std::string_view::npos) {
                 break;
             }
-            rest.remove_prefix(dot + 1);
+            host.remove_prefix(dot + 1);
         }
+        return count;
     }
 
     static Subject subject(std::string_view url, std::string& storage)
@@ -661,14 +709,14 @@ struct Matcher::Context
         }
         const Part& part = parts[0];
         switch (part.kind) {
-        case kPartStar:
+        case PartStar:
             return matchParts(parts + 1, count - 1, text, pos, false, endAnchor);
-        case kPartSeparatorOrEnd:
+        case PartSeparatorOrEnd:
             if (anchored) {
                 return pos == text.size() || isSeparator(static_cast<unsigned char>(text[pos]));
             }
             return true;
-        case kPartSeparator:
+        case PartSeparator:
             for (size_t at = pos; at < text.size(); ++at) {
                 if (isSeparator(static_cast<unsigned char>(text[at]))
                     && matchParts(parts + 1, count - 1, text, at + 1, true, endAnchor)) {
@@ -703,23 +751,51 @@ struct Matcher::Context
     bool matchPattern(uint32_t index, const Subject& subject)
     {
         const Pattern& pattern = tables.patterns[index];
-        if (pattern.flags & kFlagEverything) {
+        if (pattern.flags & FlagEverything) {
             return true;
         }
         // Each pattern gets its own budget, so one pathological rule cannot starve the others.
         steps = 0;
-        std::string_view text = (pattern.flags & kFlagCaseSensitive) ? subject.raw : subject.lower;
-        if (pattern.flags & kFlagRegex) {
-            return tables.regexes[pattern.regex].search(text);
+        std::string_view text = (pattern.flags & FlagCaseSensitive) ? subject.raw : subject.lower;
+        if (pattern.flags & FlagRegex) {
+            // The longest text every match holds rules out most addresses before the engine runs.
+            if (pattern.partsCount == 1) {
+                const Part& required = tables.parts[pattern.partsBegin];
+                std::string_view literal(tables.blob.data() + required.offset, required.length);
+                if (subject.lower.find(literal) == std::string_view::npos) {
+                    return false;
+                }
+            }
+            return tables.regexes[pattern.regex].search(text,
+                                                        effort ? &effort->regexSteps : nullptr);
         }
         const Part* parts = tables.parts.data() + pattern.partsBegin;
-        bool endAnchor = pattern.flags & kFlagEndAnchor;
-        if (pattern.flags & kFlagHostAnchor) {
+        bool endAnchor = pattern.flags & FlagEndAnchor;
+        if (pattern.flags & FlagHostAnchor) {
             if (subject.hostStart == std::string_view::npos) {
                 return false;
             }
+            auto labelStart = [&](size_t at) {
+                return at == subject.hostStart || subject.lower[at - 1] == '.';
+            };
+            if (pattern.partsCount > 0 && parts[0].kind == PartLiteral && parts[0].length > 0
+                && subject.hostEnd > subject.hostStart) {
+                // Only where the first literal starts inside the host: found, not walked to.
+                std::string_view first(tables.blob.data() + parts[0].offset, parts[0].length);
+                std::string_view window =
+                    text.substr(0, std::min(text.size(), subject.hostEnd + first.size() - 1));
+                for (size_t at = window.find(first, subject.hostStart);
+                     at != std::string_view::npos;
+                     at = window.find(first, at + 1)) {
+                    if (labelStart(at)
+                        && matchParts(parts, pattern.partsCount, text, at, true, endAnchor)) {
+                        return true;
+                    }
+                }
+                return false;
+            }
             for (size_t at = subject.hostStart; at < subject.hostEnd; ++at) {
-                if ((at == subject.hostStart || subject.lower[at - 1] == '.')
+                if (labelStart(at)
                     && matchParts(parts, pattern.partsCount, text, at, true, endAnchor)) {
                     return true;
                 }
@@ -727,7 +803,7 @@ struct Matcher::Context
             return false;
         }
         return matchParts(
-            parts, pattern.partsCount, text, 0, (pattern.flags & kFlagStartAnchor) != 0, endAnchor);
+            parts, pattern.partsCount, text, 0, (pattern.flags & FlagStartAnchor) != 0, endAnchor);
     }
 
     bool topDomainIn(const Rule& rule) const
@@ -751,15 +827,20 @@ struct Matcher::Context
         if (!(rule.types & bit(type))) {
             return false;
         }
-        if (rule.domainsCount > 0 && topDomainIn(rule) == ((rule.flags & kUnlessDomain) != 0)) {
+        if (type == ResourceType::Document && frame != Frame::Any
+            && (rule.flags & (TopFrame | ChildFrame)) != 0
+            && !(rule.flags & (frame == Frame::Top ? TopFrame : ChildFrame))) {
             return false;
         }
-        bool regex = tables.patterns[rule.pattern].flags & kFlagRegex;
+        if (rule.domainsCount > 0 && topDomainIn(rule) == ((rule.flags & UnlessDomain) != 0)) {
+            return false;
+        }
+        bool regex = tables.patterns[rule.pattern].flags & FlagRegex;
         if (!regex && !matchPattern(rule.pattern, request)) {
             return false;
         }
-        if (rule.flags & (kFirstParty | kThirdParty)) {
-            uint8_t wanted = thirdParty() ? kThirdParty : kFirstParty;
+        if (rule.flags & (FirstParty | ThirdParty)) {
+            uint8_t wanted = thirdParty() ? ThirdParty : FirstParty;
             if (!(rule.flags & wanted)) {
                 return false;
             }
@@ -769,7 +850,7 @@ struct Matcher::Context
             for (uint32_t i = 0; i < rule.topCount && !any; ++i) {
                 any = matchPattern(tables.topPatterns[rule.topBegin + i], top);
             }
-            if (any == ((rule.flags & kUnlessTopUrl) != 0)) {
+            if (any == ((rule.flags & UnlessTopUrl) != 0)) {
                 return false;
             }
         }
@@ -802,7 +883,7 @@ struct Matcher::Context
 };
 
 thread_local std::string Matcher::Context::lowerStorage;
-thread_local std::string Matcher::Context::topLowerStorage;
+thread_local Matcher::Context::Page Matcher::Context::lastPage;
 
 Matcher::Matcher(std::unique_ptr<Tables> tables)
     : m_tables(std::move(tables))
@@ -825,10 +906,12 @@ std::string_view Matcher::registrableDomain(std::string_view host) const
     return m_tables->registrable(host);
 }
 
-Decision Matcher::decide(const Request& request) const
+Decision Matcher::decide(const Request& request, Effort* effort) const
 {
     Context context(*m_tables, request.url, request.topUrl, request.type);
-    int64_t latest[kActionCount] = {-1, -1, -1, -1, -1};
+    context.frame = request.topFrame ? Frame::Top : Frame::Child;
+    context.effort = effort;
+    int64_t latest[ActionCount] = {-1, -1, -1, -1, -1};
     const uint16_t wanted = bit(request.type);
     context.candidates(m_tables->network, [&](uint32_t index) {
         // The summary is checked first: it stays in cache where the rules would not.
@@ -837,13 +920,16 @@ Decision Matcher::decide(const Request& request) const
         if (!(summary & wanted) || static_cast<int64_t>(index) <= latest[action]) {
             return;
         }
+        if (effort) {
+            ++effort->rulesChecked;
+        }
         if (context.applies(m_tables->rules[index])) {
             latest[action] = index;
         }
     });
-    int64_t ignored = latest[kIgnore];
+    int64_t ignored = latest[ActionIgnore];
     return Decision{
-        latest[kBlock] > ignored, latest[kBlockCookies] > ignored, latest[kMakeHttps] > ignored};
+        latest[ActionBlock] > ignored, latest[ActionBlockCookies] > ignored, latest[ActionMakeHttps] > ignored};
 }
 
 std::vector<std::string> Matcher::hiddenSelectors(std::string_view pageUrl) const
@@ -852,7 +938,7 @@ std::vector<std::string> Matcher::hiddenSelectors(std::string_view pageUrl) cons
     int64_t ignored = -1;
     context.candidates(m_tables->network, [&](uint32_t index) {
         const Rule& rule = m_tables->rules[index];
-        if (rule.action == kIgnore && static_cast<int64_t>(index) > ignored
+        if (rule.action == ActionIgnore && static_cast<int64_t>(index) > ignored
             && context.applies(rule)) {
             ignored = index;
         }
@@ -925,40 +1011,40 @@ readShape(std::string_view filter)
     std::vector<std::pair<PartKind, std::string>> parts;
     uint8_t flags = 0;
     if (filter == ".*" || filter == "^.*" || filter.empty()) {
-        return std::pair{uint8_t{kFlagEverything}, parts};
+        return std::pair{uint8_t{FlagEverything}, parts};
     }
     if (filter.starts_with(kHostAnchor)) {
-        flags |= kFlagHostAnchor;
+        flags |= FlagHostAnchor;
         filter.remove_prefix(kHostAnchor.size());
     } else if (filter.starts_with('^')) {
-        flags |= kFlagStartAnchor;
+        flags |= FlagStartAnchor;
         filter.remove_prefix(1);
     }
     auto literal = [&](char c) {
-        if (parts.empty() || parts.back().first != kPartLiteral) {
-            parts.emplace_back(kPartLiteral, std::string());
+        if (parts.empty() || parts.back().first != PartLiteral) {
+            parts.emplace_back(PartLiteral, std::string());
         }
         parts.back().second += c;
     };
     while (!filter.empty()) {
         if (filter == kSeparatorOrEnd) {
-            parts.emplace_back(kPartSeparatorOrEnd, std::string());
+            parts.emplace_back(PartSeparatorOrEnd, std::string());
             break;
         }
         if (filter == "$") {
-            flags |= kFlagEndAnchor;
+            flags |= FlagEndAnchor;
             break;
         }
         if (filter.starts_with(".*")) {
-            if (parts.empty() || parts.back().first != kPartStar) {
-                parts.emplace_back(kPartStar, std::string());
+            if (parts.empty() || parts.back().first != PartStar) {
+                parts.emplace_back(PartStar, std::string());
             }
             filter.remove_prefix(2);
         } else if (filter.starts_with(kSeparatorClass)
                    && !filter.substr(kSeparatorClass.size()).starts_with("?")
                    && !filter.substr(kSeparatorClass.size()).starts_with("*")
                    && !filter.substr(kSeparatorClass.size()).starts_with("+")) {
-            parts.emplace_back(kPartSeparator, std::string());
+            parts.emplace_back(PartSeparator, std::string());
             filter.remove_prefix(kSeparatorClass.size());
         } else if (filter.front() == '\\' && filter.size() >= 2
                    && std::string_view(".+?$^{}()|[]\\/*-").find(filter[1])
@@ -980,18 +1066,18 @@ readShape(std::string_view filter)
         return std::nullopt;
     }
     // Leading and trailing stars add nothing to a search that is not anchored there.
-    if (!(flags & (kFlagHostAnchor | kFlagStartAnchor))) {
-        while (!parts.empty() && parts.front().first == kPartStar) {
+    if (!(flags & (FlagHostAnchor | FlagStartAnchor))) {
+        while (!parts.empty() && parts.front().first == PartStar) {
             parts.erase(parts.begin());
         }
     }
-    if (!(flags & kFlagEndAnchor)) {
-        while (!parts.empty() && parts.back().first == kPartStar) {
+    if (!(flags & FlagEndAnchor)) {
+        while (!parts.empty() && parts.back().first == PartStar) {
             parts.pop_back();
         }
     }
-    if (parts.empty() && !(flags & (kFlagHostAnchor | kFlagEndAnchor))) {
-        return std::pair{uint8_t{kFlagEverything}, parts};
+    if (parts.empty() && !(flags & (FlagHostAnchor | FlagEndAnchor))) {
+        return std::pair{uint8_t{FlagEverything}, parts};
     }
     return std::pair{flags, parts};
 }
@@ -1003,18 +1089,46 @@ std::vector<PendingToken> tokensOf(uint8_t flags,
 {
     std::vector<PendingToken> tokens;
     for (size_t p = 0; p < parts.size(); ++p) {
-        if (parts[p].first != kPartLiteral) {
+        if (parts[p].first != PartLiteral) {
             continue;
         }
         std::string text = parts[p].second;
         for (char& c : text) {
             c = lowerChar(c);
         }
-        bool boundedBefore = p == 0 ? (flags & (kFlagHostAnchor | kFlagStartAnchor)) != 0
-                                    : parts[p - 1].first == kPartSeparator;
-        bool boundedAfter = p + 1 == parts.size() ? (flags & kFlagEndAnchor) != 0
-                                                  : (parts[p + 1].first == kPartSeparator
-                                                     || parts[p + 1].first == kPartSeparatorOrEnd);
+        bool boundedBefore = p == 0 ? (flags & (FlagHostAnchor | FlagStartAnchor)) != 0
+                                    : parts[p - 1].first == PartSeparator;
+        bool boundedAfter = p + 1 == parts.size() ? (flags & FlagEndAnchor) != 0
+                                                  : (parts[p + 1].first == PartSeparator
+                                                     || parts[p + 1].first == PartSeparatorOrEnd);
+        forEachToken(text, [&](size_t start, size_t end) {
+            if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
+                return;
+            }
+            tokens.push_back({hashBytes(std::string_view(text).substr(start, end - start)),
+                              static_cast<uint32_t>(end - start)});
+        });
+    }
+    return tokens;
+}
+
+// Tokens an expression's required texts hold whole: bounded inside the text, or by the
+// characters that may stand next to it.
+std::vector<PendingToken> tokensOf(const std::vector<SmallRegex::RequiredText>& texts)
+{
+    auto bounded = [](const std::bitset<256>& around) {
+        for (unsigned c = 0; c < 256; ++c) {
+            if (around.test(c) && isTokenChar(static_cast<unsigned char>(c))) {
+                return false;
+            }
+        }
+        return true;
+    };
+    std::vector<PendingToken> tokens;
+    for (const SmallRegex::RequiredText& required : texts) {
+        const std::string& text = required.text;
+        bool boundedBefore = bounded(required.before);
+        bool boundedAfter = bounded(required.after);
         forEachToken(text, [&](size_t start, size_t end) {
             if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
                 return;
@@ -1072,13 +1186,13 @@ public:
         : tables(t)
     {}
 
-    bool fail(size_t rule, std::string what)
+    bool fail(size_t rule, const std::string& what)
     {
         error = "Rule " + std::to_string(rule + 1) + " " + what;
         return false;
     }
 
-    uint32_t addBlob(std::string_view text)
+    uint32_t addBlob(std::string_view text) const
     {
         auto offset = static_cast<uint32_t>(tables->blob.size());
         tables->blob.append(text);
@@ -1093,7 +1207,7 @@ public:
     {
         Pattern pattern{static_cast<uint32_t>(tables->parts.size()), 0, kNoRegex, 0, {}};
         if (caseSensitive) {
-            pattern.flags |= kFlagCaseSensitive;
+            pattern.flags |= FlagCaseSensitive;
         }
         if (auto shape = readShape(filter)) {
             pattern.flags |= shape->first;
@@ -1113,13 +1227,25 @@ public:
                 fail(rule, "has a url-filter that cannot be used: " + why + ".");
                 return std::nullopt;
             }
-            pattern.flags |= kFlagRegex;
+            pattern.flags |= FlagRegex;
             pattern.regex = static_cast<uint32_t>(tables->regexSources.size());
             tables->regexSources.push_back(RegexSource{
                 addBlob(filter), static_cast<uint32_t>(filter.size()), caseSensitive ? 1u : 0u});
             tables->regexes.push_back(std::move(*regex));
+            auto required = SmallRegex::requiredTexts(filter, caseSensitive);
+            auto longest = std::max_element(
+                required.begin(), required.end(), [](const auto& a, const auto& b) {
+                    return a.text.size() < b.text.size();
+                });
+            if (longest != required.end()) {
+                tables->parts.push_back(Part{addBlob(longest->text),
+                                             static_cast<uint32_t>(longest->text.size()),
+                                             PartLiteral,
+                                             {}});
+                pattern.partsCount = 1;
+            }
             if (tokens) {
-                tokens->clear();
+                *tokens = tokensOf(required);
             }
         }
         tables->patterns.push_back(pattern);
@@ -1135,7 +1261,7 @@ public:
         std::optional<std::string> urlFilter;
         std::optional<bool> caseSensitive;
         std::optional<std::vector<std::string>> ifDomain, unlessDomain, ifTop, unlessTop,
-            resourceTypes, loadTypes;
+            resourceTypes, loadTypes, loadContexts;
         std::optional<std::string> actionType;
         std::optional<std::string> selector;
         std::string unknownField;
@@ -1186,6 +1312,8 @@ public:
                         raw.resourceTypes = readStrings(reader);
                     } else if (field == "load-type") {
                         raw.loadTypes = readStrings(reader);
+                    } else if (field == "load-context") {
+                        raw.loadContexts = readStrings(reader);
                     } else {
                         if (raw.unknownField.empty()) {
                             raw.unknownField = std::string(field);
@@ -1238,20 +1366,20 @@ public:
         }
         const std::string& typeName = *raw.actionType;
         if (typeName == "block") {
-            rule.action = kBlock;
+            rule.action = ActionBlock;
         } else if (typeName == "ignore-previous-rules") {
-            rule.action = kIgnore;
+            rule.action = ActionIgnore;
         } else if (typeName == "css-display-none") {
-            rule.action = kHide;
+            rule.action = ActionHide;
             if (!raw.selector || raw.selector->empty()) {
                 return fail(index, "hides elements but has no selector.");
             }
             rule.selectorOffset = addBlob(*raw.selector);
             rule.selectorLength = static_cast<uint32_t>(raw.selector->size());
         } else if (typeName == "block-cookies") {
-            rule.action = kBlockCookies;
+            rule.action = ActionBlockCookies;
         } else if (typeName == "make-https") {
-            rule.action = kMakeHttps;
+            rule.action = ActionMakeHttps;
         } else {
             return fail(index, "has an unknown action type \"" + typeName + "\".");
         }
@@ -1278,7 +1406,8 @@ public:
             || !nonEmpty(index, raw.ifTop, "if-top-url")
             || !nonEmpty(index, raw.unlessTop, "unless-top-url")
             || !nonEmpty(index, raw.resourceTypes, "resource-type")
-            || !nonEmpty(index, raw.loadTypes, "load-type")) {
+            || !nonEmpty(index, raw.loadTypes, "load-type")
+            || !nonEmpty(index, raw.loadContexts, "load-context")) {
             return false;
         }
         if (raw.ifDomain || raw.unlessDomain) {
@@ -1295,7 +1424,7 @@ public:
                 tables->domains.push_back(DomainEntry{hashBytes(domain), star ? 1u : 0u, 0});
             }
             if (raw.unlessDomain) {
-                rule.flags |= kUnlessDomain;
+                rule.flags |= UnlessDomain;
             }
             built.byDomain = raw.ifDomain.has_value();
         }
@@ -1312,7 +1441,7 @@ public:
             rule.topCount = static_cast<uint32_t>(added.size());
             tables->topPatterns.insert(tables->topPatterns.end(), added.begin(), added.end());
             if (raw.unlessTop) {
-                rule.flags |= kUnlessTopUrl;
+                rule.flags |= UnlessTopUrl;
             }
         }
         if (raw.resourceTypes) {
@@ -1328,16 +1457,31 @@ public:
         if (raw.loadTypes) {
             for (const std::string& name : *raw.loadTypes) {
                 if (name == "first-party") {
-                    rule.flags |= kFirstParty;
+                    rule.flags |= FirstParty;
                 } else if (name == "third-party") {
-                    rule.flags |= kThirdParty;
+                    rule.flags |= ThirdParty;
                 } else {
                     return fail(index, "has an unknown load type \"" + name + "\".");
                 }
             }
         }
+        if (raw.loadContexts) {
+            for (const std::string& name : *raw.loadContexts) {
+                if (name == "top-frame") {
+                    rule.flags |= TopFrame;
+                } else if (name == "child-frame") {
+                    rule.flags |= ChildFrame;
+                } else {
+                    return fail(index, "has an unknown load context \"" + name + "\".");
+                }
+            }
+        } else if (!raw.resourceTypes) {
+            // A rule that names no type leaves the top document alone: a page the person
+            // opened is blocked only by a rule meant for pages.
+            rule.flags |= ChildFrame;
+        }
         // Hiding is decided for the page's own document only.
-        if (rule.action == kHide && !(rule.types & bit(ResourceType::Document))) {
+        if (rule.action == ActionHide && !(rule.types & bit(ResourceType::Document))) {
             rule.types = 0;
         }
         return true;
@@ -1386,7 +1530,7 @@ public:
         for (size_t i = 0; i < built.size(); ++i) {
             const Built& rule = built[i];
             auto index = static_cast<uint32_t>(i);
-            bool hide = rule.rule.action == kHide;
+            bool hide = rule.rule.action == ActionHide;
             if (hide && rule.rule.types == 0) {
                 continue;
             }
@@ -1406,14 +1550,14 @@ public:
                     best = &token;
                 }
             }
-            if (best && bestScore < (uint64_t{1} << 40)) {
+            // A common token still beats scanning, but page domains beat a common token.
+            bool rareToken = best && bestScore < (uint64_t{1} << 40);
+            if (best && (rareToken || !rule.byDomain)) {
                 tokens.emplace_back(best->hash, index);
             } else if (rule.byDomain) {
                 for (uint32_t d = 0; d < rule.rule.domainsCount; ++d) {
                     domains.emplace_back(tables->domains[rule.rule.domainsBegin + d].hash, index);
                 }
-            } else if (best) {
-                tokens.emplace_back(best->hash, index);
             } else {
                 rest.push_back(index);
             }
@@ -1426,7 +1570,7 @@ public:
         return true;
     }
 
-    void addSuffixes(std::string_view list)
+    void addSuffixes(std::string_view list) const
     {
         std::unordered_map<uint64_t, uint32_t> kinds;
         size_t start = 0;
@@ -1439,12 +1583,12 @@ public:
             if (line.empty() || line.starts_with("//")) {
                 continue;
             }
-            uint32_t kind = kSuffix;
+            uint32_t kind = SuffixRule;
             if (line.starts_with('!')) {
-                kind = kSuffixException;
+                kind = SuffixException;
                 line.remove_prefix(1);
             } else if (line.starts_with("*.")) {
-                kind = kWildcardParent;
+                kind = WildcardParent;
                 line.remove_prefix(2);
             }
             kinds[hashBytes(lowered(line))] |= kind;

@@ -20,6 +20,15 @@ struct Request
     std::string_view url;
     std::string_view topUrl;
     ResourceType type = ResourceType::Other;
+    // For a document: true when it loads into the top frame (a navigation), false for a sub-frame.
+    bool topFrame = false;
+};
+
+// What one decision cost, so tests can bound it in steps rather than time.
+struct Effort
+{
+    size_t rulesChecked = 0; // candidates whose conditions were looked at
+    size_t regexSteps = 0;   // threads the regular-expression engine advanced
 };
 
 struct Decision
@@ -30,15 +39,18 @@ struct Decision
 };
 
 // Content-blocker rules (the WebKit JSON format) compiled for fast decisions. Each rule is
-// indexed by its rarest literal token, or by its page domains when it has no token, so a decision
-// tokenises the address once and checks only the rules in the matching buckets. Later
+// indexed by its rarest literal token (for a regular expression, one that every match contains),
+// or by its page domains when it has no token, so a decision tokenises the address once and
+// checks only the rules in the matching buckets; expressions run in time linear in the address.
+// "load-context" tells the top frame from sub-frames for document loads only: other loads do not
+// say which frame they come from. Later
 // ignore-previous-rules rules cancel the earlier rules they match, as in the format.
 // Immutable once built: decide() and hiddenSelectors() may run on any thread at once.
 class Matcher
 {
 public:
     // Raised whenever the binary layout changes, so an old cache reads as absent.
-    static constexpr uint32_t kFormatVersion = 1;
+    static constexpr uint32_t kFormatVersion = 2;
 
     // Compiles the rules; answers the matcher or one sentence saying what is wrong. The public
     // suffix list (publicsuffix.org format) decides first- and third-party loads; without one,
@@ -53,7 +65,7 @@ public:
     // reaches the checks behind the checksum. Too-short bytes come back unchanged.
     static std::string resealed(std::string bytes);
 
-    Decision decide(const Request& request) const;
+    Decision decide(const Request& request, Effort* effort = nullptr) const;
     // The css-display-none selectors that apply to a page, one selector each.
     std::vector<std::string> hiddenSelectors(std::string_view pageUrl) const;
 

@@ -13,6 +13,17 @@ unsigned char lowerChar(unsigned char c)
     return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c - 'A' + 'a') : c;
 }
 
+std::bitset<256> lowered(const std::bitset<256>& set)
+{
+    std::bitset<256> out;
+    for (unsigned c = 0; c < 256; ++c) {
+        if (set.test(c)) {
+            out.set(lowerChar(static_cast<unsigned char>(c)));
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 class SmallRegex::Parser
@@ -24,32 +35,6 @@ public:
         , m_out(out)
     {}
 
-    bool run()
-    {
-        if (m_pattern.size() > kMaxPatternLength) {
-            return fail("the expression is too long");
-        }
-        if (!m_pattern.empty() && m_pattern.front() == '^') {
-            m_out.m_anchoredStart = true;
-            ++m_at;
-        }
-        std::vector<Node> sequence;
-        if (!parseSequence(sequence, 0)) {
-            return false;
-        }
-        if (m_at < m_pattern.size() && m_pattern[m_at] == ')') {
-            return fail("unbalanced parenthesis");
-        }
-        for (const Node& node : sequence) {
-            emit(node);
-        }
-        m_out.m_program.push_back({Op::Match});
-        return true;
-    }
-
-    std::string error;
-
-private:
     struct Node
     {
         Op op = Op::Char; // Char, Class or Any; Split marks a group
@@ -58,6 +43,50 @@ private:
         char quantifier = 0;
         std::vector<Node> children;
     };
+
+    bool parse(std::vector<Node>& sequence)
+    {
+        if (m_pattern.size() > kMaxPatternLength) {
+            return fail("the expression is too long");
+        }
+        if (!m_pattern.empty() && m_pattern.front() == '^') {
+            m_out.m_anchoredStart = true;
+            ++m_at;
+        }
+        if (!parseSequence(sequence, 0)) {
+            return false;
+        }
+        if (m_at < m_pattern.size() && m_pattern[m_at] == ')') {
+            return fail("unbalanced parenthesis");
+        }
+        return true;
+    }
+
+    bool run()
+    {
+        std::vector<Node> sequence;
+        if (!parse(sequence)) {
+            return false;
+        }
+        for (const Node& node : sequence) {
+            emit(node);
+        }
+        auto& program = m_out.m_program;
+        program.push_back({Op::Match});
+        for (uint32_t pc = 0; pc < program.size(); ++pc) {
+            Instruction& split = program[pc];
+            split.acceptsRest = split.op == Op::Split && split.x + 1 < program.size()
+                                && program[split.x].op == Op::Any
+                                && program[split.x + 1].op == Op::Jump
+                                && program[split.x + 1].x == pc && split.y < program.size()
+                                && program[split.y].op == Op::Match;
+        }
+        return true;
+    }
+
+    std::string error;
+
+private:
 
     bool fail(std::string message)
     {
@@ -135,7 +164,7 @@ private:
         return true;
     }
 
-    void setChar(Node& node, unsigned char c)
+    void setChar(Node& node, unsigned char c) const
     {
         node.op = Op::Char;
         node.c = m_caseSensitive ? c : lowerChar(c);
@@ -209,7 +238,7 @@ private:
                 emit(child);
             }
         } else {
-            m_out.m_program.push_back({node.op, node.c, node.cls, 0});
+            m_out.m_program.push_back({node.op, node.c, false, node.cls, 0});
         }
     }
 
@@ -219,23 +248,23 @@ private:
         switch (node.quantifier) {
         case '?': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, split + 1, 0});
+            program.push_back({Op::Split, 0, false, split + 1, 0});
             emitBody(node);
             program[split].y = here();
             break;
         }
         case '*': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, split + 1, 0});
+            program.push_back({Op::Split, 0, false, split + 1, 0});
             emitBody(node);
-            program.push_back({Op::Jump, 0, split, 0});
+            program.push_back({Op::Jump, 0, false, split, 0});
             program[split].y = here();
             break;
         }
         case '+': {
             uint32_t start = here();
             emitBody(node);
-            program.push_back({Op::Split, 0, start, here() + 1});
+            program.push_back({Op::Split, 0, false, start, here() + 1});
             break;
         }
         default:
@@ -263,15 +292,143 @@ SmallRegex::parse(std::string_view pattern, bool caseSensitive, std::string* err
     return regex;
 }
 
-bool SmallRegex::search(std::string_view text) const
+namespace {
+
+// What one node of an expression may start and end with, and whether it may match nothing.
+struct Reach
+{
+    std::bitset<256> first;
+    std::bitset<256> last;
+    bool empty = false;
+};
+
+// One required character or anything else, in a group-free sequence.
+struct Item
+{
+    bool literal = false;
+    unsigned char c = 0;
+    Reach reach;
+};
+
+} // namespace
+
+std::vector<SmallRegex::RequiredText> SmallRegex::requiredTexts(std::string_view pattern,
+                                                                bool caseSensitive)
+{
+    SmallRegex regex;
+    Parser parser(pattern, caseSensitive, regex);
+    std::vector<Parser::Node> sequence;
+    if (!parser.parse(sequence)) {
+        return {};
+    }
+    auto reachOf = [&](const Parser::Node& node, auto& self) -> Reach {
+        Reach reach;
+        if (node.op == Op::Split) {
+            reach.empty = true;
+            for (const Parser::Node& child : node.children) {
+                Reach inner = self(child, self);
+                if (reach.empty) {
+                    reach.first |= inner.first;
+                }
+                reach.last = inner.empty ? reach.last | inner.last : inner.last;
+                reach.empty = reach.empty && inner.empty;
+            }
+        } else {
+            if (node.op == Op::Char) {
+                reach.first.set(lowerChar(node.c));
+            } else if (node.op == Op::Class) {
+                // A case-insensitive expression only ever sees lower-case text.
+                std::bitset<256> set = regex.m_classes[node.cls];
+                for (unsigned c = 'A'; c <= 'Z' && !caseSensitive; ++c) {
+                    set.reset(c);
+                }
+                reach.first = lowered(set);
+            } else {
+                reach.first.set();
+            }
+            reach.last = reach.first;
+        }
+        reach.empty = reach.empty || node.quantifier == '?' || node.quantifier == '*';
+        return reach;
+    };
+    // Groups that must match once are spliced in; everything else stays whole.
+    std::vector<Item> items;
+    auto flatten = [&](const std::vector<Parser::Node>& nodes, auto& self) -> void {
+        for (const Parser::Node& node : nodes) {
+            if (node.op == Op::Split && node.quantifier == 0) {
+                self(node.children, self);
+                continue;
+            }
+            Item item{false, 0, reachOf(node, reachOf)};
+            item.literal = node.quantifier == 0 && item.reach.first.count() == 1;
+            if (item.literal) {
+                for (unsigned c = 0; c < 256; ++c) {
+                    if (item.reach.first.test(c)) {
+                        item.c = static_cast<unsigned char>(c);
+                    }
+                }
+            }
+            items.push_back(item);
+        }
+    };
+    flatten(sequence, flatten);
+
+    std::vector<RequiredText> texts;
+    for (size_t i = 0; i < items.size();) {
+        if (!items[i].literal) {
+            ++i;
+            continue;
+        }
+        size_t end = i;
+        RequiredText text;
+        for (; end < items.size() && items[end].literal; ++end) {
+            text.text += static_cast<char>(items[end].c);
+        }
+        // What comes before: the ends of the items back to the first that cannot be empty.
+        size_t k = i;
+        for (; k > 0; --k) {
+            text.before |= items[k - 1].reach.last;
+            if (!items[k - 1].reach.empty) {
+                break;
+            }
+        }
+        if (k == 0 && !regex.m_anchoredStart) {
+            text.before.set();
+        }
+        k = end;
+        for (; k < items.size(); ++k) {
+            text.after |= items[k].reach.first;
+            if (!items[k].reach.empty) {
+                break;
+            }
+        }
+        if (k == items.size() && !regex.m_anchoredEnd) {
+            text.after.set();
+        }
+        texts.push_back(std::move(text));
+        i = end;
+    }
+    return texts;
+}
+
+bool SmallRegex::search(std::string_view text, size_t* steps) const
 {
     const size_t size = m_program.size();
-    // Sparse sets of program counters: the threads alive before and after one character.
-    std::vector<uint32_t> current, next, stack;
-    std::vector<size_t> seenAt(size, SIZE_MAX);
-    current.reserve(size);
-    next.reserve(size);
-    size_t generation = 0;
+    // Sparse sets of program counters: the threads alive before and after one character. Kept
+    // per thread, so a search allocates nothing once warm.
+    thread_local std::vector<uint32_t> current, next, stack;
+    thread_local std::vector<size_t> seenAt;
+    thread_local size_t generation = 0;
+    current.clear();
+    next.clear();
+    stack.clear();
+    if (seenAt.size() < size) {
+        seenAt.assign(size, SIZE_MAX);
+        generation = 0;
+    }
+    ++generation;
+    size_t advanced = 0;
+    bool accepted = false;
 
     auto add = [&](std::vector<uint32_t>& list, uint32_t pc) {
         stack.push_back(pc);
@@ -283,6 +440,7 @@ bool SmallRegex::search(std::string_view text) const
             }
             seenAt[at] = generation;
             const Instruction& instruction = m_program[at];
+            accepted = accepted || instruction.acceptsRest;
             if (instruction.op == Op::Jump) {
                 stack.push_back(instruction.x);
             } else if (instruction.op == Op::Split) {
@@ -294,37 +452,51 @@ bool SmallRegex::search(std::string_view text) const
         }
     };
 
-    for (size_t pos = 0; pos <= text.size(); ++pos) {
-        if (!m_anchoredStart || pos == 0) {
-            add(current, 0);
-        }
-        if (current.empty()) {
-            return false;
-        }
-        ++generation;
-        next.clear();
-        for (uint32_t pc : current) {
-            const Instruction& instruction = m_program[pc];
-            if (instruction.op == Op::Match) {
-                if (!m_anchoredEnd || pos == text.size()) {
+    auto run = [&] {
+        for (size_t pos = 0; pos <= text.size(); ++pos) {
+            if (!m_anchoredStart || pos == 0) {
+                add(current, 0);
+                if (accepted) {
                     return true;
                 }
-                continue;
             }
-            if (pos == text.size()) {
-                continue;
+            if (current.empty()) {
+                return false;
             }
-            auto c = static_cast<unsigned char>(text[pos]);
-            bool matches = instruction.op == Op::Any
-                           || (instruction.op == Op::Char && instruction.c == c)
-                           || (instruction.op == Op::Class && m_classes[instruction.x].test(c));
-            if (matches) {
-                add(next, pc + 1);
+            ++generation;
+            next.clear();
+            advanced += current.size();
+            for (uint32_t pc : current) {
+                const Instruction& instruction = m_program[pc];
+                if (instruction.op == Op::Match) {
+                    if (!m_anchoredEnd || pos == text.size()) {
+                        return true;
+                    }
+                    continue;
+                }
+                if (pos == text.size()) {
+                    continue;
+                }
+                auto c = static_cast<unsigned char>(text[pos]);
+                bool matches = instruction.op == Op::Any
+                               || (instruction.op == Op::Char && instruction.c == c)
+                               || (instruction.op == Op::Class && m_classes[instruction.x].test(c));
+                if (matches) {
+                    add(next, pc + 1);
+                    if (accepted) {
+                        return true;
+                    }
+                }
             }
+            std::swap(current, next);
         }
-        std::swap(current, next);
+        return false;
+    };
+    bool found = run();
+    if (steps) {
+        *steps += advanced;
     }
-    return false;
+    return found;
 }
 
 } // namespace kit::blocking

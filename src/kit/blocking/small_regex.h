@@ -22,7 +22,19 @@ public:
     static std::optional<SmallRegex>
     parse(std::string_view pattern, bool caseSensitive, std::string* error = nullptr);
 
-    bool search(std::string_view text) const;
+    // Adds the threads it advanced to `steps`: at most the program's size per character.
+    bool search(std::string_view text, size_t* steps = nullptr) const;
+
+    // A run of characters every match contains, lower-cased, and the characters that may stand
+    // right before and after it in the text (lower-cased; the text's own start or end aside).
+    struct RequiredText
+    {
+        std::string text;
+        std::bitset<256> before;
+        std::bitset<256> after;
+    };
+    // The required runs of an expression parse() accepts; none for one it does not.
+    static std::vector<RequiredText> requiredTexts(std::string_view pattern, bool caseSensitive);
 
 private:
     enum class Op : uint8_t { Char, Class, Any, Split, Jump, Match };
@@ -30,6 +42,8 @@ private:
     {
         Op op;
         unsigned char c = 0;
+        // A ".*" right before the end: whatever is left of the text, the expression matches.
+        bool acceptsRest = false;
         uint32_t x = 0; // class index, or the first target
         uint32_t y = 0; // the second target of a split
     };

@@ -58,18 +58,6 @@ TEST_P(FilterShapes, BecomeTheExpectedRule)
     }
 }
 
-const json kDefaultTypes = {"image",
-                            "style-sheet",
-                            "script",
-                            "font",
-                            "raw",
-                            "svg-document",
-                            "media",
-                            "ping",
-                            "fetch",
-                            "websocket",
-                            "other"};
-
 const std::vector<Shape> kNetwork{
     {"||ads.example.com^", {{"url-filter", kHost + "ads\\.example\\.com" + kSepEnd}}, "block"},
     {"|https://x.com/ad", {{"url-filter", "^https://x\\.com/ad"}}, "block"},
@@ -91,7 +79,14 @@ const std::vector<Shape> kNetwork{
      {{"url-filter", "/ad\\.js"}, {"resource-type", {"image", "script"}}},
      "block"},
     {"/ad.js$subdocument,xmlhttprequest",
-     {{"url-filter", "/ad\\.js"}, {"resource-type", {"document", "raw"}}},
+     {{"url-filter", "/ad\\.js"},
+      {"resource-type", {"document", "raw"}},
+      {"load-context", {"child-frame"}}},
+     "block"},
+    {"||ad.com^$document",
+     {{"url-filter", kHost + "ad\\.com" + kSepEnd},
+      {"resource-type", {"document"}},
+      {"load-context", {"top-frame"}}},
      "block"},
     {"/ad$~script,~image",
      {{"url-filter", "/ad"},
@@ -105,7 +100,8 @@ const std::vector<Shape> kNetwork{
         "ping",
         "fetch",
         "websocket",
-        "other"}}},
+        "other"}},
+      {"load-context", {"child-frame"}}},
      "block"},
     {"/Ad.JS$match-case",
      {{"url-filter", "/Ad\\.JS"}, {"url-filter-is-case-sensitive", true}},
@@ -115,7 +111,7 @@ const std::vector<Shape> kNetwork{
      {{"url-filter", ".*"}, {"resource-type", {"script"}}, {"if-domain", {"*a.com"}}},
      "block"},
     {"@@||cdn.com/lib.js",
-     {{"url-filter", kHost + "cdn\\.com/lib\\.js"}, {"resource-type", kDefaultTypes}},
+     {{"url-filter", kHost + "cdn\\.com/lib\\.js"}},
      "ignore-previous-rules"},
     {"@@||cdn.com^$script",
      {{"url-filter", kHost + "cdn\\.com" + kSepEnd}, {"resource-type", {"script"}}},

@@ -47,11 +47,12 @@ struct Case
     std::string top;
     ResourceType type;
     bool blocked;
+    bool topFrame = false;
 };
 
 std::ostream& operator<<(std::ostream& out, const Case& c)
 {
-    out << c.url << " on " << c.top << " by";
+    out << c.url << (c.topFrame ? " (top frame)" : "") << " on " << c.top << " by";
     for (const auto& filter : c.filters) {
         out << " " << filter;
     }
@@ -65,7 +66,7 @@ TEST_P(Decisions, FollowTheFilters)
 {
     const Case& c = GetParam();
     Matcher matcher = fromFilters(c.filters);
-    EXPECT_EQ(matcher.decide({c.url, c.top, c.type}).block, c.blocked);
+    EXPECT_EQ(matcher.decide({c.url, c.top, c.type, c.topFrame}).block, c.blocked);
 }
 
 constexpr auto kScript = ResourceType::Script;
@@ -144,6 +145,28 @@ const std::vector<Case> kExceptions{
 
 INSTANTIATE_TEST_SUITE_P(Exceptions, Decisions, testing::ValuesIn(kExceptions));
 
+// WebKit's "document" is both the page and its sub-frames; the lists keep them apart.
+constexpr auto kFrame = ResourceType::Document;
+const std::string kAd = "https://ads.com/f/x.html";
+const std::vector<Case> kFrames{
+    {{"||ads.com^"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^"}, kAd, kAd, kFrame, false, true},
+    {{"||ads.com^", "@@||ads.com/f/"}, kAd, kPage, kFrame, false},
+    {{"||ads.com^", "@@||ads.com/f/$subdocument"}, kAd, kPage, kFrame, false},
+    {{"||ads.com^", "@@||ads.com/f/$subdocument"}, kAd, kPage, kScript, true},
+    {{"||ads.com^", "@@||ads.com/f/$image"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$subdocument"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$subdocument"}, kAd, kAd, kFrame, false, true},
+    {{"||ads.com^$subdocument,script"}, kAd, kPage, kScript, true},
+    {{"||ads.com^$document"}, kAd, kAd, kFrame, true, true},
+    {{"||ads.com^$document"}, kAd, kPage, kFrame, false},
+    {{"||ads.com^$document,subdocument"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$~script"}, kAd, kPage, kFrame, true},
+    {{"||ads.com^$~script"}, kAd, kAd, kFrame, false, true},
+};
+
+INSTANTIATE_TEST_SUITE_P(Frames, Decisions, testing::ValuesIn(kFrames));
+
 TEST(Matcher, LaterExceptionsCancelOnlyEarlierRules)
 {
     Matcher matcher = fromJson(R"([
@@ -191,6 +214,40 @@ TEST(Matcher, RunsOtherRegularExpressionsThroughTheRegexEngine)
     EXPECT_FALSE(matcher.decide({"http://cdn.ads.net/a", kPage, kImage}).block);
     EXPECT_TRUE(matcher.decide({"http://a/x-y", kPage, kImage}).block);
     EXPECT_FALSE(matcher.decide({"http://a/X-Y", kPage, kImage}).block);
+}
+
+// Another converter writes "||host^" as a regular expression. However many there are, a decision
+// checks only those whose literals the address holds, and runs the engine a bounded number of
+// steps: this counts steps, so a slow machine cannot fail it nor a fast one hide a full scan.
+TEST(Matcher, FindsRegularExpressionsThroughTheirLiterals)
+{
+    std::string json = "[";
+    for (int i = 0; i < 5000; ++i) {
+        json += R"({"trigger": {"url-filter": "^[^:]+://+([^:/]+\\.)?tracker)" + std::to_string(i)
+                + R"(\\.com([^a-zA-Z0-9_.%-].*)?$"}, "action": {"type": "block"}},)";
+    }
+    json += R"json({"trigger": {"url-filter": "/ads?/[0-9]+x[0-9]+\\.gif"}, "action": {"type": "block"}},
+        {"trigger": {"url-filter": "(tracker[0-9]+\\.com/ok/)"},
+         "action": {"type": "ignore-previous-rules"}}])json";
+    Matcher matcher = fromJson(json);
+    struct Row
+    {
+        std::string url;
+        bool blocked;
+    };
+    for (const Row& row : {Row{"https://tracker42.com/p.js", true},
+                           Row{"https://cdn.tracker4999.com:8080/x", true},
+                           Row{"https://tracker42.com/ok/p.js", false},
+                           Row{"https://tracker42.com.evil.net/", false},
+                           Row{"https://nottracker42.com/", false},
+                           Row{"https://site.com/ad/300x250.gif", true},
+                           Row{"https://site.com/ads/wide.gif", false},
+                           Row{"https://site.com/story?id=tracker7", false}}) {
+        Effort effort;
+        EXPECT_EQ(matcher.decide({row.url, kPage, kScript}, &effort).block, row.blocked) << row.url;
+        EXPECT_LE(effort.rulesChecked, 3u) << row.url;
+        EXPECT_LE(effort.regexSteps, 8 * row.url.size()) << row.url;
+    }
 }
 
 // Many wildcards against a long address would backtrack for ages; a bounded search gives up on
@@ -261,6 +318,9 @@ TEST(Matcher, RejectsBadRulesWithOneSentence)
          "Rule 1 hides elements but has no selector."},
         {R"([{"trigger": {"url-filter": "a", "if-frame": 1}, "action": {"type": "block"}}])",
          "Rule 1 has an unknown trigger field \"if-frame\"."},
+        {R"([{"trigger": {"url-filter": "a", "load-context": ["side-frame"]},
+              "action": {"type": "block"}}])",
+         "Rule 1 has an unknown load context \"side-frame\"."},
     };
     for (const auto& [json, message] : cases) {
         auto compiled = Matcher::compile(json);

@@ -54,7 +54,33 @@ INSTANTIATE_TEST_SUITE_P(All,
                                          Case{"()*a", "a", true},
                                          Case{"[a\\]]+$", "a]a", true},
                                          Case{"a*a*a*a*a*b", std::string(5000, 'a'), false},
+                                         // A trailing ".*" accepts early, but only once reached.
+                                         Case{"^x([^a-z].*)?$", "x/any", true},
+                                         Case{"^x([^a-z].*)?$", "xa/any", false},
+                                         Case{"^x.*$", "x", true},
+                                         Case{"b.*$", "abc", true},
+                                         Case{"^b.*$", "abc", false},
                                          Case{"", "anything", true}));
+
+// The index trusts these texts: a token drawn from them must be in every match, whole.
+TEST(SmallRegex, RequiredTextsAndWhatMayStandAroundThem)
+{
+    auto texts = SmallRegex::requiredTexts("^[^:]+://+([^:/]+\\.)?Ads\\.com([^a-z0-9].*)?$", false);
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_EQ(texts[0].text, ":/");
+    EXPECT_EQ(texts[1].text, "ads.com");
+    EXPECT_TRUE(texts[1].before.test('.') && texts[1].before.test('/'));
+    EXPECT_FALSE(texts[1].before.test('a'));
+    EXPECT_FALSE(texts[1].after.test('a') || texts[1].after.test('7'));
+    EXPECT_TRUE(texts[1].after.test('/'));
+    // Nothing around an unanchored end is known; optional and repeated parts are not required.
+    auto loose = SmallRegex::requiredTexts("x(yz)?w+tail", true);
+    ASSERT_EQ(loose.size(), 2u);
+    EXPECT_EQ(loose[0].text, "x");
+    EXPECT_EQ(loose[1].text, "tail");
+    EXPECT_TRUE(loose[1].after.all());
+    EXPECT_TRUE(SmallRegex::requiredTexts("a|b", false).empty());
+}
 
 TEST(SmallRegex, CaseInsensitiveExpressionsMatchLowerCaseText)
 {
