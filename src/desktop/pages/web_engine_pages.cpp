@@ -117,7 +117,7 @@ public:
         if (!screen) {
             screen = QGuiApplication::primaryScreen();
         }
-        const QSize size = panel->size();
+        const QSize size = panel->contentSize();
         panel->present(
             toQt(kit::menubar::panelGeometry(toKit(icon),
                                              {double(pointer.x()), double(pointer.y())},
@@ -294,6 +294,11 @@ private:
                 }
             };
         }
+        callbacks.openInBrowser = [this](const std::string& address) {
+            if (m_host.openInBrowser) {
+                m_host.openInBrowser(address);
+            }
+        };
         callbacks.zoomed = [this, id](double zoom) {
             if (m_host.saveZoom) {
                 m_host.saveZoom(id, zoom);
