@@ -70,7 +70,7 @@ constexpr int kShadow = 10;
 bool compositing()
 {
     auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (!x11) {
+    if (!x11 || QGuiApplication::platformName() != QLatin1String("xcb") || !x11->connection()) {
         return false;
     }
     xcb_connection_t* connection = x11->connection();

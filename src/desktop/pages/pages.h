@@ -51,6 +51,10 @@ struct Host
     std::function<void(const std::string& address, const QIcon& icon)> pageIcon;
     // Each finished load of a shortcut's page, for whoever measures or waits.
     std::function<void(const kit::library::ShortcutID&, bool ok)> loaded;
+    // After how long a hidden panel's page is discarded; nothing keeps it. Read at each hiding.
+    std::function<std::optional<std::chrono::minutes>()> discardAfter;
+    // How long a minute lasts to resting pages; a benchmark shortens it.
+    std::chrono::milliseconds restMinute = std::chrono::minutes(1);
 };
 
 // The in-app pages, in a module loaded on the first page so the idle app never maps the web
