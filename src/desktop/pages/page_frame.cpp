@@ -5,6 +5,7 @@
 #include "desktop/pages/page_header.h"
 #include "desktop/pages/page_prompts.h"
 #include "kit/web/page_rules.h"
+#include "kit/web/page_titles.h"
 
 #ifdef VANTOREL_HAS_PAGE_BLOCKING
 #include "desktop/blocking/page_blocking.h"
@@ -65,6 +66,64 @@ QString appearanceStyle(PageAppearance appearance)
 }
 
 constexpr int kShadow = 10;
+
+// How a page's navigator.setAppBadge reaches us: a console message only this script writes.
+constexpr auto kBadgeMark = "\x01vantorel-app-badge:";
+
+// The engine has no app badges outside installed web apps; pages get the calls anyway, so a
+// site that badges its app icon badges its shortcut's icon.
+void addBadgeScript(QWebEnginePage& page)
+{
+    QWebEngineScript script;
+    script.setName(QStringLiteral("vantorel-app-badge"));
+    script.setInjectionPoint(QWebEngineScript::DocumentCreation);
+    script.setWorldId(QWebEngineScript::MainWorld);
+    script.setRunsOnSubFrames(false);
+    script.setSourceCode(QStringLiteral(
+        "(function(){var mark='\\u0001vantorel-app-badge:';var log=console.debug.bind(console);"
+        "navigator.setAppBadge=function(n){log(mark+(n===undefined?'dot':String(Math.floor("
+        "Number(n))||0)));return Promise.resolve();};"
+        "navigator.clearAppBadge=function(){log(mark+'0');return Promise.resolve();};})();"));
+    page.scripts().insert(script);
+}
+
+// The page of a frame: hears the app badge the page sets.
+class FramePage final : public QWebEnginePage
+{
+public:
+    using Badged = std::function<void(std::optional<std::string>)>;
+
+    FramePage(QWebEngineProfile* profile, QObject* parent, Badged badged)
+        : QWebEnginePage(profile, parent)
+        , m_badged(std::move(badged))
+    {}
+
+protected:
+    void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level,
+                                  const QString& message,
+                                  int line,
+                                  const QString& source) override
+    {
+        const QLatin1String mark(kBadgeMark);
+        if (!message.startsWith(mark)) {
+            QWebEnginePage::javaScriptConsoleMessage(level, message, line, source);
+            return;
+        }
+        const QString value = message.mid(mark.size());
+        if (value == QLatin1String("dot")) {
+            m_badged(std::string("•"));
+            return;
+        }
+        bool number = false;
+        const long count = value.toLong(&number);
+        m_badged(number && count > 0 ? std::optional(kit::web::countBadgeText(count))
+                                     : std::nullopt);
+    }
+
+private:
+    Badged m_badged;
+};
+
 
 // Whether a compositing manager runs, without which a see-through edge is drawn black.
 bool compositing()
@@ -141,7 +200,11 @@ PageFrame::PageFrame(Kind kind,
     , m_callbacks(std::move(callbacks))
     , m_view(new QWebEngineView)
 {
-    m_view->setPage(new QWebEnginePage(m_profile, m_view));
+    m_view->setPage(new FramePage(m_profile, m_view, [this](std::optional<std::string> badge) {
+        m_appBadge = std::move(badge);
+        updateCount();
+    }));
+    addBadgeScript(*m_view->page());
     if (m_kind == Kind::Panel && compositing()) {
         setAttribute(Qt::WA_TranslucentBackground);
         m_shadow = kShadow;
@@ -233,7 +296,14 @@ PageFrame::PageFrame(Kind kind,
             m_callbacks.loaded(ok, m_view->url().toString().toStdString());
         }
     });
-    connect(webPage, &QWebEnginePage::titleChanged, this, [this] { updateTitle(); });
+    connect(webPage, &QWebEnginePage::titleChanged, this, [this] { updateCount(); });
+    connect(webPage, &QWebEnginePage::loadStarted, this, [this] {
+        // A badge belongs to the document that set it; the next one sets its own.
+        if (m_appBadge) {
+            m_appBadge.reset();
+            updateCount();
+        }
+    });
     connect(webPage, &QWebEnginePage::iconChanged, this, [this](const QIcon& icon) {
         if (m_callbacks.iconChanged && !icon.isNull()) {
             m_callbacks.iconChanged(icon, m_view->url().toString().toStdString());
@@ -380,6 +450,22 @@ void PageFrame::updateTitle()
     }
     setWindowTitle(title);
     m_header->setName(m_shortcut.name);
+}
+
+void PageFrame::updateCount()
+{
+    std::string count;
+    if (m_appBadge) {
+        count = *m_appBadge;
+    } else if (auto fromTitle = kit::web::titleCount(page()->title().toStdString())) {
+        count = kit::web::countBadgeText(*fromTitle);
+    }
+    if (count != m_count) {
+        m_count = count;
+        if (m_callbacks.countChanged) {
+            m_callbacks.countChanged(m_count);
+        }
+    }
 }
 
 void PageFrame::applyAgent()

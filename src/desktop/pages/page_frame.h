@@ -66,6 +66,9 @@ public:
         std::function<void(double zoom)> zoomed;
         // The page reported its icon; `address` is the page's.
         std::function<void(const QIcon& icon, const std::string& address)> iconChanged;
+        // The count the page shows, from its title or its app badge: "3", "99+", "•" for a
+        // badge without a number, empty for none.
+        std::function<void(const std::string& count)> countChanged;
         // The person asked for the page in their browser.
         std::function<void(const std::string& address)> openInBrowser;
     };
@@ -122,6 +125,7 @@ private:
     void applyStaysOnTop();
     void showZoom();
     void updateTitle();
+    void updateCount();
     bool holdsActiveWindow() const;
     QSize frameSizeFor(const kit::library::ContentSize& size) const;
 
@@ -144,6 +148,9 @@ private:
     int m_shadow = 0;
     qint64 m_hiddenAt = 0;
     bool m_placing = false;
+    // What the page set with navigator.setAppBadge; it wins over a count in the title.
+    std::optional<std::string> m_appBadge;
+    std::string m_count;
     // A panel's size is the person's only once they dragged its grip: any other change of size
     // is the window manager's (a tiling one fills the screen with it) and is never kept.
     bool m_gripDragged = false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kit/library/shortcut.h"
+#include "kit/menubar/page_counts.h"
 #include "kit/menubar/playing_pages.h"
 #include "kit/support/main_queue.h"
 #include "kit/support/uuid.h"
@@ -27,6 +28,10 @@ struct Host
     kit::support::MainQueue* mainQueue = nullptr;
     // Shortcuts whose closed panel still plays.
     kit::menubar::PlayingPages* playing = nullptr;
+    // The counts pages show, for their icons; null shows none.
+    kit::menubar::PageCounts* counts = nullptr;
+    // Whether the shortcut's count is shown; read at each change of the count.
+    std::function<bool(const kit::library::ShortcutID&)> showsCount;
     // Compiled blocking rules; null leaves pages unblocked.
     kit::web::ContentRuleListStore* ruleLists = nullptr;
     // The folder holding AdBlock/adblock-rules.json.

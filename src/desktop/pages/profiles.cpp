@@ -55,7 +55,7 @@ public:
     }
 
     // Answers once no cookie has been reported for a while.
-    void count(std::function<void(int)> done)
+    void count(const std::function<void(int)>& done)
     {
         if (!m_quiet.isActive()) {
             done(sites());

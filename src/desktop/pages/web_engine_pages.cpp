@@ -37,8 +37,11 @@
 #include <vector>
 
 // From QtGui's private qopenglcontext_p.h, exported for the engine's own start-up.
+// Their names are QtGui's.
+// NOLINTBEGIN(readability-identifier-naming)
 Q_GUI_EXPORT QOpenGLContext* qt_gl_global_share_context();
 Q_GUI_EXPORT void qt_gl_set_global_share_context(QOpenGLContext* context);
+// NOLINTEND(readability-identifier-naming)
 
 namespace desktop::pages {
 
@@ -72,7 +75,8 @@ struct Key
     ShortcutID shortcut;
     PageFrame::Kind kind;
 
-    auto operator<=>(const Key&) const = default;
+    // The check misreads the comparison a defaulted <=> makes with literal zero.
+    auto operator<=>(const Key&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 // The web engine's side of the in-app pages: one frame per shortcut and kind, profiles per
@@ -243,6 +247,9 @@ private:
         for (auto it = m_frames.begin(); it != m_frames.end();) {
             if (it->second && it->second->profile() == profile) {
                 m_sleep.forget(it->first.shortcut.string());
+                if (m_host.counts) {
+                    m_host.counts->set(it->first.shortcut, {});
+                }
                 delete it->second.data();
                 it = m_frames.erase(it);
             } else {
@@ -314,6 +321,12 @@ private:
                 }
             };
         }
+        callbacks.countChanged = [this, id](const std::string& count) {
+            if (m_host.counts) {
+                const bool shows = !m_host.showsCount || m_host.showsCount(id);
+                m_host.counts->set(id, shows ? count : std::string());
+            }
+        };
         callbacks.openInBrowser = [this](const std::string& address) {
             if (m_host.openInBrowser) {
                 m_host.openInBrowser(address);
@@ -488,7 +501,7 @@ private:
         }
     }
 
-    void setPlaying(const ShortcutID& id, bool playing)
+    void setPlaying(const ShortcutID& id, bool playing) const
     {
         if (!m_host.playing) {
             return;
@@ -584,7 +597,9 @@ bool glDrawnByCPU()
 // chose through Qt's own variables stands.
 void chooseRenderer()
 {
-    const bool chosen = std::getenv("QT_QUICK_BACKEND") || std::getenv("QSG_RHI_BACKEND");
+    // Read on the main thread before the engine starts its threads.
+    const bool chosen = std::getenv("QT_QUICK_BACKEND")  // NOLINT(concurrency-mt-unsafe)
+                        || std::getenv("QSG_RHI_BACKEND"); // NOLINT(concurrency-mt-unsafe)
     if (!chosen && glDrawnByCPU()) {
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
         kLog.info("no GPU to draw with: pages use Qt Quick's software renderer");
@@ -596,8 +611,9 @@ void chooseRenderer()
 
 } // namespace desktop::pages
 
+// The name the loader looks the module's entry up by.
 extern "C" __attribute__((visibility("default"))) desktop::pages::Pages*
-vantorel_make_pages(const desktop::pages::Host* host)
+vantorel_make_pages(const desktop::pages::Host* host) // NOLINT(readability-identifier-naming)
 {
     desktop::pages::chooseRenderer();
     return new desktop::pages::WebEnginePages(*host);
