@@ -46,6 +46,7 @@ PageHeader::PageHeader(QWebEnginePage& page,
     : QWidget(parent)
     , m_page(page)
     , m_callbacks(std::move(callbacks))
+    , m_name(new QLabel(this))
 {
     setObjectName(QStringLiteral("pageHeader"));
     setAutoFillBackground(true);
@@ -89,7 +90,6 @@ PageHeader::PageHeader(QWebEnginePage& page,
     auto* place = new QVBoxLayout;
     place->setContentsMargins(0, 0, 0, 0);
     place->setSpacing(0);
-    m_name = new QLabel(this);
     m_name->setTextFormat(Qt::PlainText);
     m_name->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     QFont bold = m_name->font();

@@ -55,17 +55,18 @@ public:
     }
 
     // Answers once no cookie has been reported for a while.
-    void count(const std::function<void(int)>& done)
+    void count(std::function<void(int)> done)
     {
         if (!m_quiet.isActive()) {
             done(sites());
             return;
         }
         auto connection = std::make_shared<QMetaObject::Connection>();
-        *connection = connect(&m_quiet, &QTimer::timeout, this, [this, connection, done] {
-            disconnect(*connection);
-            done(sites());
-        });
+        *connection = connect(
+            &m_quiet, &QTimer::timeout, this, [this, connection, done = std::move(done)] {
+                disconnect(*connection);
+                done(sites());
+            });
     }
 
 private:

@@ -216,8 +216,10 @@ void drawBadge(QImage& image, const QString& text, bool top, Appearance appearan
     const double stretch = text.size() <= 1 ? 1.0 : (text.size() == 2 ? 1.25 : 1.6);
     const double width = std::min<double>(side, diameter * stretch);
     const QRectF circle(side - width, top ? 0 : side - diameter, width, diameter);
-    const QColor fill = QtIconRenderer::foreground(appearance);
-    const QColor ink = appearance == Appearance::Dark ? QColor(Qt::black) : QColor(Qt::white);
+    // A count is news, in the red people know from unread badges, readable on either panel.
+    const QColor fill = top ? QColor(0xd9, 0x2d, 0x20) : QtIconRenderer::foreground(appearance);
+    const QColor ink =
+        top || appearance != Appearance::Dark ? QColor(Qt::white) : QColor(Qt::black);
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     // A ring in the ink colour keeps the badge apart from the picture under it.
