@@ -8,6 +8,7 @@
 #include "desktop/manager/review_window.h"
 #include "desktop/manager/settings_window.h"
 #include "kit/support/log.h"
+#include "kit/web/page_options.h"
 #include "kit/web/session_stores.h"
 
 #include <nlohmann/json.hpp>
@@ -516,6 +517,13 @@ editor::ShortcutEditor& DesktopApp::editor()
                     m_siteIcons->search(address, true);
                 }
             }};
+        auto options = std::make_shared<kit::web::PageOptions>(dependencies.settingsStore());
+        services.showsCount = [options](const kit::library::ShortcutID& id) {
+            return options->showsCount(id);
+        };
+        services.setShowsCount = [options](const kit::library::ShortcutID& id, bool shows) {
+            options->setShowsCount(id, shows);
+        };
         m_editor = std::make_unique<editor::ShortcutEditor>(std::move(services), m_manager.data());
     }
     return *m_editor;

@@ -18,6 +18,8 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
+#include <QWebEnginePage>
+#include <QWebEngineView>
 #include <QWidget>
 
 #include <dirent.h>
@@ -114,6 +116,7 @@ private:
         std::string method;
         Seen request;
         lines >> method >> request.path;
+        request.path.erase(std::min(request.path.find('?'), request.path.size()));
         std::string line;
         while (std::getline(lines, line) && line != "\r") {
             const auto colon = line.find(':');
@@ -146,9 +149,13 @@ private:
         std::string body = "<!doctype html><title>" + request.path + "</title><p>" + request.path;
         if (request.path == "/set") {
             headers += "Set-Cookie: who=first; Path=/; Max-Age=3600\r\n";
+        } else if (request.path == "/count") {
+            body = "<!doctype html><title>(3) Inbox</title><input id=field>"
+                   "<script>function badge(n){n?navigator.setAppBadge(n):navigator.clearAppBadge()}"
+                   "</script>";
         } else if (request.path == "/blocking") {
             body += "<img src='/ads/banner.png'><img src='/pictures/allowed.png'>";
-        } else if (request.path != "/check" && request.path != "/panel"
+        } else if (request.path != "/check" && request.path != "/panel" && request.path != "/count"
                    && request.path != "/private" && request.path != "/agent") {
             headers = "Content-Type: image/png\r\n";
             body.clear();
@@ -236,6 +243,7 @@ struct Engine
     std::unique_ptr<ProfileStores> stores;
     std::map<ShortcutID, int> loads;
     std::map<ShortcutID, double> zooms;
+    kit::menubar::PageCounts counts;
     qint64 moduleMs = 0;
 
     Engine()
@@ -256,6 +264,7 @@ struct Engine
         host.asksWhereToSaveDownloads = [] { return false; };
         host.loaded = [this](const ShortcutID& id, bool) { ++loads[id]; };
         host.saveZoom = [this](const ShortcutID& id, double zoom) { zooms[id] = zoom; };
+        host.counts = &counts;
         loader = std::make_unique<PagesLoader>(
             host, std::vector<std::filesystem::path>{VANTOREL_PAGES_MODULE_PATH});
         stores = std::make_unique<ProfileStores>(*loader,
@@ -426,6 +435,87 @@ TEST_F(PagesEndToEnd, SignInIsAskedForInThePagesWindowAndSendsWhatWasTyped)
     ASSERT_FALSE(seen.empty());
     EXPECT_EQ(seen.back().authorization,
               "Basic " + QByteArray("ann:secret").toBase64().toStdString());
+}
+
+// Runs a script in the panel's page and waits for it to finish.
+void runIn(QWidget* panel, const QString& script)
+{
+    auto* view = panel->findChild<QWebEngineView*>();
+    bool done = false;
+    view->page()->runJavaScript(script, [&done](const QVariant&) { done = true; });
+    waitFor([&] { return done; });
+}
+
+TEST_F(PagesEndToEnd, ATitlesCountAndAnAppBadgeReachTheIcon)
+{
+    auto shortcut = engine.shortcut(engine.server.url("count.test", "/count"), std::nullopt);
+    engine.pages().showPanel(shortcut, engine.settings(shortcut), QRect(600, 0, 24, 24));
+    QWidget* panel = engine.pages().panel(shortcut.id);
+    ASSERT_NE(panel, nullptr);
+    const auto count = [&] {
+        const auto found = engine.counts.counts().find(shortcut.id);
+        return found == engine.counts.counts().end() ? std::string() : found->second;
+    };
+    EXPECT_TRUE(waitFor([&] { return count() == "3"; })) << count();
+    // A badge the page sets wins over its title, and clearing it brings the title's back.
+    const struct
+    {
+        const char* script;
+        const char* count;
+    } rows[] = {
+        {"badge(120)", "99+"},
+        {"badge(0)", "3"},
+        {"document.title = 'Inbox'", ""},
+        {"document.title = '(1) Inbox'", "1"},
+    };
+    for (const auto& row : rows) {
+        runIn(panel, QString::fromLatin1(row.script));
+        EXPECT_TRUE(waitFor([&] { return count() == row.count; }, 5000))
+            << row.script << " gave " << count();
+    }
+    panel->hide();
+}
+
+TEST_F(PagesEndToEnd, AHiddenPageRestsAndComesBackWhereItWasUnlessItHoldsTyping)
+{
+    Host& host = engine.loader->host();
+    host.restMinute = std::chrono::milliseconds(100);
+    host.discardAfter = [] { return std::optional(std::chrono::minutes(5)); };
+    struct Row
+    {
+        const char* name;
+        bool typed;
+        QWebEnginePage::LifecycleState rested;
+    };
+    for (const Row& row : {Row{"left alone", false, QWebEnginePage::LifecycleState::Discarded},
+                           Row{"typed in", true, QWebEnginePage::LifecycleState::Frozen}}) {
+        auto shortcut = engine.shortcut(engine.server.url("rest.test", "/count"), std::nullopt);
+        const auto settings = engine.settings(shortcut);
+        engine.pages().showPanel(shortcut, settings, QRect(600, 0, 24, 24));
+        ASSERT_TRUE(waitFor([&] { return engine.loads[shortcut.id] > 0; }));
+        QWidget* panel = engine.pages().panel(shortcut.id);
+        QWebEnginePage* page = panel->findChild<QWebEngineView*>()->page();
+        // Somewhere the shortcut's own address does not lead.
+        runIn(panel, QStringLiteral("history.pushState({}, '', '/count?moved')"));
+        if (row.typed) {
+            runIn(panel, QStringLiteral("document.getElementById('field').value = 'half a'"));
+        }
+        panel->hide();
+        EXPECT_TRUE(waitFor([&] { return page->lifecycleState() == row.rested; }, 5000))
+            << row.name;
+        // Still as it is a while after it would have been discarded.
+        waitFor([] { return false; }, 1000);
+        EXPECT_EQ(page->lifecycleState(), row.rested) << row.name;
+
+        engine.pages().showPanel(shortcut, settings, QRect(600, 0, 24, 24));
+        EXPECT_TRUE(waitFor(
+            [&] { return page->lifecycleState() == QWebEnginePage::LifecycleState::Active; }))
+            << row.name;
+        EXPECT_TRUE(waitFor([&] { return page->url().query() == QLatin1String("moved"); }))
+            << row.name << ": " << page->url().toString().toStdString();
+        panel->hide();
+    }
+    host.restMinute = std::chrono::minutes(1);
 }
 
 TEST_F(PagesEndToEnd, FirstPanelFigures)

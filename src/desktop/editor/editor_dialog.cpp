@@ -344,6 +344,11 @@ void EditorDialog::build()
         connect(m_keepsPlaying, &QCheckBox::toggled, this, [this](bool on) {
             m_form.page().keepsPlaying = on;
         });
+        if (m_services.showsCount && m_services.setShowsCount) {
+            m_showsCount = check(tr("Show the page's &count on its icon"));
+            m_showsCount->setChecked(m_services.showsCount(m_form.shortcut().id));
+            m_pageForm->addRow(QString(), m_showsCount);
+        }
         m_newWindows = new QComboBox;
         fillEnum<NewWindowLinks>(m_newWindows, readableWord(m_form.defaults().newWindowLinks), 3);
         addRow(m_pageForm, Field::NewWindowLinks, tr("Links to new windows &go:"), m_newWindows);
@@ -985,6 +990,9 @@ void EditorDialog::accept()
         m_error->setText(toQt(*failure));
         m_error->show();
         return;
+    }
+    if (m_showsCount) {
+        m_services.setShowsCount(m_form.shortcut().id, m_showsCount->isChecked());
     }
     QDialog::accept();
 }

@@ -138,6 +138,7 @@ private:
     QCheckBox* m_staysOnTop = nullptr;
     QCheckBox* m_reloads = nullptr;
     QCheckBox* m_keepsPlaying = nullptr;
+    QCheckBox* m_showsCount = nullptr;
     QComboBox* m_newWindows = nullptr;
     QLineEdit* m_appSearch = nullptr;
     QListWidget* m_apps = nullptr;

@@ -45,6 +45,9 @@ struct EditorServices
     std::function<kit::menubar::Appearance()> panelLook = {};
     // Fetches the site's icon again ("Refresh Icon"); unset, no such button.
     std::function<void(const std::string& address)> refreshSiteIcon = {};
+    // Whether a page's count shows on its icon, kept beside the library; unset, no such switch.
+    std::function<bool(const kit::library::ShortcutID&)> showsCount = {};
+    std::function<void(const kit::library::ShortcutID&, bool)> setShowsCount = {};
 };
 
 // Opens the editor window on one shortcut at a time, new or existing. Saving writes the whole

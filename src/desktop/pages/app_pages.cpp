@@ -4,6 +4,7 @@
 #include "app/app_dependencies.h"
 #include "kit/support/log.h"
 #include "kit/web/content_blocker.h"
+#include "kit/web/page_options.h"
 
 #include <unordered_set>
 
@@ -73,6 +74,22 @@ void AppPages::connect(app::AppDependencies& dependencies)
     auto* store = &dependencies.libraryStore();
     auto* settings = &dependencies.settings();
     host.asksWhereToSaveDownloads = [settings] { return settings->asksWhereToSaveDownloads(); };
+    m_options = std::make_unique<kit::web::PageOptions>(dependencies.settingsStore());
+    host.discardAfter = [options = m_options.get()] { return options->discardAfter(); };
+    host.counts = &m_counts;
+    host.showsCount = [options = m_options.get()](const ShortcutID& id) {
+        return options->showsCount(id);
+    };
+    // A count switched off goes from its icon at once, not at the page's next change.
+    m_optionsObservation = dependencies.settingsStore().observe([this](const std::string& key) {
+        constexpr std::string_view kCountKey = "pageCount.";
+        if (key.starts_with(kCountKey)) {
+            const auto id = ShortcutID::parse(std::string_view(key).substr(kCountKey.size()));
+            if (id && !m_options->showsCount(*id)) {
+                m_counts.set(*id, {});
+            }
+        }
+    });
     host.savePopoverSize = [store](const ShortcutID& id, const ContentSize& size) {
         store->mutate([&](kit::library::Library& library) { library.setPopoverSize(id, size); });
     };
@@ -100,6 +117,7 @@ void AppPages::connect(app::AppDependencies& dependencies)
         });
     if (auto* menuBar = dependencies.menuBar()) {
         menuBar->setPlaying(&m_playing);
+        menuBar->setCounts(&m_counts);
     }
 }
 

@@ -14,6 +14,10 @@
 #include <optional>
 #include <vector>
 
+namespace kit::web {
+class PageOptions;
+}
+
 namespace app {
 class AppDependencies;
 }
@@ -56,6 +60,10 @@ private:
     kit::opening::WorkspaceOpening& m_workspace;
     app::AppDependencies* m_dependencies = nullptr;
     kit::menubar::PlayingPages m_playing;
+    kit::menubar::PageCounts m_counts;
+    std::unique_ptr<kit::web::PageOptions> m_options;
+    // The settings store's, which goes before this object and takes the observer with it.
+    std::optional<size_t> m_optionsObservation;
     std::unique_ptr<PagesLoader> m_loader;
     std::unique_ptr<PagePresenters> m_presenters;
     std::unique_ptr<ProfileStores> m_profileStores;

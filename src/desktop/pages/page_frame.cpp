@@ -2,8 +2,10 @@
 #include "desktop/pages/page_frame.h"
 
 #include "desktop/keys/qt_modifiers.h"
+#include "desktop/pages/page_header.h"
 #include "desktop/pages/page_prompts.h"
 #include "kit/web/page_rules.h"
+#include "kit/web/page_titles.h"
 
 #ifdef VANTOREL_HAS_PAGE_BLOCKING
 #include "desktop/blocking/page_blocking.h"
@@ -13,6 +15,7 @@
 #include <QDateTime>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QPainter>
 #include <QShortcut>
 #include <QSizeGrip>
 #include <QVBoxLayout>
@@ -23,7 +26,10 @@
 #include <QWebEngineScriptCollection>
 #include <QWebEngineView>
 
+#include <xcb/xcb.h>
+
 #include <cmath>
+#include <cstdlib>
 
 namespace desktop::pages {
 
@@ -57,6 +63,90 @@ QString appearanceStyle(PageAppearance appearance)
             "{filter:invert(1) hue-rotate(180deg)!important}");
     }
     return {};
+}
+
+constexpr int kShadow = 10;
+
+// How a page's navigator.setAppBadge reaches us: a console message only this script writes.
+constexpr auto kBadgeMark = "\x01vantorel-app-badge:";
+
+// The engine has no app badges outside installed web apps; pages get the calls anyway, so a
+// site that badges its app icon badges its shortcut's icon.
+void addBadgeScript(QWebEnginePage& page)
+{
+    QWebEngineScript script;
+    script.setName(QStringLiteral("vantorel-app-badge"));
+    script.setInjectionPoint(QWebEngineScript::DocumentCreation);
+    script.setWorldId(QWebEngineScript::MainWorld);
+    script.setRunsOnSubFrames(false);
+    script.setSourceCode(QStringLiteral(
+        "(function(){var mark='\\u0001vantorel-app-badge:';var log=console.debug.bind(console);"
+        "navigator.setAppBadge=function(n){log(mark+(n===undefined?'dot':String(Math.floor("
+        "Number(n))||0)));return Promise.resolve();};"
+        "navigator.clearAppBadge=function(){log(mark+'0');return Promise.resolve();};})();"));
+    page.scripts().insert(script);
+}
+
+// The page of a frame: hears the app badge the page sets.
+class FramePage final : public QWebEnginePage
+{
+public:
+    using Badged = std::function<void(std::optional<std::string>)>;
+
+    FramePage(QWebEngineProfile* profile, QObject* parent, Badged badged)
+        : QWebEnginePage(profile, parent)
+        , m_badged(std::move(badged))
+    {}
+
+protected:
+    void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level,
+                                  const QString& message,
+                                  int line,
+                                  const QString& source) override
+    {
+        const QLatin1String mark(kBadgeMark);
+        if (!message.startsWith(mark)) {
+            QWebEnginePage::javaScriptConsoleMessage(level, message, line, source);
+            return;
+        }
+        const QString value = message.mid(mark.size());
+        if (value == QLatin1String("dot")) {
+            m_badged(std::string("•"));
+            return;
+        }
+        bool number = false;
+        const long count = value.toLong(&number);
+        m_badged(number && count > 0 ? std::optional(kit::web::countBadgeText(count))
+                                     : std::nullopt);
+    }
+
+private:
+    Badged m_badged;
+};
+
+
+// Whether a compositing manager runs, without which a see-through edge is drawn black.
+bool compositing()
+{
+    auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (!x11 || QGuiApplication::platformName() != QLatin1String("xcb") || !x11->connection()) {
+        return false;
+    }
+    xcb_connection_t* connection = x11->connection();
+    const QByteArray name = "_NET_WM_CM_S0";
+    xcb_intern_atom_reply_t* atom = xcb_intern_atom_reply(
+        connection,
+        xcb_intern_atom(connection, 1, static_cast<uint16_t>(name.size()), name.constData()),
+        nullptr);
+    if (!atom) {
+        return false;
+    }
+    xcb_get_selection_owner_reply_t* owner = xcb_get_selection_owner_reply(
+        connection, xcb_get_selection_owner(connection, atom->atom), nullptr);
+    const bool owned = owner && owner->owner != XCB_NONE;
+    std::free(owner);
+    std::free(atom);
+    return owned;
 }
 
 QSize sizeOf(const ContentSize& size)
@@ -108,12 +198,37 @@ PageFrame::PageFrame(Kind kind,
     , m_privateProfile(std::move(privateProfile))
     , m_engineAgent(std::move(engineAgent))
     , m_callbacks(std::move(callbacks))
+    , m_view(new QWebEngineView)
 {
+    m_view->setPage(new FramePage(m_profile, m_view, [this](std::optional<std::string> badge) {
+        m_appBadge = std::move(badge);
+        updateCount();
+    }));
+    addBadgeScript(*m_view->page());
+    if (m_kind == Kind::Panel && compositing()) {
+        setAttribute(Qt::WA_TranslucentBackground);
+        m_shadow = kShadow;
+    }
     auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
-    m_view = new QWebEngineView(this);
-    m_view->setPage(new QWebEnginePage(m_profile, m_view));
-    layout->addWidget(m_view);
+    // A panel's 1 px border is painted around its contents.
+    const int edge = m_kind == Kind::Panel ? m_shadow + 1 : 0;
+    layout->setContentsMargins(edge, edge, edge, edge);
+    layout->setSpacing(0);
+    PageHeader::Callbacks headerCallbacks;
+    headerCallbacks.openInBrowser = [this](const QUrl& address) {
+        if (m_callbacks.openInBrowser && !address.isEmpty()) {
+            m_callbacks.openInBrowser(address.toString().toStdString());
+        }
+    };
+    headerCallbacks.resetZoom = [this] { zoomBy(Qt::Key_0); };
+    m_header = new PageHeader(*m_view->page(), m_kind == Kind::Window, headerCallbacks, this);
+    layout->addWidget(m_header);
+    auto* rule = new QWidget(this);
+    rule->setFixedHeight(1);
+    rule->setAutoFillBackground(true);
+    rule->setBackgroundRole(QPalette::Mid);
+    layout->addWidget(rule);
+    layout->addWidget(m_view, 1);
     m_rules = std::make_shared<PageRules>(m_view->page());
 
     if (m_kind == Kind::Panel) {
@@ -122,12 +237,27 @@ PageFrame::PageFrame(Kind kind,
         m_grip->installEventFilter(this);
         auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
         connect(escape, &QShortcut::activated, this, &QWidget::hide);
-        resize(sizeOf(settings.popoverSize));
+        resize(frameSizeFor(settings.popoverSize));
     } else {
         setAttribute(Qt::WA_DeleteOnClose);
-        resize(sizeOf(settings.windowSize));
+        resize(frameSizeFor(settings.windowSize));
+        auto* address = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_L), this);
+        connect(address, &QShortcut::activated, m_header, &PageHeader::focusAddress);
     }
-    setMinimumSize(sizeOf(SurfaceLimits::kMinimum));
+    setMinimumSize(frameSizeFor(SurfaceLimits::kMinimum));
+
+    const std::pair<QKeyCombination, QWebEnginePage::WebAction> moves[] = {
+        {Qt::ALT | Qt::Key_Left, QWebEnginePage::Back},
+        {Qt::ALT | Qt::Key_Right, QWebEnginePage::Forward},
+        {Qt::CTRL | Qt::Key_R, QWebEnginePage::Reload},
+        {QKeyCombination(Qt::Key_F5), QWebEnginePage::Reload},
+    };
+    for (const auto& [keys, action] : moves) {
+        auto* key = new QShortcut(QKeySequence(keys), this);
+        connect(key, &QShortcut::activated, this, [this, which = action] {
+            page()->triggerAction(which);
+        });
+    }
 
     m_zoomBadge = new QLabel(this);
     m_zoomBadge->setStyleSheet(QStringLiteral(
@@ -139,25 +269,16 @@ PageFrame::PageFrame(Kind kind,
     connect(&m_hideBadge, &QTimer::timeout, m_zoomBadge, &QWidget::hide);
 
     for (const auto key : {Qt::Key_Equal, Qt::Key_Plus, Qt::Key_Minus, Qt::Key_0}) {
-        const QKeyCombination combination(Qt::ControlModifier, key);
-        auto* shortcutKey = new QShortcut(QKeySequence(combination), this);
-        connect(shortcutKey, &QShortcut::activated, this, [this, combination] {
-            if (auto next = kit::web::zoomForKey(modifierSet(combination.keyboardModifiers()),
-                                                 char32_t(combination.key()),
-                                                 zoom())) {
-                setZoom(*next);
-                showZoom();
-                if (m_callbacks.zoomed) {
-                    m_callbacks.zoomed(zoom());
-                }
-            }
-        });
+        auto* zoomKey = new QShortcut(QKeySequence(Qt::CTRL | key), this);
+        connect(zoomKey, &QShortcut::activated, this, [this, key] { zoomBy(key); });
     }
 
     m_saveSize.setSingleShot(true);
     m_saveSize.setInterval(kSaveDelayMs);
     connect(&m_saveSize, &QTimer::timeout, this, [this] {
-        const ContentSize size{static_cast<double>(width()), static_cast<double>(height())};
+        const QSize shown = contentSize();
+        const ContentSize size{static_cast<double>(shown.width()),
+                               static_cast<double>(shown.height())};
         ContentSize& kept = m_kind == Kind::Panel ? m_settings.popoverSize : m_settings.windowSize;
         if (size != kept && m_callbacks.resized) {
             kept = size;
@@ -175,7 +296,14 @@ PageFrame::PageFrame(Kind kind,
             m_callbacks.loaded(ok, m_view->url().toString().toStdString());
         }
     });
-    connect(webPage, &QWebEnginePage::titleChanged, this, [this] { updateTitle(); });
+    connect(webPage, &QWebEnginePage::titleChanged, this, [this] { updateCount(); });
+    connect(webPage, &QWebEnginePage::loadStarted, this, [this] {
+        // A badge belongs to the document that set it; the next one sets its own.
+        if (m_appBadge) {
+            m_appBadge.reset();
+            updateCount();
+        }
+    });
     connect(webPage, &QWebEnginePage::iconChanged, this, [this](const QIcon& icon) {
         if (m_callbacks.iconChanged && !icon.isNull()) {
             m_callbacks.iconChanged(icon, m_view->url().toString().toStdString());
@@ -241,8 +369,9 @@ void PageFrame::update(const Shortcut& shortcut, const ResolvedBrowsing& setting
     if (before.pageZoom != settings.pageZoom) {
         setZoom(settings.pageZoom);
     }
-    const QSize wanted = sizeOf(m_kind == Kind::Panel ? settings.popoverSize : settings.windowSize);
-    const QSize had = sizeOf(m_kind == Kind::Panel ? before.popoverSize : before.windowSize);
+    const QSize wanted =
+        frameSizeFor(m_kind == Kind::Panel ? settings.popoverSize : settings.windowSize);
+    const QSize had = frameSizeFor(m_kind == Kind::Panel ? before.popoverSize : before.windowSize);
     if (wanted != had) {
         resize(wanted);
     }
@@ -253,13 +382,35 @@ void PageFrame::present(std::optional<QRect> geometry)
 {
     m_placing = true;
     if (geometry) {
-        setGeometry(*geometry);
+        setGeometry(geometry->marginsAdded({m_shadow, m_shadow, m_shadow, m_shadow}));
     }
     show();
     raise();
     activateWindow();
     m_view->setFocus();
     m_placing = false;
+}
+
+QSize PageFrame::contentSize() const
+{
+    return size().shrunkBy({m_shadow, m_shadow, m_shadow, m_shadow});
+}
+
+QSize PageFrame::frameSizeFor(const ContentSize& size) const
+{
+    return sizeOf(size).grownBy({m_shadow, m_shadow, m_shadow, m_shadow});
+}
+
+void PageFrame::zoomBy(Qt::Key key)
+{
+    if (auto next = kit::web::zoomForKey(
+            modifierSet(Qt::ControlModifier), static_cast<char32_t>(key), zoom())) {
+        setZoom(*next);
+        showZoom();
+        if (m_callbacks.zoomed) {
+            m_callbacks.zoomed(zoom());
+        }
+    }
 }
 
 bool PageFrame::hiddenJustNow() const
@@ -276,6 +427,8 @@ void PageFrame::setZoom(double zoom)
 {
     m_zoom = PageZoom::clamped(zoom);
     m_view->setZoomFactor(m_zoom);
+    const bool normal = std::abs(m_zoom - PageZoom::kNormal) <= 0.001;
+    m_header->setZoomText(normal ? QString() : QString::fromStdString(PageZoom::title(m_zoom)));
     updateTitle();
 }
 
@@ -283,7 +436,7 @@ void PageFrame::showZoom()
 {
     m_zoomBadge->setText(QString::fromStdString(PageZoom::title(zoom())));
     m_zoomBadge->adjustSize();
-    m_zoomBadge->move((width() - m_zoomBadge->width()) / 2, 12);
+    m_zoomBadge->move((width() - m_zoomBadge->width()) / 2, m_view->y() + 12);
     m_zoomBadge->show();
     m_zoomBadge->raise();
     m_hideBadge.start();
@@ -296,6 +449,23 @@ void PageFrame::updateTitle()
         title += QStringLiteral(" — ") + QString::fromStdString(PageZoom::title(zoom()));
     }
     setWindowTitle(title);
+    m_header->setName(m_shortcut.name);
+}
+
+void PageFrame::updateCount()
+{
+    std::string count;
+    if (m_appBadge) {
+        count = *m_appBadge;
+    } else if (auto fromTitle = kit::web::titleCount(page()->title().toStdString())) {
+        count = kit::web::countBadgeText(*fromTitle);
+    }
+    if (count != m_count) {
+        m_count = count;
+        if (m_callbacks.countChanged) {
+            m_callbacks.countChanged(m_count);
+        }
+    }
 }
 
 void PageFrame::applyAgent()
@@ -305,7 +475,7 @@ void PageFrame::applyAgent()
         kit::web::userAgent(m_engineAgent, m_settings.userAgent, m_settings.customUserAgent)));
 }
 
-void PageFrame::applyAppearance()
+void PageFrame::applyAppearance() const
 {
     QWebEngineScriptCollection& scripts = page()->scripts();
     for (const auto& old : scripts.find(QString::fromLatin1(kAppearanceScript))) {
@@ -372,7 +542,8 @@ void PageFrame::resizeEvent(QResizeEvent* event)
     QWidget::resizeEvent(event);
     if (m_grip) {
         m_grip->adjustSize();
-        m_grip->move(width() - m_grip->width(), height() - m_grip->height());
+        m_grip->move(width() - m_shadow - 1 - m_grip->width(),
+                     height() - m_shadow - 1 - m_grip->height());
         m_grip->raise();
     }
     if (isVisible() && !m_placing && (m_kind != Kind::Panel || m_gripDragged)) {
@@ -395,6 +566,25 @@ void PageFrame::showEvent(QShowEvent* event)
     if (m_callbacks.shownChanged) {
         m_callbacks.shownChanged(true);
     }
+}
+
+void PageFrame::paintEvent(QPaintEvent* event)
+{
+    QWidget::paintEvent(event);
+    if (m_kind != Kind::Panel) {
+        return;
+    }
+    QPainter painter(this);
+    const QRect content = rect().marginsRemoved({m_shadow, m_shadow, m_shadow, m_shadow});
+    // A soft shadow fading out from the edge, so a white page stands off a white desktop.
+    for (int ring = m_shadow; ring > 0; --ring) {
+        const int alpha = 36 * (m_shadow - ring + 1) / (m_shadow * m_shadow);
+        painter.setPen(QColor(0, 0, 0, alpha));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRect(content.adjusted(-ring, -ring + 1, ring - 1, ring));
+    }
+    painter.setPen(palette().color(QPalette::Mid));
+    painter.drawRect(content.adjusted(0, 0, -1, -1));
 }
 
 void PageFrame::hideEvent(QHideEvent* event)

@@ -23,6 +23,8 @@ class QWebEngineView;
 
 namespace desktop::pages {
 
+class PageHeader;
+
 // A page's blocking, as the content blocker sees it: adds and removes the compiled list on the
 // page. Main thread; does nothing once the page is gone.
 class PageRules final : public kit::web::PageView
@@ -64,6 +66,11 @@ public:
         std::function<void(double zoom)> zoomed;
         // The page reported its icon; `address` is the page's.
         std::function<void(const QIcon& icon, const std::string& address)> iconChanged;
+        // The count the page shows, from its title or its app badge: "3", "99+", "•" for a
+        // badge without a number, empty for none.
+        std::function<void(const std::string& count)> countChanged;
+        // The person asked for the page in their browser.
+        std::function<void(const std::string& address)> openInBrowser;
     };
 
     // How long a panel hidden by a click elsewhere counts as just closed: that click was most
@@ -94,8 +101,11 @@ public:
     // Takes later settings in; the person's own zoom stays unless the zoom setting changed.
     void update(const kit::library::Shortcut& shortcut,
                 const kit::library::ResolvedBrowsing& settings);
-    // Shows a panel at `geometry`, or a window at its size, and gives it the keyboard.
+    // Shows a panel with its page at `geometry`, or a window at its size, and gives it the
+    // keyboard.
     void present(std::optional<QRect> geometry);
+    // The size of what the person sees, without a panel's shadow.
+    QSize contentSize() const;
     bool hiddenJustNow() const;
     double zoom() const;
     void setZoom(double zoom);
@@ -106,14 +116,18 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     void showEvent(QShowEvent* event) override;
     void hideEvent(QHideEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void applyAgent();
-    void applyAppearance();
+    void applyAppearance() const;
+    void zoomBy(Qt::Key key);
     void applyStaysOnTop();
     void showZoom();
     void updateTitle();
+    void updateCount();
     bool holdsActiveWindow() const;
+    QSize frameSizeFor(const kit::library::ContentSize& size) const;
 
     Kind m_kind;
     kit::library::Shortcut m_shortcut;
@@ -123,14 +137,20 @@ private:
     std::string m_engineAgent;
     Callbacks m_callbacks;
     QWebEngineView* m_view = nullptr;
+    PageHeader* m_header = nullptr;
     QLabel* m_zoomBadge = nullptr;
     QSizeGrip* m_grip = nullptr;
     std::shared_ptr<PageRules> m_rules;
     QTimer m_saveSize;
     QTimer m_hideBadge;
     double m_zoom = kit::library::PageZoom::kNormal;
+    // The panel's shadow around its page, drawn only where windows can be see-through.
+    int m_shadow = 0;
     qint64 m_hiddenAt = 0;
     bool m_placing = false;
+    // What the page set with navigator.setAppBadge; it wins over a count in the title.
+    std::optional<std::string> m_appBadge;
+    std::string m_count;
     // A panel's size is the person's only once they dragged its grip: any other change of size
     // is the window manager's (a tiling one fills the screen with it) and is never kept.
     bool m_gripDragged = false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kit/library/shortcut.h"
+#include "kit/menubar/page_counts.h"
 #include "kit/menubar/playing_pages.h"
 #include "kit/support/main_queue.h"
 #include "kit/support/uuid.h"
@@ -27,6 +28,10 @@ struct Host
     kit::support::MainQueue* mainQueue = nullptr;
     // Shortcuts whose closed panel still plays.
     kit::menubar::PlayingPages* playing = nullptr;
+    // The counts pages show, for their icons; null shows none.
+    kit::menubar::PageCounts* counts = nullptr;
+    // Whether the shortcut's count is shown; read at each change of the count.
+    std::function<bool(const kit::library::ShortcutID&)> showsCount;
     // Compiled blocking rules; null leaves pages unblocked.
     kit::web::ContentRuleListStore* ruleLists = nullptr;
     // The folder holding AdBlock/adblock-rules.json.
@@ -51,6 +56,10 @@ struct Host
     std::function<void(const std::string& address, const QIcon& icon)> pageIcon;
     // Each finished load of a shortcut's page, for whoever measures or waits.
     std::function<void(const kit::library::ShortcutID&, bool ok)> loaded;
+    // After how long a hidden panel's page is discarded; nothing keeps it. Read at each hiding.
+    std::function<std::optional<std::chrono::minutes>()> discardAfter;
+    // How long a minute lasts to resting pages; a benchmark shortens it.
+    std::chrono::milliseconds restMinute = std::chrono::minutes(1);
 };
 
 // The in-app pages, in a module loaded on the first page so the idle app never maps the web

@@ -79,6 +79,8 @@ PagesLoader::~PagesLoader()
 std::vector<std::filesystem::path> PagesLoader::defaultCandidates()
 {
     std::vector<std::filesystem::path> candidates;
+    // Read on the main thread before any other thread could change the environment.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
     if (const char* chosen = std::getenv("VANTOREL_PAGES_MODULE"); chosen && *chosen) {
         candidates.emplace_back(chosen);
     }
@@ -107,7 +109,8 @@ Pages* PagesLoader::load()
     const auto started = std::chrono::steady_clock::now();
     // The engine's sandbox refuses to run as root and takes the process down with it.
     if (::geteuid() == 0) {
-        ::setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0);
+        // Before the engine starts its threads, which read it.
+        ::setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0); // NOLINT(concurrency-mt-unsafe)
     }
     if (m_library.isLoaded()) {
         if (auto make = reinterpret_cast<MakePages>(m_library.resolve(kMakePagesSymbol))) {

@@ -62,10 +62,11 @@ public:
             return;
         }
         auto connection = std::make_shared<QMetaObject::Connection>();
-        *connection = connect(&m_quiet, &QTimer::timeout, this, [this, connection, done] {
-            disconnect(*connection);
-            done(sites());
-        });
+        *connection = connect(
+            &m_quiet, &QTimer::timeout, this, [this, connection, done = std::move(done)] {
+                disconnect(*connection);
+                done(sites());
+            });
     }
 
 private:

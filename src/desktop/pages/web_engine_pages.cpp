@@ -9,6 +9,7 @@
 #include "kit/support/log.h"
 #include "kit/support/serial_queue.h"
 #include "kit/web/content_blocker.h"
+#include "kit/web/page_sleep.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -17,6 +18,8 @@
 #include <QPointer>
 #include <QQuickWindow>
 #include <QScreen>
+#include <QTimer>
+#include <QWebEngineScript>
 #include <QSurfaceFormat>
 #include <QWebEngineCookieStore>
 #include <QWebEngineDownloadRequest>
@@ -34,8 +37,11 @@
 #include <vector>
 
 // From QtGui's private qopenglcontext_p.h, exported for the engine's own start-up.
+// Their names are QtGui's.
+// NOLINTBEGIN(readability-identifier-naming)
 Q_GUI_EXPORT QOpenGLContext* qt_gl_global_share_context();
 Q_GUI_EXPORT void qt_gl_set_global_share_context(QOpenGLContext* context);
+// NOLINTEND(readability-identifier-naming)
 
 namespace desktop::pages {
 
@@ -49,13 +55,28 @@ using kit::support::Uuid;
 
 constexpr kit::support::Logger kLog("browser");
 
+// Whether the page holds a form the person changed, or is being typed in: such a page must not
+// be discarded, which would lose what was typed.
+constexpr auto kHoldsTyping = R"js((function(){
+  var a = document.activeElement;
+  if (a && (a.isContentEditable || /^(INPUT|TEXTAREA)$/.test(a.tagName) && a.value)) return true;
+  var fields = document.querySelectorAll('input,textarea');
+  for (var i = 0; i < fields.length; ++i) {
+    var f = fields[i];
+    if (/^(hidden|submit|button|checkbox|radio|file)$/.test(f.type)) continue;
+    if (f.value !== f.defaultValue) return true;
+  }
+  return false;
+})())js";
+
 // Private pages and pages of one session told apart by shortcut, then by kind.
 struct Key
 {
     ShortcutID shortcut;
     PageFrame::Kind kind;
 
-    auto operator<=>(const Key&) const = default;
+    // The check misreads the comparison a defaulted <=> makes with literal zero.
+    auto operator<=>(const Key&) const = default; // NOLINT(modernize-use-nullptr)
 };
 
 // The web engine's side of the in-app pages: one frame per shortcut and kind, profiles per
@@ -69,6 +90,8 @@ public:
         , m_rulesQueue("pages.rules")
     {
         m_profiles.onMade = [this](QWebEngineProfile& profile) { watchDownloads(profile); };
+        m_restTimer.setSingleShot(true);
+        QObject::connect(&m_restTimer, &QTimer::timeout, [this] { rest(); });
         if (m_host.ruleLists && m_host.mainQueue) {
             m_blocker = std::make_unique<kit::web::ContentBlocker>(
                 *m_host.ruleLists,
@@ -117,7 +140,7 @@ public:
         if (!screen) {
             screen = QGuiApplication::primaryScreen();
         }
-        const QSize size = panel->size();
+        const QSize size = panel->contentSize();
         panel->present(
             toQt(kit::menubar::panelGeometry(toKit(icon),
                                              {double(pointer.x()), double(pointer.y())},
@@ -223,6 +246,10 @@ private:
         }
         for (auto it = m_frames.begin(); it != m_frames.end();) {
             if (it->second && it->second->profile() == profile) {
+                m_sleep.forget(it->first.shortcut.string());
+                if (m_host.counts) {
+                    m_host.counts->set(it->first.shortcut, {});
+                }
                 delete it->second.data();
                 it = m_frames.erase(it);
             } else {
@@ -294,6 +321,17 @@ private:
                 }
             };
         }
+        callbacks.countChanged = [this, id](const std::string& count) {
+            if (m_host.counts) {
+                const bool shows = !m_host.showsCount || m_host.showsCount(id);
+                m_host.counts->set(id, shows ? count : std::string());
+            }
+        };
+        callbacks.openInBrowser = [this](const std::string& address) {
+            if (m_host.openInBrowser) {
+                m_host.openInBrowser(address);
+            }
+        };
         callbacks.zoomed = [this, id](double zoom) {
             if (m_host.saveZoom) {
                 m_host.saveZoom(id, zoom);
@@ -366,6 +404,55 @@ private:
         m_extraWindows.emplace_back(window);
     }
 
+    // The resting pages' clock: real time, with minutes as long as the host says.
+    kit::web::PageSleep::Clock::time_point restNow() const
+    {
+        const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - m_restStart);
+        return m_restStart + elapsed * kMinuteMs / m_host.restMinute.count();
+    }
+
+    void scheduleRest()
+    {
+        const auto next = m_sleep.nextDue();
+        if (!next) {
+            m_restTimer.stop();
+            return;
+        }
+        const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(*next - restNow())
+                          * m_host.restMinute.count() / kMinuteMs;
+        m_restTimer.start(std::max<std::chrono::milliseconds>(wait, {}) + kRestSlack);
+    }
+
+    // Applies what is due: freezing asks the page about typing first, while it can answer.
+    void rest()
+    {
+        for (const auto& due : m_sleep.due(restNow())) {
+            const auto id = ShortcutID::parse(due.page);
+            PageFrame* panel = id ? frame({*id, PageFrame::Kind::Panel}) : nullptr;
+            if (!panel || panel->isVisible()) {
+                continue;
+            }
+            QPointer<QWebEnginePage> page = panel->page();
+            if (due.step == kit::web::PageSleep::Step::Freeze) {
+                page->runJavaScript(QString::fromLatin1(kHoldsTyping),
+                                    QWebEngineScript::ApplicationWorld,
+                                    [this, page, key = due.page](const QVariant& typing) {
+                                        m_sleep.typed(key, typing.toBool());
+                                        if (page && !page->isVisible()) {
+                                            page->setLifecycleState(
+                                                QWebEnginePage::LifecycleState::Frozen);
+                                        }
+                                        scheduleRest();
+                                    });
+            } else if (page->lifecycleState() != QWebEnginePage::LifecycleState::Discarded) {
+                kLog.info("a hidden page was discarded to free its memory");
+                page->setLifecycleState(QWebEnginePage::LifecycleState::Discarded);
+            }
+        }
+        scheduleRest();
+    }
+
     void panelShown(const ShortcutID& id, bool shown)
     {
         PageFrame* panel = frame({id, PageFrame::Kind::Panel});
@@ -373,6 +460,19 @@ private:
             return;
         }
         QWebEnginePage* page = panel->page();
+        const std::string key = id.string();
+        if (shown) {
+            m_sleep.shown(key);
+            // A discarded page loads again where it was.
+            if (page->lifecycleState() != QWebEnginePage::LifecycleState::Active) {
+                page->setLifecycleState(QWebEnginePage::LifecycleState::Active);
+            }
+        } else {
+            m_sleep.setDiscardAfter(m_host.discardAfter ? m_host.discardAfter()
+                                                        : kit::web::PageSleep::kDiscardAfterDefault);
+            m_sleep.hidden(key, restNow());
+        }
+        scheduleRest();
         if (shown) {
             page->setAudioMuted(false);
             setPlaying(id, false);
@@ -380,6 +480,8 @@ private:
         }
         if (panel->settings().keepsPlaying) {
             setPlaying(id, page->recentlyAudible());
+            m_sleep.playing(key, page->recentlyAudible(), restNow());
+            scheduleRest();
             return;
         }
         // A closed panel that does not keep playing is silenced and its media paused, so it
@@ -394,10 +496,12 @@ private:
         PageFrame* panel = frame({id, PageFrame::Kind::Panel});
         if (panel && !panel->isVisible() && panel->settings().keepsPlaying) {
             setPlaying(id, audible);
+            m_sleep.playing(id.string(), audible, restNow());
+            scheduleRest();
         }
     }
 
-    void setPlaying(const ShortcutID& id, bool playing)
+    void setPlaying(const ShortcutID& id, bool playing) const
     {
         if (!m_host.playing) {
             return;
@@ -425,6 +529,13 @@ private:
                          });
     }
 
+    // Timers fire a little early or late; a step is looked for just after it is due.
+    static constexpr std::chrono::milliseconds kRestSlack{50};
+    static constexpr std::int64_t kMinuteMs = 60'000;
+
+    kit::web::PageSleep m_sleep;
+    QTimer m_restTimer;
+    std::chrono::steady_clock::time_point m_restStart = std::chrono::steady_clock::now();
     bool m_firstLoadLogged = false;
     // Whether the engine was started before the first page was asked for.
     bool m_preparedAhead = false;
@@ -486,7 +597,9 @@ bool glDrawnByCPU()
 // chose through Qt's own variables stands.
 void chooseRenderer()
 {
-    const bool chosen = std::getenv("QT_QUICK_BACKEND") || std::getenv("QSG_RHI_BACKEND");
+    // Read on the main thread before the engine starts its threads.
+    const bool chosen = std::getenv("QT_QUICK_BACKEND")  // NOLINT(concurrency-mt-unsafe)
+                        || std::getenv("QSG_RHI_BACKEND"); // NOLINT(concurrency-mt-unsafe)
     if (!chosen && glDrawnByCPU()) {
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
         kLog.info("no GPU to draw with: pages use Qt Quick's software renderer");
@@ -498,8 +611,9 @@ void chooseRenderer()
 
 } // namespace desktop::pages
 
+// The name the loader looks the module's entry up by.
 extern "C" __attribute__((visibility("default"))) desktop::pages::Pages*
-vantorel_make_pages(const desktop::pages::Host* host)
+vantorel_make_pages(const desktop::pages::Host* host) // NOLINT(readability-identifier-naming)
 {
     desktop::pages::chooseRenderer();
     return new desktop::pages::WebEnginePages(*host);

@@ -207,21 +207,27 @@ QImage withOpacity(const QImage& image, double opacity)
     return result;
 }
 
-void drawBadge(QImage& image, int number, Appearance appearance)
+// A number key's badge sits at the bottom; a page's count at the top, where people look for it.
+void drawBadge(QImage& image, const QString& text, bool top, Appearance appearance)
 {
     const int side = image.width();
     const double diameter = std::max(7.0, side * 0.6);
-    const QRectF circle(side - diameter, side - diameter, diameter, diameter);
-    const QColor fill = QtIconRenderer::foreground(appearance);
-    const QColor ink = appearance == Appearance::Dark ? QColor(Qt::black) : QColor(Qt::white);
+    // Longer counts ("12", "99+") stretch the badge into a pill, never past the icon.
+    const double stretch = text.size() <= 1 ? 1.0 : (text.size() == 2 ? 1.25 : 1.6);
+    const double width = std::min<double>(side, diameter * stretch);
+    const QRectF circle(side - width, top ? 0 : side - diameter, width, diameter);
+    // A count is news, in the red people know from unread badges, readable on either panel.
+    const QColor fill = top ? QColor(0xd9, 0x2d, 0x20) : QtIconRenderer::foreground(appearance);
+    const QColor ink =
+        top || appearance != Appearance::Dark ? QColor(Qt::white) : QColor(Qt::black);
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     // A ring in the ink colour keeps the badge apart from the picture under it.
     painter.setPen(QPen(ink, std::max(1.0, side / 24.0)));
     painter.setBrush(fill);
-    painter.drawEllipse(circle.adjusted(0.5, 0.5, -0.5, -0.5));
-    const QImage digits =
-        letters(QString::number(number), static_cast<int>(std::round(diameter * 0.72)), ink);
+    painter.drawRoundedRect(
+        circle.adjusted(0.5, 0.5, -0.5, -0.5), diameter / 2 - 0.5, diameter / 2 - 0.5);
+    const QImage digits = letters(text, static_cast<int>(std::round(width * 0.72)), ink);
     painter.drawImage(QPointF(circle.center().x() - digits.width() / 2.0,
                               circle.center().y() - digits.height() / 2.0),
                       digits);
@@ -598,7 +604,10 @@ QImage QtIconRenderer::draw(const Glyph& glyph, int side, Appearance appearance)
         drawPlaying(image, appearance);
     }
     if (glyph.number) {
-        drawBadge(image, *glyph.number, appearance);
+        drawBadge(image, QString::number(*glyph.number), false, appearance);
+    }
+    if (glyph.count) {
+        drawBadge(image, toQt(*glyph.count), true, appearance);
     }
     return image;
 }

@@ -349,7 +349,7 @@ void SiteIcons::fetched(const std::string& host, QNetworkReply* reply)
     });
 }
 
-void SiteIcons::failed(const std::string& host, Search& search, QString reason)
+void SiteIcons::failed(const std::string& host, Search& search, const QString& reason)
 {
     if (const auto& request = search.search.next()) {
         search.failures << QString::fromStdString(request->address) + QStringLiteral(": ") + reason;

@@ -45,7 +45,7 @@ class SiteIcons final : public QObject
 public:
     // The largest square tray hosts ask for: a larger picture would only cost reading and scaling.
     static constexpr int kKeptSide = 64;
-    static constexpr qint64 kReadLimit = 1024 * 1024;
+    static constexpr qint64 kReadLimit = qint64{1024} * 1024;
     static constexpr int kRedirectLimit = 5;
     static constexpr int kParallelSearches = 4;
 
@@ -108,7 +108,7 @@ private:
     void step(const std::string& host);
     void fetched(const std::string& host, QNetworkReply* reply);
     // The current request came to nothing: noted, and the search moves on.
-    void failed(const std::string& host, Search& search, QString reason);
+    void failed(const std::string& host, Search& search, const QString& reason);
     void decoded(const std::string& host, const QImage& image, const QString& why);
     void finish(const std::string& host);
     void keep(const std::string& host, const QImage& image, const std::string& source);

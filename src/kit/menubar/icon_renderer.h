@@ -53,6 +53,8 @@ struct Glyph
     double pointSize = 18;
     bool playing = false;      // a mark saying the page keeps playing after it was closed
     std::optional<int> number; // a badge shown while number keys are held
+    // The page's count ("3", "99+"), a badge in the top corner.
+    std::optional<std::string> count;
     // Drawn for a site icon that has no picture yet (offline, failing, absent).
     std::optional<Monogram> monogram;
 
@@ -75,6 +77,15 @@ public:
     virtual Glyph glyph(const library::Shortcut& shortcut, double pointSize) const = 0;
     virtual Glyph playing(const Glyph& glyph, double pointSize) const = 0;
     virtual Glyph numbered(const Glyph& glyph, int number, double pointSize) const = 0;
+    // A title cannot carry a badge, so the glyph becomes a picture.
+    virtual Glyph counted(const Glyph& glyph, const std::string& count, double pointSize) const
+    {
+        Glyph result = glyph;
+        result.pointSize = pointSize;
+        result.count = count;
+        result.kind = Glyph::Kind::Image;
+        return result;
+    }
 };
 
 // The renderer the application uses: the icon the person chose, else the target's own icon, with

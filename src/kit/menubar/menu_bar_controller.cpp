@@ -32,6 +32,7 @@ MenuBarController::~MenuBarController()
         m_store.removeObserver(*m_storeObservation);
     }
     setPlaying(nullptr);
+    setCounts(nullptr);
     m_self.reset();
     m_items.clear();
 }
@@ -46,6 +47,23 @@ void MenuBarController::setPlaying(PlayingPages* playing)
     if (m_playing) {
         std::weak_ptr<MenuBarController*> weak = m_self;
         m_playingObservation = m_playing->observe([weak] {
+            if (auto self = weak.lock()) {
+                (*self)->changed();
+            }
+        });
+    }
+}
+
+void MenuBarController::setCounts(PageCounts* counts)
+{
+    if (m_counts && m_countsObservation) {
+        m_counts->removeObserver(*m_countsObservation);
+    }
+    m_countsObservation.reset();
+    m_counts = counts;
+    if (m_counts) {
+        std::weak_ptr<MenuBarController*> weak = m_self;
+        m_countsObservation = m_counts->observe([weak] {
             if (auto self = weak.lock()) {
                 (*self)->changed();
             }
@@ -111,6 +129,8 @@ void MenuBarController::reconcile()
 
     static const std::unordered_set<ShortcutID> kNone;
     const auto& playing = m_playing ? m_playing->ids() : kNone;
+    static const std::unordered_map<ShortcutID, std::string> kNoCounts;
+    const auto& counts = m_counts ? m_counts->counts() : kNoCounts;
     for (size_t position = 0; position < list.size(); ++position) {
         const Shortcut* shortcut = list[position];
         auto found = m_items.find(shortcut->id);
@@ -125,11 +145,15 @@ void MenuBarController::reconcile()
                           itemTitle(m_bar.host(), kAppName, position, shortcut->name));
         }
         bool isPlaying = playing.contains(shortcut->id);
-        if (icon.shortcut() == *shortcut && icon.isPlaying() == isPlaying) {
+        const auto counted = counts.find(shortcut->id);
+        const std::string count = counted == counts.end() ? std::string() : counted->second;
+        if (icon.shortcut() == *shortcut && icon.isPlaying() == isPlaying
+            && icon.count() == count) {
             continue;
         }
         icon.setShortcut(*shortcut);
         icon.setPlaying(isPlaying);
+        icon.setCount(count);
         icon.render();
     }
 }

@@ -4,6 +4,7 @@
 #include "kit/library/library.h"
 #include "kit/menubar/icon_renderer.h"
 #include "kit/menubar/menu.h"
+#include "kit/menubar/page_counts.h"
 #include "kit/menubar/playing_pages.h"
 #include "kit/menubar/shortcut_status_item.h"
 #include "kit/menubar/status_bar.h"
@@ -52,6 +53,9 @@ public:
     void setMenuRows(MenuRows menuRows) { m_menuRows = std::move(menuRows); }
     // Observed as the library is; null for none. Must outlive the controller or be unset first.
     void setPlaying(PlayingPages* playing);
+    // The pages' counts shown on their icons; null shows none. It must outlive this object or
+    // be replaced first.
+    void setCounts(PageCounts* counts);
 
     // Builds the icons and from then on reconciles once after each change of the library or of
     // the playing pages, on the main queue.
@@ -101,6 +105,8 @@ private:
     Edit m_onEdit;
     MenuRows m_menuRows;
     PlayingPages* m_playing = nullptr;
+    PageCounts* m_counts = nullptr;
+    std::optional<size_t> m_countsObservation;
 
     std::unordered_map<library::ShortcutID, std::unique_ptr<ShortcutStatusItem>> m_items;
     std::vector<library::ShortcutID> m_order;

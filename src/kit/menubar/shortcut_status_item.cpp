@@ -56,11 +56,18 @@ void ShortcutStatusItem::render()
     const Shortcut& shortcut = *m_shortcut;
     shield(shortcut);
     m_bar.setAccessibilityLabel(*m_button, shortcut.name);
-    m_bar.setToolTip(*m_button, m_isPlaying ? shortcut.name + kPlayingSuffix : shortcut.name);
+    std::string tip = m_isPlaying ? shortcut.name + kPlayingSuffix : shortcut.name;
+    if (!m_count.empty()) {
+        tip += " (" + m_count + ")";
+    }
+    m_bar.setToolTip(*m_button, tip);
 
     Glyph glyph = m_icons.glyph(shortcut, kPointSize);
     if (m_isPlaying) {
         glyph = m_icons.playing(glyph, kPointSize);
+    }
+    if (!m_count.empty()) {
+        glyph = m_icons.counted(glyph, m_count, kPointSize);
     }
     // Dividers are never counted, so a stray number must not show on one.
     if (m_number && !shortcut.target.isDivider()) {

@@ -50,6 +50,7 @@ public:
     const std::optional<library::Shortcut>& shortcut() const { return m_shortcut; }
     bool isPlaying() const { return m_isPlaying; }
     std::optional<int> number() const { return m_number; }
+    const std::string& count() const { return m_count; }
     bool hasShield() const { return m_shield != nullptr; }
 
     void setActions(Actions actions) { m_actions = std::move(actions); }
@@ -57,6 +58,8 @@ public:
     void setShortcut(library::Shortcut shortcut) { m_shortcut = std::move(shortcut); }
     void setPlaying(bool playing) { m_isPlaying = playing; }
     void setNumber(std::optional<int> number) { m_number = number; }
+    // Empty: no count.
+    void setCount(std::string count) { m_count = std::move(count); }
 
     void render();
     // What a plain click does: opens the shortcut, or pops a group's menu under the icon.
@@ -83,6 +86,7 @@ private:
     Actions m_actions;
     bool m_isPlaying = false;
     std::optional<int> m_number;
+    std::string m_count;
     // Held weakly by the host's callbacks.
     std::shared_ptr<ShortcutStatusItem*> m_self;
 };

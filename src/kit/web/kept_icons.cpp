@@ -77,7 +77,7 @@ KeptIconIndex decodeKeptIcons(std::string_view text)
 {
     if (text.size() > kKeptIconIndexLimit) {
         throw support::JsonReadError("The icon index is larger than "
-                                     + std::to_string(kKeptIconIndexLimit / (1024 * 1024))
+                                     + std::to_string(kKeptIconIndexLimit / (size_t{1024} * 1024))
                                      + " MiB.");
     }
     support::JsonReader reader(text, kIndexDepth);

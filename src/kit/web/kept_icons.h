@@ -34,12 +34,12 @@ struct KeptIconIndex
 
 inline constexpr const char* kKeptIconFolder = "site-icons";
 inline constexpr const char* kKeptIconIndexFile = "index.json";
-inline constexpr size_t kKeptIconIndexLimit = 4 * 1024 * 1024;
+inline constexpr size_t kKeptIconIndexLimit = size_t{4} * 1024 * 1024;
 inline constexpr size_t kKeptIconSites = 10000;
 // A kept icon is fetched again in the background after this long...
-inline constexpr int64_t kRefreshSeconds = 30 * 24 * 3600;
+inline constexpr int64_t kRefreshSeconds = int64_t{30} * 24 * 3600;
 // ...and a search that found nothing is tried again after this long.
-inline constexpr int64_t kRetrySeconds = 24 * 3600;
+inline constexpr int64_t kRetrySeconds = int64_t{24} * 3600;
 
 std::string encodeKeptIcons(const KeptIconIndex& index);
 // Throws support::JsonReadError with a one-line reason. Entries naming a file outside the

@@ -37,8 +37,8 @@ struct PageHead
 };
 
 // Bounds on what is read from a site.
-inline constexpr size_t kPageScanLimit = 512 * 1024;
-inline constexpr size_t kManifestLimit = 256 * 1024;
+inline constexpr size_t kPageScanLimit = size_t{512} * 1024;
+inline constexpr size_t kManifestLimit = size_t{256} * 1024;
 inline constexpr size_t kCandidateLimit = 32;
 
 // An address in `reference` resolved against `base`, without its fragment; nothing unless the
