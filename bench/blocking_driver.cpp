@@ -112,7 +112,8 @@ int run(int argc, char** argv)
         return 2;
     }
     auto rulesText = readFile(rulesPath);
-    auto suffixesText = suffixesPath.empty() ? std::optional<std::string>("") : readFile(suffixesPath);
+    auto suffixesText =
+        suffixesPath.empty() ? std::optional<std::string>("") : readFile(suffixesPath);
     if (!rulesText || !suffixesText) {
         return 1;
     }
@@ -160,8 +161,10 @@ int run(int argc, char** argv)
             return 1;
         }
         std::string type = json.value("type", "other");
-        requests.push_back(
-            {json.value("url", ""), json.value("sourceUrl", ""), typeFromName(type), isTopFrame(type)});
+        requests.push_back({json.value("url", ""),
+                            json.value("sourceUrl", ""),
+                            typeFromName(type),
+                            isTopFrame(type)});
     }
 
     // One untimed pass warms the caches, as the engines in node get their JIT warm-up, and
@@ -203,7 +206,10 @@ int run(int argc, char** argv)
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::sort(times.begin(), times.end());
     auto at = [&](double q) {
-        return times.empty() ? 0LL : times[std::min(times.size() - 1, static_cast<size_t>(q * static_cast<double>(times.size())))];
+        return times.empty()
+                   ? 0LL
+                   : times[std::min(times.size() - 1,
+                                    static_cast<size_t>(q * static_cast<double>(times.size())))];
     };
     std::fprintf(stderr,
                  "match_ns_total=%lld requests=%zu build_ns=%lld mem_bytes=%zu load_ns=%lld "

@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
                 continue; // a rule file is JSON: it cannot hold bytes that are not UTF-8
             }
             expressions.push_back(std::move(*regex));
-            rules.push_back({{"trigger", {{"url-filter", filter}}}, {"action", {{"type", "block"}}}});
+            rules.push_back(
+                {{"trigger", {{"url-filter", filter}}}, {"action", {{"type", "block"}}}});
         }
     }
     auto compiled = kit::blocking::Matcher::compile(rules.dump());

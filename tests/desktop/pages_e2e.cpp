@@ -508,9 +508,9 @@ TEST_F(PagesEndToEnd, AHiddenPageRestsAndComesBackWhereItWasUnlessItHoldsTyping)
         EXPECT_EQ(page->lifecycleState(), row.rested) << row.name;
 
         engine.pages().showPanel(shortcut, settings, QRect(600, 0, 24, 24));
-        EXPECT_TRUE(waitFor(
-            [&] { return page->lifecycleState() == QWebEnginePage::LifecycleState::Active; }))
-            << row.name;
+        EXPECT_TRUE(waitFor([&] {
+            return page->lifecycleState() == QWebEnginePage::LifecycleState::Active;
+        })) << row.name;
         EXPECT_TRUE(waitFor([&] { return page->url().query() == QLatin1String("moved"); }))
             << row.name << ": " << page->url().toString().toStdString();
         panel->hide();

@@ -124,7 +124,6 @@ private:
     Badged m_badged;
 };
 
-
 // Whether a compositing manager runs, without which a see-through edge is drawn black.
 bool compositing()
 {

@@ -62,8 +62,8 @@ public:
             return;
         }
         auto connection = std::make_shared<QMetaObject::Connection>();
-        *connection = connect(
-            &m_quiet, &QTimer::timeout, this, [this, connection, done = std::move(done)] {
+        *connection =
+            connect(&m_quiet, &QTimer::timeout, this, [this, connection, done = std::move(done)] {
                 disconnect(*connection);
                 done(sites());
             });

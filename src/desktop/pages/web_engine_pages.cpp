@@ -18,13 +18,13 @@
 #include <QPointer>
 #include <QQuickWindow>
 #include <QScreen>
-#include <QTimer>
-#include <QWebEngineScript>
 #include <QSurfaceFormat>
+#include <QTimer>
 #include <QWebEngineCookieStore>
 #include <QWebEngineDownloadRequest>
 #include <QWebEngineNewWindowRequest>
 #include <QWebEngineProfile>
+#include <QWebEngineScript>
 #include <QWebEngineView>
 
 #include <xcb/xcb.h>
@@ -468,8 +468,9 @@ private:
                 page->setLifecycleState(QWebEnginePage::LifecycleState::Active);
             }
         } else {
-            m_sleep.setDiscardAfter(m_host.discardAfter ? m_host.discardAfter()
-                                                        : kit::web::PageSleep::kDiscardAfterDefault);
+            m_sleep.setDiscardAfter(m_host.discardAfter
+                                        ? m_host.discardAfter()
+                                        : kit::web::PageSleep::kDiscardAfterDefault);
             m_sleep.hidden(key, restNow());
         }
         scheduleRest();
@@ -598,7 +599,7 @@ bool glDrawnByCPU()
 void chooseRenderer()
 {
     // Read on the main thread before the engine starts its threads.
-    const bool chosen = std::getenv("QT_QUICK_BACKEND")  // NOLINT(concurrency-mt-unsafe)
+    const bool chosen = std::getenv("QT_QUICK_BACKEND")    // NOLINT(concurrency-mt-unsafe)
                         || std::getenv("QSG_RHI_BACKEND"); // NOLINT(concurrency-mt-unsafe)
     if (!chosen && glDrawnByCPU()) {
         QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);

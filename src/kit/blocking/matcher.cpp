@@ -51,7 +51,14 @@ struct RegexSource
     uint32_t caseSensitive;
 };
 
-enum Action : uint8_t { ActionBlock, ActionIgnore, ActionHide, ActionBlockCookies, ActionMakeHttps, ActionCount };
+enum Action : uint8_t {
+    ActionBlock,
+    ActionIgnore,
+    ActionHide,
+    ActionBlockCookies,
+    ActionMakeHttps,
+    ActionCount
+};
 enum RuleFlag : uint8_t {
     FirstParty = 1,
     ThirdParty = 2,
@@ -645,8 +652,8 @@ struct Matcher::Context
             Subject fresh = subject(topUrl, page.lower);
             page.hostStart = fresh.hostStart;
             page.hostEnd = fresh.hostEnd;
-            page.host = fresh.hostStart == std::string_view::npos ? std::string_view()
-                                                                  : hostOf(page.lower);
+            page.host =
+                fresh.hostStart == std::string_view::npos ? std::string_view() : hostOf(page.lower);
             page.hashCount = domainHashes(page.host, page.hashes);
         }
         top = Subject{topUrl, page.lower, page.hostStart, page.hostEnd};
@@ -928,8 +935,9 @@ Decision Matcher::decide(const Request& request, Effort* effort) const
         }
     });
     int64_t ignored = latest[ActionIgnore];
-    return Decision{
-        latest[ActionBlock] > ignored, latest[ActionBlockCookies] > ignored, latest[ActionMakeHttps] > ignored};
+    return Decision{latest[ActionBlock] > ignored,
+                    latest[ActionBlockCookies] > ignored,
+                    latest[ActionMakeHttps] > ignored};
 }
 
 std::vector<std::string> Matcher::hiddenSelectors(std::string_view pageUrl) const

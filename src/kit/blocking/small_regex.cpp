@@ -87,7 +87,6 @@ public:
     std::string error;
 
 private:
-
     bool fail(std::string message)
     {
         error = std::move(message);

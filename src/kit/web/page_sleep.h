@@ -22,9 +22,8 @@ public:
     static constexpr std::chrono::minutes kFreezeAfter{1};
     static constexpr std::chrono::minutes kDiscardAfterDefault{15};
     // The choices offered; nothing is never.
-    static constexpr std::chrono::minutes kDiscardChoices[] = {std::chrono::minutes{5},
-                                                               std::chrono::minutes{15},
-                                                               std::chrono::minutes{60}};
+    static constexpr std::chrono::minutes kDiscardChoices[] = {
+        std::chrono::minutes{5}, std::chrono::minutes{15}, std::chrono::minutes{60}};
 
     enum class Step {
         // Ask the page whether it holds typing, report it with `typed`, then freeze it.

@@ -226,7 +226,8 @@ TEST(Matcher, FindsRegularExpressionsThroughTheirLiterals)
         json += R"({"trigger": {"url-filter": "^[^:]+://+([^:/]+\\.)?tracker)" + std::to_string(i)
                 + R"(\\.com([^a-zA-Z0-9_.%-].*)?$"}, "action": {"type": "block"}},)";
     }
-    json += R"json({"trigger": {"url-filter": "/ads?/[0-9]+x[0-9]+\\.gif"}, "action": {"type": "block"}},
+    json +=
+        R"json({"trigger": {"url-filter": "/ads?/[0-9]+x[0-9]+\\.gif"}, "action": {"type": "block"}},
         {"trigger": {"url-filter": "(tracker[0-9]+\\.com/ok/)"},
          "action": {"type": "ignore-previous-rules"}}])json";
     Matcher matcher = fromJson(json);
