@@ -174,18 +174,26 @@ private:
     {
         m_records.requireObject("a target");
         std::optional<Target::Kind> kind;
+        auto readKind = [&](std::string_view word) {
+            kind = library::enumFromWord<Target::Kind>(word);
+            if (!kind) {
+                throw library::DecodeError("unknown target kind");
+            }
+            if (*kind == Target::Kind::Group && depth >= library::kMaxGroupDepth) {
+                throw library::DecodeError("groups nested too deep");
+            }
+        };
+        // Written with sorted keys, "kind" comes after several members that depend on it: it is
+        // looked up first so that they are read once, in order, as the last "kind" would have it.
+        if (auto ahead = m_in.peekStringMember("kind")) {
+            readKind(*ahead);
+        }
         Fields f;
         // Members met before "kind" are read once the kind is known.
         std::vector<std::pair<std::string, size_t>> early;
         m_in.readObject([&](std::string_view key) {
             if (key == "kind") {
-                kind = library::enumFromWord<Target::Kind>(m_in.readString());
-                if (!kind) {
-                    throw library::DecodeError("unknown target kind");
-                }
-                if (*kind == Target::Kind::Group && depth >= library::kMaxGroupDepth) {
-                    throw library::DecodeError("groups nested too deep");
-                }
+                readKind(m_in.readString());
             } else if (!kind) {
                 early.emplace_back(std::string(key), m_in.position());
                 m_in.skipValue();

@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace kit::support {
@@ -118,6 +119,35 @@ TEST(JsonReader, BoundsNestingAndSaysWhere)
         FAIL() << "read a broken literal";
     } catch (const JsonReadError& error) {
         EXPECT_NE(std::string(error.what()).find("line 2"), std::string::npos) << error.what();
+    }
+}
+
+TEST(JsonReader, PeeksAStringMemberFromTheStructureAlone)
+{
+    struct Case
+    {
+        const char* text;
+        std::optional<std::string> kind;
+    };
+    const Case cases[] = {
+        {R"({"a":1,"kind":"url","z":2})", "url"},
+        {R"( { "a" : {"kind":"app"} , "kind" : "url" })", "url"},
+        {R"({"a":["kind","x"],"b":"\"kind\":\"app\"","kind":"url"})", "url"},
+        {R"({"kind":"app","kind":"url"})", "url"},
+        {R"({"kind":"app","kind":7})", std::nullopt},
+        {R"({"kind":"u\u0072l"})", std::nullopt},
+        {R"({"a":{"kind":"app"}})", std::nullopt},
+        {R"({"b":"x\\","kind":"url"})", "url"},
+        {R"({"kind":"url)", std::nullopt},
+        {R"(["kind","url"])", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        JsonReader reader(c.text, 8);
+        const size_t start = reader.position();
+        std::optional<std::string_view> found = reader.peekStringMember("kind");
+        EXPECT_EQ(found ? std::optional<std::string>(*found) : std::nullopt, c.kind);
+        EXPECT_EQ(reader.position(), start);
     }
 }
 
