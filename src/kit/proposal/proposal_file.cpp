@@ -184,9 +184,11 @@ private:
             }
         };
         // Written with sorted keys, "kind" comes after several members that depend on it: it is
-        // looked up first so that they are read once, in order, as the last "kind" would have it.
-        if (auto ahead = m_in.peekStringMember("kind")) {
-            readKind(*ahead);
+        // looked up first so that they are read once, in order.
+        std::optional<Target::Kind> ahead;
+        if (auto word = m_in.peekStringMember("kind")) {
+            readKind(*word);
+            ahead = kind;
         }
         Fields f;
         // Members met before "kind" are read once the kind is known.
@@ -194,6 +196,11 @@ private:
         m_in.readObject([&](std::string_view key) {
             if (key == "kind") {
                 readKind(m_in.readString());
+                // The members before were read as the first "kind" has it: a later one that
+                // differs is left to the tree, where the last counts.
+                if (ahead && kind != ahead) {
+                    throw library::DecodeError("twin kinds");
+                }
             } else if (!kind) {
                 early.emplace_back(std::string(key), m_in.position());
                 m_in.skipValue();

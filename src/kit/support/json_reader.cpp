@@ -423,7 +423,6 @@ std::optional<std::string_view> JsonReader::peekStringMember(std::string_view ke
         }
         return size + 1;
     };
-    std::optional<std::string_view> found;
     int depth = 0;
     bool atKey = false;
     for (size_t p = from; p < size;) {
@@ -440,15 +439,13 @@ std::optional<std::string_view> JsonReader::peekStringMember(std::string_view ke
                                || m_text[value] == '\r' || m_text[value] == '\t')) {
                         ++value;
                     }
-                    found.reset();
                     if (value < size && m_text[value] == '"') {
                         const size_t valueEnd = stringEnd(value, escaped);
                         if (!escaped && valueEnd <= size) {
-                            found = m_text.substr(value + 1, valueEnd - value - 2);
+                            return m_text.substr(value + 1, valueEnd - value - 2);
                         }
-                        p = valueEnd;
-                        continue;
                     }
+                    return std::nullopt;
                 }
             }
             p = end;
@@ -459,7 +456,7 @@ std::optional<std::string_view> JsonReader::peekStringMember(std::string_view ke
             atKey = depth == 1;
         } else if (c == '}' || c == ']') {
             if (--depth == 0) {
-                return found;
+                return std::nullopt;
             }
         } else if (c == ',' && depth == 1) {
             atKey = true;
