@@ -49,10 +49,10 @@ public:
     // Calls element() for each element; element must consume it.
     template <class Element> void readArray(Element&& element);
 
-    // The last string member `key` of the object at the cursor, found from the text's structure
-    // alone without moving: for a member that decides how the ones before it read. Nothing when
-    // it is absent, not a string, or written with escapes. Whatever it finds is read again in
-    // its turn, which is where a fault in the text is caught.
+    // The first member `key` of the object at the cursor when it is a string, found from the
+    // text's structure alone without moving, and scanning no further: for a member that decides
+    // how the ones before it read. Nothing when it is absent, not a string, or written with
+    // escapes. What it finds is read again in its turn, which is where a fault is caught.
     std::optional<std::string_view> peekStringMember(std::string_view key) const;
 
     // Where the next value starts, to come back and read it later.
