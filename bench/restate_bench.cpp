@@ -118,7 +118,8 @@ int main()
                     }
                 },
                 {},
-                completion);
+                completion,
+                &kit::tools::ToolService::readsStrictly);
         },
         loop);
     socket.start();

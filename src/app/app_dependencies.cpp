@@ -186,7 +186,7 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
     }
     m_toolSocket = std::make_unique<mcp::ToolSocket>(
         socketPath,
-        [this](std::string line, mcp::ToolSocket::Completion completion) {
+        [this](const std::string& line, const mcp::ToolSocket::Completion& completion) {
             // A call is known by its client and its id, which is how a cancellation names it.
             auto key = [client = completion.client()](const nlohmann::json& id) {
                 return std::to_string(client) + " " + id.dump();
@@ -222,7 +222,8 @@ AppDependencies::AppDependencies(support::MainQueue& mainQueue, Options options)
                     }
                 },
                 [this, key](const nlohmann::json& id) { m_tools->withdraw(key(id)); },
-                completion);
+                completion,
+                &tools::ToolService::readsStrictly);
         },
         m_mainQueue,
         [](std::string_view line) { return mcp::ToolProtocol::isCancellation(line); });

@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <cctype>
+#include <cstring>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 namespace kit::mcp {
@@ -290,6 +292,12 @@ public:
     }
 
     bool done() const { return m_done; }
+    // The completion, for a reply made another way; nothing is delivered here after.
+    ToolProtocol::ReplyCompletion take()
+    {
+        m_done = true;
+        return std::move(m_completion);
+    }
 
 private:
     json m_id;
@@ -341,10 +349,57 @@ public:
         return found;
     }
 
+    // Where params.arguments lies in a whole line, found from its structure alone: the value
+    // the tree would hold for any valid line (the last of twin keys counts). Nothing when a key
+    // at either level is spelled with escapes, which would take decoding to compare.
+    std::optional<std::pair<size_t, size_t>> argumentsSpan()
+    {
+        std::optional<std::pair<size_t, size_t>> found;
+        bool plain = true;
+        auto named = [&](std::string_view key, std::string_view name) {
+            plain = plain && key.find('\\') == std::string_view::npos;
+            return key.size() == name.size() + 2 && key.substr(1, name.size()) == name;
+        };
+        const bool whole = membersInPlace(0, [&](std::string_view key) {
+            if (!named(key, "params")) {
+                return plain && skipValue();
+            }
+            found.reset();
+            if (m_at >= m_text.size() || m_text[m_at] != '{') {
+                return skipValue();
+            }
+            const size_t outer = m_at;
+            const bool read = membersInPlace(outer, [&](std::string_view inner) {
+                const size_t start = m_at;
+                if (!skipValue()) {
+                    return false;
+                }
+                if (named(inner, "arguments")) {
+                    found.emplace(start, m_at - start);
+                }
+                return plain;
+            });
+            return read && plain;
+        });
+        if (!whole || !plain) {
+            return std::nullopt;
+        }
+        return found;
+    }
+
 private:
     // Tells `visit` each member's key (quoted) and value span in turn until it answers false;
     // true when the object was read to its end.
     template <class Visit> bool members(size_t from, const Visit& visit)
+    {
+        return membersInPlace(from, [&](std::string_view key) {
+            size_t start = m_at;
+            return skipValue() && visit(key, start, m_at - start);
+        });
+    }
+
+    // The same, with `visit` passing over the value itself (the cursor at its start).
+    template <class Visit> bool membersInPlace(size_t from, const Visit& visit)
     {
         m_at = from;
         skipSpace();
@@ -359,8 +414,7 @@ private:
                 return false;
             }
             skipSpace();
-            size_t start = m_at;
-            if (!skipValue() || !visit(*key, start, m_at - start)) {
+            if (!visit(*key)) {
                 return false;
             }
             skipSpace();
@@ -396,15 +450,26 @@ private:
         if (!take('"')) {
             return std::nullopt;
         }
-        while (m_at < m_text.size()) {
-            char c = m_text[m_at++];
-            if (c == '\\') {
-                ++m_at;
-            } else if (c == '"') {
+        // From quote to quote, a quote ending the string when an even run of backslashes
+        // stands before it: long strings are most of a long line.
+        for (;;) {
+            const void* quote = m_at < m_text.size()
+                                    ? std::memchr(m_text.data() + m_at, '"', m_text.size() - m_at)
+                                    : nullptr;
+            if (quote == nullptr) {
+                m_at = m_text.size();
+                return std::nullopt;
+            }
+            const size_t at = static_cast<size_t>(static_cast<const char*>(quote) - m_text.data());
+            size_t slashes = 0;
+            while (m_text[at - 1 - slashes] == '\\') {
+                ++slashes;
+            }
+            m_at = at + 1;
+            if (slashes % 2 == 0) {
                 return m_text.substr(start, m_at - start);
             }
         }
-        return std::nullopt;
     }
 
     bool skipValue()
@@ -518,6 +583,8 @@ struct Request
 {
     std::optional<json> value;
     std::optional<std::string> argumentsText;
+    // Whether argumentsText was taken from the line's structure without reading it as JSON.
+    bool unchecked = false;
 };
 
 // Where the value of params.arguments lies in the line (its offset and length), found in the
@@ -558,23 +625,100 @@ std::optional<std::pair<size_t, size_t>> argumentsSpan(std::string_view line)
     }
 }
 
+// The line with {} in place of its arguments.
+std::string withoutArguments(std::string_view line, std::pair<size_t, size_t> arguments)
+{
+    std::string rest;
+    rest.reserve(line.size() - arguments.second + 2);
+    rest.append(line.substr(0, arguments.first));
+    rest.append("{}");
+    rest.append(line.substr(arguments.first + arguments.second));
+    return rest;
+}
+
 Request readRequest(std::string_view line)
 {
     if (line.size() <= kArgumentsAsTextAbove) {
-        return {parse(line), std::nullopt};
+        return {parse(line), std::nullopt, false};
     }
     auto arguments = argumentsSpan(line);
     if (!arguments || line[arguments->first] != '{') {
-        return {parse(line), std::nullopt};
+        return {parse(line), std::nullopt, false};
     }
-    std::string rest;
-    rest.reserve(line.size() - arguments->second + 2);
-    rest.append(line.substr(0, arguments->first));
-    rest.append("{}");
-    rest.append(line.substr(arguments->first + arguments->second));
-    return {json::parse(rest, nullptr, false),
-            std::string(line.substr(arguments->first, arguments->second))};
+    return {json::parse(withoutArguments(line, *arguments), nullptr, false),
+            std::string(line.substr(arguments->first, arguments->second)),
+            false};
 }
+
+// The way for a tool that reads its arguments strictly itself: their place is found from the
+// line's structure alone and only the rest is parsed, so the long part is read once, by the tool.
+// Nothing unless the line is a long tools/call request for such a tool.
+std::optional<Request> readUnchecked(std::string_view line,
+                                     const ToolProtocol::ReadsStrictly& readsStrictly)
+{
+    if (line.size() <= kArgumentsAsTextAbove) {
+        return std::nullopt;
+    }
+    auto span = LeadingScan(line).argumentsSpan();
+    if (!span || line[span->first] != '{') {
+        return std::nullopt;
+    }
+    std::optional<json> value = parse(withoutArguments(line, *span));
+    if (!value || !value->is_object()) {
+        return std::nullopt;
+    }
+    auto id = value->find("id");
+    auto method = value->find("method");
+    auto params = value->find("params");
+    if (id == value->end() || id->is_null() || method == value->end() || *method != "tools/call"
+        || params == value->end() || !params->is_object()) {
+        return std::nullopt;
+    }
+    auto name = params->find("name");
+    std::string_view arguments = line.substr(span->first, span->second);
+    if (name == params->end() || !name->is_string()
+        || !readsStrictly(name->get_ref<const std::string&>(), arguments)) {
+        return std::nullopt;
+    }
+    return Request{std::move(value), std::string(arguments), true};
+}
+
+// A failure told while a tool with unchecked arguments is still being called, kept back until
+// the line is known to be JSON. Locked: a completion may come from another thread.
+class HeldFailure
+{
+public:
+    bool hold(const ToolResult& answer)
+    {
+        std::lock_guard lock(m_mutex);
+        if (!m_calling || answer.ok() || answer.isWithdrawn()) {
+            return false;
+        }
+        m_failure = answer;
+        return true;
+    }
+
+    // Ends the call; what was held, if anything.
+    std::optional<ToolResult> release()
+    {
+        std::lock_guard lock(m_mutex);
+        m_calling = false;
+        return std::move(m_failure);
+    }
+
+private:
+    std::mutex m_mutex;
+    bool m_calling = true;
+    std::optional<ToolResult> m_failure;
+};
+
+void serve(Request read,
+           std::string_view line,
+           std::string_view version,
+           const ToolProtocol::ToolList& list,
+           const ToolProtocol::CallTool& call,
+           const ToolProtocol::Cancel& cancel,
+           ToolProtocol::ReplyCompletion completion);
 
 } // namespace
 
@@ -617,9 +761,32 @@ void ToolProtocol::respond(std::string_view line,
                            const ToolList& list,
                            const CallTool& call,
                            const Cancel& cancel,
-                           ReplyCompletion completion)
+                           ReplyCompletion completion,
+                           const ReadsStrictly& readsStrictly)
 {
-    Request read = readRequest(line);
+    std::optional<Request> read;
+    if (readsStrictly) {
+        read = readUnchecked(line, readsStrictly);
+    }
+    serve(read ? std::move(*read) : readRequest(line),
+          line,
+          version,
+          list,
+          call,
+          cancel,
+          std::move(completion));
+}
+
+namespace {
+
+void serve(Request read,
+           std::string_view line,
+           std::string_view version,
+           const ToolProtocol::ToolList& list,
+           const ToolProtocol::CallTool& call,
+           const ToolProtocol::Cancel& cancel,
+           ToolProtocol::ReplyCompletion completion)
+{
     std::optional<json>& request = read.value;
     if (!request || !request->is_object()) {
         completion(parseError());
@@ -631,7 +798,8 @@ void ToolProtocol::respond(std::string_view line,
 
     auto methodEntry = request->find("method");
     if (methodEntry == request->end() || !methodEntry->is_string()) {
-        completion(hasID ? std::optional(error(id, kInvalidRequest, "Invalid request: no method"))
+        completion(hasID ? std::optional(ToolProtocol::error(
+                       id, ToolProtocol::kInvalidRequest, "Invalid request: no method"))
                          : std::nullopt);
         return;
     }
@@ -653,10 +821,12 @@ void ToolProtocol::respond(std::string_view line,
     if (name == "tools/call") {
         auto tool = params.find("name");
         if (tool == params.end() || !tool->is_string()) {
-            completion(error(id, kInvalidParams, "Invalid params: no tool name"));
+            completion(ToolProtocol::error(
+                id, ToolProtocol::kInvalidParams, "Invalid params: no tool name"));
             return;
         }
-        Call request{tool->get<std::string>(), std::nullopt, std::nullopt, id, std::nullopt};
+        ToolProtocol::Call request{
+            tool->get<std::string>(), std::nullopt, std::nullopt, id, std::nullopt};
         if (read.argumentsText) {
             request.argumentsText = std::move(read.argumentsText);
         } else if (auto it = params.find("arguments"); it != params.end() && it->is_object()) {
@@ -669,12 +839,28 @@ void ToolProtocol::respond(std::string_view line,
             }
         }
         auto reply = std::make_shared<CallReply>(id, std::move(completion));
+        auto held = read.unchecked ? std::make_shared<HeldFailure>() : nullptr;
+        ToolProtocol::ToolCompletion done = [reply, held](const ToolResult& answer) {
+            if (!held || !held->hold(answer)) {
+                reply->deliver(answer);
+            }
+        };
         try {
-            call(std::move(request), [reply](const ToolResult& answer) { reply->deliver(answer); });
+            call(std::move(request), done);
         } catch (const std::exception& failure) {
-            reply->deliver(ToolResult::failure(std::string(failure.what())));
+            done(ToolResult::failure(std::string(failure.what())));
         } catch (...) {
-            reply->deliver(ToolResult::failure(std::string("The tool failed.")));
+            done(ToolResult::failure(std::string("The tool failed.")));
+        }
+        if (std::optional<ToolResult> failure = held ? held->release() : std::nullopt) {
+            // The tool stopped before it had read its arguments whole: the line is held to JSON
+            // as any other, and when that takes the tree, served again that way.
+            Request checked = readRequest(line);
+            if (checked.argumentsText) {
+                reply->deliver(*failure);
+            } else {
+                serve(std::move(checked), line, version, list, call, cancel, reply->take());
+            }
         }
         return;
     }
@@ -685,24 +871,29 @@ void ToolProtocol::respond(std::string_view line,
             auto requested = params.find("protocolVersion");
             json protocolVersion = requested != params.end() && requested->is_string()
                                        ? *requested
-                                       : json(kDefaultProtocolVersion);
-            reply = result(id,
-                           {{"protocolVersion", std::move(protocolVersion)},
-                            {"capabilities", {{"tools", json::object()}}},
-                            {"serverInfo", {{"name", kServerName}, {"version", version}}},
-                            {"instructions", instructions()}});
+                                       : json(ToolProtocol::kDefaultProtocolVersion);
+            reply = ToolProtocol::result(
+                id,
+                {{"protocolVersion", std::move(protocolVersion)},
+                 {"capabilities", {{"tools", json::object()}}},
+                 {"serverInfo", {{"name", ToolProtocol::kServerName}, {"version", version}}},
+                 {"instructions", ToolProtocol::instructions()}});
         } else if (name == "ping") {
-            reply = result(id, json::object());
+            reply = ToolProtocol::result(id, json::object());
         } else if (name == "tools/list") {
-            reply = result(id, toolsList(list));
+            reply = ToolProtocol::result(id, toolsList(list));
         } else {
-            reply = error(id, kMethodNotFound, "Method not found: " + name);
+            reply =
+                ToolProtocol::error(id, ToolProtocol::kMethodNotFound, "Method not found: " + name);
         }
     } catch (const std::exception& failure) {
-        reply = error(id, kInternalError, std::string("Internal error: ") + failure.what());
+        reply = ToolProtocol::error(
+            id, kInternalError, std::string("Internal error: ") + failure.what());
     }
     completion(std::move(reply));
 }
+
+} // namespace
 
 std::optional<std::string> ToolProtocol::respond(std::string_view line,
                                                  std::string_view version,

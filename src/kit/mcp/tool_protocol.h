@@ -46,6 +46,10 @@ public:
     using CallTool = std::function<void(Call call, ToolCompletion completion)>;
     // Told the id of a request its client cancelled with notifications/cancelled.
     using Cancel = std::function<void(const nlohmann::json& requestId)>;
+    // Whether the tool reads these arguments whole with a strict JSON reader, failing on any fault
+    // in them, before its call returns. A long line for such a tool is not checked beforehand;
+    // when its call fails at once, the line is checked then, and a fault in it is the parse error.
+    using ReadsStrictly = std::function<bool(const std::string& name, std::string_view arguments)>;
 
     static constexpr std::string_view kDefaultProtocolVersion = "2025-06-18";
     static constexpr std::string_view kServerName = "Vantorel";
@@ -79,7 +83,8 @@ public:
                         const ToolList& list,
                         const CallTool& call,
                         const Cancel& cancel,
-                        ReplyCompletion completion);
+                        ReplyCompletion completion,
+                        const ReadsStrictly& readsStrictly = {});
     // The synchronous form, for callers whose tools answer at once.
     static std::optional<std::string> respond(std::string_view line,
                                               std::string_view version,

@@ -174,17 +174,32 @@ private:
     {
         m_records.requireObject("a target");
         std::optional<Target::Kind> kind;
+        auto readKind = [&](std::string_view word) {
+            kind = library::enumFromWord<Target::Kind>(word);
+            if (!kind) {
+                throw library::DecodeError("unknown target kind");
+            }
+            if (*kind == Target::Kind::Group && depth >= library::kMaxGroupDepth) {
+                throw library::DecodeError("groups nested too deep");
+            }
+        };
+        // Written with sorted keys, "kind" comes after several members that depend on it: it is
+        // looked up first so that they are read once, in order.
+        std::optional<Target::Kind> ahead;
+        if (auto word = m_in.peekStringMember("kind")) {
+            readKind(*word);
+            ahead = kind;
+        }
         Fields f;
         // Members met before "kind" are read once the kind is known.
         std::vector<std::pair<std::string, size_t>> early;
         m_in.readObject([&](std::string_view key) {
             if (key == "kind") {
-                kind = library::enumFromWord<Target::Kind>(m_in.readString());
-                if (!kind) {
-                    throw library::DecodeError("unknown target kind");
-                }
-                if (*kind == Target::Kind::Group && depth >= library::kMaxGroupDepth) {
-                    throw library::DecodeError("groups nested too deep");
+                readKind(m_in.readString());
+                // The members before were read as the first "kind" has it: a later one that
+                // differs is left to the tree, where the last counts.
+                if (ahead && kind != ahead) {
+                    throw library::DecodeError("twin kinds");
                 }
             } else if (!kind) {
                 early.emplace_back(std::string(key), m_in.position());

@@ -3,6 +3,7 @@
 
 #include "kit/support/utf8.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -14,6 +15,21 @@ namespace {
 bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
+}
+
+// The bytes a string holds as they are: printable ASCII but the quote and the backslash. One
+// look-up per byte, in the loops that read most of a document.
+constexpr auto kPlainBytes = [] {
+    std::array<bool, 256> plain{};
+    for (int c = 0x20; c < 0x80; ++c) {
+        plain[static_cast<size_t>(c)] = c != '"' && c != '\\';
+    }
+    return plain;
+}();
+
+bool isPlain(char c)
+{
+    return kPlainBytes[static_cast<unsigned char>(c)];
 }
 
 int hexValue(char c)
@@ -77,7 +93,7 @@ const char* JsonReader::typeName(Type type)
     return "value";
 }
 
-void JsonReader::skipSpace()
+void JsonReader::skipSpaceRun()
 {
     while (m_pos < m_text.size()) {
         char c = m_text[m_pos];
@@ -86,15 +102,6 @@ void JsonReader::skipSpace()
         }
         ++m_pos;
     }
-}
-
-bool JsonReader::consume(char c)
-{
-    if (m_pos < m_text.size() && m_text[m_pos] == c) {
-        ++m_pos;
-        return true;
-    }
-    return false;
 }
 
 void JsonReader::enter()
@@ -248,17 +255,13 @@ std::string_view JsonReader::readKey()
     }
     // Keys without escapes are read in place.
     size_t p = m_pos + 1;
-    while (p < m_text.size()) {
-        auto c = static_cast<unsigned char>(m_text[p]);
-        if (c == '"') {
-            std::string_view key = m_text.substr(m_pos + 1, p - m_pos - 1);
-            m_pos = p + 1;
-            return key;
-        }
-        if (c == '\\' || c < 0x20 || c >= 0x80) {
-            break;
-        }
+    while (p < m_text.size() && isPlain(m_text[p])) {
         ++p;
+    }
+    if (p < m_text.size() && m_text[p] == '"') {
+        std::string_view key = m_text.substr(m_pos + 1, p - m_pos - 1);
+        m_pos = p + 1;
+        return key;
     }
     m_key.clear();
     readStringInto(m_key);
@@ -272,8 +275,7 @@ void JsonReader::readStringInto(std::string& out)
     const size_t size = m_text.size();
     for (;;) {
         size_t run = m_pos;
-        while (run < size && text[run] >= 0x20 && text[run] < 0x80 && text[run] != '"'
-               && text[run] != '\\') {
+        while (run < size && isPlain(static_cast<char>(text[run]))) {
             ++run;
         }
         out.append(m_text.data() + m_pos, run - m_pos);
@@ -393,6 +395,75 @@ void JsonReader::skipValue()
         readObject([&](std::string_view) { skipValue(); });
         break;
     }
+}
+
+std::optional<std::string_view> JsonReader::peekStringMember(std::string_view key) const
+{
+    const size_t size = m_text.size();
+    size_t from = m_pos;
+    while (from < size
+           && (m_text[from] == ' ' || m_text[from] == '\n' || m_text[from] == '\r'
+               || m_text[from] == '\t')) {
+        ++from;
+    }
+    if (from >= size || m_text[from] != '{') {
+        return std::nullopt;
+    }
+    // The end of the string opening at `at`, past its closing quote; `escaped` tells whether it
+    // held a backslash.
+    auto stringEnd = [&](size_t at, bool& escaped) {
+        escaped = false;
+        for (size_t p = at + 1; p < size; ++p) {
+            if (m_text[p] == '\\') {
+                escaped = true;
+                ++p;
+            } else if (m_text[p] == '"') {
+                return p + 1;
+            }
+        }
+        return size + 1;
+    };
+    int depth = 0;
+    bool atKey = false;
+    for (size_t p = from; p < size;) {
+        const char c = m_text[p];
+        if (c == '"') {
+            bool escaped = false;
+            const size_t end = stringEnd(p, escaped);
+            if (depth == 1 && atKey) {
+                atKey = false;
+                if (!escaped && m_text.substr(p + 1, end - p - 2) == key) {
+                    size_t value = end;
+                    while (value < size
+                           && (m_text[value] == ':' || m_text[value] == ' ' || m_text[value] == '\n'
+                               || m_text[value] == '\r' || m_text[value] == '\t')) {
+                        ++value;
+                    }
+                    if (value < size && m_text[value] == '"') {
+                        const size_t valueEnd = stringEnd(value, escaped);
+                        if (!escaped && valueEnd <= size) {
+                            return m_text.substr(value + 1, valueEnd - value - 2);
+                        }
+                    }
+                    return std::nullopt;
+                }
+            }
+            p = end;
+            continue;
+        }
+        if (c == '{' || c == '[') {
+            ++depth;
+            atKey = depth == 1;
+        } else if (c == '}' || c == ']') {
+            if (--depth == 0) {
+                return std::nullopt;
+            }
+        } else if (c == ',' && depth == 1) {
+            atKey = true;
+        }
+        ++p;
+    }
+    return std::nullopt;
 }
 
 void JsonReader::expectEnd()

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -48,6 +49,12 @@ public:
     // Calls element() for each element; element must consume it.
     template <class Element> void readArray(Element&& element);
 
+    // The first member `key` of the object at the cursor when it is a string, found from the
+    // text's structure alone without moving, and scanning no further: for a member that decides
+    // how the ones before it read. Nothing when it is absent, not a string, or written with
+    // escapes. What it finds is read again in its turn, which is where a fault is caught.
+    std::optional<std::string_view> peekStringMember(std::string_view key) const;
+
     // Where the next value starts, to come back and read it later.
     size_t position() const { return m_pos; }
     void seek(size_t position) { m_pos = position; }
@@ -58,10 +65,26 @@ public:
     [[noreturn]] void typeError(const char* wanted);
 
 private:
-    void skipSpace();
+    // Inline with a quick way out: compact text has no white space, and these run between
+    // every two tokens.
+    void skipSpace()
+    {
+        if (m_pos < m_text.size() && static_cast<unsigned char>(m_text[m_pos]) > ' ') {
+            return;
+        }
+        skipSpaceRun();
+    }
+    void skipSpaceRun();
     void enter();
     void leave() { --m_depth; }
-    bool consume(char c);
+    bool consume(char c)
+    {
+        if (m_pos < m_text.size() && m_text[m_pos] == c) {
+            ++m_pos;
+            return true;
+        }
+        return false;
+    }
     std::string_view readKey();
     void readStringInto(std::string& out);
     void skipNumber();

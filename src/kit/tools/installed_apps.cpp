@@ -84,15 +84,18 @@ std::vector<fs::path> xdgDataFolders()
 {
     std::vector<fs::path> folders;
     std::optional<fs::path> dataHome;
-    if (const char* set = std::getenv("XDG_DATA_HOME"); set && *set) {
+    // Nothing in this program sets the environment, so reading it from any thread is safe.
+    const char* set = std::getenv("XDG_DATA_HOME"); // NOLINT(concurrency-mt-unsafe)
+    const char* home = std::getenv("HOME");         // NOLINT(concurrency-mt-unsafe)
+    if (set && *set) {
         dataHome = fs::path(set);
-    } else if (const char* home = std::getenv("HOME"); home && *home) {
+    } else if (home && *home) {
         dataHome = fs::path(home) / ".local/share";
     }
     if (dataHome) {
         folders.push_back(*dataHome);
     }
-    const char* dataDirs = std::getenv("XDG_DATA_DIRS");
+    const char* dataDirs = std::getenv("XDG_DATA_DIRS"); // NOLINT(concurrency-mt-unsafe)
     std::string_view dirs =
         dataDirs && *dataDirs ? std::string_view(dataDirs) : "/usr/local/share:/usr/share";
     while (!dirs.empty()) {

@@ -88,6 +88,12 @@ public:
                      const std::string& source,
                      Completion completion,
                      Waiting waiting = {});
+    // Whether call() reads these arguments whole as strict JSON before it answers or proposes
+    // anything, so a fault in them always makes it fail at once.
+    static bool readsStrictly(const std::string& name, std::string_view arguments)
+    {
+        return WriteTools::readsStrictly(name, arguments);
+    }
     // Withdraws the proposal of the call still waiting under `key`: it leaves the person's
     // review and the call completes with ToolResult::withdrawn(). Nothing for any other key.
     void withdraw(const std::string& key);

@@ -77,6 +77,7 @@ template <class E> E enumArgument(const Arguments& args, const char* key)
         return *value;
     }
     std::vector<std::string> words;
+    words.reserve(std::size(library::EnumWords<E>::kWords));
     for (auto w : library::EnumWords<E>::kWords) {
         words.emplace_back(w);
     }
@@ -614,12 +615,14 @@ std::vector<Tool> makeTools()
         R"("session":{"type":"string","description":"The session's id or name."})";
     const std::string size =
         R"({"type":["object","null"],"properties":{"width":{"type":"number"},"height":{"type":"number"}},"required":["width","height"]})";
-    auto make =
-        [](const char* toolName, const char* description, std::string schemaText, Builder build) {
-            ToolDescription d = describe(toolName, description, "");
-            d.inputSchema = support::inPlatformWords(schemaText);
-            return Tool{std::move(d), build};
-        };
+    auto make = [](const char* toolName,
+                   const char* description,
+                   const std::string& schemaText,
+                   Builder build) {
+        ToolDescription d = describe(toolName, description, "");
+        d.inputSchema = support::inPlatformWords(schemaText);
+        return Tool{std::move(d), build};
+    };
     return {
         make(
             "add_shortcuts",
@@ -1127,8 +1130,7 @@ WriteTools::Call WriteTools::call(const std::string& name,
         throw ToolError::unknownTool(name);
     }
     // A long document goes to the streamed reader as it came, without a tree in between.
-    if (name == "propose" && arguments && arguments->size() > kStreamedAbove
-        && arguments->front() == '{') {
+    if (arguments && readsStrictly(name, *arguments)) {
         Proposal proposal;
         try {
             proposal = Proposal::decode(*arguments);

@@ -123,6 +123,12 @@ public:
     static constexpr const char* kUntitled = "Proposed changes";
     // propose arguments longer than this are read by the streamed document reader.
     static constexpr std::size_t kStreamedAbove = std::size_t{64} << 10;
+    // Whether call() reads these arguments whole with a strict JSON reader before anything else
+    // is done with them, so a fault in them as JSON always makes it fail.
+    static bool readsStrictly(std::string_view name, std::string_view arguments)
+    {
+        return name == "propose" && arguments.size() > kStreamedAbove && arguments.front() == '{';
+    }
 
 private:
     static Call

@@ -559,4 +559,69 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheOnesTheTreeHolds)
     }
 }
 
+// A tool that reads its long arguments strictly itself gets them unchecked, and the line is held
+// to JSON only when the tool fails: a fault anywhere in the line is the parse error either way.
+TEST(ToolProtocol, ALongLineForAStrictReaderIsHeldToJsonAllTheSame)
+{
+    const std::string pad = std::string(70'000, 'x');
+    const std::string valid = R"({"pad":")" + pad + R"(","b":[1,{"c":"\"}"}]})";
+    const std::string head = R"({"id":3,"method":"tools/call","params":{"name":"propose",)";
+    struct Case
+    {
+        std::string line;
+        bool toolReads;       // false: the tool fails without reading, as when writes are off
+        std::string expected; // "ok", "failed" or "parse"
+        int toolCalls;
+    };
+    const std::vector<Case> cases = {
+        {head + R"("arguments":)" + valid + "}}", true, "ok", 1},
+        {head + R"("arguments":)" + valid + "}}", false, "failed", 1},
+        {head + R"("arguments":{"pad":")" + pad + R"(","b":[1,]}}})", true, "parse", 1},
+        {head + R"("arguments":{"pad":")" + pad + R"(","b":tru}}})", false, "parse", 1},
+        {head + R"("arguments":{"pad":")" + pad + "\x01\"}}}", true, "parse", 1},
+        {head + R"("arguments":)" + valid + "}} x", true, "parse", 0},
+        {head + R"("arguments":)" + valid + R"(,"name":7}})", true, "other", 0},
+        // Keys spelled with escapes are read the checked way.
+        {head + R"("argum\u0065nts":)" + valid + "}}", true, "ok", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.line.substr(c.line.size() - 40));
+        int calls = 0;
+        std::optional<std::string> reply;
+        ToolProtocol::respond(
+            c.line,
+            "1",
+            &tools,
+            [&](ToolProtocol::Call call, const ToolProtocol::ToolCompletion& done) {
+                ++calls;
+                if (!call.argumentsText && !call.arguments) {
+                    done(ToolResult::failure(std::string("no arguments")));
+                    return;
+                }
+                const json arguments = call.argumentsText
+                                           ? json::parse(*call.argumentsText, nullptr, false)
+                                           : *call.arguments;
+                if (!c.toolReads || arguments.is_discarded()) {
+                    done(ToolResult::failure(std::string("refused")));
+                    return;
+                }
+                EXPECT_EQ(arguments, json::parse(valid));
+                done(ToolResult::success("{}"));
+            },
+            {},
+            [&](std::optional<std::string> line) { reply = std::move(line); },
+            [](const std::string& name, std::string_view arguments) {
+                return name == "propose" && arguments.size() > 65'536;
+            });
+        ASSERT_TRUE(reply);
+        const json answer = json::parse(*reply);
+        const std::string outcome =
+            answer.contains("error")
+                ? (answer["error"]["code"] == ToolProtocol::kParseError ? "parse" : "other")
+                : (answer["result"]["isError"] ? "failed" : "ok");
+        EXPECT_EQ(outcome, c.expected);
+        EXPECT_EQ(calls, c.toolCalls);
+    }
+}
+
 } // namespace

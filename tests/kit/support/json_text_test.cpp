@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <string>
 
 namespace kit::support {
@@ -194,6 +195,35 @@ TEST(PrettyJsonWriter, NumbersReadBackAsWrittenAndNonFiniteOnesAreNull)
         PrettyJsonWriter writer;
         writer.value(number);
         EXPECT_EQ(writer.text(), "null");
+    }
+}
+
+TEST(JsonReader, PeeksAStringMemberFromTheStructureAlone)
+{
+    struct Case
+    {
+        const char* text;
+        std::optional<std::string> kind;
+    };
+    const Case cases[] = {
+        {R"({"a":1,"kind":"url","z":2})", "url"},
+        {R"( { "a" : {"kind":"app"} , "kind" : "url" })", "url"},
+        {R"({"a":["kind","x"],"b":"\"kind\":\"app\"","kind":"url"})", "url"},
+        {R"({"kind":"app","kind":"url"})", "app"},
+        {R"({"kind":7,"kind":"url"})", std::nullopt},
+        {R"({"kind":"u\u0072l"})", std::nullopt},
+        {R"({"a":{"kind":"app"}})", std::nullopt},
+        {R"({"b":"x\\","kind":"url"})", "url"},
+        {R"({"kind":"url)", std::nullopt},
+        {R"(["kind","url"])", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        JsonReader reader(c.text, 8);
+        const size_t start = reader.position();
+        std::optional<std::string_view> found = reader.peekStringMember("kind");
+        EXPECT_EQ(found ? std::optional<std::string>(*found) : std::nullopt, c.kind);
+        EXPECT_EQ(reader.position(), start);
     }
 }
 
