@@ -42,7 +42,8 @@ struct NumberKeys
     std::optional<Modifier> extra() const;
     // The pair plus the extra modifier, when there is a second nine.
     std::optional<ModifierSet> secondNine() const;
-    // The keys that press icon n (counted from 1), such as "Alt+Super+3"; none when icon n has no key.
+    // The keys that press icon n (counted from 1), such as "Alt+Super+3"; none when icon n has no
+    // key.
     std::optional<std::string> display(int n) const;
 
     bool operator==(const NumberKeys&) const = default;

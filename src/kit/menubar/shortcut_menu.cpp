@@ -122,8 +122,9 @@ MenuItem accountRows(const URLTarget& url,
                      const Writer& write)
 {
     std::vector<MenuItem> items;
-    items.push_back(
-        MenuItem::option(std::string(words::kDefaultAccount), !url.sessionID, write.set(change::Account{std::nullopt})));
+    items.push_back(MenuItem::option(std::string(words::kDefaultAccount),
+                                     !url.sessionID,
+                                     write.set(change::Account{std::nullopt})));
     bool known = !url.sessionID;
     for (const auto& session : sessions) {
         bool current = url.sessionID == session.id;
@@ -284,8 +285,10 @@ void addURLRows(std::vector<MenuItem>& rows,
                           write.set(change::BlocksAds{
                               blocks == defaults.blocksAds ? std::nullopt : std::optional(blocks)}),
                           inApp));
-    rows.push_back(toggle(
-        std::string(words::kStaysOnTop), url.staysOnTop, write.set(change::StaysOnTop{!url.staysOnTop}), inApp));
+    rows.push_back(toggle(std::string(words::kStaysOnTop),
+                          url.staysOnTop,
+                          write.set(change::StaysOnTop{!url.staysOnTop}),
+                          inApp));
     rows.push_back(toggle(std::string(words::kReloadsOnOpen),
                           url.reloadsOnOpen,
                           write.set(change::ReloadsOnOpen{!url.reloadsOnOpen}),

@@ -23,9 +23,8 @@ enum class OpenFailure {
 std::string whyNotOpened(OpenFailure failure);
 // "“Name” could not be opened." with the reason after it, when there is one; for a failure of no
 // known kind, the system's own words (`detail`) in brackets, if it gave any.
-std::string couldNotOpen(const std::string& name,
-                         OpenFailure failure,
-                         const std::string& detail = {});
+std::string
+couldNotOpen(const std::string& name, OpenFailure failure, const std::string& detail = {});
 
 // The answer to opening an address: true when it opened.
 struct OpenResult

@@ -67,9 +67,15 @@ TEST(WindowPlacement, NeverLargerThanTheScreenAndWholeOnIt)
          Point{100, 20},
          {1100, 800},
          {100, 54, 1100, 746}},
-        {"past the right and bottom edges: moved in", Point{1000, 700}, {600, 400}, {680, 400, 600, 400}},
+        {"past the right and bottom edges: moved in",
+         Point{1000, 700},
+         {600, 400},
+         {680, 400, 600, 400}},
         {"larger both ways: the whole room", {}, {3000, 2000}, {0, 54, 1280, 746}},
-        {"above the screen's top: moved down under it", Point{10, -50}, {300, 200}, {10, 54, 300, 200}},
+        {"above the screen's top: moved down under it",
+         Point{10, -50},
+         {300, 200},
+         {10, 54, 300, 200}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -428,8 +428,9 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{OpenFailure::Missing,
                     "\u201CNotes\u201D could not be opened. It was moved or deleted, or is on a "
                     "disk that is not connected."},
-        RefusalCase{OpenFailure::Permission,
-                    "\u201CNotes\u201D could not be opened. You do not have permission to open it."},
+        RefusalCase{
+            OpenFailure::Permission,
+            "\u201CNotes\u201D could not be opened. You do not have permission to open it."},
         RefusalCase{OpenFailure::Other, "\u201CNotes\u201D could not be opened."}));
 
 TEST_F(OpenerTest, a_file_with_its_chosen_app_holds_access_until_the_open_completes)
