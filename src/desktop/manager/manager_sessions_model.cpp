@@ -5,8 +5,10 @@
 #include "kit/storage/library_store.h"
 #include "kit/storage/session_words.h"
 
+#include <QCoreApplication>
 #include <QPainter>
 #include <QPixmap>
+#include <QThreadPool>
 
 #include <algorithm>
 #include <array>
@@ -152,8 +154,13 @@ QVariant ManagerSessionsModel::data(const QModelIndex& index, int role) const
     case Qt::DecorationRole:
         return swatch(colour(Session::colourIndex(session)));
     case Qt::ToolTipRole:
-    case DetailRole:
-        return detail(m_store.usage(session.id).value_or(0), sites());
+    case DetailRole: {
+        if (!m_linksCounted) {
+            return QString();
+        }
+        const auto links = m_links.find(session.id.string());
+        return detail(links == m_links.end() ? 0 : links->second, sites());
+    }
     case IDRole:
         return toQt(session.id.string());
     case ColourRole:
@@ -185,7 +192,39 @@ void ManagerSessionsModel::reload()
 {
     beginResetModel();
     endResetModel();
+    countLinks();
     countSites();
+}
+
+void ManagerSessionsModel::countLinks()
+{
+    using Store = kit::storage::LibraryStore;
+    const unsigned generation = ++m_linksGeneration;
+    auto inputs = std::make_shared<const Store::UsageInputs>(m_store.usageInputs());
+    std::weak_ptr<ManagerSessionsModel*> weak = m_self;
+    QThreadPool::globalInstance()->start([inputs, weak, generation] {
+        auto counts = Store::countUsage(*inputs);
+        std::map<std::string, int> links;
+        for (const auto& [session, n] : counts) {
+            links.emplace(session.string(), n);
+        }
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [weak, generation, links = std::move(links)]() mutable {
+                auto self = weak.lock();
+                if (!self || !*self || (*self)->m_linksGeneration != generation) {
+                    return;
+                }
+                ManagerSessionsModel& model = **self;
+                model.m_links = std::move(links);
+                model.m_linksCounted = true;
+                if (model.rowCount() > 0) {
+                    Q_EMIT model.dataChanged(model.index(0), model.index(model.rowCount() - 1));
+                }
+                Q_EMIT model.linksCountedChanged();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 void ManagerSessionsModel::startCounting()
