@@ -12,12 +12,13 @@
 #include <gtest/gtest.h>
 
 #include <QCheckBox>
-#include <QEventLoop>
+#include <QCoreApplication>
 #include <QListWidget>
 #include <QMimeData>
-#include <QTimer>
 
+#include <chrono>
 #include <memory>
+#include <thread>
 
 namespace desktop::testing {
 
@@ -373,14 +374,13 @@ protected:
     std::vector<SessionID> m_removed;
 };
 
-// The links are counted off the main thread; their answer comes through the event loop.
+// The links are counted off the main thread and their answer is a queued call; only queued calls
+// are delivered while waiting, not the timers and deletions an earlier test may have left.
 void waitForLinks(ManagerSessionsModel& model)
 {
-    QEventLoop loop;
-    QObject::connect(&model, &ManagerSessionsModel::linksCountedChanged, &loop, &QEventLoop::quit);
-    QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-    if (!model.linksCounted()) {
-        loop.exec();
+    for (int i = 0; i < 500 && !model.linksCounted(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
     }
     EXPECT_TRUE(model.linksCounted());
 }

@@ -5,13 +5,12 @@
 #include "kit/storage/library_store.h"
 #include "kit/storage/session_words.h"
 
-#include <QCoreApplication>
 #include <QPainter>
 #include <QPixmap>
-#include <QThreadPool>
 
 #include <algorithm>
 #include <array>
+#include <thread>
 
 namespace desktop {
 
@@ -40,8 +39,11 @@ ManagerSessionsModel::ManagerSessionsModel(kit::storage::LibraryStore& store,
     : QAbstractListModel(parent)
     , m_store(store)
     , m_data(std::move(data))
+    , m_delivery(std::make_shared<Delivery>())
+    , m_receiver(std::make_unique<QObject>())
     , m_self(std::make_shared<ManagerSessionsModel*>(this))
 {
+    m_delivery->receiver = m_receiver.get();
     using Store = kit::storage::LibraryStore;
     m_observation = m_store.observe([this](unsigned changes) {
         // Link counts follow the bars' shortcuts as well as the sessions.
@@ -56,6 +58,12 @@ ManagerSessionsModel::~ManagerSessionsModel()
 {
     m_store.removeObserver(m_observation);
     m_self.reset();
+    {
+        const std::lock_guard hold(m_delivery->lock);
+        m_delivery->receiver = nullptr;
+    }
+    // Deleting the receiver drops the answers already queued for it.
+    m_receiver.reset();
 }
 
 QColor ManagerSessionsModel::colour(int index)
@@ -201,30 +209,32 @@ void ManagerSessionsModel::countLinks()
     using Store = kit::storage::LibraryStore;
     const unsigned generation = ++m_linksGeneration;
     auto inputs = std::make_shared<const Store::UsageInputs>(m_store.usageInputs());
-    std::weak_ptr<ManagerSessionsModel*> weak = m_self;
-    QThreadPool::globalInstance()->start([inputs, weak, generation] {
+    std::thread([this, inputs, generation, delivery = m_delivery] {
         auto counts = Store::countUsage(*inputs);
         std::map<std::string, int> links;
         for (const auto& [session, n] : counts) {
             links.emplace(session.string(), n);
         }
+        const std::lock_guard hold(delivery->lock);
+        if (delivery->receiver == nullptr) {
+            return;
+        }
+        // Runs only while the receiver, and so the model, is there.
         QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [weak, generation, links = std::move(links)]() mutable {
-                auto self = weak.lock();
-                if (!self || !*self || (*self)->m_linksGeneration != generation) {
+            delivery->receiver,
+            [this, generation, links = std::move(links)]() mutable {
+                if (generation != m_linksGeneration) {
                     return;
                 }
-                ManagerSessionsModel& model = **self;
-                model.m_links = std::move(links);
-                model.m_linksCounted = true;
-                if (model.rowCount() > 0) {
-                    Q_EMIT model.dataChanged(model.index(0), model.index(model.rowCount() - 1));
+                m_links = std::move(links);
+                m_linksCounted = true;
+                if (rowCount() > 0) {
+                    Q_EMIT dataChanged(index(0), index(rowCount() - 1));
                 }
-                Q_EMIT model.linksCountedChanged();
+                Q_EMIT linksCountedChanged();
             },
             Qt::QueuedConnection);
-    });
+    }).detach();
 }
 
 void ManagerSessionsModel::startCounting()

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -97,6 +98,15 @@ private:
     bool m_linksCounted = false;
     // Answers of earlier countings, overtaken by a later change, are dropped.
     unsigned m_linksGeneration = 0;
+    // Where counting threads deliver their answers: cleared, under the lock, before the model
+    // goes, so a late answer is dropped rather than delivered to nothing.
+    struct Delivery
+    {
+        std::mutex lock;
+        QObject* receiver = nullptr;
+    };
+    std::shared_ptr<Delivery> m_delivery;
+    std::unique_ptr<QObject> m_receiver;
     bool m_counting = false;
     size_t m_observation = 0;
     // Held weakly by the engine's answers, which do nothing once the model is gone.
