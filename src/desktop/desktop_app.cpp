@@ -471,8 +471,8 @@ ManagerWindow& DesktopApp::manager()
             stores.deleteStore(session, [](bool) {});
         };
         services.openDocument = [this](const std::filesystem::path& file,
-                                       app::AppDependencies::Opened opened) {
-            openDocument(file, std::move(opened));
+                                       const app::AppDependencies::Opened& opened) {
+            openDocument(file, opened);
         };
         services.showIntroduction = [this] { showIntroduction(std::nullopt); };
         services.shortcutIcon = [this](const kit::library::Shortcut& shortcut) {
