@@ -36,8 +36,9 @@ std::string quotedExec(const std::string& path)
 
 } // namespace
 
-XdgLoginItem::XdgLoginItem(std::filesystem::path configHome, std::filesystem::path executable)
-    : m_file(std::move(configHome) / "autostart" / kFileName)
+XdgLoginItem::XdgLoginItem(const std::filesystem::path& configHome,
+                           std::filesystem::path executable)
+    : m_file(configHome / "autostart" / kFileName)
     , m_executable(std::move(executable))
 {}
 

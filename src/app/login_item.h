@@ -17,7 +17,7 @@ public:
     static constexpr const char* kFileName = "vantorel.desktop";
 
     // The entry in the autostart folder of `configHome`, running `executable`.
-    XdgLoginItem(std::filesystem::path configHome, std::filesystem::path executable);
+    XdgLoginItem(const std::filesystem::path& configHome, std::filesystem::path executable);
     // The person's config folder and the running executable; nothing without a home.
     static std::optional<XdgLoginItem> current();
 

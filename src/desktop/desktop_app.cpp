@@ -419,7 +419,7 @@ void DesktopApp::handle(const std::string& line, const app::InstanceChannel::Rep
 }
 
 void DesktopApp::openDocument(const std::filesystem::path& file,
-                              app::AppDependencies::Opened opened)
+                              const app::AppDependencies::Opened& opened)
 {
     m_dependencies->openDocument(
         file, [this, name = file.filename().string(), opened](std::optional<std::string> error) {
@@ -439,15 +439,17 @@ ManagerWindow& DesktopApp::manager()
         ManagerServices services(dependencies.libraryStore(), dependencies.proposals());
         services.version = app::AppDependencies::kVersion;
         services.makeSettings = [this, &dependencies](QWidget* parent) {
-            return new SettingsWindow(dependencies.settings(),
-                                      dependencies.grants(),
-                                      parent,
-                                      m_bridgePath,
-                                      [&dependencies] {
-                                          return dependencies.hotKeys()
-                                                     ? dependencies.hotKeys()->refused()
-                                                     : std::vector<std::string>{};
-                                      });
+            return new SettingsWindow(
+                dependencies.settings(),
+                dependencies.grants(),
+                parent,
+                m_bridgePath,
+                [&dependencies] {
+                    return dependencies.hotKeys() ? dependencies.hotKeys()->refused()
+                                                  : std::vector<std::string>{};
+                },
+                {},
+                m_loginItem ? &*m_loginItem : nullptr);
         };
         services.edit = [this](const kit::storage::LibraryStore::EditRequest& request) {
             editor().edit(request);
@@ -470,8 +472,8 @@ ManagerWindow& DesktopApp::manager()
             stores.deleteStore(session, [](bool) {});
         };
         services.openDocument = [this](const std::filesystem::path& file,
-                                       app::AppDependencies::Opened opened) {
-            openDocument(file, std::move(opened));
+                                       const app::AppDependencies::Opened& opened) {
+            openDocument(file, opened);
         };
         services.showIntroduction = [this] { showIntroduction(std::nullopt); };
         services.shortcutIcon = [this](const kit::library::Shortcut& shortcut) {

@@ -74,7 +74,8 @@ public:
     void handle(const std::string& request, const app::InstanceChannel::Reply& reply);
     // Reads a document off the main thread and hands it to the review window; a failure is shown
     // and passed to `opened` as its sentence.
-    void openDocument(const std::filesystem::path& file, app::AppDependencies::Opened opened = {});
+    void openDocument(const std::filesystem::path& file,
+                      const app::AppDependencies::Opened& opened = {});
     // The manager window on the bar being managed, on Settings, or on the pending proposal.
     void presentManager();
     void presentSettings();

@@ -27,6 +27,8 @@ void showInFront(QMessageBox* box)
 void MessageBoxAlerts::showAlert(const std::string& title, const std::string& message)
 {
     auto* box = new QMessageBox(QMessageBox::Warning, toQt(title), toQt(message), QMessageBox::Ok);
+    // The message names a shortcut, whose name is the person's text, never markup.
+    box->setTextFormat(Qt::PlainText);
     box->setWindowModality(Qt::ApplicationModal);
     showInFront(box);
     m_current = box;

@@ -33,6 +33,39 @@ std::string quoted(const std::string& name)
     return "\u201C" + name + "\u201D";
 }
 
+using kit::opening::OpenFailure;
+
+OpenFailure failureOf(const GError* error)
+{
+    if (error == nullptr) {
+        return OpenFailure::Other;
+    }
+    if (error->domain == G_IO_ERROR) {
+        switch (error->code) {
+        case G_IO_ERROR_NOT_FOUND:
+            return OpenFailure::Missing;
+        case G_IO_ERROR_PERMISSION_DENIED:
+            return OpenFailure::Permission;
+        case G_IO_ERROR_NOT_SUPPORTED:
+            return OpenFailure::NoApp;
+        default:
+            return OpenFailure::Other;
+        }
+    }
+    if (error->domain == G_SPAWN_ERROR) {
+        switch (error->code) {
+        case G_SPAWN_ERROR_NOENT:
+            return OpenFailure::AppNotInstalled;
+        case G_SPAWN_ERROR_ACCES:
+        case G_SPAWN_ERROR_PERM:
+            return OpenFailure::Permission;
+        default:
+            return OpenFailure::Other;
+        }
+    }
+    return OpenFailure::Other;
+}
+
 bool isExecutableFile(const std::string& path)
 {
     struct stat info
@@ -105,7 +138,7 @@ void launch(const std::vector<std::string>& urls,
         const std::string name = displayName(info.get(), application);
         const std::string why = error ? error->message : "no reason given";
         kLog.error("launch " + application + ": " + why);
-        report(quoted(name) + " could not be opened (" + why + ").");
+        report(kit::opening::couldNotOpen(name, failureOf(error.get()), why));
         return;
     }
     report(std::nullopt);
@@ -113,7 +146,7 @@ void launch(const std::vector<std::string>& urls,
 
 } // namespace
 
-bool GioWorkspace::open(const std::string& url)
+kit::opening::OpenResult GioWorkspace::open(const std::string& url)
 {
     GObjectPtr<GAppLaunchContext> context(g_app_launch_context_new());
     GError* raw = nullptr;
@@ -121,8 +154,9 @@ bool GioWorkspace::open(const std::string& url)
     ErrorPtr error(raw);
     if (!opened) {
         kLog.error("open " + url + ": " + (error ? error->message : "no handler"));
+        return kit::opening::OpenResult::failed(failureOf(error.get()));
     }
-    return opened;
+    return kit::opening::OpenResult::opened();
 }
 
 void GioWorkspace::open(const std::vector<std::string>& urls,

@@ -13,7 +13,7 @@ namespace desktop {
 class GioWorkspace final : public kit::opening::WorkspaceOpening
 {
 public:
-    bool open(const std::string& url) override;
+    kit::opening::OpenResult open(const std::string& url) override;
     void open(const std::vector<std::string>& urls,
               const std::string& application,
               Completion completion) override;

@@ -20,6 +20,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QScreen>
 #include <QSpinBox>
 
 namespace desktop::editor {
@@ -198,6 +199,17 @@ TEST_F(ShortcutEditorTest, EachControlWritesItsOwnSetting)
     EXPECT_TRUE(url.keepsPlaying);
     EXPECT_FALSE(url.reloadsOnOpen);
     EXPECT_FALSE(saved->isInMenuBar);
+}
+
+TEST_F(ShortcutEditorTest, PageSettingsNeverTakeTheWindowPastTheScreen)
+{
+    m_editor.edit(m_link.id);
+    auto& window = dialog();
+    const QRect screen = window.screen()->availableGeometry();
+    window.setPageSettingsShown(true);
+    EXPECT_TRUE(screen.contains(window.frameGeometry()))
+        << window.frameGeometry().height() << " on " << screen.height();
+    EXPECT_TRUE(window.saveButton()->isVisible());
 }
 
 TEST_F(ShortcutEditorTest, CancelAndEscapeWriteNothing)

@@ -1,12 +1,20 @@
 // SPDX-License-Identifier: MIT
-// Shows the shortcut editor or the icon picker on a sample bar for a look: run under a display
-// (Xvfb) with HOME and the XDG folders pointed at a temporary folder, take a screenshot, then end
-// it. The first argument picks the window: url, app, deeplink, file, picker or letters.
+// Shows the shortcut editor, the icon picker, Settings or a failed opening's message on a sample
+// bar for a look: run under a display (Xvfb) with HOME and the XDG folders pointed at a temporary
+// folder, take a screenshot, then end it. The first argument picks the window: url, app, deeplink,
+// file, picker, letters, settings or failure.
+#include "app/login_item.h"
+#include "desktop/dialogs.h"
 #include "desktop/editor/editor_dialog.h"
 #include "desktop/editor/icon_picker.h"
 #include "desktop/editor/shortcut_editor.h"
+#include "desktop/gio_workspace.h"
+#include "desktop/manager/settings_window.h"
 #include "desktop/tray/qt_icon_renderer.h"
 #include "kit/opening/target_factory.h"
+#include "kit/proposal/root_grant_store.h"
+#include "kit/settings/app_settings.h"
+#include "kit/settings/key_value_store.h"
 #include "kit/storage/library_store.h"
 #include "kit/tools/icon_theme.h"
 #include "kit/tools/installed_apps.h"
@@ -17,6 +25,8 @@
 #include <QTabWidget>
 
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 using kit::library::Library;
@@ -85,6 +95,28 @@ int main(int argc, char** argv)
 
     std::unique_ptr<desktop::editor::IconPicker> picker;
     QWidget* shown = nullptr;
+    if (scene == "settings") {
+        static kit::settings::MemoryKeyValueStore values;
+        static kit::settings::AppSettings settings(values);
+        static kit::proposal::RootGrantStore grants(directory->url / "grants.json");
+        static app::XdgLoginItem login(directory->url / "config", "/usr/bin/vantorel");
+        login.enable();
+        auto* window = new desktop::SettingsWindow(settings, grants, nullptr, {}, {}, {}, &login);
+        window->present();
+        return application.exec();
+    }
+    if (scene == "failure") {
+        // A file of a kind nothing opens, through the real workspace and the real message.
+        const auto file = directory->url / "Notes.unknown-kind";
+        std::ofstream(file) << "\x01\x02";
+        desktop::GioWorkspace workspace;
+        const auto result = workspace.open("file://" + file.string());
+        static desktop::MessageBoxAlerts alerts;
+        alerts.showAlert("Notes",
+                         result ? std::string("It opened.")
+                                : kit::opening::couldNotOpen("Notes", *result.failure));
+        return application.exec();
+    }
     if (scene == "picker" || scene == "letters") {
         // As on GNOME's top bar: the dark panel's preview comes first.
         picker = std::make_unique<desktop::editor::IconPicker>(
@@ -97,6 +129,7 @@ int main(int argc, char** argv)
         }
         picker->show();
         shown = picker.get();
+        shown->move(20, 20);
     } else {
         if (scene == "url") {
             editor.edit(link.id);
@@ -113,6 +146,5 @@ int main(int argc, char** argv)
         }
         shown = editor.dialog();
     }
-    shown->move(20, 20);
     return application.exec();
 }

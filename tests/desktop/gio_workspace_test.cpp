@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace desktop {
@@ -112,6 +113,20 @@ TEST_F(GioWorkspaceTest, OpensALinkWithItsDefaultHandler)
     EXPECT_TRUE(m_workspace.open("vantorel-test://bar/1"));
     EXPECT_EQ(recorded(), "vantorel-test://bar/1\n");
     EXPECT_FALSE(m_workspace.open("no-handler-for-this://x"));
+}
+
+TEST_F(GioWorkspaceTest, SaysWhyAFileDidNotOpen)
+{
+    using kit::opening::OpenFailure;
+    using kit::opening::OpenResult;
+    const std::filesystem::path dir = std::filesystem::temp_directory_path() / "vantorel-gio-why";
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "data.vantorel-unknown-kind") << "\x01\x02\x03";
+    EXPECT_EQ(m_workspace.open("file://" + (dir / "gone.txt").string()),
+              OpenResult::failed(OpenFailure::Missing));
+    EXPECT_EQ(m_workspace.open("file://" + (dir / "data.vantorel-unknown-kind").string()),
+              OpenResult::failed(OpenFailure::NoApp));
+    std::filesystem::remove_all(dir);
 }
 
 } // namespace

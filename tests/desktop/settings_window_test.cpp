@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager/settings_window.h"
 
+#include "app/login_item.h"
 #include "kit/proposal/root_grant_store.h"
 #include "kit/settings/app_settings.h"
 #include "kit/settings/key_value_store.h"
@@ -20,6 +21,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 using desktop::SettingsWindow;
 using kit::proposal::RootGrantStore;
@@ -38,13 +40,15 @@ protected:
     SettingsWindowTest()
         : m_settings(m_store)
         , m_grants(m_dir.path() / RootGrantStore::kFileName)
+        , m_loginItem(m_dir.path() / "config", "/opt/vantorel/vantorel")
         , m_window(
               m_settings,
               m_grants,
               nullptr,
               [] { return std::string("/opt/vantorel/vantorel-mcp"); },
-              [] { return std::vector<std::string>{"⌃⌘A"}; },
-              [this](QWidget*) { return m_chosen; })
+              [] { return std::vector<std::string>{"Ctrl+Super+A"}; },
+              [this](QWidget*) { return m_chosen; },
+              &m_loginItem)
     {}
 
     template <class Widget> Widget* control(const char* name)
@@ -77,6 +81,7 @@ protected:
     AppSettings m_settings;
     RootGrantStore m_grants;
     std::string m_chosen;
+    app::XdgLoginItem m_loginItem;
     SettingsWindow m_window;
 };
 
@@ -125,6 +130,24 @@ TEST_F(SettingsWindowTest, AChangeMadeElsewhereShows)
               "<client> mcp add vantorel -- \"/opt/vantorel/vantorel-mcp\"");
 }
 
+TEST_F(SettingsWindowTest, StartAtLoginFollowsTheAutostartEntry)
+{
+    auto* start = control<QCheckBox>("startAtLogin");
+    EXPECT_FALSE(start->isChecked());
+    start->setChecked(true);
+    EXPECT_TRUE(std::filesystem::exists(m_loginItem.file()));
+    start->setChecked(false);
+    EXPECT_FALSE(std::filesystem::exists(m_loginItem.file()));
+
+    // Switched off elsewhere (the desktop's own settings hide the entry): shown as off.
+    ASSERT_TRUE(m_loginItem.enable());
+    m_window.reload();
+    EXPECT_TRUE(start->isChecked());
+    std::ofstream(m_loginItem.file(), std::ios::app) << "Hidden=true\n";
+    m_window.reload();
+    EXPECT_FALSE(start->isChecked());
+}
+
 TEST_F(SettingsWindowTest, RecordingAHotKeyKeepsItOrSaysWhyNot)
 {
     auto* recorder = control<QPushButton>("menuHotKey");
@@ -132,14 +155,15 @@ TEST_F(SettingsWindowTest, RecordingAHotKeyKeepsItOrSaysWhyNot)
     press(recorder, QEvent::KeyPress, Qt::Key_M, Qt::ControlModifier | Qt::AltModifier);
     ASSERT_TRUE(m_settings.menuHotKey());
     EXPECT_EQ(*m_settings.menuHotKey(), (HotKeyCombo{46, modifier::kControl | modifier::kOption}));
-    EXPECT_EQ(recorder->text(), "⌃⌥M");
+    EXPECT_EQ(recorder->text(), "Ctrl+Alt+M");
 
     // A bare letter would be taken from every other app.
     recorder->click();
     press(recorder, QEvent::KeyPress, Qt::Key_K, Qt::NoModifier);
     EXPECT_EQ(m_settings.menuHotKey()->keyCode, 46);
     EXPECT_EQ(messages().size(), 2); // the bare key, and the key the system refused
-    EXPECT_THAT(messages().join('|').toStdString(), HasSubstr("⌃⌘A is taken by another app."));
+    EXPECT_THAT(messages().join('|').toStdString(),
+                HasSubstr("Ctrl+Super+A is taken by another app."));
 
     control<QPushButton>("activeBarHotKeyOff")->click();
     EXPECT_FALSE(m_settings.activeBarHotKey());
@@ -150,7 +174,7 @@ TEST_F(SettingsWindowTest, ACustomPairMustFollowTheRules)
 {
     auto* pair = control<QPushButton>("customPair");
     pair->click();
-    // ⇧⌘ takes screenshots: refused, with the rule beside the field.
+    // Shift+Super takes screenshots: refused, with the rule beside the field.
     press(pair, QEvent::KeyPress, Qt::Key_Shift, Qt::NoModifier);
     press(pair, QEvent::KeyPress, Qt::Key_Meta, Qt::ShiftModifier);
     press(pair, QEvent::KeyRelease, Qt::Key_Meta, Qt::ShiftModifier | Qt::MetaModifier);

@@ -4,7 +4,9 @@
 #include "desktop/editor/icon_picker.h"
 #include "desktop/qt_text.h"
 #include "desktop/tray/qt_icon_renderer.h"
+#include "desktop/window_fit.h"
 #include "kit/library/web_address.h"
+#include "kit/library/words.h"
 #include "kit/storage/library_store.h"
 #include "kit/tools/icon_provider.h"
 #include "kit/tools/installed_apps.h"
@@ -21,6 +23,7 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QSpinBox>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -47,9 +50,22 @@ namespace {
 constexpr int kDefault = -1;
 constexpr int kLargestSide = 5000;
 
+namespace words = kit::library::words;
+
 QString defaultText(std::string_view what)
 {
-    return EditorDialog::tr("Default (%1)").arg(toQt(what));
+    return toQt(words::followsDefault(what));
+}
+
+// A field's label in the words the menu and a review use, its mnemonic on the first `key`.
+QString fieldLabel(std::string_view name, QChar key)
+{
+    QString text = toQt(name);
+    const qsizetype at = text.indexOf(key);
+    if (at >= 0) {
+        text.insert(at, QLatin1Char('&'));
+    }
+    return text + QLatin1Char(':');
 }
 
 void select(QComboBox* box, const QVariant& data)
@@ -87,7 +103,7 @@ std::optional<std::string> stringIn(const QComboBox* box)
 
 std::string blocksWord(bool blocks)
 {
-    return blocks ? "blocked" : "allowed";
+    return std::string(words::yesNo(blocks));
 }
 
 // The applications that open web addresses, as desktop-entry ids without ".desktop".
@@ -252,13 +268,13 @@ void EditorDialog::build()
 
         m_openMode = new QComboBox;
         fillEnum<OpenMode>(m_openMode, readableWord(m_form.defaults().openMode), 3);
-        addRow(m_main, Field::OpenMode, tr("&Open:"), m_openMode);
+        addRow(m_main, Field::OpenMode, fieldLabel(words::kOpens, QLatin1Char('O')), m_openMode);
         connect(m_openMode, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().openMode = enumIn<OpenMode>(m_openMode);
             refresh();
         });
         m_browser = new QComboBox;
-        addRow(m_main, Field::Browser, tr("&Browser:"), m_browser);
+        addRow(m_main, Field::Browser, fieldLabel(words::kBrowser, QLatin1Char('B')), m_browser);
         connect(m_browser, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().browserBundleID = stringIn(m_browser);
         });
@@ -279,7 +295,8 @@ void EditorDialog::build()
         });
 
         m_session = new QComboBox;
-        addRow(m_pageForm, Field::Session, tr("A&ccount:"), m_session);
+        addRow(
+            m_pageForm, Field::Session, fieldLabel(words::kAccount, QLatin1Char('c')), m_session);
         connect(m_session, &QComboBox::currentIndexChanged, this, [this] {
             const auto id = stringIn(m_session);
             m_form.page().sessionID = id ? kit::library::SessionID::parse(*id) : std::nullopt;
@@ -292,7 +309,10 @@ void EditorDialog::build()
         });
         m_userAgent = new QComboBox;
         fillEnum<BrowserAgent>(m_userAgent, readableWord(m_form.defaults().userAgent), 6);
-        addRow(m_pageForm, Field::UserAgent, tr("Show the si&te as:"), m_userAgent);
+        addRow(m_pageForm,
+               Field::UserAgent,
+               fieldLabel(words::kBrowserAgent, QLatin1Char('t')),
+               m_userAgent);
         connect(m_userAgent, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().userAgent = enumIn<BrowserAgent>(m_userAgent);
             refresh();
@@ -306,22 +326,28 @@ void EditorDialog::build()
         });
         m_appearance = new QComboBox;
         fillEnum<PageAppearance>(m_appearance, readableWord(m_form.defaults().pageAppearance), 4);
-        addRow(m_pageForm, Field::Appearance, tr("Appearanc&e:"), m_appearance);
+        addRow(m_pageForm,
+               Field::Appearance,
+               fieldLabel(words::kAppearance, QLatin1Char('e')),
+               m_appearance);
         connect(m_appearance, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().pageAppearance = enumIn<PageAppearance>(m_appearance);
         });
         m_blocksAds = new QComboBox;
         m_blocksAds->addItem(defaultText(blocksWord(m_form.defaults().blocksAds)), kDefault);
-        m_blocksAds->addItem(tr("Blocked"), 1);
-        m_blocksAds->addItem(tr("Allowed"), 0);
-        addRow(m_pageForm, Field::BlocksAds, tr("A&ds and trackers:"), m_blocksAds);
+        m_blocksAds->addItem(toQt(words::yesNo(true)), 1);
+        m_blocksAds->addItem(toQt(words::yesNo(false)), 0);
+        addRow(m_pageForm,
+               Field::BlocksAds,
+               fieldLabel(words::kBlocksAds, QLatin1Char('d')),
+               m_blocksAds);
         connect(m_blocksAds, &QComboBox::currentIndexChanged, this, [this] {
             const int value = m_blocksAds->currentData().toInt();
             m_form.page().blocksAds =
                 value == kDefault ? std::nullopt : std::optional<bool>(value == 1);
         });
         m_zoom = new QComboBox;
-        addRow(m_pageForm, Field::Zoom, tr("&Zoom:"), m_zoom);
+        addRow(m_pageForm, Field::Zoom, fieldLabel(words::kZoom, QLatin1Char('Z')), m_zoom);
         connect(m_zoom, &QComboBox::currentIndexChanged, this, [this] {
             const QVariant data = m_zoom->currentData();
             m_form.page().pageZoom =
@@ -382,8 +408,17 @@ void EditorDialog::build()
         layout->addWidget(new QLabel(tr("A divider is a line between icons; it has nothing to "
                                         "set. Move it in the list.")));
     }
-    layout->addLayout(m_main);
-    layout->addStretch();
+    auto* fields = new QWidget;
+    auto* fieldsLayout = new QVBoxLayout(fields);
+    fieldsLayout->setContentsMargins(0, 0, 0, 0);
+    fieldsLayout->addLayout(m_main);
+    fieldsLayout->addStretch();
+    m_scroll = new QScrollArea;
+    m_scroll->setWidget(fields);
+    m_scroll->setWidgetResizable(true);
+    m_scroll->setFrameShape(QFrame::NoFrame);
+    m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    layout->addWidget(m_scroll, 1);
     m_error = new QLabel;
     m_error->setWordWrap(true);
     m_error->setStyleSheet(QStringLiteral("color: #c4262e;"));
@@ -593,7 +628,7 @@ void EditorDialog::fillChoices()
     }
     if (m_browser) {
         const auto fallback = m_form.defaults().browserBundleID;
-        m_browser->addItem(fallback ? defaultText(*fallback) : tr("The default browser"),
+        m_browser->addItem(fallback ? defaultText(*fallback) : toQt(words::kDefaultBrowser),
                            QString());
         for (const auto& app : browsers()) {
             m_browser->addItem(desktopEntryIcon(app.bundleID), toQt(app.name), toQt(app.bundleID));
@@ -604,7 +639,7 @@ void EditorDialog::fillChoices()
         }
     }
     if (m_session) {
-        m_session->addItem(tr("Shared (signed in as in other pages)"), QString());
+        m_session->addItem(toQt(words::kDefaultAccount), QString());
         for (const auto& session : m_services.store.sessions()) {
             QPixmap dot(12, 12);
             dot.fill(QColor(toQt(sessionColour(kit::library::Session::colourIndex(session)))));
@@ -612,7 +647,7 @@ void EditorDialog::fillChoices()
         }
         const auto& chosen = m_form.page().sessionID;
         if (chosen && m_session->findData(toQt(chosen->string())) < 0) {
-            m_session->addItem(tr("An account that is gone"), toQt(chosen->string()));
+            m_session->addItem(toQt(words::kUnknownAccount), toQt(chosen->string()));
         }
     }
     if (m_zoom) {
@@ -810,6 +845,17 @@ void EditorDialog::setPageSettingsShown(bool shown)
     m_pageToggle->setChecked(shown);
     m_pageToggle->setArrowType(shown ? Qt::DownArrow : Qt::RightArrow);
     refresh();
+    if (isVisible()) {
+        fitToScreen(*this, wantedSize());
+    }
+}
+
+QSize EditorDialog::wantedSize() const
+{
+    QSize wanted = sizeHint() - m_scroll->sizeHint() + m_scroll->widget()->sizeHint();
+    // Room for the scroll bar, should the screen cut the fields short.
+    wanted.rwidth() += style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+    return wanted.expandedTo(minimumSizeHint());
 }
 
 bool EditorDialog::isFieldShown(Field field) const

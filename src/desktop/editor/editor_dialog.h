@@ -21,6 +21,7 @@ class QLabel;
 class QLineEdit;
 class QListWidget;
 class QPushButton;
+class QScrollArea;
 class QSpinBox;
 class QToolButton;
 
@@ -70,6 +71,8 @@ public:
     QPushButton* saveButton() const { return m_saveButton; }
     void setPageSettingsShown(bool shown);
     bool isFieldShown(Field field) const;
+    // Large enough for every shown field without scrolling; the screen may allow less.
+    QSize wantedSize() const;
 
 private:
     struct Row
@@ -105,6 +108,8 @@ private:
     std::optional<std::string> m_pathProblem;
     std::map<Field, Row> m_rows;
     QFormLayout* m_main = nullptr;
+    // The fields scroll where the screen is too small for them; Save stays in sight.
+    QScrollArea* m_scroll = nullptr;
     QFormLayout* m_pageForm = nullptr;
     QToolButton* m_pageToggle = nullptr;
     QGroupBox* m_pageBox = nullptr;

@@ -60,7 +60,7 @@ constexpr const char* kDefaultTint = "#0090FF";
 
 } // namespace
 
-IconPickerModel::IconPickerModel(kit::tools::IconList icons, IconChoice choice)
+IconPickerModel::IconPickerModel(const kit::tools::IconList& icons, IconChoice choice)
     : m_initial(choice)
     , m_choice(std::move(choice))
 {
@@ -187,7 +187,7 @@ std::string IconPickerModel::chooseText(std::string_view text)
         }
         end = next;
     }
-    const std::string kept = whole.left(end).toStdString();
+    std::string kept = whole.left(end).toStdString();
     if (kept.empty()) {
         m_choice.icon.reset();
     } else {
@@ -244,7 +244,7 @@ QImage menuBarPicture(const QtIconRenderer& renderer,
 
 IconPicker::IconPicker(const QtIconRenderer& renderer,
                        kit::library::Shortcut shortcut,
-                       kit::tools::IconList icons,
+                       const kit::tools::IconList& icons,
                        QWidget* parent,
                        ChooseImage chooseImage,
                        Appearance panelLook)
@@ -252,8 +252,7 @@ IconPicker::IconPicker(const QtIconRenderer& renderer,
     , m_renderer(renderer)
     , m_panelLook(panelLook)
     , m_shortcut(std::move(shortcut))
-    , m_model(std::move(icons),
-              IconChoice{m_shortcut.icon, m_shortcut.iconTint, m_shortcut.iconOpacity})
+    , m_model(icons, IconChoice{m_shortcut.icon, m_shortcut.iconTint, m_shortcut.iconOpacity})
     , m_chooseImage(std::move(chooseImage))
 {
     setWindowTitle(tr("Choose an Icon"));

@@ -50,7 +50,7 @@ public:
     // Pictures are kept no larger than this, which is plenty for a menu bar at double density.
     static constexpr int kImageSide = 128;
 
-    IconPickerModel(kit::tools::IconList icons, IconChoice choice);
+    IconPickerModel(const kit::tools::IconList& icons, IconChoice choice);
 
     // Every category the icons are filed under, sorted.
     std::vector<std::string> categories() const;
@@ -121,7 +121,7 @@ public:
 
     IconPicker(const QtIconRenderer& renderer,
                kit::library::Shortcut shortcut,
-               kit::tools::IconList icons,
+               const kit::tools::IconList& icons,
                QWidget* parent = nullptr,
                ChooseImage chooseImage = {},
                kit::menubar::Appearance panelLook = kit::menubar::Appearance::Light);

@@ -2,6 +2,7 @@
 #include "desktop/editor/shortcut_editor.h"
 
 #include "desktop/editor/editor_dialog.h"
+#include "desktop/window_fit.h"
 #include "kit/library/library.h"
 #include "kit/tools/installed_apps.h"
 
@@ -133,6 +134,7 @@ void ShortcutEditor::open(const kit::library::BarID& bar,
     auto* dialog =
         new EditorDialog(m_services, std::move(form), std::move(saveShortcut), m_parent, appSearch);
     m_dialog = dialog;
+    fitToScreen(*dialog, dialog->wantedSize());
     QObject::connect(dialog, &QDialog::finished, dialog, [this, dialog] {
         dialog->deleteLater();
         m_dialog.clear();

@@ -193,12 +193,12 @@ PortalHotKeys::PortalHotKeys()
 
 PortalHotKeys::PortalHotKeys(QDBusConnection bus)
     : m_bus(std::move(bus))
+    , m_available(m_bus.isConnected() && isOffered(m_bus))
 {
     qDBusRegisterMetaType<PortalShortcut>();
     qDBusRegisterMetaType<QList<PortalShortcut>>();
     // QtDBus finds a slot's parameter types by name, which only a registered type has.
     qRegisterMetaType<QDBusObjectPath>();
-    m_available = m_bus.isConnected() && isOffered(m_bus);
     if (!m_available) {
         return;
     }
@@ -412,7 +412,7 @@ QString PortalHotKeys::request(Answer answer,
     options.insert(QStringLiteral("handle_token"), token);
     arguments.append(options);
     // Listening before asking: the answer may come before the call's reply.
-    const QString path = requestPath(token);
+    QString path = requestPath(token);
     listen(path, slot);
 
     auto call = QDBusMessage::createMethodCall(kService, kPath, kInterface, method);

@@ -103,6 +103,7 @@ ManagerExportDialog::ManagerExportDialog(const kit::storage::LibraryStore& store
     : QDialog(parent)
     , m_store(store)
     , m_initial(std::move(initial))
+    , m_bars(new QListWidget(this))
 {
     const bool oneShortcut = m_initial.shortcut.has_value();
     setWindowTitle(oneShortcut ? QStringLiteral("Export Shortcut") : QStringLiteral("Export Bars"));
@@ -117,7 +118,6 @@ ManagerExportDialog::ManagerExportDialog(const kit::storage::LibraryStore& store
     intro->setWordWrap(true);
     layout->addWidget(intro);
 
-    m_bars = new QListWidget(this);
     m_bars->setObjectName(QStringLiteral("exportBars"));
     for (const auto& bar : m_store.bars()) {
         auto* item = new QListWidgetItem(toQt(bar.name), m_bars);

@@ -65,8 +65,8 @@ QString ManagerIntroduction::keysText(const kit::settings::AppSettings& settings
 }
 
 ManagerIntroduction::ManagerIntroduction(const kit::settings::AppSettings& settings,
-                                         std::function<void()> manageBars,
-                                         std::function<void()> openSettings,
+                                         const std::function<void()>& manageBars,
+                                         const std::function<void()>& openSettings,
                                          const std::string& place,
                                          QWidget* parent)
     : QWidget(parent, Qt::Window)

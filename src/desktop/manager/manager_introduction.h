@@ -24,8 +24,8 @@ class ManagerIntroduction final : public QWidget
 public:
     // `place` says where Vantorel's own icon stands on this host and how icons are clicked.
     ManagerIntroduction(const kit::settings::AppSettings& settings,
-                        std::function<void()> manageBars,
-                        std::function<void()> openSettings,
+                        const std::function<void()>& manageBars,
+                        const std::function<void()>& openSettings,
                         const std::string& place,
                         QWidget* parent = nullptr);
 

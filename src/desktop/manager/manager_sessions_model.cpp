@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <thread>
 
 namespace desktop {
 
@@ -38,8 +39,11 @@ ManagerSessionsModel::ManagerSessionsModel(kit::storage::LibraryStore& store,
     : QAbstractListModel(parent)
     , m_store(store)
     , m_data(std::move(data))
+    , m_delivery(std::make_shared<Delivery>())
+    , m_receiver(std::make_unique<QObject>())
     , m_self(std::make_shared<ManagerSessionsModel*>(this))
 {
+    m_delivery->receiver = m_receiver.get();
     using Store = kit::storage::LibraryStore;
     m_observation = m_store.observe([this](unsigned changes) {
         // Link counts follow the bars' shortcuts as well as the sessions.
@@ -54,6 +58,12 @@ ManagerSessionsModel::~ManagerSessionsModel()
 {
     m_store.removeObserver(m_observation);
     m_self.reset();
+    {
+        const std::lock_guard hold(m_delivery->lock);
+        m_delivery->receiver = nullptr;
+    }
+    // Deleting the receiver drops the answers already queued for it.
+    m_receiver.reset();
 }
 
 QColor ManagerSessionsModel::colour(int index)
@@ -152,8 +162,13 @@ QVariant ManagerSessionsModel::data(const QModelIndex& index, int role) const
     case Qt::DecorationRole:
         return swatch(colour(Session::colourIndex(session)));
     case Qt::ToolTipRole:
-    case DetailRole:
-        return detail(m_store.usage(session.id).value_or(0), sites());
+    case DetailRole: {
+        if (!m_linksCounted) {
+            return QString();
+        }
+        const auto links = m_links.find(session.id.string());
+        return detail(links == m_links.end() ? 0 : links->second, sites());
+    }
     case IDRole:
         return toQt(session.id.string());
     case ColourRole:
@@ -185,7 +200,41 @@ void ManagerSessionsModel::reload()
 {
     beginResetModel();
     endResetModel();
+    countLinks();
     countSites();
+}
+
+void ManagerSessionsModel::countLinks()
+{
+    using Store = kit::storage::LibraryStore;
+    const unsigned generation = ++m_linksGeneration;
+    auto inputs = std::make_shared<const Store::UsageInputs>(m_store.usageInputs());
+    std::thread([this, inputs, generation, delivery = m_delivery] {
+        auto counts = Store::countUsage(*inputs);
+        std::map<std::string, int> links;
+        for (const auto& [session, n] : counts) {
+            links.emplace(session.string(), n);
+        }
+        const std::lock_guard hold(delivery->lock);
+        if (delivery->receiver == nullptr) {
+            return;
+        }
+        // Runs only while the receiver, and so the model, is there.
+        QMetaObject::invokeMethod(
+            delivery->receiver,
+            [this, generation, links = std::move(links)]() mutable {
+                if (generation != m_linksGeneration) {
+                    return;
+                }
+                m_links = std::move(links);
+                m_linksCounted = true;
+                if (rowCount() > 0) {
+                    Q_EMIT dataChanged(index(0), index(rowCount() - 1));
+                }
+                Q_EMIT linksCountedChanged();
+            },
+            Qt::QueuedConnection);
+    }).detach();
 }
 
 void ManagerSessionsModel::startCounting()

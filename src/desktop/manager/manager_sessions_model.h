@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -28,8 +29,9 @@ struct SessionData
 };
 
 // The sessions (browsing accounts) in the person's order with their colours, how many links use
-// each and, when the engine can tell, how many sites left data in it. Renames and removals go
-// through the store. Main thread only; the store must outlive the model.
+// each and, when the engine can tell, how many sites left data in it. Links are counted once per
+// change of the library, on a worker thread, since that reads every bar's file. Renames and
+// removals go through the store. Main thread only; the store must outlive the model.
 class ManagerSessionsModel : public QAbstractListModel
 {
     Q_OBJECT
@@ -71,17 +73,40 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
-    // Re-reads the sessions and, once counting started, asks for the site counts again.
+    // Re-reads the sessions, counts the links again and, once counting started, asks for the
+    // site counts again.
     void reload();
+    // True once links were counted; until the next count arrives they are those of the library
+    // before its last change.
+    bool linksCounted() const { return m_linksCounted; }
     // Counting may start the web engine, so it waits until someone looks at the sessions.
     void startCounting();
 
 private:
     void countSites();
+    void countLinks();
 
+Q_SIGNALS:
+    // The links are counted; the details read their numbers.
+    void linksCountedChanged();
+
+private:
     kit::storage::LibraryStore& m_store;
     SessionData m_data;
     std::map<std::string, int> m_sites;
+    std::map<std::string, int> m_links;
+    bool m_linksCounted = false;
+    // Answers of earlier countings, overtaken by a later change, are dropped.
+    unsigned m_linksGeneration = 0;
+    // Where counting threads deliver their answers: cleared, under the lock, before the model
+    // goes, so a late answer is dropped rather than delivered to nothing.
+    struct Delivery
+    {
+        std::mutex lock;
+        QObject* receiver = nullptr;
+    };
+    std::shared_ptr<Delivery> m_delivery;
+    std::unique_ptr<QObject> m_receiver;
     bool m_counting = false;
     size_t m_observation = 0;
     // Held weakly by the engine's answers, which do nothing once the model is gone.

@@ -2,6 +2,7 @@
 #include "desktop/manager/manager_sidebar_model.h"
 
 #include "desktop/qt_text.h"
+#include "kit/library/words.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"
 
@@ -32,7 +33,7 @@ QString paneTitle(ManagerSidebarModel::Pane pane)
     case Pane::Bar:
         return {};
     case Pane::Sessions:
-        return QStringLiteral("Sessions");
+        return toQt(kit::library::words::kAccounts);
     case Pane::Proposals:
         return QStringLiteral("Proposals");
     case Pane::Settings:

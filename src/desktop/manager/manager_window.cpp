@@ -6,6 +6,8 @@
 #include "desktop/manager/review_model.h"
 #include "desktop/manager/review_window.h"
 #include "desktop/qt_text.h"
+#include "desktop/window_fit.h"
+#include "kit/library/words.h"
 #include "kit/proposal/proposal_inbox.h"
 
 #include <QAction>
@@ -209,12 +211,9 @@ ManagerWindow::ManagerWindow(ManagerServices services, QWidget* parent)
 
     m_bar = m_services.store.activeBarID();
     showBar(*m_bar);
-    // Wide enough for the settings' two columns beside the sidebar, where the screen allows.
-    QSize size(1200, 660);
-    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        size = size.boundedTo(screen->availableGeometry().size());
-    }
-    resize(size);
+    // Wide enough for the settings' two columns beside the sidebar; present() fits it to the
+    // screen.
+    resize(1200, 660);
 }
 
 ManagerWindow::~ManagerWindow()
@@ -448,10 +447,11 @@ QWidget* ManagerWindow::makeBarPane()
 QWidget* ManagerWindow::makeSessionsPane()
 {
     auto* pane = new QWidget(this);
-    auto* title = heading(QStringLiteral("Sessions"), pane);
+    auto* title = heading(toQt(kit::library::words::kAccounts), pane);
     auto* intro = note(
-        QStringLiteral("Each session keeps its own logins and site data, so two links to one site "
-                       "can use two accounts. Links without a session use the default account."),
+        QStringLiteral("Each account keeps its own sign-ins and site data, so two links to one "
+                       "site can be signed in as two people. Links without an account of their "
+                       "own use the default one."),
         pane);
 
     m_sessionsView = new QListView(pane);
@@ -466,7 +466,7 @@ QWidget* ManagerWindow::makeSessionsPane()
     m_renameSession = new QPushButton(QStringLiteral("Rename"), pane);
     m_clearSession = new QPushButton(QStringLiteral("Clear Data…"), pane);
     m_clearSession->setToolTip(
-        QStringLiteral("Sign out of every site in this session and forget what they stored"));
+        QStringLiteral("Sign out of every site in this account and forget what they stored"));
     m_removeSession = new QPushButton(QStringLiteral("Remove…"), pane);
 
     const auto current = [this]() -> std::optional<kit::library::SessionID> {
@@ -530,7 +530,7 @@ QWidget* ManagerWindow::makeSessionsPane()
     layout->addWidget(m_sessionsView, 1);
     if (!m_sessions->canCountSites()) {
         layout->addWidget(
-            note(QStringLiteral("How many sites each session holds shows once pages open inside "
+            note(QStringLiteral("How many sites each account holds shows once pages open inside "
                                 "Vantorel."),
                  pane));
     }
@@ -617,6 +617,9 @@ void ManagerWindow::makeActions()
 void ManagerWindow::present()
 {
     const bool wasHidden = !isVisible();
+    if (wasHidden) {
+        fitToScreen(*this, size());
+    }
     show();
     raise();
     activateWindow();

@@ -2,6 +2,7 @@
 #include "desktop/manager/review_window.h"
 
 #include "desktop/manager/review_model.h"
+#include "desktop/window_fit.h"
 #include "kit/proposal/proposal_inbox.h"
 #include "kit/storage/library_store.h"
 
@@ -84,10 +85,13 @@ ReviewWindow::ReviewWindow(kit::proposal::ProposalInbox& inbox,
     , m_inbox(inbox)
     , m_store(store)
     , m_model(std::make_unique<ReviewModel>(inbox, store))
+    , m_title(new QLabel(this))
+    , m_subtitle(new QLabel(this))
+    , m_view(new QTreeView(this))
+    , m_summary(new QLabel(this))
 {
     setWindowTitle(QStringLiteral("Review proposed changes"));
 
-    m_title = new QLabel(this);
     QFont titleFont = m_title->font();
     titleFont.setBold(true);
     titleFont.setPointSizeF(titleFont.pointSizeF() * 1.3);
@@ -95,7 +99,6 @@ ReviewWindow::ReviewWindow(kit::proposal::ProposalInbox& inbox,
     m_title->setWordWrap(true);
     m_title->setTextFormat(Qt::PlainText);
 
-    m_subtitle = new QLabel(this);
     m_subtitle->setWordWrap(true);
     m_subtitle->setTextFormat(Qt::PlainText);
     m_subtitle->setForegroundRole(QPalette::PlaceholderText);
@@ -107,7 +110,6 @@ ReviewWindow::ReviewWindow(kit::proposal::ProposalInbox& inbox,
     m_empty->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
     m_empty->setForegroundRole(QPalette::PlaceholderText);
 
-    m_view = new QTreeView(this);
     m_view->setModel(m_model.get());
     m_view->setUniformRowHeights(false);
     m_view->setWordWrap(true);
@@ -127,7 +129,6 @@ ReviewWindow::ReviewWindow(kit::proposal::ProposalInbox& inbox,
         m_view->doItemsLayout();
     });
 
-    m_summary = new QLabel(this);
     m_summary->setWordWrap(true);
     m_summary->setTextFormat(Qt::PlainText);
 
@@ -172,6 +173,9 @@ ReviewWindow::~ReviewWindow()
 
 void ReviewWindow::present()
 {
+    if (!isVisible()) {
+        fitToScreen(*this, size());
+    }
     show();
     raise();
     activateWindow();

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "desktop/manager/settings_window.h"
 
+#include "app/platform.h"
 #include "desktop/keys/qt_modifiers.h"
 #include "desktop/qt_text.h"
+#include "desktop/window_fit.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
 #include "kit/mcp/assistant_setup.h"
@@ -63,21 +65,21 @@ std::optional<std::uint16_t> keyCodeFor(int key)
         return byName;
     }();
     static const std::map<int, std::string> named{
-        {Qt::Key_Return, "Return"},
-        {Qt::Key_Enter, "Enter"},
+        {Qt::Key_Return, "Enter"},
+        {Qt::Key_Enter, "Keypad Enter"},
         {Qt::Key_Tab, "Tab"},
         {Qt::Key_Space, "Space"},
-        {Qt::Key_Backspace, "Delete"},
-        {Qt::Key_Delete, "Forward Delete"},
+        {Qt::Key_Backspace, "Backspace"},
+        {Qt::Key_Delete, "Delete"},
         {Qt::Key_Home, "Home"},
         {Qt::Key_End, "End"},
-        {Qt::Key_PageUp, "Page Up"},
-        {Qt::Key_PageDown, "Page Down"},
-        {Qt::Key_Help, "Help"},
-        {Qt::Key_Left, "←"},
-        {Qt::Key_Right, "→"},
-        {Qt::Key_Down, "↓"},
-        {Qt::Key_Up, "↑"},
+        {Qt::Key_PageUp, "PgUp"},
+        {Qt::Key_PageDown, "PgDown"},
+        {Qt::Key_Insert, "Insert"},
+        {Qt::Key_Left, "Left"},
+        {Qt::Key_Right, "Right"},
+        {Qt::Key_Down, "Down"},
+        {Qt::Key_Up, "Up"},
     };
     std::string name;
     if (auto found = named.find(key); found != named.end()) {
@@ -192,11 +194,13 @@ protected:
         }
         if (m_mode == Mode::Pair) {
             m_held |= rawModifiers(event->modifiers()) | rawModifiers(modifierOf(key));
-            setText(toQt(ModifierSet::fromRaw(m_held).symbols()));
+            setText(toQt(ModifierSet::fromRaw(m_held).words()));
             return;
         }
         if (isModifierKey(key)) {
-            setText(toQt(ModifierSet::fromRaw(rawModifiers(event->modifiers())).symbols()));
+            // "Ctrl+Alt+" while the key itself is still to come.
+            const std::string held = ModifierSet::fromRaw(rawModifiers(event->modifiers())).words();
+            setText(toQt(held.empty() ? held : held + "+"));
             return;
         }
         const auto code = keyCodeFor(key);
@@ -264,13 +268,15 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
                                QWidget* parent,
                                BridgePath bridgePath,
                                RefusedHotKeys refusedHotKeys,
-                               ChooseFolder chooseFolder)
+                               ChooseFolder chooseFolder,
+                               app::LoginItem* loginItem)
     : QWidget(parent, Qt::Window)
     , m_settings(settings)
     , m_grants(grants)
     , m_bridgePath(std::move(bridgePath))
     , m_refusedHotKeys(std::move(refusedHotKeys))
     , m_chooseFolder(std::move(chooseFolder))
+    , m_loginItem(loginItem)
 {
     setWindowTitle(QStringLiteral("Vantorel Settings"));
     if (!m_chooseFolder) {
@@ -287,6 +293,7 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
     columns->setSpacing(16);
     auto* left = new QVBoxLayout;
     auto* right = new QVBoxLayout;
+    left->addWidget(makeStartSection());
     left->addWidget(makeKeysSection());
     left->addWidget(makeAppearanceSection());
     left->addWidget(makeBrowsingSection());
@@ -323,7 +330,7 @@ void SettingsWindow::present()
         // that nothing scrolls on a usual screen; the scroll area covers small ones.
         m_content->adjustSize();
         const QSize wanted = m_content->minimumSizeHint();
-        resize(std::max(wanted.width() + 24, 960), std::min(wanted.height() + 8, 760));
+        fitToScreen(*this, QSize(std::max(wanted.width() + 24, 960), wanted.height() + 8));
     }
     show();
     raise();
@@ -418,6 +425,40 @@ QWidget* SettingsWindow::makeKeysSection()
     form->addRow(m_wheel);
     form->addRow(wheelMessage);
     return box;
+}
+
+QWidget* SettingsWindow::makeStartSection()
+{
+    auto* box = new QGroupBox(QStringLiteral("Start"), this);
+    auto* form = new QFormLayout(box);
+    m_startAtLogin = new QCheckBox(QStringLiteral("Start Vantorel at login"), box);
+    m_startAtLogin->setObjectName(QStringLiteral("startAtLogin"));
+    m_startAtLoginMessage = messageLabel(box);
+    connect(m_startAtLogin, &QCheckBox::toggled, this, [this](bool on) {
+        if (!m_loginItem) {
+            return;
+        }
+        const bool done = on ? m_loginItem->enable() : m_loginItem->disable();
+        showMessage(m_startAtLoginMessage,
+                    done ? QString()
+                    : on ? QStringLiteral("Vantorel could not add itself to the programs "
+                                          "started at login; the log says why.")
+                         : QStringLiteral("Vantorel could not take itself out of the "
+                                          "programs started at login; the log says why."));
+        reloadLoginItem();
+    });
+    form->addRow(m_startAtLogin);
+    form->addRow(m_startAtLoginMessage);
+    box->setVisible(m_loginItem != nullptr);
+    return box;
+}
+
+void SettingsWindow::reloadLoginItem()
+{
+    // The entry itself is the truth: the person may have removed it by hand or in the desktop's
+    // own settings.
+    QSignalBlocker block(m_startAtLogin);
+    m_startAtLogin->setChecked(m_loginItem && m_loginItem->isEnabled());
 }
 
 QWidget* SettingsWindow::makeAppearanceSection()
@@ -623,7 +664,7 @@ void SettingsWindow::reload()
             }
         }
     }
-    m_customPair->setShown(toQt(custom.symbols() + " " + custom.names()));
+    m_customPair->setShown(toQt(custom.words()));
     const auto shownHotKey = [](const std::optional<kit::settings::HotKeyCombo>& combo) {
         return combo ? toQt(kit::keys::HotKeyCombo(*combo).display()) : QStringLiteral("Off");
     };
@@ -651,6 +692,7 @@ void SettingsWindow::reload()
         QSignalBlocker block(box);
         box->setChecked(on);
     };
+    reloadLoginItem();
     tick(m_wheel, m_settings.wheelSwitchesBars());
     tick(m_assistants, m_settings.assistantsEnabled());
     tick(m_assistantWrites, m_settings.assistantWritesEnabled());

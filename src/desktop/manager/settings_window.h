@@ -18,6 +18,9 @@ class QListWidget;
 class QPlainTextEdit;
 class QPushButton;
 
+namespace app {
+class LoginItem;
+}
 namespace kit::proposal {
 class RootGrantStore;
 }
@@ -39,7 +42,8 @@ class SettingsWindow : public QWidget
 public:
     // The path of the bridge program assistants start; empty when it cannot be found.
     using BridgePath = std::function<std::string()>;
-    // The hot keys the system refused to register, as display text ("⌃⌘A"); empty when all took.
+    // The hot keys the system refused to register, as display text ("Ctrl+Super+A"); empty when all
+    // took.
     using RefusedHotKeys = std::function<std::vector<std::string>()>;
     // Asks the person for a folder; an empty string when they cancelled. Tests replace the dialog.
     using ChooseFolder = std::function<std::string(QWidget* parent)>;
@@ -49,7 +53,8 @@ public:
                    QWidget* parent = nullptr,
                    BridgePath bridgePath = {},
                    RefusedHotKeys refusedHotKeys = {},
-                   ChooseFolder chooseFolder = {});
+                   ChooseFolder chooseFolder = {},
+                   app::LoginItem* loginItem = nullptr);
     ~SettingsWindow() override;
 
     // Shows, raises and activates the window.
@@ -59,6 +64,8 @@ public:
     void reload();
 
 private:
+    QWidget* makeStartSection();
+    void reloadLoginItem();
     QWidget* makeKeysSection();
     QWidget* makeAppearanceSection();
     QWidget* makeAssistantsSection();
@@ -78,8 +85,12 @@ private:
     BridgePath m_bridgePath;
     RefusedHotKeys m_refusedHotKeys;
     ChooseFolder m_chooseFolder;
+    // Optional: without one the switch is not shown.
+    app::LoginItem* m_loginItem = nullptr;
     size_t m_settingsToken = 0;
 
+    QCheckBox* m_startAtLogin = nullptr;
+    QLabel* m_startAtLoginMessage = nullptr;
     QComboBox* m_digitKeys = nullptr;
     KeyRecorder* m_customPair = nullptr;
     QLabel* m_customPairMessage = nullptr;

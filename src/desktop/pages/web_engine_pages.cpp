@@ -5,6 +5,7 @@
 #include "desktop/pages/pages.h"
 #include "desktop/pages/profiles.h"
 #include "desktop/qt_geometry.h"
+#include "desktop/window_fit.h"
 #include "kit/menubar/panel_placement.h"
 #include "kit/support/log.h"
 #include "kit/support/serial_queue.h"
@@ -168,7 +169,7 @@ public:
             return;
         }
         PageFrame* window = make(PageFrame::Kind::Window, shortcut, settings);
-        window->present(std::nullopt);
+        window->present(fittedGeometry(*window, window->size()));
         window->start(*target);
     }
 

@@ -59,23 +59,23 @@ constexpr std::array<std::pair<uint16_t, std::string_view>, 67> kNames{{
     {47, "."},
     {44, "/"},
     {50, "`"},
-    {36, "Return"},
+    {36, "Enter"},
     {48, "Tab"},
     {49, "Space"},
-    {51, "Delete"},
-    {53, "Escape"},
-    {117, "Forward Delete"},
+    {51, "Backspace"},
+    {53, "Esc"},
+    {117, "Delete"},
     {115, "Home"},
     {119, "End"},
-    {116, "Page Up"},
-    {121, "Page Down"},
-    {114, "Help"},
-    {76, "Enter"},
-    {123, "←"},
-    {124, "→"},
-    {125, "↓"},
-    {126, "↑"},
-    {71, "Clear"},
+    {116, "PgUp"},
+    {121, "PgDown"},
+    {114, "Insert"},
+    {76, "Keypad Enter"},
+    {123, "Left"},
+    {124, "Right"},
+    {125, "Down"},
+    {126, "Up"},
+    {71, "Num Lock"},
     {65, "Keypad ."},
     {67, "Keypad *"},
     {69, "Keypad +"},
@@ -110,7 +110,8 @@ bool HotKeyCombo::isUsable() const
 
 std::string HotKeyCombo::display() const
 {
-    return modifierSet().symbols() + name(keyCode);
+    const std::string modifiers = modifierSet().words();
+    return modifiers.empty() ? name(keyCode) : modifiers + "+" + name(keyCode);
 }
 
 std::string HotKeyCombo::name(uint16_t keyCode)

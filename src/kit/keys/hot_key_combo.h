@@ -37,6 +37,7 @@ struct HotKeyCombo
         , modifiers(modifiers)
     {}
     // Implicit, so the settings' hot keys pass straight to registration.
+    // NOLINTNEXTLINE(google-explicit-constructor): the two types are one value in two layers.
     constexpr HotKeyCombo(const settings::HotKeyCombo& stored)
         : keyCode(stored.keyCode)
         , modifiers(stored.modifiers)
@@ -46,14 +47,15 @@ struct HotKeyCombo
     // The modifiers in the hot-key service's encoding: Command 256, Shift 512, Option 2048,
     // Control 4096.
     uint32_t carbonModifiers() const;
-    // The modifier symbols followed by the key's name, such as "⌃⌘G" or "⌥⇧F5".
+    // The modifiers' words and the key's name joined by +, such as "Ctrl+Super+G" or
+    // "Alt+Shift+F5".
     std::string display() const;
 
     // False for a key without modifiers other than a function key: grabbing it system-wide would
     // take the key from every other application.
     bool isUsable() const;
 
-    // "A", "1", "Space", "←", "F5"; a code without a name reads "Key 200".
+    // "A", "1", "Space", "Left", "F5"; a code without a name reads "Key 200".
     static std::string name(uint16_t keyCode);
     // 1 for F1 and so on; none for any other key.
     static std::optional<int> functionNumber(uint16_t keyCode);

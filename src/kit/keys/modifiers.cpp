@@ -7,58 +7,32 @@ namespace kit::keys {
 
 namespace {
 
-std::string_view symbol(Modifier modifier)
+std::string_view word(Modifier modifier)
 {
     switch (modifier) {
     case Modifier::Control:
-        return "⌃";
+        return "Ctrl";
     case Modifier::Option:
-        return "⌥";
-    case Modifier::Shift:
-        return "⇧";
-    case Modifier::Command:
-        return "⌘";
-    }
-    return "";
-}
-
-std::string_view name(Modifier modifier)
-{
-    switch (modifier) {
-    case Modifier::Control:
-        return "Control";
-    case Modifier::Option:
-        return "Option";
+        return "Alt";
     case Modifier::Shift:
         return "Shift";
     case Modifier::Command:
-        return "Command";
+        return "Super";
     }
     return "";
 }
 
 } // namespace
 
-std::string ModifierSet::symbols() const
-{
-    std::string out;
-    for (Modifier modifier : kShownOrder) {
-        if (contains(modifier)) {
-            out += symbol(modifier);
-        }
-    }
-    return out;
-}
-
-std::string ModifierSet::names() const
+std::string ModifierSet::words() const
 {
     std::string out;
     for (Modifier modifier : kShownOrder) {
         if (contains(modifier)) {
             if (!out.empty()) {
-                out += ' ';
+                out += '+';
             }
-            out += name(modifier);
+            out += word(modifier);
         }
     }
     return out;

@@ -8,8 +8,8 @@
 
 namespace kit::keys {
 
-// The four modifiers, valued as the platform flag bits the settings store (Option is Alt and
-// Command is Super on this desktop).
+// The four modifiers, valued as the flag bits the settings store so settings files stay portable
+// (Option is Alt and Command is Super on this desktop).
 enum class Modifier : uint32_t {
     Shift = 0x20000,
     Control = 0x40000,
@@ -60,10 +60,9 @@ public:
         return n;
     }
 
-    // "⌃⌥⇧⌘", keeping that order whatever order the set was built in.
-    std::string symbols() const;
-    // "Control Option Shift Command", in the same order.
-    std::string names() const;
+    // "Ctrl+Alt+Shift+Super", keeping that order whatever order the set was built in: the
+    // words this desktop's keyboards and menus use.
+    std::string words() const;
 
     constexpr bool operator==(const ModifierSet&) const = default;
 

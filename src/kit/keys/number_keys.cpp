@@ -64,11 +64,11 @@ std::optional<ModifierSet> NumberKeys::secondNine() const
 std::optional<std::string> NumberKeys::display(int n) const
 {
     if (n >= 1 && n <= 9) {
-        return pair.symbols() + std::to_string(n);
+        return pair.words() + "+" + std::to_string(n);
     }
     auto second = secondNine();
     if (n >= 10 && n <= 18 && second) {
-        return second->symbols() + std::to_string(n - 9);
+        return second->words() + "+" + std::to_string(n - 9);
     }
     return std::nullopt;
 }
@@ -77,19 +77,15 @@ std::string displayText(DigitKeys keys, ModifierSet custom)
 {
     switch (keys) {
     case DigitKeys::OptionCommand:
-        return "⌥⌘ Option Command";
     case DigitKeys::ControlCommand:
-        return "⌃⌘ Control Command";
     case DigitKeys::ShiftControl:
-        return "⇧⌃ Shift Control";
     case DigitKeys::Custom:
         break;
     case DigitKeys::Off:
         return support::inPlatformWords("Off, so nothing in the menu bar answers to a number and "
                                         "the arrows do not move between bars.");
     }
-    auto pair = NumberKeys::resolve(DigitKeys::Custom, custom)->pair;
-    return pair.symbols() + " " + pair.names();
+    return NumberKeys::resolve(keys, custom)->pair.words();
 }
 
 } // namespace kit::keys

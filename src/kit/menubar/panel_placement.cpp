@@ -30,4 +30,24 @@ Rect panelGeometry(Rect icon, Point pointer, Size size, Rect screen)
     return placed;
 }
 
+Rect windowGeometry(std::optional<Point> at, Size wanted, Margins frame, Rect screen)
+{
+    // The content's room: the screen less the frame, never below one pixel.
+    const double roomX = screen.x + frame.left;
+    const double roomY = screen.y + frame.top;
+    const double roomWidth = std::max(1.0, screen.width - frame.left - frame.right);
+    const double roomHeight = std::max(1.0, screen.height - frame.top - frame.bottom);
+    Rect placed{0, 0, std::min(wanted.width, roomWidth), std::min(wanted.height, roomHeight)};
+    if (at) {
+        placed.x = at->x;
+        placed.y = at->y;
+    } else {
+        placed.x = roomX + (roomWidth - placed.width) / 2;
+        placed.y = roomY + (roomHeight - placed.height) / 2;
+    }
+    placed.x = std::clamp(placed.x, roomX, roomX + roomWidth - placed.width);
+    placed.y = std::clamp(placed.y, roomY, roomY + roomHeight - placed.height);
+    return placed;
+}
+
 } // namespace kit::menubar

@@ -2,6 +2,7 @@
 #include "kit/menubar/shortcut_menu.h"
 
 #include "kit/library/web_address.h"
+#include "kit/library/words.h"
 
 #include <algorithm>
 #include <array>
@@ -22,6 +23,7 @@ using library::ShortcutID;
 using library::Target;
 using library::URLTarget;
 namespace change = library::change;
+namespace words = library::words;
 
 namespace {
 
@@ -111,7 +113,7 @@ MenuItem openModeRows(const URLTarget& url, const BrowsingDefaults& defaults, co
                                          url.openMode == mode,
                                          write.set(change::OpenModeTo{mode})));
     }
-    return submenu("Opens", std::move(items), true);
+    return submenu(std::string(words::kOpens), std::move(items), true);
 }
 
 MenuItem accountRows(const URLTarget& url,
@@ -120,8 +122,9 @@ MenuItem accountRows(const URLTarget& url,
                      const Writer& write)
 {
     std::vector<MenuItem> items;
-    items.push_back(
-        MenuItem::option("Default", !url.sessionID, write.set(change::Account{std::nullopt})));
+    items.push_back(MenuItem::option(std::string(words::kDefaultAccount),
+                                     !url.sessionID,
+                                     write.set(change::Account{std::nullopt})));
     bool known = !url.sessionID;
     for (const auto& session : sessions) {
         bool current = url.sessionID == session.id;
@@ -133,11 +136,11 @@ MenuItem accountRows(const URLTarget& url,
     }
     if (!known) {
         // A link naming an account that is gone still says so, rather than showing none.
-        MenuItem unknown = MenuItem::option("Unknown account", true, {});
+        MenuItem unknown = MenuItem::option(std::string(words::kUnknownAccount), true, {});
         items.insert(items.begin() + 1, std::move(unknown));
     }
     // A private page keeps nothing, whichever account it names.
-    return submenu("Account", std::move(items), inApp && !url.isPrivate);
+    return submenu(std::string(words::kAccount), std::move(items), inApp && !url.isPrivate);
 }
 
 MenuItem browserRows(const URLTarget& url,
@@ -147,7 +150,7 @@ MenuItem browserRows(const URLTarget& url,
                      const Writer& write)
 {
     std::vector<MenuItem> items;
-    std::string standard = "The default browser";
+    std::string standard(words::kDefaultBrowser);
     if (defaults.browserBundleID) {
         standard = ShortcutMenu::followsDefault(*defaults.browserBundleID);
         for (const auto& browser : browsers) {
@@ -172,7 +175,7 @@ MenuItem browserRows(const URLTarget& url,
         // A browser that is not installed any more keeps its row so the choice stays visible.
         items.push_back(MenuItem::option(*url.browserBundleID, true, {}));
     }
-    return submenu("Browser", std::move(items), enabled);
+    return submenu(std::string(words::kBrowser), std::move(items), enabled);
 }
 
 MenuItem
@@ -198,7 +201,7 @@ agentRows(const URLTarget& url, const BrowsingDefaults& defaults, bool enabled, 
     } else if (url.userAgent == BrowserAgent::Custom) {
         items.push_back(MenuItem::option(ShortcutMenu::agentTitle(BrowserAgent::Custom), true, {}));
     }
-    return submenu("Browser agent", std::move(items), enabled);
+    return submenu(std::string(words::kBrowserAgent), std::move(items), enabled);
 }
 
 MenuItem appearanceRows(const URLTarget& url,
@@ -217,7 +220,7 @@ MenuItem appearanceRows(const URLTarget& url,
                                          url.pageAppearance == appearance,
                                          write.set(change::Appearance{appearance})));
     }
-    return submenu("Appearance", std::move(items), enabled);
+    return submenu(std::string(words::kAppearance), std::move(items), enabled);
 }
 
 MenuItem
@@ -244,7 +247,7 @@ zoomRows(const URLTarget& url, const BrowsingDefaults& defaults, bool enabled, c
         items.insert(items.begin() + 2 + (place - PageZoom::kSteps.begin()),
                      MenuItem::option(PageZoom::title(zoom), true, {}));
     }
-    return submenu("Zoom", std::move(items), enabled);
+    return submenu(std::string(words::kZoom), std::move(items), enabled);
 }
 
 // A setting that is on or off; choosing it flips it.
@@ -277,18 +280,20 @@ void addURLRows(std::vector<MenuItem>& rows,
     // Back to following the default when the choice equals it, so a later change of the default
     // carries this link along.
     bool blocks = !resolved.blocksAds;
-    rows.push_back(toggle("Blocks ads",
+    rows.push_back(toggle(std::string(words::kBlocksAds),
                           resolved.blocksAds,
                           write.set(change::BlocksAds{
                               blocks == defaults.blocksAds ? std::nullopt : std::optional(blocks)}),
                           inApp));
-    rows.push_back(toggle(
-        "Stays on top", url.staysOnTop, write.set(change::StaysOnTop{!url.staysOnTop}), inApp));
-    rows.push_back(toggle("Reloads on open",
+    rows.push_back(toggle(std::string(words::kStaysOnTop),
+                          url.staysOnTop,
+                          write.set(change::StaysOnTop{!url.staysOnTop}),
+                          inApp));
+    rows.push_back(toggle(std::string(words::kReloadsOnOpen),
                           url.reloadsOnOpen,
                           write.set(change::ReloadsOnOpen{!url.reloadsOnOpen}),
                           inApp));
-    rows.push_back(toggle("Keeps playing",
+    rows.push_back(toggle(std::string(words::kKeepsPlaying),
                           url.keepsPlaying,
                           write.set(change::KeepsPlaying{!url.keepsPlaying}),
                           inApp));
@@ -419,7 +424,7 @@ std::string ShortcutMenu::agentTitle(BrowserAgent agent)
 
 std::string ShortcutMenu::followsDefault(const std::string& title)
 {
-    return "Follows the default (" + title + ")";
+    return words::followsDefault(title);
 }
 
 } // namespace kit::menubar

@@ -178,13 +178,13 @@ Opener::Outcome Opener::openFileTarget(const Shortcut& shortcut)
         notice("The app chosen for " + shortcut.name
                + " is not installed any more; opened with the default instead.");
     }
-    bool opened = false;
+    OpenResult opened;
     {
         BookmarkHold hold(m_services.bookmarks, resolved->path);
         opened = m_services.workspace.open(url);
     }
     if (!opened) {
-        return Outcome::failed(shortcut.name + " could not be opened.");
+        return Outcome::failed(couldNotOpen(shortcut.name, *opened.failure));
     }
     return Outcome::opened();
 }

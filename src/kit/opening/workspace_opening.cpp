@@ -14,6 +14,33 @@ constexpr support::Logger kLog("opening");
 
 } // namespace
 
+std::string whyNotOpened(OpenFailure failure)
+{
+    switch (failure) {
+    case OpenFailure::NoApp:
+        return "No app on this computer is set up to open this kind of file.";
+    case OpenFailure::AppNotInstalled:
+        return "The app that opens it is not installed any more.";
+    case OpenFailure::Missing:
+        return "It was moved or deleted, or is on a disk that is not connected.";
+    case OpenFailure::Permission:
+        return "You do not have permission to open it.";
+    case OpenFailure::Other:
+        break;
+    }
+    return {};
+}
+
+std::string couldNotOpen(const std::string& name, OpenFailure failure, const std::string& detail)
+{
+    const std::string quoted = "\u201C" + name + "\u201D";
+    const std::string why = whyNotOpened(failure);
+    if (!why.empty()) {
+        return quoted + " could not be opened. " + why;
+    }
+    return quoted + " could not be opened" + (detail.empty() ? "" : " (" + detail + ")") + ".";
+}
+
 AppleShortcutRun AppleShortcutRun::fromEventStatus(int status, const std::string& errorText)
 {
     // Statuses that say the event could not reach a runner, rather than that the run went wrong.

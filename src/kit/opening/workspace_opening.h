@@ -8,20 +8,50 @@
 
 namespace kit::opening {
 
+// Why the system could not open something, as far as it says; the desktop layer maps its own
+// errors onto these.
+enum class OpenFailure {
+    NoApp,           // nothing is set up to open this kind of file or link
+    AppNotInstalled, // the app that should open it is gone
+    Missing,         // the file or folder is not where it was
+    Permission,      // the person may not open it
+    Other,
+};
+
+// What the person can do about a failure: the sentence said after "“Name” could not be opened.";
+// empty when the system gave no usable reason.
+std::string whyNotOpened(OpenFailure failure);
+// "“Name” could not be opened." with the reason after it, when there is one; for a failure of no
+// known kind, the system's own words (`detail`) in brackets, if it gave any.
+std::string
+couldNotOpen(const std::string& name, OpenFailure failure, const std::string& detail = {});
+
+// The answer to opening an address: true when it opened.
+struct OpenResult
+{
+    std::optional<OpenFailure> failure;
+
+    static OpenResult opened() { return {}; }
+    static OpenResult failed(OpenFailure why) { return {why}; }
+    explicit operator bool() const { return !failure; }
+    bool operator==(const OpenResult&) const = default;
+};
+
 // The system's workspace, through which every opening reaches the desktop (GIO by desktop-entry
 // id on Linux). Every open or launch brings what it opened to the front. Called on the main
 // thread; completions may arrive on any thread.
 class WorkspaceOpening
 {
 public:
-    // Nothing when the application started, else one sentence for the person saying why not.
+    // Nothing when the application started, else the sentences for the person saying why not
+    // (couldNotOpen's).
     using Completion = std::function<void(std::optional<std::string> error)>;
 
     virtual ~WorkspaceOpening() = default;
 
     // Opens a web address, a link into an application or a file:// URL with the system's default
-    // handler; false when nothing can open it.
-    virtual bool open(const std::string& url) = 0;
+    // handler; false, with the reason, when it did not open.
+    virtual OpenResult open(const std::string& url) = 0;
     // Opens the URLs with the application at `application` (a location urlForApplication gave
     // or a resolved bookmark named).
     virtual void open(const std::vector<std::string>& urls,

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/proposal/proposal_review.h"
 
+#include "kit/library/words.h"
 #include "kit/support/text.h"
 
 #include <algorithm>
@@ -317,17 +318,17 @@ std::string kindText(Target::Kind kind)
     return {};
 }
 
-constexpr const char* kFollowsDefault = "Follows the default";
+constexpr std::string_view kFollowsDefault = words::kFollowsDefault;
 
 std::string openModeText(const std::optional<OpenMode>& mode)
 {
-    return mode ? std::string(readableWord(*mode)) : kFollowsDefault;
+    return std::string(mode ? readableWord(*mode) : kFollowsDefault);
 }
 
 std::string agentText(const URLTarget& url)
 {
     if (!url.userAgent) {
-        return kFollowsDefault;
+        return std::string(kFollowsDefault);
     }
     if (*url.userAgent == BrowserAgent::Custom) {
         return "Custom: " + url.customUserAgent.value_or("");
@@ -337,13 +338,13 @@ std::string agentText(const URLTarget& url)
 
 std::string appearanceText(const std::optional<PageAppearance>& appearance)
 {
-    return appearance ? std::string(readableWord(*appearance)) : kFollowsDefault;
+    return std::string(appearance ? readableWord(*appearance) : kFollowsDefault);
 }
 
 std::string newWindowsText(const std::optional<NewWindowLinks>& links)
 {
     if (!links) {
-        return kFollowsDefault;
+        return std::string(kFollowsDefault);
     }
     switch (*links) {
     case NewWindowLinks::ThisPage:
@@ -375,7 +376,7 @@ using SessionName = std::function<std::string(const SessionID&)>;
 
 std::string accountText(const std::optional<SessionID>& id, const SessionName& name)
 {
-    return id ? name(*id) : "Default";
+    return id ? name(*id) : std::string(words::kDefaultAccount);
 }
 
 // The path a person would recognise for a target that has one.
@@ -393,8 +394,8 @@ std::optional<std::string> pathOf(const Target& target)
 std::vector<FieldChange> differences(const Shortcut& a, const Shortcut& b, const SessionName& name)
 {
     std::vector<FieldChange> changes;
-    auto add = [&](const char* field, std::string from, std::string to) {
-        changes.push_back({field, std::move(from), std::move(to)});
+    auto add = [&](std::string_view field, std::string from, std::string to) {
+        changes.push_back({std::string(field), std::move(from), std::move(to)});
     };
     if (a.name != b.name) {
         add("Name", a.name, b.name);
@@ -448,13 +449,13 @@ std::vector<FieldChange> differences(const Shortcut& a, const Shortcut& b, const
             add("Template", ua.templateID.value_or("None"), ub->templateID.value_or("None"));
         }
         if (ua.openMode != ub->openMode) {
-            add("Opens", openModeText(ua.openMode), openModeText(ub->openMode));
+            add(words::kOpens, openModeText(ua.openMode), openModeText(ub->openMode));
         }
         if (ua.isPrivate != ub->isPrivate) {
             add("Private", yesNo(ua.isPrivate), yesNo(ub->isPrivate));
         }
         if (ua.sessionID != ub->sessionID) {
-            add("Account", accountText(ua.sessionID, name), accountText(ub->sessionID, name));
+            add(words::kAccount, accountText(ua.sessionID, name), accountText(ub->sessionID, name));
         }
         if (ua.browserBundleID != ub->browserBundleID) {
             add("Browser",
@@ -464,10 +465,10 @@ std::vector<FieldChange> differences(const Shortcut& a, const Shortcut& b, const
         if (ua.userAgent != ub->userAgent
             || (ub->userAgent == BrowserAgent::Custom
                 && ua.customUserAgent != ub->customUserAgent)) {
-            add("Browser agent", agentText(ua), agentText(*ub));
+            add(words::kBrowserAgent, agentText(ua), agentText(*ub));
         }
         if (ua.pageAppearance != ub->pageAppearance) {
-            add("Appearance",
+            add(words::kAppearance,
                 appearanceText(ua.pageAppearance),
                 appearanceText(ub->pageAppearance));
         }
@@ -475,7 +476,7 @@ std::vector<FieldChange> differences(const Shortcut& a, const Shortcut& b, const
             auto text = [](const std::optional<bool>& v) {
                 return v ? yesNo(*v) : std::string(kFollowsDefault);
             };
-            add("Blocks ads", text(ua.blocksAds), text(ub->blocksAds));
+            add(words::kBlocksAds, text(ua.blocksAds), text(ub->blocksAds));
         }
         if (ua.staysOnTop != ub->staysOnTop) {
             add("Stays on top", yesNo(ua.staysOnTop), yesNo(ub->staysOnTop));

@@ -136,30 +136,35 @@ struct ModifierName
     std::uint32_t flag;
     std::string_view name;
 };
-// In the order menus show them.
+// In the order menus show them, in this desktop's words. The stored format's own words are still
+// taken, so a line written for another desktop works here too.
 constexpr std::array<ModifierName, 4> kModifierNames{{
+    {modifier::kControl, "Ctrl"},
+    {modifier::kOption, "Alt"},
+    {modifier::kShift, "Shift"},
+    {modifier::kCommand, "Super"},
+}};
+constexpr std::array<ModifierName, 6> kOtherModifierNames{{
     {modifier::kControl, "control"},
     {modifier::kOption, "option"},
-    {modifier::kShift, "shift"},
     {modifier::kCommand, "command"},
+    {modifier::kCommand, "meta"},
+    {modifier::kCommand, "cmd"},
+    {modifier::kShift, "shift"},
 }};
 
 std::optional<std::uint32_t> modifierNamed(std::string_view word)
 {
     const std::string name = lowered(word);
     for (const auto& known : kModifierNames) {
-        if (known.name == name) {
+        if (lowered(known.name) == name) {
             return known.flag;
         }
     }
-    if (name == "ctrl") {
-        return modifier::kControl;
-    }
-    if (name == "alt") {
-        return modifier::kOption;
-    }
-    if (name == "super" || name == "meta" || name == "cmd") {
-        return modifier::kCommand;
+    for (const auto& known : kOtherModifierNames) {
+        if (known.name == name) {
+            return known.flag;
+        }
     }
     return std::nullopt;
 }
@@ -548,7 +553,7 @@ AppSettings::KeyDescription AppSettings::describe(Key key)
     switch (key) {
     case Key::ActiveBarHotKey:
     case Key::MenuHotKey:
-        return {name, ValueType::HotKey, "a key with modifiers, such as control+command+G, or off"};
+        return {name, ValueType::HotKey, "a key with modifiers, such as Ctrl+Super+G, or off"};
     case Key::ShortcutKeys:
         return {name, ValueType::Choice, wordsList<DigitKeys>()};
     case Key::Appearance:
@@ -556,7 +561,7 @@ AppSettings::KeyDescription AppSettings::describe(Key key)
     case Key::NewWindowLinks:
         return {name, ValueType::Choice, wordsList<library::NewWindowLinks>()};
     case Key::CustomShortcutModifiers:
-        return {name, ValueType::Modifiers, "modifiers joined by +, such as control+option"};
+        return {name, ValueType::Modifiers, "modifiers joined by +, such as Ctrl+Alt"};
     case Key::AssistantsEnabled:
     case Key::AssistantWritesEnabled:
     case Key::BlocksAds:

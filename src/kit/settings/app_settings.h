@@ -124,7 +124,8 @@ public:
     void removeObserver(size_t token);
 
     // By name, for a command line. Values are written as they are read back: true/false, the
-    // enumeration's word, modifiers as "control+option", hot keys as "control+command+G" or "off".
+    // enumeration's word, modifiers as "Ctrl+Alt", hot keys as "Ctrl+Super+G" or "off"; the stored
+    // format's own modifier words ("control+command+G") are taken too.
     enum class ValueType {
         Boolean,
         Choice,    // one of a few words

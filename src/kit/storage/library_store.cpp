@@ -278,6 +278,52 @@ std::optional<int> LibraryStore::usage(const SessionID& session) const
     return count;
 }
 
+LibraryStore::UsageInputs LibraryStore::usageInputs() const
+{
+    UsageInputs inputs;
+    if (auto showing = libraryOf(activeBar())) {
+        inputs.showing = std::move(*showing);
+    }
+    for (const auto& bar : m_index.bars) {
+        if (bar.id != activeBarID()) {
+            inputs.otherBars.push_back(m_directory.file(bar.file));
+        }
+    }
+    for (const auto& session : m_sessions) {
+        inputs.sessions.push_back(session.id);
+    }
+    return inputs;
+}
+
+std::unordered_map<SessionID, int> LibraryStore::countUsage(const UsageInputs& inputs)
+{
+    std::unordered_map<SessionID, int> counts;
+    for (const auto& session : inputs.sessions) {
+        counts.emplace(session, 0);
+    }
+    const auto count = [&counts](const Library& library) {
+        for (const Shortcut* s : library.allShortcuts()) {
+            if (const auto* url = s->target.urlTarget(); url && url->sessionID) {
+                if (auto found = counts.find(*url->sessionID); found != counts.end()) {
+                    ++found->second;
+                }
+            }
+        }
+    };
+    count(inputs.showing);
+    for (const auto& file : inputs.otherBars) {
+        auto read = readStoreFile(file);
+        if (const auto* text = std::get_if<std::string>(&read)) {
+            try {
+                count(library::decodeLibrary(*text));
+            } catch (const std::exception& error) {
+                kLog.error("counting links: " + file.filename().string() + ": " + error.what());
+            }
+        }
+    }
+    return counts;
+}
+
 bool LibraryStore::isHeldAfterCorruption() const
 {
     return m_loadState.kind == LoadState::Kind::Unreadable && !m_startedFresh;

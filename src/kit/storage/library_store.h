@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -98,6 +99,19 @@ public:
     std::optional<std::unordered_set<library::SessionID>> sessionIDsAcrossBars() const;
     // How many shortcuts on all bars use the session; nothing for an unknown session.
     std::optional<int> usage(const library::SessionID& session) const;
+
+    // What counting every session's links needs, taken on the main thread, so the counting itself
+    // (which reads every other bar's file) can run on another.
+    struct UsageInputs
+    {
+        library::Library showing;
+        std::vector<std::filesystem::path> otherBars;
+        std::vector<library::SessionID> sessions;
+    };
+    UsageInputs usageInputs() const;
+    // Links per session across the bars, every known session present; a bar whose file cannot
+    // be read counts nothing. Any thread.
+    static std::unordered_map<library::SessionID, int> countUsage(const UsageInputs& inputs);
     const LoadState& loadState() const { return m_loadState; }
     bool isHeldAfterCorruption() const;
     const std::vector<library::Violation>& repairs() const { return m_repairs; }

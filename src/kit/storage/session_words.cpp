@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/storage/session_words.h"
 
+#include "kit/library/words.h"
+
 #include <algorithm>
 
 namespace kit::storage {
@@ -25,7 +27,7 @@ std::string sessionDetail(int links, std::optional<int> sites)
 
 std::string newSessionName(const std::vector<library::Session>& sessions)
 {
-    const std::string base = "New Session";
+    const std::string base(library::words::kNewAccount);
     const auto taken = [&](const std::string& name) {
         return std::any_of(sessions.begin(), sessions.end(), [&](const library::Session& s) {
             return s.name == name;

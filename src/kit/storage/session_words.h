@@ -9,10 +9,10 @@
 
 namespace kit::storage {
 
-// What the Sessions pane says of a session: how many links use it, and its sites once counted.
+// What the Accounts pane says of a session: how many links use it, and its sites once counted.
 std::string sessionDetail(int links, std::optional<int> sites);
 
-// A name no session has yet: "New Session", then "New Session 2" and so on.
+// A name no session has yet: "New Account", then "New Account 2" and so on.
 std::string newSessionName(const std::vector<library::Session>& sessions);
 
 // The question asked before a session and its website data are removed.

@@ -19,12 +19,11 @@ constexpr Modifier kCommand = Modifier::Command;
 constexpr HotKeyCombo kMenu = kit::settings::AppSettings::kMenuHotKeyDefault;
 constexpr HotKeyCombo kActiveBar = kit::settings::AppSettings::kActiveBarHotKeyDefault;
 
-TEST(ModifierSet, ShowsSymbolsAndNamesInFixedOrderWhateverTheBuildOrder)
+TEST(ModifierSet, ShowsWordsInFixedOrderWhateverTheBuildOrder)
 {
-    ModifierSet all{kCommand, kShift, kOption, kControl};
-    EXPECT_EQ(all.symbols(), "⌃⌥⇧⌘");
-    EXPECT_EQ(all.names(), "Control Option Shift Command");
-    EXPECT_EQ((ModifierSet{kCommand, kShift}.symbols()), "⇧⌘");
+    EXPECT_EQ((ModifierSet{kCommand, kShift, kOption, kControl}.words()), "Ctrl+Alt+Shift+Super");
+    EXPECT_EQ((ModifierSet{kCommand, kShift}.words()), "Shift+Super");
+    EXPECT_EQ(ModifierSet{}.words(), "");
 }
 
 TEST(ModifierSet, DropsBitsOtherThanTheFourModifiers)
@@ -62,15 +61,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(NumberKeys, DisplaysTheKeysOfEachIcon)
 {
     NumberKeys keys{{kOption, kCommand}};
-    EXPECT_EQ(keys.display(1), "⌥⌘1");
-    EXPECT_EQ(keys.display(9), "⌥⌘9");
-    EXPECT_EQ(keys.display(12), "⌃⌥⌘3");
-    EXPECT_EQ(keys.display(18), "⌃⌥⌘9");
+    EXPECT_EQ(keys.display(1), "Alt+Super+1");
+    EXPECT_EQ(keys.display(9), "Alt+Super+9");
+    EXPECT_EQ(keys.display(12), "Ctrl+Alt+Super+3");
+    EXPECT_EQ(keys.display(18), "Ctrl+Alt+Super+9");
     EXPECT_EQ(keys.display(19), std::nullopt);
     EXPECT_EQ(keys.display(0), std::nullopt);
 
     NumberKeys full{{kControl, kOption, kCommand}};
-    EXPECT_EQ(full.display(9), "⌃⌥⌘9");
+    EXPECT_EQ(full.display(9), "Ctrl+Alt+Super+9");
     EXPECT_EQ(full.display(10), std::nullopt);
 }
 
@@ -85,7 +84,7 @@ class AllowedPair : public testing::TestWithParam<PairCase>
 
 TEST_P(AllowedPair, FollowsThePairRules)
 {
-    EXPECT_EQ(isAllowedPair(GetParam().pair), GetParam().allowed) << GetParam().pair.symbols();
+    EXPECT_EQ(isAllowedPair(GetParam().pair), GetParam().allowed) << GetParam().pair.words();
 }
 
 INSTANTIATE_TEST_SUITE_P(Sets,
@@ -129,16 +128,17 @@ TEST_F(KeysFromSettings, AFreshInstallUsesControlCommandAndBothHotKeys)
 {
     auto& s = settings();
     EXPECT_EQ(NumberKeys::fromSettings(s)->pair, (ModifierSet{kControl, kCommand}));
-    EXPECT_EQ(HotKeyCombo(*s.menuHotKey()).display(), "⌃⌘G");
-    EXPECT_EQ(HotKeyCombo(*s.activeBarHotKey()).display(), "⌃⌘A");
+    EXPECT_EQ(HotKeyCombo(*s.menuHotKey()).display(), "Ctrl+Super+G");
+    EXPECT_EQ(HotKeyCombo(*s.activeBarHotKey()).display(), "Ctrl+Super+A");
 }
 
 TEST(DigitKeysText, NamesEachChoice)
 {
-    EXPECT_EQ(displayText(DigitKeys::OptionCommand, {}), "⌥⌘ Option Command");
-    EXPECT_EQ(displayText(DigitKeys::ShiftControl, {}), "⇧⌃ Shift Control");
-    EXPECT_EQ(displayText(DigitKeys::Custom, {kCommand, kControl, kShift}),
-              "⌃⇧⌘ Control Shift Command");
+    EXPECT_EQ(displayText(DigitKeys::OptionCommand, {}), "Alt+Super");
+    EXPECT_EQ(displayText(DigitKeys::ShiftControl, {}), "Ctrl+Shift");
+    EXPECT_EQ(displayText(DigitKeys::Custom, {kCommand, kControl, kShift}), "Ctrl+Shift+Super");
+    // An unusable custom pair shows the pair that is used instead.
+    EXPECT_EQ(displayText(DigitKeys::Custom, {kShift, kCommand}), "Ctrl+Alt");
     EXPECT_EQ(displayText(DigitKeys::Off, {}).rfind("Off, so nothing in the menu bar", 0), 0U);
 }
 
@@ -150,13 +150,14 @@ TEST(HotKeyCombo, EncodesModifiersForTheHotKeyService)
     EXPECT_EQ((HotKeyCombo{0, 0}.carbonModifiers()), 0U);
 }
 
-TEST(HotKeyCombo, DisplaysSymbolsThenTheKeyName)
+TEST(HotKeyCombo, DisplaysModifierWordsThenTheKeyName)
 {
-    EXPECT_EQ(kMenu.display(), "⌃⌘G");
-    EXPECT_EQ(kActiveBar.display(), "⌃⌘A");
-    EXPECT_EQ((HotKeyCombo{96, 0x80000 | 0x20000}.display()), "⌥⇧F5");
-    EXPECT_EQ((HotKeyCombo{key_code::kLeftArrow, 0x180000}.display()), "⌥⌘←");
-    EXPECT_EQ((HotKeyCombo{49, 0x100000}.display()), "⌘Space");
+    EXPECT_EQ(kMenu.display(), "Ctrl+Super+G");
+    EXPECT_EQ(kActiveBar.display(), "Ctrl+Super+A");
+    EXPECT_EQ((HotKeyCombo{96, 0x80000 | 0x20000}.display()), "Alt+Shift+F5");
+    EXPECT_EQ((HotKeyCombo{key_code::kLeftArrow, 0x180000}.display()), "Alt+Super+Left");
+    EXPECT_EQ((HotKeyCombo{49, 0x100000}.display()), "Super+Space");
+    EXPECT_EQ((HotKeyCombo{122, 0}.display()), "F1");
     EXPECT_EQ(HotKeyCombo::name(200), "Key 200");
     EXPECT_EQ(HotKeyCombo::functionNumber(122), 1);
     EXPECT_EQ(HotKeyCombo::functionNumber(90), 20);

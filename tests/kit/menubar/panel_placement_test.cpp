@@ -48,5 +48,40 @@ TEST(PanelPlacement, StaysWholeOnScreen)
     }
 }
 
+TEST(WindowPlacement, NeverLargerThanTheScreenAndWholeOnIt)
+{
+    // A 1280x800 screen with a 24 px panel at its top, and a 30 px title bar.
+    const Rect screen{0, 24, 1280, 776};
+    const Margins frame{0, 30, 0, 0};
+    struct Case
+    {
+        const char* name;
+        std::optional<Point> at;
+        Size wanted;
+        Rect expected;
+    };
+    const Case cases[] = {
+        {"a new window is centred below its title bar", {}, {600, 400}, {340, 227, 600, 400}},
+        {"a window where it was stays there", Point{100, 200}, {600, 400}, {100, 200, 600, 400}},
+        {"taller than the screen: as tall as the room under the title bar",
+         Point{100, 20},
+         {1100, 800},
+         {100, 54, 1100, 746}},
+        {"past the right and bottom edges: moved in",
+         Point{1000, 700},
+         {600, 400},
+         {680, 400, 600, 400}},
+        {"larger both ways: the whole room", {}, {3000, 2000}, {0, 54, 1280, 746}},
+        {"above the screen's top: moved down under it",
+         Point{10, -50},
+         {300, 200},
+         {10, 54, 300, 200}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(windowGeometry(c.at, c.wanted, frame, screen), c.expected);
+    }
+}
+
 } // namespace
 } // namespace kit::menubar

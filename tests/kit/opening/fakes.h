@@ -28,15 +28,16 @@ public:
 
     std::map<std::string, std::string> installed; // bundle id -> location
     bool canOpen = true;
+    OpenFailure why = OpenFailure::Other;
     std::vector<std::string> opened;
     std::vector<OpenWith> openedWith;
     std::vector<std::string> launched;
     std::vector<Completion> completions;
 
-    bool open(const std::string& url) override
+    OpenResult open(const std::string& url) override
     {
         opened.push_back(url);
-        return canOpen;
+        return canOpen ? OpenResult::opened() : OpenResult::failed(why);
     }
     void open(const std::vector<std::string>& urls,
               const std::string& application,

@@ -351,14 +351,41 @@ TEST_F(OpenerTest, a_file_that_cannot_be_found_is_missing)
     EXPECT_TRUE(m_workspace.opened.empty());
 }
 
-TEST_F(OpenerTest, a_file_the_system_refuses_failed)
+struct RefusalCase
+{
+    OpenFailure why;
+    std::string sentences;
+};
+
+class FileRefusal : public OpenerTest, public testing::WithParamInterface<RefusalCase>
+{};
+
+TEST_P(FileRefusal, fails_saying_why_after_the_first_sentence)
 {
     m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
     m_workspace.canOpen = false;
-    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")),
-              Outcome::failed("Notes could not be opened."));
-    EXPECT_EQ(m_opener->lastFailure(), "Notes could not be opened.");
+    m_workspace.why = GetParam().why;
+    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")), Outcome::failed(GetParam().sentences));
+    EXPECT_EQ(m_opener->lastFailure(), GetParam().sentences);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Reasons,
+    FileRefusal,
+    testing::Values(
+        RefusalCase{OpenFailure::NoApp,
+                    "\u201CNotes\u201D could not be opened. No app on this computer is set up to "
+                    "open this kind of file."},
+        RefusalCase{OpenFailure::AppNotInstalled,
+                    "\u201CNotes\u201D could not be opened. The app that opens it is not "
+                    "installed any more."},
+        RefusalCase{OpenFailure::Missing,
+                    "\u201CNotes\u201D could not be opened. It was moved or deleted, or is on a "
+                    "disk that is not connected."},
+        RefusalCase{
+            OpenFailure::Permission,
+            "\u201CNotes\u201D could not be opened. You do not have permission to open it."},
+        RefusalCase{OpenFailure::Other, "\u201CNotes\u201D could not be opened."}));
 
 TEST_F(OpenerTest, a_file_with_its_chosen_app_holds_access_until_the_open_completes)
 {

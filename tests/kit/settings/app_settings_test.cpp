@@ -91,10 +91,10 @@ TEST_P(AppSettingsUnreadable, reads_as_the_fallback)
 const std::vector<UnreadableCase> kUnreadable{
     {"unknown_digit_keys", "shortcutKeys", Value("banana"), "controlCommand"},
     {"digit_keys_not_text", "shortcutKeys", Value(true), "controlCommand"},
-    {"negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "control+option"},
-    {"fractional_modifiers", "customShortcutModifiers", Value(3.5), "control+option"},
-    {"modifiers_as_words", "customShortcutModifiers", Value("lots"), "control+option"},
-    {"too_large_modifiers", "customShortcutModifiers", Value(int64_t{1} << 40), "control+option"},
+    {"negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "Ctrl+Alt"},
+    {"fractional_modifiers", "customShortcutModifiers", Value(3.5), "Ctrl+Alt"},
+    {"modifiers_as_words", "customShortcutModifiers", Value("lots"), "Ctrl+Alt"},
+    {"too_large_modifiers", "customShortcutModifiers", Value(int64_t{1} << 40), "Ctrl+Alt"},
     {"hot_key_garbage", "menuHotKey", Value(bytes("{not json")), "off"},
     {"hot_key_without_modifiers", "menuHotKey", Value(bytes(R"({"keyCode":5})")), "off"},
     {"hot_key_code_too_large",
@@ -110,7 +110,7 @@ const std::vector<UnreadableCase> kUnreadable{
     {"ads_as_bytes", "blocksAds", Value(bytes("1")), "true"},
     // Text an INI file keeps in place of the typed value reads as that value.
     {"ini_boolean", "assistantsEnabled", Value("true"), "true"},
-    {"ini_integer", "customShortcutModifiers", Value("1179648"), "shift+command"},
+    {"ini_integer", "customShortcutModifiers", Value("1179648"), "Shift+Super"},
     {"ini_hot_key", "menuHotKey", Value(R"({"keyCode":1,"modifiers":0})"), "S"},
 };
 
@@ -228,14 +228,15 @@ INSTANTIATE_TEST_SUITE_P(
                     ByNameCase{"shortcutKeys", "custom", "custom"},
                     ByNameCase{"appearance", "dark", "dark"},
                     ByNameCase{"newWindowLinks", "newWindow", "newWindow"},
-                    ByNameCase{"customShortcutModifiers", "command+ctrl", "control+command"},
-                    ByNameCase{"customShortcutModifiers", "0x140000", "control+command"},
+                    ByNameCase{"customShortcutModifiers", "command+ctrl", "Ctrl+Super"},
+                    ByNameCase{"customShortcutModifiers", "0x140000", "Ctrl+Super"},
                     ByNameCase{"customShortcutModifiers", "none", "none"},
-                    ByNameCase{"customShortcutModifiers", "alt+0x800000", "option+0x800000"},
+                    ByNameCase{"customShortcutModifiers", "alt+0x800000", "Alt+0x800000"},
                     ByNameCase{"menuHotKey", "off", "off"},
-                    ByNameCase{"menuHotKey", "Super + Alt + space", "option+command+Space"},
-                    ByNameCase{"activeBarHotKey", "control+shift+7", "control+shift+7"},
-                    ByNameCase{"activeBarHotKey", "command+#96", "command+#96"},
+                    ByNameCase{"menuHotKey", "Super + Alt + space", "Alt+Super+Space"},
+                    ByNameCase{"activeBarHotKey", "control+shift+7", "Ctrl+Shift+7"},
+                    ByNameCase{"activeBarHotKey", "option+COMMAND+g", "Alt+Super+G"},
+                    ByNameCase{"activeBarHotKey", "meta+#96", "Super+#96"},
                     ByNameCase{"activeBarHotKey", "f", "F"}));
 
 TEST(AppSettingsByName, refusals_are_one_sentence)
@@ -253,11 +254,11 @@ TEST(AppSettingsByName, refusals_are_one_sentence)
               "“shortcutKeys” takes optionCommand, controlCommand, shiftControl, custom or off.");
     EXPECT_EQ(settings.set("appearance", ""), "“appearance” takes system, light or dark.");
     EXPECT_EQ(settings.set("customShortcutModifiers", "control+hyper"),
-              "“customShortcutModifiers” takes modifiers joined by +, such as control+option.");
+              "“customShortcutModifiers” takes modifiers joined by +, such as Ctrl+Alt.");
     EXPECT_EQ(settings.set("menuHotKey", "control+command"),
-              "“menuHotKey” takes a key with modifiers, such as control+command+G, or off.");
+              "“menuHotKey” takes a key with modifiers, such as Ctrl+Super+G, or off.");
     EXPECT_EQ(settings.set("menuHotKey", "banana+G"),
-              "“menuHotKey” takes a key with modifiers, such as control+command+G, or off.");
+              "“menuHotKey” takes a key with modifiers, such as Ctrl+Super+G, or off.");
     // Nothing was written by the refusals.
     EXPECT_EQ(store.value("assistantsEnabled"), std::nullopt);
     EXPECT_EQ(store.value("menuHotKey"), std::nullopt);

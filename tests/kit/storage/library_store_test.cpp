@@ -268,6 +268,10 @@ TEST_F(LibraryStoreTest, RemovingASessionSendsItsLinksBackOnEveryBar)
     store->mutate(other, useSession(home));
     EXPECT_EQ(store->usage(work), 2);
     EXPECT_EQ(store->usage(SessionID::make()), std::nullopt);
+    // Counted apart from the store, as the Accounts pane does off the main thread.
+    const auto counts = LibraryStore::countUsage(store->usageInputs());
+    EXPECT_EQ(counts, (std::unordered_map<SessionID, int>{{work, 2}, {home, 1}}));
+    EXPECT_EQ(store->sessionIDsAcrossBars()->size(), 2u);
 
     store->removeSession(work);
     EXPECT_EQ(store->sessions().size(), 1u);

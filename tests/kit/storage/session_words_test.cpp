@@ -18,12 +18,12 @@ TEST(SessionWords, CountsAndNamesReadAsEnglish)
               "account.");
 
     std::vector<library::Session> sessions;
-    EXPECT_EQ(newSessionName(sessions), "New Session");
+    EXPECT_EQ(newSessionName(sessions), "New Account");
     sessions.push_back({});
-    sessions.back().name = "New Session";
+    sessions.back().name = "New Account";
     sessions.push_back({});
-    sessions.back().name = "New Session 2";
-    EXPECT_EQ(newSessionName(sessions), "New Session 3");
+    sessions.back().name = "New Account 2";
+    EXPECT_EQ(newSessionName(sessions), "New Account 3");
 }
 
 } // namespace
