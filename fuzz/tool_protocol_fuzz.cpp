@@ -4,6 +4,8 @@
 // with the JSON-RPC shape, due exactly when expectsReply says so. The same bytes as a tool's
 // answer must come back exactly as the JSON library would write them. The id an over-long line
 // is answered under is never read from inside the request: an object without an id shows none.
+// And the bytes as a long line's arguments get the same reply whether the tool reads them strictly
+// itself (the protocol skipping its own check) or the protocol checks the line first.
 #include "kit/mcp/tool_protocol.h"
 
 #include <nlohmann/json.hpp>
@@ -64,11 +66,40 @@ void checkAnswerText(const std::string& text)
     }
 }
 
+// The reply to a tools/call line whose arguments are `arguments` padded past the size at which a
+// strict tool gets the bytes unchecked; with `strict` false the protocol checks the line first.
+std::optional<std::string> longCall(std::string_view arguments, bool strict)
+{
+    std::string line = R"({"id":5,"method":"tools/call","params":{"name":"strict","arguments":)";
+    line.append(arguments);
+    line.append(70'000, ' ');
+    line.append("}}");
+    std::optional<std::string> reply;
+    ToolProtocol::respond(
+        line,
+        "0.1",
+        &tools,
+        [](ToolProtocol::Call call, const ToolProtocol::ToolCompletion& done) {
+            const json read = call.argumentsText ? json::parse(*call.argumentsText, nullptr, false)
+                              : call.arguments   ? *call.arguments
+                                                 : json(json::value_t::discarded);
+            done(read.is_discarded() ? ToolResult::failure(std::string("unreadable"))
+                                     : ToolResult::success(read.dump()));
+        },
+        {},
+        [&reply](std::optional<std::string> text) { reply = std::move(text); },
+        [strict](const std::string& name, std::string_view) { return strict && name == "strict"; });
+    return reply;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     std::string_view line(reinterpret_cast<const char*>(data), size);
+    if (longCall(line, true) != longCall(line, false)) {
+        std::abort();
+    }
     (void)ToolProtocol::method(line);
     if (std::optional<json> id = ToolProtocol::visibleID(line, line)) {
         json whole = json::parse(line, nullptr, false);
