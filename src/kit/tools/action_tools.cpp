@@ -38,20 +38,13 @@ const std::vector<ToolDescription>& ActionTools::descriptions()
 
 const std::vector<std::string>& ActionTools::names()
 {
-    static const std::vector<std::string> kNames = [] {
-        std::vector<std::string> names;
-        for (const auto& description : descriptions()) {
-            names.push_back(description.name);
-        }
-        return names;
-    }();
+    static const std::vector<std::string> kNames = namesOf(descriptions());
     return kNames;
 }
 
 bool ActionTools::handles(std::string_view name)
 {
-    const auto& all = names();
-    return std::find(all.begin(), all.end(), name) != all.end();
+    return isNamed(names(), name);
 }
 
 ActionTools::Action ActionTools::parse(const std::string& name,

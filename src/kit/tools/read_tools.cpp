@@ -457,20 +457,13 @@ const std::vector<ToolDescription>& ReadTools::descriptions()
 
 const std::vector<std::string>& ReadTools::names()
 {
-    static const std::vector<std::string> kNames = [] {
-        std::vector<std::string> names;
-        for (const auto& description : descriptions()) {
-            names.push_back(description.name);
-        }
-        return names;
-    }();
+    static const std::vector<std::string> kNames = namesOf(descriptions());
     return kNames;
 }
 
 bool ReadTools::handles(std::string_view name)
 {
-    const auto& all = names();
-    return std::find(all.begin(), all.end(), name) != all.end();
+    return isNamed(names(), name);
 }
 
 bool ReadTools::answersFromBarsAlone(std::string_view name)

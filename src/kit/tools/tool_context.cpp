@@ -116,6 +116,21 @@ bool containsFolded(std::string_view haystack, const std::string& foldedNeedle)
     return foldedNeedle.empty() || folded(haystack).find(foldedNeedle) != std::string::npos;
 }
 
+std::vector<std::string> namesOf(const std::vector<mcp::ToolDescription>& descriptions)
+{
+    std::vector<std::string> names;
+    names.reserve(descriptions.size());
+    for (const auto& description : descriptions) {
+        names.push_back(description.name);
+    }
+    return names;
+}
+
+bool isNamed(const std::vector<std::string>& names, std::string_view name)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 std::string trimmed(std::string_view text)
 {
     return std::string(support::trimmed(text));

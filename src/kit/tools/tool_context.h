@@ -60,4 +60,8 @@ std::string folded(std::string_view text);
 bool containsFolded(std::string_view haystack, const std::string& foldedNeedle);
 std::string trimmed(std::string_view text);
 
+// The tools' names in the order they are described, and whether `name` is among them.
+std::vector<std::string> namesOf(const std::vector<mcp::ToolDescription>& descriptions);
+bool isNamed(const std::vector<std::string>& names, std::string_view name);
+
 } // namespace kit::tools

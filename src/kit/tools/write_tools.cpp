@@ -1105,20 +1105,13 @@ const std::vector<ToolDescription>& WriteTools::descriptions()
 
 const std::vector<std::string>& WriteTools::names()
 {
-    static const std::vector<std::string> kNames = [] {
-        std::vector<std::string> names;
-        for (const auto& description : descriptions()) {
-            names.push_back(description.name);
-        }
-        return names;
-    }();
+    static const std::vector<std::string> kNames = namesOf(descriptions());
     return kNames;
 }
 
 bool WriteTools::handles(std::string_view name)
 {
-    const auto& all = names();
-    return std::find(all.begin(), all.end(), name) != all.end();
+    return isNamed(names(), name);
 }
 
 WriteTools::Call WriteTools::call(const std::string& name,
