@@ -418,6 +418,8 @@ void EditorDialog::build()
     m_scroll->setWidgetResizable(true);
     m_scroll->setFrameShape(QFrame::NoFrame);
     m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // The fields take the focus, not their frame: the name is typed into as soon as it opens.
+    m_scroll->setFocusPolicy(Qt::NoFocus);
     layout->addWidget(m_scroll, 1);
     m_error = new QLabel;
     m_error->setWordWrap(true);
