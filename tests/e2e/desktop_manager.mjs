@@ -89,7 +89,7 @@ try {
 
   // Each pane, chosen in the sidebar below the two bars, photographed once its own widgets show.
   let shown = new Set(session.accessible().map((w) => `${w.role}:${w.name}`));
-  for (const name of ["Sessions", "Proposals", "Settings", "About"]) {
+  for (const name of ["Accounts", "Proposals", "Settings", "About"]) {
     session.click(await until(() => widget("list item", name), `the sidebar's ${name}`));
     await until(() => {
       const now = session.accessible();
