@@ -1090,6 +1090,21 @@ readShape(std::string_view filter)
     return std::pair{flags, parts};
 }
 
+// The tokens of `text`, leaving out one at an end that the text does not bound.
+void addTokens(std::string_view text,
+               bool boundedBefore,
+               bool boundedAfter,
+               std::vector<PendingToken>& tokens)
+{
+    forEachToken(text, [&](size_t start, size_t end) {
+        if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
+            return;
+        }
+        tokens.push_back(
+            {hashBytes(text.substr(start, end - start)), static_cast<uint32_t>(end - start)});
+    });
+}
+
 // Tokens that surely appear whole in any address the parts match: runs of token characters
 // bounded on both sides by the pattern itself.
 std::vector<PendingToken> tokensOf(uint8_t flags,
@@ -1109,13 +1124,7 @@ std::vector<PendingToken> tokensOf(uint8_t flags,
         bool boundedAfter = p + 1 == parts.size() ? (flags & FlagEndAnchor) != 0
                                                   : (parts[p + 1].first == PartSeparator
                                                      || parts[p + 1].first == PartSeparatorOrEnd);
-        forEachToken(text, [&](size_t start, size_t end) {
-            if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
-                return;
-            }
-            tokens.push_back({hashBytes(std::string_view(text).substr(start, end - start)),
-                              static_cast<uint32_t>(end - start)});
-        });
+        addTokens(text, boundedBefore, boundedAfter, tokens);
     }
     return tokens;
 }
@@ -1137,13 +1146,7 @@ std::vector<PendingToken> tokensOf(const std::vector<SmallRegex::RequiredText>& 
         const std::string& text = required.text;
         bool boundedBefore = bounded(required.before);
         bool boundedAfter = bounded(required.after);
-        forEachToken(text, [&](size_t start, size_t end) {
-            if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
-                return;
-            }
-            tokens.push_back({hashBytes(std::string_view(text).substr(start, end - start)),
-                              static_cast<uint32_t>(end - start)});
-        });
+        addTokens(text, boundedBefore, boundedAfter, tokens);
     }
     return tokens;
 }
