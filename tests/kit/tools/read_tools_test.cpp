@@ -10,7 +10,6 @@ using namespace testing_support;
 using kit::tools::ReadTools;
 using nlohmann::json;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 namespace {
 

@@ -4,25 +4,20 @@
 #include "kit/support/run_loop.h"
 #include "kit/tools/read_tools.h"
 #include "kit/tools/tools_fixture.h"
-#include "support/library_generator.h"
+#include "support/manual_scheduler.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <iostream>
 #include <thread>
 
 using namespace testing_support;
 using kit::mcp::ToolError;
 using kit::proposal::ProposalInbox;
-using kit::tools::ActionTools;
 using kit::tools::ToolService;
 using nlohmann::json;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 namespace {
 
@@ -306,42 +301,15 @@ namespace {
 class ClockQueue final : public kit::support::MainQueue
 {
 public:
-    void post(std::function<void()> task) override
-    {
-        postAfter(std::chrono::milliseconds(0), std::move(task));
-    }
+    void post(std::function<void()> task) override { m_clock.after({}, std::move(task)); }
     void postAfter(std::chrono::milliseconds delay, std::function<void()> task) override
     {
-        m_tasks.push_back({m_now + delay, m_posted++, std::move(task)});
+        m_clock.after(delay, std::move(task));
     }
-    void advance(std::chrono::milliseconds by)
-    {
-        const auto until = m_now + by;
-        for (;;) {
-            auto next = std::min_element(m_tasks.begin(), m_tasks.end(), [](auto& a, auto& b) {
-                return std::tie(a.due, a.order) < std::tie(b.due, b.order);
-            });
-            if (next == m_tasks.end() || next->due > until) {
-                break;
-            }
-            m_now = next->due;
-            auto task = std::move(next->task);
-            m_tasks.erase(next);
-            task();
-        }
-        m_now = until;
-    }
+    void advance(std::chrono::milliseconds by) { m_clock.advance(by); }
 
 private:
-    struct Task
-    {
-        std::chrono::milliseconds due;
-        size_t order;
-        std::function<void()> task;
-    };
-    std::chrono::milliseconds m_now{0};
-    size_t m_posted = 0;
-    std::vector<Task> m_tasks;
+    testing_support::ManualScheduler m_clock;
 };
 
 // A caller that waits on the person: it hears progress on the clock, and may take the call back.
