@@ -66,19 +66,17 @@ TEST_F(WriteToolsTest, AddShortcutsProposesOnTheShowingBarOrANamedOne)
         R"({"bar":"home","title":"Reading","shortcuts":[{"target":{"kind":"divider"}},{"name":"B","target":{"kind":"divider"}}]})");
     EXPECT_EQ(named.proposal.bars[0].destination, BarDestination::existing(home));
     EXPECT_EQ(named.answer.title, "Reading");
-}
 
-TEST_F(WriteToolsTest, AddShortcutsCarriesNewAccounts)
-{
+    // New accounts come along.
     const std::string id = SessionID::make().string();
-    auto call = write(
+    auto withAccount = write(
         "add_shortcuts",
         R"({"sessions":[{"id":")" + id
             + R"(","name":"Side"}],"shortcuts":[{"name":"S","target":{"kind":"url","url":"https://s.example.com/","sessionID":")"
             + id + R"("}}]})");
-    ASSERT_EQ(call.proposal.sessions.size(), 1u);
-    EXPECT_EQ(call.proposal.sessions[0].name, "Side");
-    EXPECT_THAT(call.answer.newSessions, ElementsAre("Side"));
+    ASSERT_EQ(withAccount.proposal.sessions.size(), 1u);
+    EXPECT_EQ(withAccount.proposal.sessions[0].name, "Side");
+    EXPECT_THAT(withAccount.answer.newSessions, ElementsAre("Side"));
 }
 
 struct Refusal
