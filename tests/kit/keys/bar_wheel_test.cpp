@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <vector>
 
 using namespace kit::keys;
@@ -44,65 +45,71 @@ protected:
     WheelSteps steps;
 };
 
+WheelInput tilt(double deltaX, double deltaY)
+{
+    return {
+        .precise = false, .began = false, .momentum = false, .deltaX = deltaX, .deltaY = deltaY};
+}
+
+WheelInput coasting(double deltaY)
+{
+    WheelInput input = swipe(deltaY);
+    input.momentum = true;
+    return input;
+}
+
+struct WheelEvent
+{
+    WheelInput input;
+    std::chrono::milliseconds at;
+    int step; // what this event answers
+};
+
+struct WheelCase
+{
+    const char* name;
+    std::vector<WheelEvent> events;
+    std::optional<double> travelled; // after the last event
+};
+
+TEST_F(WheelStepsTest, StepsAsTheGestureRulesSay)
+{
+    const WheelCase cases[] = {
+        {"UpwardSwipeStepsBack", {{swipe(25, true), 0ms, 0}, {swipe(25), 10ms, -1}}, {}},
+        {"TwoNotchesWithinATenthStepOnce",
+         {{notch(-1), 0ms, 1}, {notch(-1), 100ms, 0}, {notch(-1), 260ms, 1}},
+         {}},
+        // A pause of more than half a second starts the count again; without it the same
+        // travel steps.
+        {"PauseRestarts",
+         {{swipe(-30, true), 0ms, 0}, {swipe(-20), 501ms, 0}, {swipe(-20), 900ms, 1}},
+         {}},
+        {"NewGestureRestarts", {{swipe(-30, true), 0ms, 0}, {swipe(-30, true), 10ms, 0}}, -30},
+        // Momentum neither steps nor keeps the gesture alive: the pause counts from the last
+        // real event.
+        {"MomentumIsIgnored",
+         {{swipe(-30, true), 0ms, 0}, {coasting(-100), 400ms, 0}, {swipe(-20), 600ms, 0}},
+         -20},
+        {"LargerAxisDecidesATieIsVertical",
+         {{tilt(-3, 1), 0ms, 1}, {tilt(-2, 2), 1000ms, -1}, {notch(0), 2000ms, 0}},
+         {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        WheelSteps fresh;
+        for (const auto& event : c.events) {
+            EXPECT_EQ(fresh.step(event.input, at(event.at)), event.step) << event.at.count();
+        }
+        if (c.travelled) {
+            EXPECT_EQ(fresh.travelled(), *c.travelled);
+        }
+    }
+}
+
 TEST_F(WheelStepsTest, ASwipeOfThirtyPointsDoesNotStep)
 {
     EXPECT_TRUE(swipeDown(30).empty());
     EXPECT_EQ(steps.travelled(), -30);
-}
-
-TEST_F(WheelStepsTest, ASwipeOfFortyFivePointsStepsOnceToTheBarAfter)
-{
-    EXPECT_EQ(swipeDown(45), (std::vector<int>{1}));
-}
-
-TEST_F(WheelStepsTest, AnUpwardSwipeStepsToTheBarBefore)
-{
-    EXPECT_EQ(steps.step(swipe(25, true), at(0ms)), 0);
-    EXPECT_EQ(steps.step(swipe(25), at(10ms)), -1);
-}
-
-TEST_F(WheelStepsTest, TwoNotchesWithinATenthOfASecondStepOnce)
-{
-    EXPECT_EQ(steps.step(notch(-1), at(0ms)), 1);
-    EXPECT_EQ(steps.step(notch(-1), at(100ms)), 0);
-    EXPECT_EQ(steps.step(notch(-1), at(260ms)), 1);
-}
-
-TEST_F(WheelStepsTest, APauseOfMoreThanHalfASecondStartsTheCountAgain)
-{
-    EXPECT_EQ(steps.step(swipe(-30, true), at(0ms)), 0);
-    EXPECT_EQ(steps.step(swipe(-20), at(501ms)), 0);
-    EXPECT_EQ(steps.travelled(), -20);
-    // Without the pause the same travel steps.
-    EXPECT_EQ(steps.step(swipe(-20), at(900ms)), 1);
-}
-
-TEST_F(WheelStepsTest, ANewGestureStartsTheCountAgain)
-{
-    EXPECT_EQ(steps.step(swipe(-30, true), at(0ms)), 0);
-    EXPECT_EQ(steps.step(swipe(-30, true), at(10ms)), 0);
-    EXPECT_EQ(steps.travelled(), -30);
-}
-
-TEST_F(WheelStepsTest, MomentumNeitherStepsNorKeepsTheGestureAlive)
-{
-    EXPECT_EQ(steps.step(swipe(-30, true), at(0ms)), 0);
-    WheelInput coasting = swipe(-100);
-    coasting.momentum = true;
-    EXPECT_EQ(steps.step(coasting, at(400ms)), 0);
-    EXPECT_EQ(steps.travelled(), -30);
-    // Measured from the last real event, more than half a second has passed.
-    EXPECT_EQ(steps.step(swipe(-20), at(600ms)), 0);
-}
-
-TEST_F(WheelStepsTest, TheLargerAxisDecidesAndATieGoesToTheVertical)
-{
-    WheelInput sideways{
-        .precise = false, .began = false, .momentum = false, .deltaX = -3, .deltaY = 1};
-    EXPECT_EQ(steps.step(sideways, at(0ms)), 1);
-    WheelInput tie{.precise = false, .began = false, .momentum = false, .deltaX = -2, .deltaY = 2};
-    EXPECT_EQ(steps.step(tie, at(1s)), -1);
-    EXPECT_EQ(steps.step(notch(0), at(2s)), 0);
 }
 
 TEST_F(WheelStepsTest, TravelDuringTheGapIsDropped)

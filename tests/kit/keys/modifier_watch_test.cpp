@@ -41,23 +41,58 @@ protected:
     std::vector<std::optional<int>> changes;
 };
 
-TEST_F(ModifierWatchTest, AHoldOfAThirdOfASecondShowsNothing)
+struct Hold
 {
-    holdFromNextTick(kOptionCommand);
-    clock.advance(300ms);
-    source.heldNow = {};
-    clock.advance(1s);
-    EXPECT_TRUE(changes.empty());
-}
+    std::optional<ModifierSet> fromNextTick; // nothing: let go at once
+    std::chrono::milliseconds then;
+};
 
-TEST_F(ModifierWatchTest, AHoldOfFourTenthsShowsTheFirstNine)
+struct HoldCase
 {
-    holdFromNextTick(kOptionCommand);
-    EXPECT_EQ(watch.interval(), ModifierWatch::kHeldInterval);
-    clock.advance(390ms);
-    EXPECT_TRUE(changes.empty());
-    clock.advance(10ms);
-    EXPECT_EQ(changes, (std::vector<std::optional<int>>{1}));
+    const char* name;
+    std::vector<Hold> holds;
+    std::vector<std::optional<int>> changes;
+    bool keysOff = false;
+};
+
+TEST_F(ModifierWatchTest, OnlyAHoldOfFourTenthsOfTheRightModifiersShowsNumbers)
+{
+    const HoldCase cases[] = {
+        {"ThirdOfASecond", {{kOptionCommand, 300ms}, {std::nullopt, 1s}}, {}},
+        {"JustShortOfFourTenths", {{kOptionCommand, 390ms}}, {}},
+        {"FourTenthsShowsTheFirstNine", {{kOptionCommand, 400ms}}, {1}},
+        {"SecondNineWaitsForTheHoldToo", {{kControlOptionCommand, 320ms}}, {}},
+        {"SecondNineAfterTheHold", {{kControlOptionCommand, 400ms}}, {2}},
+        {"OneTooMany", {{kOptionCommand.with(Modifier::Shift), 2s}}, {}},
+        {"OneTooFew", {{ModifierSet{Modifier::Command}, 2s}}, {}},
+        {"LettingGoBrieflyStartsAgain",
+         {{kOptionCommand, 240ms}, {std::nullopt, 80ms}, {kOptionCommand, 320ms}},
+         {}},
+        {"AfterLettingGoTheFullHoldShows",
+         {{kOptionCommand, 240ms}, {std::nullopt, 80ms}, {kOptionCommand, 400ms}},
+         {1}},
+        {"NumberKeysOff", {{kOptionCommand, 2s}}, {}, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        FakeClock clock;
+        FakeModifierSource source;
+        ModifierWatch watch{source, clock};
+        std::vector<std::optional<int>> heard;
+        watch.onChange = [&](std::optional<int> tier) { heard.push_back(tier); };
+        watch.setKeys(c.keysOff ? std::nullopt : std::optional(NumberKeys{kOptionCommand}));
+        watch.start();
+        for (const auto& hold : c.holds) {
+            if (hold.fromNextTick) {
+                source.heldNow = *hold.fromNextTick;
+                clock.advance(ModifierWatch::kRestInterval);
+            } else {
+                source.heldNow = {};
+            }
+            clock.advance(hold.then);
+        }
+        EXPECT_EQ(heard, c.changes);
+    }
 }
 
 TEST_F(ModifierWatchTest, AddingTheExtraModifierSwitchesAndLettingGoClearsWithinAQuarter)
@@ -75,46 +110,6 @@ TEST_F(ModifierWatchTest, AddingTheExtraModifierSwitchesAndLettingGoClearsWithin
     EXPECT_EQ(changes, (std::vector<std::optional<int>>{1, 2, std::nullopt}));
     EXPECT_EQ(watch.interval(), ModifierWatch::kRestInterval);
     EXPECT_EQ(clock.liveTimers(), 1U);
-}
-
-TEST_F(ModifierWatchTest, StartingWithTheSecondNineWaitsForTheHoldToo)
-{
-    holdFromNextTick(kControlOptionCommand);
-    clock.advance(320ms);
-    EXPECT_TRUE(changes.empty());
-    clock.advance(80ms);
-    EXPECT_EQ(changes, (std::vector<std::optional<int>>{2}));
-}
-
-TEST_F(ModifierWatchTest, OneModifierTooManyOrTooFewShowsNothing)
-{
-    holdFromNextTick(kOptionCommand.with(Modifier::Shift));
-    clock.advance(2s);
-    holdFromNextTick({Modifier::Command});
-    clock.advance(2s);
-    EXPECT_TRUE(changes.empty());
-    EXPECT_EQ(watch.interval(), ModifierWatch::kRestInterval);
-}
-
-TEST_F(ModifierWatchTest, LettingGoBrieflyStartsTheHoldAgain)
-{
-    holdFromNextTick(kOptionCommand);
-    clock.advance(240ms);
-    source.heldNow = {};
-    clock.advance(80ms);
-    holdFromNextTick(kOptionCommand);
-    clock.advance(320ms);
-    EXPECT_TRUE(changes.empty());
-    clock.advance(80ms);
-    EXPECT_EQ(changes, (std::vector<std::optional<int>>{1}));
-}
-
-TEST_F(ModifierWatchTest, WithNumberKeysOffNothingShows)
-{
-    watch.setKeys(std::nullopt);
-    holdFromNextTick(kOptionCommand);
-    clock.advance(2s);
-    EXPECT_TRUE(changes.empty());
 }
 
 TEST_F(ModifierWatchTest, StartingAtTheRunningIntervalKeepsTheTimer)

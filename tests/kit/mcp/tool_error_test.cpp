@@ -45,13 +45,6 @@ INSTANTIATE_TEST_SUITE_P(
                "still works; ask them to turn it on under Settings \u203A Advanced if they want "
                "this change."}));
 
-TEST(ToolError, EqualityTakesKindAndPayload)
-{
-    EXPECT_EQ(ToolError::unknownBar("a"), ToolError::unknownBar("a"));
-    EXPECT_NE(ToolError::unknownBar("a"), ToolError::unknownSession("a"));
-    EXPECT_NE(ToolError::unknownBar("a"), ToolError::unknownBar("b"));
-}
-
 TEST(ToolResult, FailureCarriesTheErrorsSentence)
 {
     auto failed = ToolResult::failure(ToolError::badArguments("name is missing"));

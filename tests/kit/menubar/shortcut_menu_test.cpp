@@ -211,15 +211,11 @@ TEST_F(ShortcutMenuTest, AccountsListTheSessionsAndKeepAGoneOneVisible)
     EXPECT_THAT(titlesOf(accounts), ElementsAre("Default", "Unknown account", "Work", "Home"));
     EXPECT_THAT(checked(accounts), ElementsAre("Unknown account"));
     EXPECT_FALSE(rowAt(accounts, {"Unknown account"}).enabled);
-}
 
-TEST_F(ShortcutMenuTest, APrivatePageHasNoAccountToChoose)
-{
-    store->addSession("Work");
-    Shortcut link = webLink("Bank");
-    link.target.urlTarget()->isPrivate = true;
-    const ShortcutID id = add(link).id;
-    EXPECT_FALSE(rowAt(rows(id), {"Account"}).enabled);
+    // A private page has no account to choose.
+    Shortcut bank = webLink("Bank");
+    bank.target.urlTarget()->isPrivate = true;
+    EXPECT_FALSE(rowAt(rows(add(bank).id), {"Account"}).enabled);
 }
 
 TEST_F(ShortcutMenuTest, BlockingAdsGoesBackToTheDefaultWhenItMatchesIt)

@@ -181,26 +181,44 @@ TEST_F(OpenerTest, a_chosen_browser_opens_the_address)
     EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
 }
 
-TEST_F(OpenerTest, a_removed_browser_leaves_a_notice_and_opens_with_the_default)
+// What is gone opens with the default and leaves a notice, without an alert.
+TEST_F(OpenerTest, a_chosen_browser_or_app_that_is_gone_leaves_a_notice)
 {
+    m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
     EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::System, "gone-browser")),
               Outcome::opened());
-    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"https://a.example/"});
     EXPECT_EQ(m_opener->lastFailure(),
               "The browser chosen for Mail is not installed any more; opened with your default "
               "instead.");
+    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt", "org.gone.App")), Outcome::opened());
+    EXPECT_EQ(m_opener->lastFailure(),
+              "The app chosen for Notes is not installed any more; opened with the default "
+              "instead.");
+    EXPECT_EQ(m_workspace.opened,
+              (std::vector<std::string>{"https://a.example/", "file:///home/me/notes.txt"}));
     EXPECT_TRUE(m_alerts.shown.empty());
 }
 
-TEST_F(OpenerTest, an_address_nothing_can_open_is_missing_and_reported)
+// What cannot be reached at all is missing: said in an alert, and each report replaces the last.
+TEST_F(OpenerTest, what_cannot_be_reached_is_missing_and_reported)
 {
     m_workspace.canOpen = false;
-    const auto outcome = m_opener->open(link("zoommtg://join?id=1", OpenMode::System));
-    const std::string sentence = "Nothing on this computer can open zoommtg://join?id=1.";
-    EXPECT_EQ(outcome, Outcome::missing(sentence));
-    EXPECT_EQ(m_opener->lastFailure(), sentence);
-    EXPECT_THAT(m_alerts.shown,
-                testing::ElementsAre(std::pair<std::string, std::string>("Mail", sentence)));
+    const std::pair<Shortcut, std::string> rows[] = {
+        {link("zoommtg://join?id=1", OpenMode::System),
+         "Nothing on this computer can open zoommtg://join?id=1."},
+        {app("org.example.Editor", std::nullopt), "Editor is not installed any more."},
+        {app("org.example.Editor", Bookmark{{1}, "/gone"}), "Editor is not installed any more."},
+        {file("/media/usb/notes.txt"), std::string("Notes") + kGone},
+    };
+    for (const auto& [shortcut, sentence] : rows) {
+        SCOPED_TRACE(sentence);
+        EXPECT_EQ(m_opener->open(shortcut), Outcome::missing(sentence));
+        EXPECT_EQ(m_opener->lastFailure(), sentence);
+        ASSERT_FALSE(m_alerts.shown.empty());
+        EXPECT_EQ(m_alerts.shown.back(), (std::pair(shortcut.name, sentence)));
+    }
+    EXPECT_EQ(m_alerts.shown.size(), std::size(rows));
+    EXPECT_TRUE(m_workspace.launched.empty());
 }
 
 // Apple Shortcuts.
@@ -292,16 +310,6 @@ TEST_F(OpenerTest, an_uninstalled_app_whose_bookmark_resolves_launches_from_the_
     EXPECT_EQ(stored(shortcut.id)->target, shortcut.target); // not stale: left alone
 }
 
-TEST_F(OpenerTest, an_app_neither_installed_nor_bookmarked_is_missing)
-{
-    const std::string sentence = "Editor is not installed any more.";
-    EXPECT_EQ(m_opener->open(app("org.example.Editor", std::nullopt)), Outcome::missing(sentence));
-    EXPECT_EQ(m_opener->open(app("org.example.Editor", Bookmark{{1}, "/gone"})),
-              Outcome::missing(sentence));
-    EXPECT_EQ(m_alerts.shown.size(), 2u);
-    EXPECT_TRUE(m_workspace.launched.empty());
-}
-
 TEST_F(OpenerTest, a_launch_that_fails_later_is_reported_on_the_main_queue)
 {
     m_workspace.installed["org.example.Editor"] = "/apps/editor.desktop";
@@ -341,14 +349,6 @@ TEST_F(OpenerTest, a_file_opens_with_the_default_app_under_held_access)
                   "Projects", Target::folder(FileTarget{Bookmark{{1}, "/home/me/Projects"}, {}}))),
               Outcome::opened());
     EXPECT_EQ(m_workspace.opened.back(), "file:///home/me/Projects");
-}
-
-TEST_F(OpenerTest, a_file_that_cannot_be_found_is_missing)
-{
-    EXPECT_EQ(m_opener->open(file("/media/usb/notes.txt")),
-              Outcome::missing(std::string("Notes") + kGone));
-    EXPECT_EQ(m_alerts.shown.size(), 1u);
-    EXPECT_TRUE(m_workspace.opened.empty());
 }
 
 struct RefusalCase
@@ -404,17 +404,6 @@ TEST_F(OpenerTest, a_file_with_its_chosen_app_holds_access_until_the_open_comple
     EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
 }
 
-TEST_F(OpenerTest, a_file_whose_chosen_app_is_gone_opens_with_the_default_and_leaves_a_notice)
-{
-    m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
-    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt", "org.gone.App")), Outcome::opened());
-    EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"file:///home/me/notes.txt"});
-    EXPECT_EQ(m_opener->lastFailure(),
-              "The app chosen for Notes is not installed any more; opened with the default "
-              "instead.");
-    EXPECT_TRUE(m_alerts.shown.empty());
-}
-
 TEST_F(OpenerTest, a_stale_bookmark_is_refreshed_in_the_library)
 {
     m_bookmarks.places["/home/me/old.txt"] = {"/home/me/new.txt", true};
@@ -452,13 +441,4 @@ TEST_F(OpenerTest, groups_and_dividers_are_skipped_without_a_report)
     EXPECT_TRUE(m_windows.shown.empty());
 }
 
-TEST_F(OpenerTest, every_report_replaces_the_last_failure)
-{
-    m_opener->open(app("a", std::nullopt));
-    m_opener->open(file("/nowhere"));
-    EXPECT_EQ(m_opener->lastFailure(), std::string("Notes") + kGone);
-    EXPECT_EQ(m_alerts.shown.size(), 2u);
-}
-
-// The real resolver end to end: a file moved while the app was not looking.
 } // namespace

@@ -60,23 +60,6 @@ struct UnreadableCase
     const char* readsAs; // through get()
 };
 
-void PrintTo(const UnreadableCase& c, std::ostream* out)
-{
-    *out << c.key << " = ";
-    std::visit(
-        [out](const auto& v) {
-            using V = std::decay_t<decltype(v)>;
-            if constexpr (std::is_same_v<V, kit::support::Bytes>) {
-                *out << "data \"" << std::string(v.begin(), v.end()) << "\"";
-            } else if constexpr (std::is_same_v<V, std::string>) {
-                *out << "\"" << v << "\"";
-            } else {
-                *out << std::boolalpha << v;
-            }
-        },
-        c.stored);
-}
-
 class AppSettingsUnreadable : public testing::TestWithParam<UnreadableCase>
 {};
 
