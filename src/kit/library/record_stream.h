@@ -9,6 +9,10 @@
 #include "kit/support/json_reader.h"
 #include "kit/support/json_writer.h"
 
+#include <optional>
+#include <string>
+#include <utility>
+
 namespace kit::library {
 
 using support::JsonReader;
@@ -167,9 +171,10 @@ public:
         return bookmark;
     }
 
-    IconOverride icon()
+    // Icons and tints are both {"kind", "value"} objects; which members each kind needs is theirs.
+    std::pair<std::optional<std::string>, std::optional<std::string>> kindAndValue(const char* what)
     {
-        requireObject("an icon");
+        requireObject(what);
         std::optional<std::string> kind;
         std::optional<std::string> value;
         m_reader.readObject([&](std::string_view key) {
@@ -181,6 +186,12 @@ public:
                 m_reader.skipValue();
             }
         });
+        return {std::move(kind), std::move(value)};
+    }
+
+    IconOverride icon()
+    {
+        auto [kind, value] = kindAndValue("an icon");
         if (!kind) {
             throw missingKey("kind");
         }
@@ -205,18 +216,7 @@ public:
 
     IconTint tint()
     {
-        requireObject("a tint");
-        std::optional<std::string> kind;
-        std::optional<std::string> value;
-        m_reader.readObject([&](std::string_view key) {
-            if (key == "kind") {
-                kind = m_reader.readString();
-            } else if (key == "value") {
-                value = m_reader.readString();
-            } else {
-                m_reader.skipValue();
-            }
-        });
+        auto [kind, value] = kindAndValue("a tint");
         if (!kind) {
             throw missingKey("kind");
         }
