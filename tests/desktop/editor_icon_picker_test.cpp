@@ -221,16 +221,11 @@ TEST_F(IconPickerTest, TheListFollowsSearchAndCategory)
     EXPECT_EQ(picker.choice().icon, IconOverride::symbol("music-note"));
 }
 
-TEST_F(IconPickerTest, OpensReadyToSearch)
+TEST_F(IconPickerTest, OpensReadyToSearchAndCutsTypedText)
 {
     IconPicker picker(m_renderer, m_shortcut, themeIcons());
     // Given the focus once the window is active.
     EXPECT_EQ(picker.focusWidget(), picker.searchField());
-}
-
-TEST_F(IconPickerTest, TypedTextIsCutAndBecomesTheIcon)
-{
-    IconPicker picker(m_renderer, m_shortcut, themeIcons());
     picker.textField()->setText("WXYZ");
     Q_EMIT picker.textField()->textEdited("WXYZ");
     EXPECT_EQ(picker.textField()->text(), "WXY");
