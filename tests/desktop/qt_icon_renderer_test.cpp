@@ -204,17 +204,6 @@ TEST_F(QtIconRendererTest, DifferentNumbersDrawDifferentBadges)
               m_renderer.draw(eight, 22, Appearance::Dark));
 }
 
-TEST_F(QtIconRendererTest, TheCoresDecisionsPassThrough)
-{
-    kit::library::Shortcut shortcut;
-    shortcut.name = "Mail";
-    const kit::menubar::StandardIconRenderer standard;
-    EXPECT_EQ(m_renderer.glyph(shortcut, 18), standard.glyph(shortcut, 18));
-    const Glyph glyph = m_renderer.glyph(shortcut, 18);
-    EXPECT_EQ(m_renderer.numbered(glyph, 3, 18), standard.numbered(glyph, 3, 18));
-    EXPECT_EQ(m_renderer.playing(glyph, 18), standard.playing(glyph, 18));
-}
-
 TEST_F(QtIconRendererTest, SiteIconsComeFromTheSourceWhenFetched)
 {
     QImage green(16, 16, QImage::Format_ARGB32);

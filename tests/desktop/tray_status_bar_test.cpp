@@ -178,14 +178,6 @@ protected:
     }
 };
 
-TEST_F(TrayStatusBarTest, WhereNewIconsGoFollowsTheHost)
-{
-    EXPECT_EQ(TrayStatusBar(m_icons, TrayStatusBar::Host::XEmbed).host().newItems,
-              kit::menubar::NewItemPlace::Leftmost);
-    EXPECT_EQ(TrayStatusBar(m_icons, TrayStatusBar::Host::StatusNotifier).host().newItems,
-              kit::menubar::NewItemPlace::Rightmost);
-}
-
 TEST_F(TrayStatusBarTest, EachCreateIsItsOwnShownIconEvenWithoutATray)
 {
     const auto first = make({});
