@@ -2,6 +2,7 @@
 #include "desktop/tray/qt_icon_renderer.h"
 
 #include "desktop_environment.h"
+#include "ink.h"
 
 #include <gtest/gtest.h>
 
@@ -14,39 +15,6 @@ namespace {
 using kit::menubar::Appearance;
 using kit::menubar::Glyph;
 using testing::DesktopEnvironment;
-
-struct Ink
-{
-    int visible = 0;
-    int red = 0;   // mostly red
-    int green = 0; // mostly green
-    int light = 0; // near white
-    int dark = 0;  // near black
-};
-
-// Counts pixels by colour, at least half opaque.
-Ink ink(const QImage& picture, QRect area = {})
-{
-    const QImage image = picture.convertToFormat(QImage::Format_ARGB32);
-    if (area.isNull()) {
-        area = image.rect();
-    }
-    Ink result;
-    for (int y = area.top(); y <= area.bottom(); ++y) {
-        for (int x = area.left(); x <= area.right(); ++x) {
-            const QColor c = QColor::fromRgba(image.pixel(x, y));
-            if (c.alpha() < 128) {
-                continue;
-            }
-            ++result.visible;
-            result.red += c.red() > 180 && c.green() < 90 && c.blue() < 90 ? 1 : 0;
-            result.green += c.green() > 150 && c.red() < 100 && c.blue() < 140 ? 1 : 0;
-            result.light += c.lightness() > 220 ? 1 : 0;
-            result.dark += c.lightness() < 50 ? 1 : 0;
-        }
-    }
-    return result;
-}
 
 Glyph glyphOf(Glyph::Source source, std::string name = {})
 {
