@@ -56,11 +56,7 @@ protected:
 
     std::vector<std::string> names() const
     {
-        std::vector<std::string> list;
-        for (const auto& shortcut : m_store.library().shortcuts) {
-            list.push_back(shortcut.name);
-        }
-        return list;
+        return testing_support::names(m_store.library().shortcuts);
     }
 
     testing_support::TempDir m_dir;

@@ -121,29 +121,13 @@ protected:
 
 TEST_F(ShortcutEditorTest, EverySettingSurvivesTheWindowUntouched)
 {
-    kit::library::URLTarget url;
-    url.url = "https://mail.example.com/inbox";
-    url.openMode = OpenMode::Window;
+    // Values no control offers as they stand: a zoom off the list, sizes with fractions.
+    Shortcut shortcut = testing_support::everyField();
+    auto& url = *shortcut.target.urlTarget();
+    url.templateID.reset();
     url.sessionID = m_account;
-    url.browserBundleID = "some-browser";
-    url.userAgent = kit::library::BrowserAgent::Custom;
-    url.customUserAgent = "Agent/1.0";
-    url.pageAppearance = kit::library::PageAppearance::Dark;
-    url.blocksAds = false;
-    url.popoverSize = kit::library::ContentSize{333.5, 100};
-    url.windowSize = kit::library::ContentSize{1234, 777.25};
-    url.lastVisitedURL = "https://mail.example.com/inbox/42";
-    url.isPrivate = true;
-    url.staysOnTop = true;
-    url.reloadsOnOpen = true;
-    url.keepsPlaying = true;
-    url.newWindowLinks = kit::library::NewWindowLinks::NewWindow;
     url.pageZoom = 1.3;
-    Shortcut shortcut = Shortcut::make("Inbox", Target::url(url));
-    shortcut.icon = kit::library::IconOverride::symbol("mail-unread");
-    shortcut.iconTint = kit::library::IconTint::monochrome();
-    shortcut.iconOpacity = 0.75;
-    shortcut.isInMenuBar = false;
+    url.windowSize = kit::library::ContentSize{1234, 777.25};
     m_store.mutate([&](Library& library) { library.add(shortcut); });
     m_changes = 0;
 

@@ -239,21 +239,6 @@ TEST_F(ManagerOutlineTest, WorksOnABarThatIsNotShowing)
     EXPECT_FALSE(m_model->moveToBar(m_mail.id, m_store.activeBarID()));
 }
 
-TEST(ManagerOutlineUnreadable, ShowsTheStoresMessageAndLeavesTheFileAlone)
-{
-    testing_support::TempDir dir;
-    const auto file = dir.path() / "library.json";
-    testing_support::writeFile(file, "{ not json");
-    LibraryStore store(SupportDirectory{dir.path(), true});
-    ManagerOutlineModel model(store);
-    EXPECT_FALSE(model.isReadable());
-    EXPECT_FALSE(model.unreadableMessage().empty());
-    EXPECT_EQ(model.rowCount(), 0);
-    EXPECT_FALSE(model.flags(QModelIndex()) & Qt::ItemIsDropEnabled);
-    store.flush();
-    EXPECT_EQ(testing_support::readFile(file), "{ not json");
-}
-
 // Two bars, Work showing and Home, with the inbox the sidebar counts.
 class ManagerSidebarTest : public ::testing::Test
 {
@@ -297,15 +282,6 @@ TEST_F(ManagerSidebarTest, ListsTheBarsThenThePanes)
 
     m_store.activate(m_home);
     EXPECT_TRUE(m_model.index(1).data(ManagerSidebarModel::ShowingRole).toBool());
-}
-
-TEST_F(ManagerSidebarTest, KeepsTheLastBarAndSaysWhy)
-{
-    EXPECT_EQ(m_model.removeBar(m_home), std::nullopt);
-    EXPECT_THAT(barNames(), ElementsAre("Work"));
-    EXPECT_EQ(m_model.removeBar(m_store.activeBarID()),
-              std::string("The last bar stays; there would be nowhere to put a shortcut."));
-    EXPECT_THAT(barNames(), ElementsAre("Work"));
 }
 
 TEST_F(ManagerSidebarTest, AddsRenamesAndReordersBars)

@@ -1,36 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "spin.h"
 #include "support/temp_dir.h"
 
-#include <QCoreApplication>
-#include <QEventLoop>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QString>
 
 #include <signal.h>
 
-#include <chrono>
-
 namespace desktop {
-
-using namespace std::chrono_literals;
-
-template <class Predicate>
-inline bool spinUntil(Predicate done, std::chrono::milliseconds limit = 5s)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return done();
-}
-
-inline void spinFor(std::chrono::milliseconds time)
-{
-    spinUntil([] { return false; }, time);
-}
 
 // A session bus of the test's own, so no desktop's service answers in place of a fake.
 class PrivateBus

@@ -2,6 +2,7 @@
 #include "desktop/tray/qt_icon_renderer.h"
 
 #include "desktop_environment.h"
+#include "ink.h"
 
 #include <gtest/gtest.h>
 
@@ -14,39 +15,6 @@ namespace {
 using kit::menubar::Appearance;
 using kit::menubar::Glyph;
 using testing::DesktopEnvironment;
-
-struct Ink
-{
-    int visible = 0;
-    int red = 0;   // mostly red
-    int green = 0; // mostly green
-    int light = 0; // near white
-    int dark = 0;  // near black
-};
-
-// Counts pixels by colour, at least half opaque.
-Ink ink(const QImage& picture, QRect area = {})
-{
-    const QImage image = picture.convertToFormat(QImage::Format_ARGB32);
-    if (area.isNull()) {
-        area = image.rect();
-    }
-    Ink result;
-    for (int y = area.top(); y <= area.bottom(); ++y) {
-        for (int x = area.left(); x <= area.right(); ++x) {
-            const QColor c = QColor::fromRgba(image.pixel(x, y));
-            if (c.alpha() < 128) {
-                continue;
-            }
-            ++result.visible;
-            result.red += c.red() > 180 && c.green() < 90 && c.blue() < 90 ? 1 : 0;
-            result.green += c.green() > 150 && c.red() < 100 && c.blue() < 140 ? 1 : 0;
-            result.light += c.lightness() > 220 ? 1 : 0;
-            result.dark += c.lightness() < 50 ? 1 : 0;
-        }
-    }
-    return result;
-}
 
 Glyph glyphOf(Glyph::Source source, std::string name = {})
 {
@@ -202,17 +170,6 @@ TEST_F(QtIconRendererTest, DifferentNumbersDrawDifferentBadges)
     eight.number = 8;
     EXPECT_NE(m_renderer.draw(one, 22, Appearance::Dark),
               m_renderer.draw(eight, 22, Appearance::Dark));
-}
-
-TEST_F(QtIconRendererTest, TheCoresDecisionsPassThrough)
-{
-    kit::library::Shortcut shortcut;
-    shortcut.name = "Mail";
-    const kit::menubar::StandardIconRenderer standard;
-    EXPECT_EQ(m_renderer.glyph(shortcut, 18), standard.glyph(shortcut, 18));
-    const Glyph glyph = m_renderer.glyph(shortcut, 18);
-    EXPECT_EQ(m_renderer.numbered(glyph, 3, 18), standard.numbered(glyph, 3, 18));
-    EXPECT_EQ(m_renderer.playing(glyph, 18), standard.playing(glyph, 18));
 }
 
 TEST_F(QtIconRendererTest, SiteIconsComeFromTheSourceWhenFetched)

@@ -2,6 +2,7 @@
 #include "desktop/tray/tray_status_bar.h"
 
 #include "desktop/tray/menu_builder.h"
+#include "ink.h"
 
 #include <gtest/gtest.h>
 
@@ -178,14 +179,6 @@ protected:
     }
 };
 
-TEST_F(TrayStatusBarTest, WhereNewIconsGoFollowsTheHost)
-{
-    EXPECT_EQ(TrayStatusBar(m_icons, TrayStatusBar::Host::XEmbed).host().newItems,
-              kit::menubar::NewItemPlace::Leftmost);
-    EXPECT_EQ(TrayStatusBar(m_icons, TrayStatusBar::Host::StatusNotifier).host().newItems,
-              kit::menubar::NewItemPlace::Rightmost);
-}
-
 TEST_F(TrayStatusBarTest, EachCreateIsItsOwnShownIconEvenWithoutATray)
 {
     const auto first = make({});
@@ -297,6 +290,7 @@ TEST_F(TrayStatusBarTest, AClickThatRemovesItsOwnIconIsSafe)
     EXPECT_EQ(m_bar.geometry(*item), std::nullopt);
 }
 
+// Any ink at all: the highlight's backdrop is faint.
 int visiblePixels(const QIcon& icon, int side)
 {
     const QImage image = icon.pixmap(side, side).toImage().convertToFormat(QImage::Format_ARGB32);
@@ -380,14 +374,7 @@ TEST_F(TrayStatusBarTest, ADarkPaletteRedrawsTemplatesInLightInkAndTellsTheIcon)
     ASSERT_FALSE(heard.empty());
     EXPECT_EQ(heard.front(), kit::menubar::Appearance::Dark);
     EXPECT_EQ(m_bar.appearance(item), TrayStatusBar::currentAppearance());
-    int lightInk = 0;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            const QColor c = image.pixelColor(x, y);
-            lightInk += c.alpha() > 200 && c.lightness() > 200 ? 1 : 0;
-        }
-    }
-    EXPECT_GT(lightInk, 10);
+    EXPECT_GT(ink(image).light, 10);
 }
 
 } // namespace

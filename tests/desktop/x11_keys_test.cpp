@@ -3,12 +3,12 @@
 
 #include "kit/keys/bar_wheel.h"
 #include "kit/keys/hot_key_combo.h"
+#include "spin.h"
 
 #include <gtest/gtest.h>
 
 #include <QApplication>
 #include <QCoreApplication>
-#include <QEventLoop>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QStandardPaths>
@@ -34,25 +34,10 @@
 namespace desktop {
 namespace {
 
-using namespace std::chrono_literals;
 using kit::keys::HotKeyCombo;
 using kit::keys::Modifier;
 using kit::keys::ModifierSet;
 namespace key_code = kit::keys::key_code;
-
-template <class Predicate> bool spinUntil(Predicate done, std::chrono::milliseconds limit = 3s)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return done();
-}
-
-void spinFor(std::chrono::milliseconds time)
-{
-    spinUntil([] { return false; }, time);
-}
 
 // ---- key codes ----
 
@@ -77,30 +62,20 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         // Letters are scattered over the codes and come out lower case.
         KeysymCase{key_code::kA, XK_a},
-        KeysymCase{key_code::kG, XK_g},
         KeysymCase{6, XK_z},
         KeysymCase{46, XK_m},
         // Digits are not in code order either.
         KeysymCase{kit::keys::digitKeyCode(0), XK_0},
-        KeysymCase{kit::keys::digitKeyCode(1), XK_1},
-        KeysymCase{kit::keys::digitKeyCode(5), XK_5},
         KeysymCase{kit::keys::digitKeyCode(9), XK_9},
         KeysymCase{key_code::kLeftArrow, XK_Left},
-        KeysymCase{key_code::kRightArrow, XK_Right},
-        KeysymCase{key_code::kUpArrow, XK_Up},
-        KeysymCase{key_code::kDownArrow, XK_Down},
         KeysymCase{122, XK_F1},
-        KeysymCase{96, XK_F5},
-        KeysymCase{111, XK_F12},
         KeysymCase{90, XK_F20},
         KeysymCase{51, XK_BackSpace},
-        KeysymCase{117, XK_Delete},
         KeysymCase{76, XK_KP_Enter},
         KeysymCase{83, XK_KP_1},
         // The fn key, the modifier keys themselves and codes no keyboard sends.
         KeysymCase{63, std::nullopt},
         KeysymCase{55, std::nullopt},
-        KeysymCase{56, std::nullopt},
         KeysymCase{200, std::nullopt},
         KeysymCase{0xffff, std::nullopt}));
 
@@ -120,15 +95,6 @@ TEST(KeysymTableTest, EveryNamedKeyHasItsOwnKeysym)
 }
 
 // ---- clock ----
-
-TEST(QtClockTest, NowFollowsTheSteadyClock)
-{
-    QtClock clock;
-    const auto before = std::chrono::steady_clock::now();
-    const auto now = clock.now();
-    EXPECT_GE(now, before);
-    EXPECT_LE(now, std::chrono::steady_clock::now());
-}
 
 TEST(QtClockTest, RepeatTicksOnTheGuiThreadUntilTheHandleGoes)
 {
@@ -217,6 +183,10 @@ TEST_F(QtScrollMonitoringTest, AWheelNotchOverATrayIconNamesTheIcon)
     EXPECT_DOUBLE_EQ(event.input.deltaY, -1);
     EXPECT_DOUBLE_EQ(event.input.deltaX, 0);
     EXPECT_DOUBLE_EQ(event.pointer.x, 105);
+
+    m_watch.reset();
+    send(&icon, wheelEvent({}, {0, -120}));
+    EXPECT_EQ(m_events.size(), 1U) << "heard after the monitor went";
 }
 
 TEST_F(QtScrollMonitoringTest, ATouchpadReportsPointsAndItsPhase)
@@ -245,14 +215,6 @@ TEST_F(QtScrollMonitoringTest, AWindowCountsButNotTheChildThatPassesTheEventUp)
     EXPECT_EQ(m_events.front().window, QtScrollMonitoring::windowRefOf(&window));
 }
 
-TEST_F(QtScrollMonitoringTest, NothingArrivesOnceTheMonitorIsGone)
-{
-    QSystemTrayIcon icon;
-    m_watch.reset();
-    send(&icon, wheelEvent({}, {0, -120}));
-    EXPECT_TRUE(m_events.empty());
-}
-
 TEST_F(QtScrollMonitoringTest, RollingDownOverAnIconStepsToTheNextBar)
 {
     m_watch.reset();
@@ -273,20 +235,16 @@ TEST_F(QtScrollMonitoringTest, RollingDownOverAnIconStepsToTheNextBar)
 
 // ---- without X ----
 
-TEST(X11HotKeysTest, OffX11NothingIsGrabbed)
+TEST(X11HotKeysTest, OffX11OrWithADisplayThatCannotBeOpenedNothingIsGrabbed)
 {
     // The tests run Qt on the offscreen platform.
-    X11HotKeys keys;
-    EXPECT_FALSE(keys.isAvailable());
-    keys.installHandler([](uint32_t, uint32_t) {});
-    EXPECT_EQ(keys.registerHotKey(key_code::kG, {Modifier::Control}, 1, 1), nullptr);
-}
-
-TEST(X11HotKeysTest, ADisplayThatCannotBeOpenedGrabsNothing)
-{
-    X11HotKeys keys(":4711");
-    EXPECT_FALSE(keys.isAvailable());
-    EXPECT_EQ(keys.registerHotKey(key_code::kG, {Modifier::Control}, 1, 1), nullptr);
+    for (const std::optional<std::string>& display : {std::optional<std::string>(), {":4711"}}) {
+        const auto keys =
+            display ? std::make_unique<X11HotKeys>(*display) : std::make_unique<X11HotKeys>();
+        EXPECT_FALSE(keys->isAvailable()) << display.value_or("Qt's");
+        keys->installHandler([](uint32_t, uint32_t) {});
+        EXPECT_EQ(keys->registerHotKey(key_code::kG, {Modifier::Control}, 1, 1), nullptr);
+    }
 }
 
 // ---- on a real X server ----
@@ -499,8 +457,9 @@ TEST_F(X11HotKeysServerTest, HoldingTheKeyDownIsOnePress)
     EXPECT_EQ(m_presses.size(), 2U);
 }
 
-TEST_F(X11HotKeysServerTest, AKeyHeldByAnotherClientIsRefused)
+TEST_F(X11HotKeysServerTest, AKeyHeldByAnotherClientOrWithoutAnXEquivalentIsRefused)
 {
+    EXPECT_EQ(m_keys->registerHotKey(63, {Modifier::Control}, kSignature, 100), nullptr); // fn
     ASSERT_TRUE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1));
     EXPECT_EQ(m_keys->registerHotKey(
                   key_code::kG, {Modifier::Control, Modifier::Option}, kSignature, 100),
@@ -521,20 +480,13 @@ TEST_F(X11HotKeysServerTest, DestroyingTheHandleReleasesTheKey)
     press({"key", "ctrl+g"});
     spinFor(100ms);
     EXPECT_TRUE(m_presses.empty());
-}
 
-TEST_F(X11HotKeysServerTest, AHandleOutlivingTheServiceIsHarmless)
-{
-    auto key = m_keys->registerHotKey(key_code::kG, {Modifier::Control}, kSignature, 100);
-    ASSERT_NE(key, nullptr);
+    // A handle outliving its service is harmless.
+    auto late = m_keys->registerHotKey(key_code::kA, {Modifier::Control}, kSignature, 101);
+    ASSERT_NE(late, nullptr);
     m_keys.reset();
-    key.reset();
-    EXPECT_TRUE(otherGrabs(XK_g, XCB_MOD_MASK_CONTROL));
-}
-
-TEST_F(X11HotKeysServerTest, AKeyWithoutAnXEquivalentIsRefused)
-{
-    EXPECT_EQ(m_keys->registerHotKey(63, {Modifier::Control}, kSignature, 100), nullptr);
+    late.reset();
+    EXPECT_TRUE(otherGrabs(XK_a, XCB_MOD_MASK_CONTROL));
 }
 
 // Qt's own connection; runs when the tests are started on the xcb platform, as CTest's
