@@ -440,67 +440,15 @@ struct Matcher::Tables
         }
     }
 
-    // After buildSummaries().
-    void buildProbes()
+    // After buildSummaries(); `byRule` holds the characters round each rule's indexed token.
+    void buildProbes(const std::vector<Probe>& byRule)
     {
-        probes.assign(network.tokens.postings.size(), Probe{});
-        for (const Slot& slot : network.tokens.slots) {
-            for (uint32_t i = slot.begin; slot.key != 0 && i < slot.begin + slot.count; ++i) {
-                uint32_t rule = network.tokens.postings[i];
-                probes[i] = probeFor(rules[rule].pattern, slot.key);
-                probes[i].summary = summaries[rule];
-            }
+        probes.resize(network.tokens.postings.size());
+        for (size_t i = 0; i < probes.size(); ++i) {
+            uint32_t rule = network.tokens.postings[i];
+            probes[i] = byRule[rule];
+            probes[i].summary = summaries[rule];
         }
-    }
-
-    // The characters around the first whole occurrence of the token in a literal of the
-    // pattern; none for an expression, whose literals may sit anywhere.
-    Probe probeFor(uint32_t index, uint64_t token) const
-    {
-        Probe probe{};
-        const Pattern& pattern = patterns[index];
-        if (pattern.flags & (FlagRegex | FlagEverything)) {
-            return probe;
-        }
-        const Part* parts = this->parts.data() + pattern.partsBegin;
-        std::string text;
-        for (uint32_t p = 0; p < pattern.partsCount; ++p) {
-            if (parts[p].kind != PartLiteral) {
-                continue;
-            }
-            text.assign(blob, parts[p].offset, parts[p].length);
-            for (char& c : text) {
-                c = lowerChar(c);
-            }
-            // At an end of the literal the address may run on in token characters, and then
-            // this is not where the token was found.
-            bool openBefore = p == 0 ? !(pattern.flags & (FlagHostAnchor | FlagStartAnchor))
-                                     : parts[p - 1].kind != PartSeparator;
-            bool openAfter =
-                p + 1 == pattern.partsCount
-                    ? !(pattern.flags & FlagEndAnchor)
-                    : parts[p + 1].kind != PartSeparator && parts[p + 1].kind != PartSeparatorOrEnd;
-            bool found = false;
-            forEachToken(text, [&](size_t start, size_t end) {
-                if (found || (start == 0 && openBefore) || (end == text.size() && openAfter)
-                    || hashBytes(std::string_view(text).substr(start, end - start)) != token) {
-                    return;
-                }
-                found = true;
-                probe.beforeLength = static_cast<uint8_t>(std::min(start, kProbeReach));
-                probe.afterLength = static_cast<uint8_t>(std::min(text.size() - end, kProbeReach));
-                std::copy_n(text.begin() + static_cast<ptrdiff_t>(start - probe.beforeLength),
-                            probe.beforeLength,
-                            probe.before.begin());
-                std::copy_n(text.begin() + static_cast<ptrdiff_t>(end),
-                            probe.afterLength,
-                            probe.after.begin());
-            });
-            if (found) {
-                break;
-            }
-        }
-        return probe;
     }
 
     size_t memory() const
@@ -1130,6 +1078,8 @@ struct PendingToken
 {
     uint64_t hash;
     uint32_t length;
+    // The characters next to it in the text it was cut from.
+    Probe around;
 };
 
 // Reads a url-filter in the shapes urlFilterFor() writes into parts; none when it is some other
@@ -1221,8 +1171,14 @@ void addTokens(std::string_view text,
         if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
             return;
         }
-        tokens.push_back(
-            {hashBytes(text.substr(start, end - start)), static_cast<uint32_t>(end - start)});
+        Probe around{};
+        around.beforeLength = static_cast<uint8_t>(std::min(start, kProbeReach));
+        around.afterLength = static_cast<uint8_t>(std::min(text.size() - end, kProbeReach));
+        text.copy(around.before.data(), around.beforeLength, start - around.beforeLength);
+        text.copy(around.after.data(), around.afterLength, end);
+        tokens.push_back({hashBytes(text.substr(start, end - start)),
+                          static_cast<uint32_t>(end - start),
+                          around});
     });
 }
 
@@ -1313,6 +1269,8 @@ class MatcherCompiler
 public:
     std::unique_ptr<Matcher::Tables>& tables;
     std::string error;
+    // Per rule: the characters round the token it is indexed by, if it is.
+    std::vector<Probe> probes;
 
     explicit MatcherCompiler(std::unique_ptr<Matcher::Tables>& t)
         : tables(t)
@@ -1659,6 +1617,7 @@ public:
         }
         std::vector<std::pair<uint64_t, uint32_t>> networkTokens, networkDomains, hidingTokens,
             hidingDomains;
+        probes.assign(built.size(), Probe{});
         for (size_t i = 0; i < built.size(); ++i) {
             const Built& rule = built[i];
             auto index = static_cast<uint32_t>(i);
@@ -1686,6 +1645,7 @@ public:
             bool rareToken = best && bestScore < (uint64_t{1} << 40);
             if (best && (rareToken || !rule.byDomain)) {
                 tokens.emplace_back(best->hash, index);
+                probes[i] = best->around;
             } else if (rule.byDomain) {
                 for (uint32_t d = 0; d < rule.rule.domainsCount; ++d) {
                     domains.emplace_back(tables->domains[rule.rule.domainsBegin + d].hash, index);
@@ -1750,7 +1710,7 @@ std::variant<Matcher, std::string> Matcher::compile(std::string_view rulesJson,
         return compiler.error;
     }
     tables->buildSummaries();
-    tables->buildProbes();
+    tables->buildProbes(compiler.probes);
     return Matcher(std::move(tables));
 }
 
