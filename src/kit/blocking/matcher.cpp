@@ -100,8 +100,21 @@ struct Slot
 
 enum SuffixKind : uint32_t { SuffixRule = 1, WildcardParent = 2, SuffixException = 4 };
 
-static_assert(sizeof(Part) == 12 && sizeof(Pattern) == 16 && sizeof(Rule) == 32
-              && sizeof(DomainEntry) == 16 && sizeof(Slot) == 16);
+// What a token posting's first test needs, next to it so that most candidates are turned away
+// without touching their rule: the rule's types and action, and up to four characters on each
+// side of the token in the rule's literal, which the address must show around the same token.
+constexpr size_t kProbeReach = 4;
+struct Probe
+{
+    std::array<char, kProbeReach> before;
+    std::array<char, kProbeReach> after;
+    uint16_t summary;
+    uint8_t beforeLength;
+    uint8_t afterLength;
+};
+
+static_assert(sizeof(Probe) == 12 && sizeof(Part) == 12 && sizeof(Pattern) == 16
+              && sizeof(Rule) == 32 && sizeof(DomainEntry) == 16 && sizeof(Slot) == 16);
 
 constexpr size_t kMaxParts = 256;
 // Resource types take the low 13 bits of a rule summary, the action the 3 above.
@@ -240,8 +253,10 @@ struct Table
             keys += i == 0 || pairs[i].first != pairs[i - 1].first;
         }
         Table table;
+        // Up to 7/8 full: the presence bits turn most misses away before any probing, and the
+        // slots are the largest table of all.
         size_t capacity = 16;
-        while (capacity < keys * 2) {
+        while (capacity * 7 < keys * 8) {
             capacity *= 2;
         }
         table.slots.assign(capacity, Slot{0, 0, 0});
@@ -410,6 +425,9 @@ struct Matcher::Tables
     std::vector<Slot> suffixes;
     // Built from regexSources when compiled or loaded; never stored.
     std::vector<SmallRegex> regexes;
+    // One per posting of network.tokens, in the same order. Stored: deriving them visits every
+    // rule's pattern, which costs a load more than reading them does.
+    std::vector<Probe> probes;
     // Each rule's resource types and action in 16 bits, derived like regexes.
     std::vector<uint16_t> summaries;
 
@@ -419,6 +437,17 @@ struct Matcher::Tables
         for (size_t i = 0; i < rules.size(); ++i) {
             summaries[i] = static_cast<uint16_t>((rules[i].types & kAllResourceTypes)
                                                  | (rules[i].action << kSummaryActionShift));
+        }
+    }
+
+    // After buildSummaries(); `byRule` holds the characters round each rule's indexed token.
+    void buildProbes(const std::vector<Probe>& byRule)
+    {
+        probes.resize(network.tokens.postings.size());
+        for (size_t i = 0; i < probes.size(); ++i) {
+            uint32_t rule = network.tokens.postings[i];
+            probes[i] = byRule[rule];
+            probes[i].summary = summaries[rule];
         }
     }
 
@@ -432,7 +461,8 @@ struct Matcher::Tables
         };
         return blob.capacity() + bytes(parts) + bytes(patterns) + bytes(regexSources) + bytes(rules)
                + bytes(domains) + bytes(topPatterns) + index(network) + index(hiding)
-               + bytes(suffixes) + bytes(summaries) + regexes.capacity() * sizeof(SmallRegex);
+               + bytes(suffixes) + bytes(summaries) + bytes(probes)
+               + regexes.capacity() * sizeof(SmallRegex);
     }
 
     uint32_t suffixKind(std::string_view name) const
@@ -587,7 +617,13 @@ struct Matcher::Tables
                       });
         };
         bool suffixesSized = suffixes.empty() || (suffixes.size() & (suffixes.size() - 1)) == 0;
-        return validIndex(network) && validIndex(hiding) && suffixesSized;
+        bool probesFit = probes.size() == network.tokens.postings.size()
+                         && std::all_of(probes.begin(), probes.end(), [](const Probe& probe) {
+                                return probe.beforeLength <= kProbeReach
+                                       && probe.afterLength <= kProbeReach
+                                       && (probe.summary >> kSummaryActionShift) < ActionCount;
+                            });
+        return validIndex(network) && validIndex(hiding) && suffixesSized && probesFit;
     }
 };
 
@@ -864,18 +900,54 @@ struct Matcher::Context
         return !regex || matchPattern(rule.pattern, request);
     }
 
-    // Calls visit with every rule of the index that may apply (some more than once).
-    template <class Visit> void candidates(const Index& index, Visit&& visit)
+    // Whether the address shows the probe's characters around the token at [start, end).
+    static bool around(const Probe& probe, std::string_view text, size_t start, size_t end)
+    {
+        if (probe.beforeLength > start || probe.afterLength > text.size() - end) {
+            return false;
+        }
+        for (size_t i = 0; i < probe.beforeLength; ++i) {
+            if (text[start - probe.beforeLength + i] != probe.before[i]) {
+                return false;
+            }
+        }
+        for (size_t i = 0; i < probe.afterLength; ++i) {
+            if (text[end + i] != probe.after[i]) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Calls visit(rule, summary) with every rule of the index that may apply (some more than
+    // once) and whose summary has a bit of `wanted`. Through tokens with probes (the network's),
+    // only rules whose probe fits the address come, and their rules stay untouched till then.
+    template <class Visit>
+    void candidates(const Index& index, uint16_t wanted, const Probe* probes, Visit&& visit)
     {
         auto each = [&](std::pair<const uint32_t*, const uint32_t*> run) {
             for (const uint32_t* r = run.first; r != run.second; ++r) {
-                visit(*r);
+                uint16_t summary = tables.summaries[*r];
+                if (summary & wanted) {
+                    visit(*r, summary);
+                }
             }
         };
         if (!index.tokens.slots.empty()) {
             const std::string_view text = request.lower;
+            const uint32_t* postings = index.tokens.postings.data();
             forEachToken(text, [&](size_t start, size_t end) {
-                each(index.tokens.find(hashBytes(text.substr(start, end - start))));
+                auto run = index.tokens.find(hashBytes(text.substr(start, end - start)));
+                if (!probes) {
+                    each(run);
+                    return;
+                }
+                for (const uint32_t* r = run.first; r != run.second; ++r) {
+                    const Probe& probe = probes[r - postings];
+                    if ((probe.summary & wanted) && around(probe, text, start, end)) {
+                        visit(*r, probe.summary);
+                    }
+                }
             });
         }
         if (!index.domains.slots.empty()) {
@@ -883,9 +955,7 @@ struct Matcher::Context
                 each(index.domains.find(topHashes[j]));
             }
         }
-        for (uint32_t r : index.rest) {
-            visit(r);
-        }
+        each({index.rest.data(), index.rest.data() + index.rest.size()});
     }
 };
 
@@ -920,11 +990,9 @@ Decision Matcher::decide(const Request& request, Effort* effort) const
     context.effort = effort;
     int64_t latest[ActionCount] = {-1, -1, -1, -1, -1};
     const uint16_t wanted = bit(request.type);
-    context.candidates(m_tables->network, [&](uint32_t index) {
-        // The summary is checked first: it stays in cache where the rules would not.
-        uint16_t summary = m_tables->summaries[index];
+    auto visit = [&](uint32_t index, uint16_t summary) {
         uint8_t action = summary >> kSummaryActionShift;
-        if (!(summary & wanted) || static_cast<int64_t>(index) <= latest[action]) {
+        if (static_cast<int64_t>(index) <= latest[action]) {
             return;
         }
         if (effort) {
@@ -933,7 +1001,8 @@ Decision Matcher::decide(const Request& request, Effort* effort) const
         if (context.applies(m_tables->rules[index])) {
             latest[action] = index;
         }
-    });
+    };
+    context.candidates(m_tables->network, wanted, m_tables->probes.data(), visit);
     int64_t ignored = latest[ActionIgnore];
     return Decision{latest[ActionBlock] > ignored,
                     latest[ActionBlockCookies] > ignored,
@@ -944,7 +1013,7 @@ std::vector<std::string> Matcher::hiddenSelectors(std::string_view pageUrl) cons
 {
     Context context(*m_tables, pageUrl, pageUrl, ResourceType::Document);
     int64_t ignored = -1;
-    context.candidates(m_tables->network, [&](uint32_t index) {
+    context.candidates(m_tables->network, UINT16_MAX, nullptr, [&](uint32_t index, uint16_t) {
         const Rule& rule = m_tables->rules[index];
         if (rule.action == ActionIgnore && static_cast<int64_t>(index) > ignored
             && context.applies(rule)) {
@@ -952,7 +1021,7 @@ std::vector<std::string> Matcher::hiddenSelectors(std::string_view pageUrl) cons
         }
     });
     std::vector<uint32_t> hidden;
-    context.candidates(m_tables->hiding, [&](uint32_t index) {
+    context.candidates(m_tables->hiding, UINT16_MAX, nullptr, [&](uint32_t index, uint16_t) {
         if (static_cast<int64_t>(index) > ignored && context.applies(m_tables->rules[index])) {
             hidden.push_back(index);
         }
@@ -1009,6 +1078,8 @@ struct PendingToken
 {
     uint64_t hash;
     uint32_t length;
+    // The characters next to it in the text it was cut from.
+    Probe around;
 };
 
 // Reads a url-filter in the shapes urlFilterFor() writes into parts; none when it is some other
@@ -1100,8 +1171,14 @@ void addTokens(std::string_view text,
         if ((start == 0 && !boundedBefore) || (end == text.size() && !boundedAfter)) {
             return;
         }
-        tokens.push_back(
-            {hashBytes(text.substr(start, end - start)), static_cast<uint32_t>(end - start)});
+        Probe around{};
+        around.beforeLength = static_cast<uint8_t>(std::min(start, kProbeReach));
+        around.afterLength = static_cast<uint8_t>(std::min(text.size() - end, kProbeReach));
+        text.copy(around.before.data(), around.beforeLength, start - around.beforeLength);
+        text.copy(around.after.data(), around.afterLength, end);
+        tokens.push_back({hashBytes(text.substr(start, end - start)),
+                          static_cast<uint32_t>(end - start),
+                          around});
     });
 }
 
@@ -1192,6 +1269,8 @@ class MatcherCompiler
 public:
     std::unique_ptr<Matcher::Tables>& tables;
     std::string error;
+    // Per rule: the characters round the token it is indexed by, if it is.
+    std::vector<Probe> probes;
 
     explicit MatcherCompiler(std::unique_ptr<Matcher::Tables>& t)
         : tables(t)
@@ -1538,6 +1617,7 @@ public:
         }
         std::vector<std::pair<uint64_t, uint32_t>> networkTokens, networkDomains, hidingTokens,
             hidingDomains;
+        probes.assign(built.size(), Probe{});
         for (size_t i = 0; i < built.size(); ++i) {
             const Built& rule = built[i];
             auto index = static_cast<uint32_t>(i);
@@ -1565,6 +1645,7 @@ public:
             bool rareToken = best && bestScore < (uint64_t{1} << 40);
             if (best && (rareToken || !rule.byDomain)) {
                 tokens.emplace_back(best->hash, index);
+                probes[i] = best->around;
             } else if (rule.byDomain) {
                 for (uint32_t d = 0; d < rule.rule.domainsCount; ++d) {
                     domains.emplace_back(tables->domains[rule.rule.domainsBegin + d].hash, index);
@@ -1629,6 +1710,7 @@ std::variant<Matcher, std::string> Matcher::compile(std::string_view rulesJson,
         return compiler.error;
     }
     tables->buildSummaries();
+    tables->buildProbes(compiler.probes);
     return Matcher(std::move(tables));
 }
 
@@ -1644,6 +1726,7 @@ std::string Matcher::serialize() const
     payload.put(t.domains);
     payload.put(t.topPatterns);
     payload.put(t.network);
+    payload.put(t.probes);
     payload.put(t.hiding);
     payload.put(t.suffixes);
 
@@ -1697,8 +1780,8 @@ std::optional<Matcher> Matcher::load(std::string_view bytes)
     Reader reader(payload);
     if (!(reader.get(t.blob) && reader.get(t.parts) && reader.get(t.patterns)
           && reader.get(t.regexSources) && reader.get(t.rules) && reader.get(t.domains)
-          && reader.get(t.topPatterns) && reader.get(t.network) && reader.get(t.hiding)
-          && reader.get(t.suffixes) && reader.atEnd())) {
+          && reader.get(t.topPatterns) && reader.get(t.network) && reader.get(t.probes)
+          && reader.get(t.hiding) && reader.get(t.suffixes) && reader.atEnd())) {
         return std::nullopt;
     }
     if (!t.valid() || !t.buildRegexes()) {

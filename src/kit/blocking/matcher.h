@@ -50,7 +50,7 @@ class Matcher
 {
 public:
     // Raised whenever the binary layout changes, so an old cache reads as absent.
-    static constexpr uint32_t kFormatVersion = 2;
+    static constexpr uint32_t kFormatVersion = 3;
 
     // Compiles the rules; answers the matcher or one sentence saying what is wrong. The public
     // suffix list (publicsuffix.org format) decides first- and third-party loads; without one,

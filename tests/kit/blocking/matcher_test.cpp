@@ -167,6 +167,24 @@ const std::vector<Case> kFrames{
 
 INSTANTIATE_TEST_SUITE_P(Frames, Decisions, testing::ValuesIn(kFrames));
 
+// A rule is turned away by the characters around the token it is indexed by; each row is one
+// the address must still reach through another place or another rule under the same token.
+const std::vector<Case> kAroundTokens{
+    {{"/banner/ad."}, "https://a.com/banner/x/banner/ad.png", kPage, kImage, true},
+    {{"/banner/ad."}, "https://a.com/banner/adx.png", kPage, kImage, false},
+    {{"/track/x-track-"}, "https://a.com/x-track-/track/x-track-1", kPage, kImage, true},
+    {{"ads/x-ads-"}, "https://a.com/badads/x-ads-1", kPage, kImage, true},
+    {{"/ads/top.", "-ads-side."}, "https://a.com/x-ads-side.png", kPage, kImage, true},
+    {{"/ads/top.", "-ads-side."}, "https://a.com/ads/top.png", kPage, kImage, true},
+    {{"/ads/top.", "-ads-side."}, "https://a.com/ads-top.png", kPage, kImage, false},
+    {{"^adserver/"}, "https://a.com?adserver/x", kPage, kImage, true},
+    {{"|adserver/"}, "adserver/x", kPage, kImage, true},
+    {{"-Banner-Ad.$match-case"}, "https://a.com/top-Banner-Ad.png", kPage, kImage, true},
+    {{"||ads.com^"}, "https://ads.ads.com/x", kPage, kImage, true},
+};
+
+INSTANTIATE_TEST_SUITE_P(AroundTokens, Decisions, testing::ValuesIn(kAroundTokens));
+
 TEST(Matcher, LaterExceptionsCancelOnlyEarlierRules)
 {
     Matcher matcher = fromJson(R"([
