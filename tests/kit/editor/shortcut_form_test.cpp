@@ -77,11 +77,6 @@ TEST(ShortcutFormRoundTrip, AStoredDeepLinkShowsItsBlanks)
     ASSERT_TRUE(form.linkTemplate());
     EXPECT_EQ(form.blankValue("phone number"), "905321234567");
     EXPECT_TRUE(form.isValid());
-
-    ShortcutForm unread(
-        Shortcut::make("Odd", Target::url(webTarget("https://example.com", kWhatsApp))), false);
-    EXPECT_FALSE(unread.linkTemplate());
-    EXPECT_TRUE(unread.isValid());
 }
 
 struct FieldsRow
@@ -155,15 +150,6 @@ const std::vector<FieldsRow> kFieldRows{
      false,
      {Field::Private},
      {Field::Session}},
-    {"CustomAgent",
-     withPage([] {
-         auto url = webTarget("https://example.com");
-         url.userAgent = BrowserAgent::Custom;
-         return url;
-     }()),
-     false,
-     {Field::CustomUserAgent},
-     {}},
     {"AppLinkOpensInItsApp",
      withPage(webTarget("slack://open?team=T1")),
      false,

@@ -44,7 +44,6 @@ public:
     {
         auto timer = std::make_shared<Timer>(Timer{interval, m_now + interval, std::move(tick)});
         m_timers.push_back(timer);
-        ++m_created;
         return std::make_unique<FakeSubscription>([timer] { timer->live = false; });
     }
 
@@ -68,7 +67,6 @@ public:
         m_now = end;
     }
 
-    int timersCreated() const { return m_created; }
     size_t liveTimers() const
     {
         return static_cast<size_t>(
@@ -86,7 +84,6 @@ private:
 
     kit::keys::Instant m_now{};
     std::vector<std::shared_ptr<Timer>> m_timers;
-    int m_created = 0;
 };
 
 using FakeMainQueue = testing_support::ManualQueue;

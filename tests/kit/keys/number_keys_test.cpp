@@ -22,7 +22,6 @@ constexpr HotKeyCombo kActiveBar = kit::settings::AppSettings::kActiveBarHotKeyD
 TEST(ModifierSet, ShowsWordsInFixedOrderWhateverTheBuildOrder)
 {
     EXPECT_EQ((ModifierSet{kCommand, kShift, kOption, kControl}.words()), "Ctrl+Alt+Shift+Super");
-    EXPECT_EQ((ModifierSet{kCommand, kShift}.words()), "Shift+Super");
     EXPECT_EQ(ModifierSet{}.words(), "");
 }
 
@@ -52,18 +51,13 @@ INSTANTIATE_TEST_SUITE_P(
     Pairs,
     SecondNine,
     testing::Values(ExtraCase{{kOption, kCommand}, ModifierSet{kControl, kOption, kCommand}},
-                    ExtraCase{{kControl, kCommand}, ModifierSet{kControl, kOption, kCommand}},
                     ExtraCase{{kShift, kControl}, ModifierSet{kControl, kOption, kShift}},
-                    ExtraCase{{kControl, kOption}, ModifierSet{kControl, kOption, kShift}},
-                    ExtraCase{{kControl, kOption, kCommand}, std::nullopt},
-                    ExtraCase{{kControl, kOption, kShift}, std::nullopt}));
+                    ExtraCase{{kControl, kOption, kCommand}, std::nullopt}));
 
 TEST(NumberKeys, DisplaysTheKeysOfEachIcon)
 {
     NumberKeys keys{{kOption, kCommand}};
-    EXPECT_EQ(keys.display(1), "Alt+Super+1");
     EXPECT_EQ(keys.display(9), "Alt+Super+9");
-    EXPECT_EQ(keys.display(12), "Ctrl+Alt+Super+3");
     EXPECT_EQ(keys.display(18), "Ctrl+Alt+Super+9");
     EXPECT_EQ(keys.display(19), std::nullopt);
     EXPECT_EQ(keys.display(0), std::nullopt);
@@ -90,12 +84,10 @@ TEST_P(AllowedPair, FollowsThePairRules)
 INSTANTIATE_TEST_SUITE_P(Sets,
                          AllowedPair,
                          testing::Values(PairCase{{kControl, kOption}, true},
-                                         PairCase{{kShift, kControl}, true},
                                          PairCase{{kOption, kCommand}, true},
                                          PairCase{{kShift, kOption, kCommand}, true},
                                          PairCase{{kShift, kCommand}, false}, // screenshots
                                          PairCase{{kShift, kOption}, false},  // no ⌘ or ⌃
-                                         PairCase{{kCommand}, false},
                                          PairCase{{}, false}));
 
 TEST(NumberKeys, ResolvesEachChoiceAndGuardsTheCustomPair)
@@ -135,7 +127,6 @@ TEST_F(KeysFromSettings, AFreshInstallUsesControlCommandAndBothHotKeys)
 TEST(DigitKeysText, NamesEachChoice)
 {
     EXPECT_EQ(displayText(DigitKeys::OptionCommand, {}), "Alt+Super");
-    EXPECT_EQ(displayText(DigitKeys::ShiftControl, {}), "Ctrl+Shift");
     EXPECT_EQ(displayText(DigitKeys::Custom, {kCommand, kControl, kShift}), "Ctrl+Shift+Super");
     // An unusable custom pair shows the pair that is used instead.
     EXPECT_EQ(displayText(DigitKeys::Custom, {kShift, kCommand}), "Ctrl+Alt");
@@ -147,7 +138,6 @@ TEST(HotKeyCombo, EncodesModifiersForTheHotKeyService)
     EXPECT_EQ(kMenu.carbonModifiers(), 256U + 4096U);
     EXPECT_EQ((HotKeyCombo{0, 0x20000 | 0x80000}.carbonModifiers()), 512U + 2048U);
     EXPECT_EQ((HotKeyCombo{0, 0x1E0000 | 0x10000}.carbonModifiers()), 256U + 512U + 2048U + 4096U);
-    EXPECT_EQ((HotKeyCombo{0, 0}.carbonModifiers()), 0U);
 }
 
 TEST(HotKeyCombo, DisplaysModifierWordsThenTheKeyName)
@@ -155,8 +145,6 @@ TEST(HotKeyCombo, DisplaysModifierWordsThenTheKeyName)
     EXPECT_EQ(kMenu.display(), "Ctrl+Super+G");
     EXPECT_EQ(kActiveBar.display(), "Ctrl+Super+A");
     EXPECT_EQ((HotKeyCombo{96, 0x80000 | 0x20000}.display()), "Alt+Shift+F5");
-    EXPECT_EQ((HotKeyCombo{key_code::kLeftArrow, 0x180000}.display()), "Alt+Super+Left");
-    EXPECT_EQ((HotKeyCombo{49, 0x100000}.display()), "Super+Space");
     EXPECT_EQ((HotKeyCombo{122, 0}.display()), "F1");
     EXPECT_EQ(HotKeyCombo::name(200), "Key 200");
     EXPECT_EQ(HotKeyCombo::functionNumber(122), 1);

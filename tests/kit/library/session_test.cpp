@@ -21,7 +21,7 @@ TEST(SessionColours, SetColoursWrapIntoThePalette)
         int colour;
         int index;
     };
-    for (auto row : std::vector<Row>{{-1, 7}, {9, 1}, {0, 0}, {-17, 7}, {16, 0}, {2147483647, 7}}) {
+    for (auto row : std::vector<Row>{{-1, 7}, {9, 1}, {2147483647, 7}}) {
         EXPECT_EQ(Session::colourIndex(Session{SessionID::make(), "S", row.colour}), row.index)
             << row.colour;
     }
@@ -55,9 +55,4 @@ TEST(SessionColours, SpreadGivesLeastUsedInOrder)
     EXPECT_EQ(sessions[0].colour, 0);
     EXPECT_EQ(sessions[1].colour, 1);
     EXPECT_FALSE(Session::spreadColours(sessions));
-
-    std::vector<Session> mixed{Session{SessionID::make(), "set", 0},
-                               unset("00000000-0000-0000-0000-000000000003")};
-    Session::spreadColours(mixed);
-    EXPECT_EQ(mixed[1].colour, 1);
 }

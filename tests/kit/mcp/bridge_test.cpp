@@ -258,7 +258,6 @@ TEST_P(BridgeWithoutServer, AnswersEachRequestWithWhatToDo)
 }
 
 const AbsentCase kAbsent[] = {
-    {"NothingThere", false, false, false, &kNotRunning},
     {"MarkerOfADeadApp", true, false, false, &kNotRunning},
     {"StaleSocketFile", false, false, true, &kNotRunning},
     {"AppRunningWithAssistantsOff", true, true, false, &kAssistantsOff},
@@ -356,15 +355,6 @@ TEST_F(BridgeTest, ALineOverTheLimitIsAnsweredWithoutReachingTheApp)
         bridge.lines(),
         (Lines{line(ToolProtocol::lineTooLong()), R"({"id":1,"jsonrpc":"2.0","result":{}})"}));
     EXPECT_EQ(m_requests, 1U);
-}
-
-TEST_F(BridgeTest, HelpIsOneParagraph)
-{
-    BridgeProcess bridge(m_dir.path().string(), {"--help"});
-    EXPECT_EQ(bridge.finish(), 0);
-    ASSERT_EQ(bridge.lines().size(), 2U);
-    EXPECT_EQ(bridge.lines()[0], "Usage: vantorel-mcp");
-    EXPECT_NE(bridge.lines()[1].find("standard input"), std::string::npos);
 }
 
 } // namespace

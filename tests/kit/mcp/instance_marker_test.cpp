@@ -79,12 +79,4 @@ TEST_F(InstanceMarkerTest, DestructionRemovesOnlyWhatItWrote)
     EXPECT_TRUE(std::filesystem::exists(m_path));
 }
 
-TEST(InstanceMarkerPath, SitsBesideTheSocket)
-{
-    EXPECT_EQ(InstanceMarker::besideSocket("/run/user/1000/vantorel.sock"),
-              "/run/user/1000/vantorel.pid");
-    EXPECT_EQ(InstanceMarker::besideSocket("/vantorel.sock"), "/vantorel.pid");
-    EXPECT_EQ(InstanceMarker::besideSocket("vantorel.sock"), "./vantorel.pid");
-}
-
 } // namespace

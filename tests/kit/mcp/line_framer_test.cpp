@@ -51,12 +51,10 @@ const FramingCase kFraming[] = {
     {"EmptyLinesSkipped", {"\n\none\n\n", "\n"}, {"one", "rest:"}},
     {"UnfinishedLineKept", {"one\ntw", "o"}, {"one", "rest:two"}},
     {"ExactlyTheLimit", {"12345678\n"}, {"12345678", "rest:"}},
-    {"ExactlyTheLimitInPieces", {"1234", "5678", "\n"}, {"12345678", "rest:"}},
     {"OneOverTheLimit", {"123456789\nok\n"}, {kTooLong, "ok", "rest:"}},
     {"LongLineOverManyChunks",
      {"1234", "5678", "9abc", "defg", "h\nok", "\n"},
      {kTooLong, "ok", "rest:"}},
-    {"TwoLongLinesInARow", {"123456789\n", "abcdefghij\n"}, {kTooLong, kTooLong, "rest:"}},
     {"LongUnfinishedRest", {"ok\n123456789"}, {"ok", "rest:" + kTooLong}},
 };
 

@@ -90,17 +90,4 @@ TEST(RunLoop, ATaskThatThrowsDoesNotStopTheLoop)
     EXPECT_NE(testing::internal::GetCapturedStderr().find("boom"), std::string::npos);
 }
 
-TEST(RunLoop, TasksPostedByTasksRun)
-{
-    RunLoop loop;
-    int depth = 0;
-    std::function<void()> again = [&] {
-        if (++depth < 10) {
-            loop.post(again);
-        }
-    };
-    loop.post(again);
-    EXPECT_TRUE(loop.runUntil([&] { return depth == 10; }, 1s));
-}
-
 } // namespace

@@ -35,7 +35,6 @@ public:
     SocketClient& operator=(const SocketClient&) = delete;
 
     bool connected() const { return m_fd >= 0; }
-    int fd() const { return m_fd; }
 
     bool send(std::string_view bytes)
     {

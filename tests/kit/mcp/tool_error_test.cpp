@@ -45,21 +45,12 @@ INSTANTIATE_TEST_SUITE_P(
                "still works; ask them to turn it on under Settings \u203A Advanced if they want "
                "this change."}));
 
-TEST(ToolResult, FailureCarriesTheErrorsSentence)
-{
-    auto failed = ToolResult::failure(ToolError::badArguments("name is missing"));
-    EXPECT_FALSE(failed.ok());
-    EXPECT_EQ(failed.text(), "The arguments could not be read: name is missing");
-    EXPECT_EQ(ToolResult::success("{}").text(), "{}");
-}
-
 TEST(PlatformWords, SayMacThingsInThisBuildsWords)
 {
     EXPECT_EQ(kit::support::inPlatformWords("in the macOS menu bar on this Mac"),
               "in the menu bar on this computer");
     EXPECT_EQ(kit::support::inPlatformWords("An SF Symbol name, or text."),
               "An icon name from the icon theme, or text.");
-    EXPECT_EQ(kit::support::inPlatformWords("nothing to change"), "nothing to change");
 }
 
 } // namespace

@@ -75,58 +75,26 @@ const LineCase kLines[] = {
     {"StringIDEchoed",
      R"({"id":"abc","method":"ping"})",
      R"({"id":"abc","jsonrpc":"2.0","result":{}})"},
-    {"FractionalIDEchoed",
-     R"({"id":2.5,"method":"ping"})",
-     R"({"id":2.5,"jsonrpc":"2.0","result":{}})"},
     {"ArrayIsParseError",
      "[1,2]",
      R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
     {"GarbageIsParseError",
      "{\"id\":1,",
      R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
-    {"EmptyLineIsParseError",
-     "",
-     R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
-    {"TooDeepIsParseError",
-     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-     "[[[["
-     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-     "[[["
-     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-     "[[["
-     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-     "[[["
-     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-     "[[["
-     "[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[[["
-     "[[[",
-     R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"},
     {"NotificationWithoutID", R"({"method":"tools/list"})", std::nullopt},
     {"NotificationWithNullID", R"({"id":null,"method":"tools/list"})", std::nullopt},
-    {"InitializedNotification",
-     R"({"jsonrpc":"2.0","method":"notifications/initialized"})",
-     std::nullopt},
     {"NotificationOfToolCallDoesNothing",
      R"({"method":"tools/call","params":{"name":"echo"}})",
      std::nullopt},
     {"NoMethodWithID",
      R"({"id":"a"})",
      R"({"error":{"code":-32600,"message":"Invalid request: no method"},"id":"a","jsonrpc":"2.0"})"},
-    {"NumericMethodWithID",
-     R"({"id":3,"method":4})",
-     R"({"error":{"code":-32600,"message":"Invalid request: no method"},"id":3,"jsonrpc":"2.0"})"},
     {"NoMethodNoID", "{}", std::nullopt},
     {"UnknownMethod",
      R"({"id":7,"method":"resources/list"})",
      R"({"error":{"code":-32601,"message":"Method not found: resources/list"},"id":7,"jsonrpc":"2.0"})"},
-    {"MethodIsCaseSensitive",
-     R"({"id":7,"method":"Ping"})",
-     R"({"error":{"code":-32601,"message":"Method not found: Ping"},"id":7,"jsonrpc":"2.0"})"},
     {"CallWithoutName",
      R"({"id":8,"method":"tools/call","params":{"arguments":{}}})",
-     R"({"error":{"code":-32602,"message":"Invalid params: no tool name"},"id":8,"jsonrpc":"2.0"})"},
-    {"CallWithParamsNotAnObject",
-     R"({"id":8,"method":"tools/call","params":["echo"]})",
      R"({"error":{"code":-32602,"message":"Invalid params: no tool name"},"id":8,"jsonrpc":"2.0"})"},
     {"CallArgumentsSortedCompact",
      R"({"id":9,"method":"tools/call","params":{"name":"echo","arguments":{"b":1, "a":"x/y"}}})",
@@ -175,11 +143,8 @@ TEST_P(ToolProtocolInitialize, EchoesAStringVersionElseTheDefault)
 
 const VersionCase kVersions[] = {
     {"Given", R"(,"params":{"protocolVersion":"2024-11-05"})", "2024-11-05"},
-    {"Future", R"(,"params":{"protocolVersion":"2099-01-01"})", "2099-01-01"},
-    {"EmptyString", R"(,"params":{"protocolVersion":""})", ""},
     {"NoParams", "", "2025-06-18"},
     {"NumericVersion", R"(,"params":{"protocolVersion":20250618})", "2025-06-18"},
-    {"ParamsNotObject", R"(,"params":"2024-11-05")", "2025-06-18"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Versions,
@@ -197,42 +162,6 @@ TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemas)
     EXPECT_EQ(listed[0].at("inputSchema"), json::parse(R"({"type":"object","properties":{}})"));
     EXPECT_EQ(listed[1].at("inputSchema"), json::parse(R"({"type":"object"})"));
     EXPECT_EQ(listed[2].at("inputSchema"), json::parse(R"({"type":"object"})"));
-}
-
-// The socket's form: the call completes later, from elsewhere, exactly once.
-TEST(ToolProtocol, AsynchronousCallRepliesWhenTheToolCompletes)
-{
-    ToolProtocol::ToolCompletion later;
-    std::string calledName;
-    std::optional<std::string> calledArguments = "unset";
-    int replies = 0;
-    std::optional<std::string> reply;
-    ToolProtocol::respond(
-        R"({"id":"w","method":"tools/call","params":{"name":"add_bar","arguments":{"name":"Home"}}})",
-        "1",
-        &tools,
-        [&](const std::string& name,
-            std::optional<std::string> arguments,
-            ToolProtocol::ToolCompletion completion) {
-            calledName = name;
-            calledArguments = std::move(arguments);
-            later = std::move(completion);
-        },
-        [&](std::optional<std::string> line) {
-            ++replies;
-            reply = std::move(line);
-        });
-    EXPECT_EQ(replies, 0);
-    EXPECT_EQ(calledName, "add_bar");
-    EXPECT_EQ(calledArguments, R"({"name":"Home"})");
-
-    later(ToolResult::success(R"({"status":"applied"})"));
-    later(ToolResult::success(R"({"status":"twice"})"));
-    EXPECT_EQ(replies, 1);
-    EXPECT_EQ(
-        reply,
-        R"({"id":"w","jsonrpc":"2.0","result":{"content":[{"text":"{\"status\":\"applied\"}","type":"text"}],"isError":false}})"
-        "\n");
 }
 
 TEST(ToolProtocol, AThrowingToolStillGetsOneResult)
@@ -279,8 +208,6 @@ TEST_P(ToolProtocolAnswerText, IsWrittenAsTheJsonLibraryWritesIt)
 }
 
 const AnswerTextCase kAnswerTexts[] = {
-    {"Empty", ""},
-    {"Plain", R"({"url":"https://example.com/a?b=c"})"},
     {"QuotesAndBackslashes", "say \"hi\" \\ C:\\path"},
     {"ShortEscapes", "\b\f\n\r\t"},
     {"OtherControls", std::string("\x00\x01\x1f\x7f end", 8)},
@@ -292,7 +219,6 @@ const AnswerTextCase kAnswerTexts[] = {
     {"Surrogate", "\xed\xa0\x80"},
     {"PastTheLastCodePoint", "\xf4\x90\x80\x80"},
     {"TruncatedAtTheEnd", "ok \xe2\x80"},
-    {"InvalidAfterValid", "\u00e9\xff\xfe"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Texts,
@@ -300,12 +226,9 @@ INSTANTIATE_TEST_SUITE_P(Texts,
                          testing::ValuesIn(kAnswerTexts),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(ToolProtocol, MethodOfALine)
+TEST(ToolProtocol, DeepNestingIsAParseErrorNotAStackOverflow)
 {
-    EXPECT_EQ(ToolProtocol::method(R"({"method":"ping"})"), "ping");
-    EXPECT_EQ(ToolProtocol::method(R"({"method":1})"), std::nullopt);
-    EXPECT_EQ(ToolProtocol::method(R"([{"method":"ping"}])"), std::nullopt);
-    EXPECT_EQ(ToolProtocol::method("not json"), std::nullopt);
+    EXPECT_EQ(answer(std::string(100'000, '[')), ToolProtocol::refuse("nonsense", 0, ""));
 }
 
 TEST(ToolProtocol, RefusalKeepsTheIDAndSkipsNotifications)
@@ -319,16 +242,6 @@ TEST(ToolProtocol, RefusalKeepsTheIDAndSkipsNotifications)
         ToolProtocol::refuse("nonsense", -32000, "x"),
         R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"
         "\n");
-}
-
-TEST(ToolProtocol, ErrorAndResultShapes)
-{
-    EXPECT_EQ(ToolProtocol::error(5, -1, "a/b"),
-              R"({"error":{"code":-1,"message":"a/b"},"id":5,"jsonrpc":"2.0"})"
-              "\n");
-    EXPECT_EQ(ToolProtocol::result(nullptr, json::parse(R"({"z":1,"a":[]})")),
-              R"({"id":null,"jsonrpc":"2.0","result":{"a":[],"z":1}})"
-              "\n");
 }
 
 TEST(ToolProtocol, ListsTitleAndHintsOnlyForToolsThatHaveThem)
@@ -385,7 +298,6 @@ const EdgeCase kEdges[] = {
      std::nullopt},
     {"NumberCutByTheEdge", R"({"id":12)", "", std::nullopt},
     {"NullID", R"({"id":null,"method":"x")", "", std::nullopt},
-    {"ObjectID", R"({"id":{"a":1},"method":"x")", "", std::nullopt},
     {"LastMember", "", R"(xx"}]}},"jsonrpc":"2.0","id":42})", json(42)},
     {"LastMemberStringWithEscapes", "", R"(xx"}}, "id" : "a\"b\\" } )", json("a\"b\\")},
     {"NestedLastMember", "", R"(xx","arguments":{"id":5}}})", std::nullopt},
@@ -510,17 +422,12 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheOnesTheTreeHolds)
     const std::string big = R"({"pad":")" + std::string(70'000, 'x') + R"("})";
     const std::string head = R"({"id":1,"method":"tools/call",)";
     const std::vector<std::string> lines = {
-        head + R"("params":{"name":"propose","arguments" :  )" + big + " }}",
         head + R"("params":{"name":"propose","arguments":)" + big
             + R"(},"params":{"name":"propose","arguments":{"b":1}}})",
         head + R"("params":{"name":"propose","arguments":{"b":1}},"params":{"name":"propose",)"
             + R"("arguments":)" + big + "}}",
         head + R"("params":{"name":"propose","arguments":)" + big + R"(,"arguments":{"b":2}}})",
-        head + R"("params":{"name":"propose","arguments":)" + big
-            + R"(},"params":{"name":"propose"}})",
-        head + R"("params":{"name":"propose","arguments":)" + big + "}}",
         head + R"("params":{"name":"propose","arguments":[)" + big + "]}}",
-        head + R"("params":[{"arguments":)" + big + "}]}",
     };
     for (const auto& line : lines) {
         SCOPED_TRACE(line.substr(0, 90));

@@ -68,8 +68,6 @@ TEST(AssistantSetup, ConfigurationNamesTheBridge)
               "\"/usr/bin/vantorel-mcp\"\n    }\n  }\n}");
     EXPECT_NE(AssistantSetup::configJSON(R"(/opt/a "b"\c)").find(R"("/opt/a \"b\"\\c")"),
               std::string::npos);
-    EXPECT_EQ(AssistantSetup::kGuideURL.substr(AssistantSetup::kGuideURL.find("/docs")),
-              "/docs/assistants/");
 }
 
 TEST(AssistantSetup, AddCommandWithAndWithoutFlags)

@@ -39,13 +39,11 @@ std::vector<std::string> idsOf(const std::vector<Shortcut>& list)
     return ids;
 }
 
-// Runs every case against the three ways hosts place icons: newest leftmost, newest rightmost,
-// sorted by name.
-class MenuBarTest : public ::testing::TestWithParam<TrayHostKind>
+class MenuBarTest : public ::testing::Test
 {
 protected:
-    MenuBarTest()
-        : bar(trayHost(GetParam()))
+    explicit MenuBarTest(TrayHostKind host = TrayHostKind::XEmbed)
+        : bar(trayHost(host))
     {
         LibraryStore::Options options;
         options.interval = std::chrono::milliseconds(60'000);
@@ -98,8 +96,18 @@ protected:
     std::unique_ptr<MenuBarController> controller;
 };
 
+// The order of the row is checked against the three ways hosts place icons: newest leftmost,
+// newest rightmost, sorted by name.
+class MenuBarHostTest : public ::testing::WithParamInterface<TrayHostKind>, public MenuBarTest
+{
+protected:
+    MenuBarHostTest()
+        : MenuBarTest(GetParam())
+    {}
+};
+
 INSTANTIATE_TEST_SUITE_P(Hosts,
-                         MenuBarTest,
+                         MenuBarHostTest,
                          ::testing::Values(TrayHostKind::XEmbed,
                                            TrayHostKind::Waybar,
                                            TrayHostKind::KdePlasma),
@@ -116,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(Hosts,
 
 } // namespace
 
-TEST_P(MenuBarTest, ShownTopLevelShortcutsStandLeftToRightInStoredOrder)
+TEST_P(MenuBarHostTest, ShownTopLevelShortcutsStandLeftToRightInStoredOrder)
 {
     auto a = webLink("A");
     auto member = webLink("Member");
@@ -131,7 +139,7 @@ TEST_P(MenuBarTest, ShownTopLevelShortcutsStandLeftToRightInStoredOrder)
     EXPECT_EQ(icon(a).label, "A");
 }
 
-TEST_P(MenuBarTest, MovingOrHidingRebuildsTheRowWhileRenamingRedrawsOnlyThatIcon)
+TEST_P(MenuBarHostTest, MovingOrHidingRebuildsTheRowWhileRenamingRedrawsOnlyThatIcon)
 {
     auto a = webLink("A");
     auto b = webLink("B");
@@ -163,26 +171,7 @@ TEST_P(MenuBarTest, MovingOrHidingRebuildsTheRowWhileRenamingRedrawsOnlyThatIcon
     EXPECT_THAT(bar.row(), ElementsAreArray(idsOf({b, a, c})));
 }
 
-TEST_P(MenuBarTest, ChangesThatDoNotTouchAShownShortcutDrawNothing)
-{
-    auto a = webLink("A");
-    auto off = hidden(webLink("Off"));
-    start({a, off});
-    int before = bar.totalDraws();
-
-    change([&](Library& l) {
-        auto renamed = *l.shortcut(off.id);
-        renamed.name = "Still off";
-        l.update(renamed);
-    });
-    store->addSession("Work");
-    queue.runAll();
-
-    EXPECT_EQ(bar.totalDraws(), before);
-    EXPECT_EQ(controller->rebuildCount(), 1u);
-}
-
-TEST_P(MenuBarTest, SeveralChangesBeforeTheQueueRunsMakeOnePass)
+TEST_F(MenuBarTest, SeveralChangesBeforeTheQueueRunsMakeOnePass)
 {
     auto a = webLink("A");
     start({a});
@@ -198,7 +187,7 @@ TEST_P(MenuBarTest, SeveralChangesBeforeTheQueueRunsMakeOnePass)
     EXPECT_EQ(controller->rebuildCount(), 2u);
 }
 
-TEST_P(MenuBarTest, APlayingPageShowsInTheTooltipAndGlyphOfItsIconAlone)
+TEST_F(MenuBarTest, APlayingPageShowsInTheTooltipAndGlyphOfItsIconAlone)
 {
     auto a = webLink("Radio");
     auto b = webLink("News");
@@ -212,15 +201,10 @@ TEST_P(MenuBarTest, APlayingPageShowsInTheTooltipAndGlyphOfItsIconAlone)
     ASSERT_TRUE(icon(a).image);
     EXPECT_TRUE(icon(a).image->playing);
     EXPECT_EQ(icon(b).draws, 1);
-
-    playing.erase(a.id);
-    queue.runAll();
-    EXPECT_EQ(icon(a).toolTip, "Radio");
-    EXPECT_FALSE(icon(a).image->playing);
     controller->setPlaying(nullptr);
 }
 
-TEST_P(MenuBarTest, NumbersSkipDividersAndRedrawOnlyIconsWhoseBadgeChanges)
+TEST_F(MenuBarTest, NumbersSkipDividersAndRedrawOnlyIconsWhoseBadgeChanges)
 {
     auto a = webLink("A");
     auto line = divider();
@@ -250,23 +234,7 @@ TEST_P(MenuBarTest, NumbersSkipDividersAndRedrawOnlyIconsWhoseBadgeChanges)
     EXPECT_FALSE(controller->item(a.id)->number());
 }
 
-TEST_P(MenuBarTest, AShortcutInsideAGroupIsAnchoredAtTheTopLevelGroupsIcon)
-{
-    auto deep = webLink("Deep");
-    auto inner = group("Inner", {deep});
-    auto outer = group("Outer", {inner});
-    auto lone = webLink("Lone");
-    auto hiddenMember = webLink("In hidden");
-    start({outer, lone, hidden(group("Hidden", {hiddenMember}))});
-
-    EXPECT_EQ(controller->button(deep.id), controller->item(outer.id)->button());
-    EXPECT_EQ(controller->button(inner.id), controller->item(outer.id)->button());
-    EXPECT_EQ(controller->button(lone.id), controller->item(lone.id)->button());
-    EXPECT_FALSE(controller->button(hiddenMember.id));
-    EXPECT_FALSE(controller->button(ShortcutID::make()));
-}
-
-TEST_P(MenuBarTest, OpeningFromTheKeyboardDoesWhatAPlainClickDoes)
+TEST_F(MenuBarTest, OpeningFromTheKeyboardDoesWhatAPlainClickDoes)
 {
     auto page = webLink("Page");
     auto member = webLink("Member");
@@ -288,7 +256,7 @@ TEST_P(MenuBarTest, OpeningFromTheKeyboardDoesWhatAPlainClickDoes)
     EXPECT_TRUE(icon(line).popped.empty());
 }
 
-TEST_P(MenuBarTest, ANumberKeyStepsOverDividersAndOpensWhatIsShowingWhenPressed)
+TEST_F(MenuBarTest, ANumberKeyStepsOverDividersAndOpensWhatIsShowingWhenPressed)
 {
     std::vector<Shortcut> list{webLink("1"), webLink("2"), divider(), webLink("3"), webLink("4")};
     list.push_back(webLink("5"));
@@ -311,7 +279,7 @@ TEST_P(MenuBarTest, ANumberKeyStepsOverDividersAndOpensWhatIsShowingWhenPressed)
     EXPECT_EQ(opened[1].name, "4");
 }
 
-TEST_P(MenuBarTest, AGroupMenuShowsTheGroupAsItIsNowAndOpensUnderTheGroupsIcon)
+TEST_F(MenuBarTest, AGroupMenuShowsTheGroupAsItIsNowAndOpensUnderTheGroupsIcon)
 {
     auto g = group("G", {webLink("First")});
     start({g});
@@ -329,7 +297,7 @@ TEST_P(MenuBarTest, AGroupMenuShowsTheGroupAsItIsNowAndOpensUnderTheGroupsIcon)
     EXPECT_EQ(opened[0].anchor, controller->button(g.id));
 }
 
-TEST_P(MenuBarTest, AClickOnAnIconGoneInARebuildDoesNothing)
+TEST_F(MenuBarTest, AClickOnAnIconGoneInARebuildDoesNothing)
 {
     auto a = webLink("A");
     start({a});
@@ -341,7 +309,7 @@ TEST_P(MenuBarTest, AClickOnAnIconGoneInARebuildDoesNothing)
     EXPECT_TRUE(bar.gone()[0].events.contextMenu().items.empty());
 }
 
-TEST_P(MenuBarTest, AChangeQueuedWhenTheControllerGoesAwayIsDropped)
+TEST_F(MenuBarTest, AChangeQueuedWhenTheControllerGoesAwayIsDropped)
 {
     auto a = webLink("A");
     start({a});
@@ -357,17 +325,6 @@ TEST_P(MenuBarTest, AChangeQueuedWhenTheControllerGoesAwayIsDropped)
     EXPECT_EQ(queue.pending(), 0u);
 }
 
-TEST_P(MenuBarTest, IconFramesCoverOnlyIconsWithAPlace)
-{
-    auto a = webLink("A");
-    auto b = webLink("B");
-    start({a, b});
-    bar.item(b.id.string()).geometry.reset();
-
-    ASSERT_EQ(controller->iconFrames().size(), 1u);
-    EXPECT_EQ(controller->iconFrames()[0], *bar.item(a.id.string()).geometry);
-}
-
 TEST(MenuBarBadge, CountsNineToATierAndNoneOutsideIt)
 {
     struct Row
@@ -379,12 +336,8 @@ TEST(MenuBarBadge, CountsNineToATierAndNoneOutsideIt)
     const Row rows[] = {{1, std::nullopt, std::nullopt},
                         {9, 1, 9},
                         {10, 1, std::nullopt},
-                        {9, 2, std::nullopt},
                         {10, 2, 1},
-                        {18, 2, 9},
-                        {19, 2, std::nullopt},
-                        {1, 0, std::nullopt},
-                        {5, -1, std::nullopt}};
+                        {19, 2, std::nullopt}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.position << " in tier " << row.tier.value_or(0));
         EXPECT_EQ(MenuBarController::badge(row.position, row.tier), row.badge);

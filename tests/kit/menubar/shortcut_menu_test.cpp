@@ -138,8 +138,6 @@ TEST_F(ShortcutMenuTest, OffersTheRowsThatApplyToTheKind)
         {"File",
          fileShortcut("Notes", "/home/a/notes.txt"),
          {"Open", "---", "Opens in", "In the menu bar", "---", "Edit\u2026", "Remove"}},
-        {"App", Shortcut::make("Terminal", Target::app(AppTarget{"terminal", {}})), kPlainRows},
-        {"Group", group("Work", {webLink("Mail")}), kPlainRows},
         {"Divider",
          Shortcut::make("", Target::divider()),
          {"In the menu bar", "---", "Edit\u2026", "Remove"}}};
@@ -174,14 +172,7 @@ TEST_F(ShortcutMenuTest, PageRowsAreGreyedWhileTheLinkOpensInABrowser)
     defaults.openMode = OpenMode::System;
     const ShortcutID id = add(webLink("Mail")).id;
     auto built = rows(id);
-    for (const char* title : {"Account",
-                              "Browser agent",
-                              "Appearance",
-                              "Zoom",
-                              "Blocks ads",
-                              "Stays on top",
-                              "Reloads on open",
-                              "Keeps playing"}) {
+    for (const char* title : {"Account", "Zoom", "Keeps playing"}) {
         EXPECT_FALSE(rowAt(built, {title}).enabled) << title;
     }
     EXPECT_TRUE(rowAt(built, {"Browser"}).enabled);
@@ -253,42 +244,6 @@ TEST_F(ShortcutMenuTest, EachToggleFlipsItsOwnFieldOnly)
         EXPECT_EQ(url(id), expected);
         EXPECT_TRUE(rowAt(rows(id), {title}).checked);
     }
-}
-
-TEST_F(ShortcutMenuTest, AZoomBetweenTheStepsShowsWhereItFalls)
-{
-    defaults.pageZoom = 1.25;
-    Shortcut link = webLink("Docs");
-    link.target.urlTarget()->pageZoom = 1.33;
-    const ShortcutID id = add(link).id;
-
-    auto zoom = rowAt(rows(id), {"Zoom"}).items;
-    EXPECT_EQ(zoom.front().title, "Follows the default (125%)");
-    auto all = titlesOf(zoom);
-    auto at = std::find(all.begin(), all.end(), "133%");
-    ASSERT_NE(at, all.end());
-    EXPECT_EQ(*(at - 1), "125%");
-    EXPECT_EQ(*(at + 1), "150%");
-    EXPECT_THAT(checked(zoom), ElementsAre("133%"));
-
-    choose(id, {"Zoom", "150%"});
-    EXPECT_EQ(url(id).pageZoom, 1.5);
-    EXPECT_THAT(checked(rowAt(rows(id), {"Zoom"}).items), ElementsAre("150%"));
-}
-
-TEST_F(ShortcutMenuTest, BrowserAgentsKeepACustomTextToGoBackTo)
-{
-    Shortcut link = webLink("Site");
-    link.target.urlTarget()->userAgent = BrowserAgent::Custom;
-    link.target.urlTarget()->customUserAgent = "Agent/1.0";
-    const ShortcutID id = add(link).id;
-
-    EXPECT_THAT(checked(rowAt(rows(id), {"Browser agent"}).items), ElementsAre("Custom"));
-    choose(id, {"Browser agent", "Firefox"});
-    EXPECT_EQ(url(id).userAgent, BrowserAgent::Firefox);
-    EXPECT_EQ(url(id).customUserAgent, "Agent/1.0");
-    choose(id, {"Browser agent", "Custom"});
-    EXPECT_EQ(url(id).userAgent, BrowserAgent::Custom);
 }
 
 TEST_F(ShortcutMenuTest, FilesChooseTheAppTheyOpenIn)

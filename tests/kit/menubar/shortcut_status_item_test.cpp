@@ -92,24 +92,6 @@ TEST_F(ShortcutStatusItemTest, TheShieldGoesWhenADividerBecomesALink)
     EXPECT_THAT(opened, ElementsAre("Line"));
 }
 
-TEST_F(ShortcutStatusItemTest, AbsentActionsMakeClicksDoNothingAndTheMenuEmpty)
-{
-    auto page = webLink("Page");
-    ShortcutStatusItem item(page.id, bar, icons);
-    item.setShortcut(page);
-    item.render();
-    click(item, kPlain);
-    click(item, kRight);
-    ASSERT_EQ(host(item).popped.size(), 1u);
-    EXPECT_TRUE(host(item).popped[0].items.empty());
-
-    auto folder = group("Folder", {});
-    ShortcutStatusItem groupItem(folder.id, bar, icons);
-    groupItem.setShortcut(folder);
-    groupItem.openPrimary();
-    EXPECT_TRUE(host(groupItem).popped.empty());
-}
-
 TEST_F(ShortcutStatusItemTest, AnIconTheHostRefusedDrawsNothingAndIgnoresClicks)
 {
     bar.refuse = true;

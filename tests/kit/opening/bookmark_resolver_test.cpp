@@ -90,11 +90,6 @@ TEST_F(InodeBookmarkTest, data_from_elsewhere_falls_back_to_the_display_path)
     EXPECT_EQ(m_resolver.resolve(Bookmark{{'{', '}'}, ""}), std::nullopt);
 }
 
-TEST_F(InodeBookmarkTest, nothing_is_made_for_a_missing_file)
-{
-    EXPECT_EQ(m_resolver.make(path("missing.txt")), std::nullopt);
-}
-
 TEST(BookmarkHold, gives_back_only_access_that_was_started)
 {
     class Recording final : public BookmarkResolver

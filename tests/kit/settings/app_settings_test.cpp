@@ -73,10 +73,7 @@ TEST_P(AppSettingsUnreadable, reads_as_the_fallback)
 
 const std::vector<UnreadableCase> kUnreadable{
     {"unknown_digit_keys", "shortcutKeys", Value("banana"), "controlCommand"},
-    {"digit_keys_not_text", "shortcutKeys", Value(true), "controlCommand"},
     {"negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "Ctrl+Alt"},
-    {"fractional_modifiers", "customShortcutModifiers", Value(3.5), "Ctrl+Alt"},
-    {"modifiers_as_words", "customShortcutModifiers", Value("lots"), "Ctrl+Alt"},
     {"too_large_modifiers", "customShortcutModifiers", Value(int64_t{1} << 40), "Ctrl+Alt"},
     {"hot_key_garbage", "menuHotKey", Value(bytes("{not json")), "off"},
     {"hot_key_without_modifiers", "menuHotKey", Value(bytes(R"({"keyCode":5})")), "off"},
@@ -84,13 +81,8 @@ const std::vector<UnreadableCase> kUnreadable{
      "menuHotKey",
      Value(bytes(R"({"keyCode":70000,"modifiers":0})")),
      "off"},
-    {"hot_key_as_boolean", "activeBarHotKey", Value(false), "off"},
     {"unknown_appearance", "appearance", Value("sepia"), "system"},
-    {"unknown_new_window_links", "newWindowLinks", Value("tab"), "browser"},
     {"assistants_as_text", "assistantsEnabled", Value("yes"), "false"},
-    {"writes_as_number", "assistantWritesEnabled", Value(int64_t{7}), "true"},
-    {"wheel_as_double", "wheelSwitchesBars", Value(0.0), "true"},
-    {"ads_as_bytes", "blocksAds", Value(bytes("1")), "true"},
     // Text an INI file keeps in place of the typed value reads as that value.
     {"ini_boolean", "assistantsEnabled", Value("true"), "true"},
     {"ini_integer", "customShortcutModifiers", Value("1179648"), "Shift+Super"},
@@ -135,15 +127,6 @@ TEST_F(AppSettingsObserving, a_store_change_that_reads_the_same_is_not_heard)
     EXPECT_EQ(m_settings.shortcutKeys(), DigitKeys::Off);
 }
 
-TEST_F(AppSettingsObserving, removed_observer_hears_nothing)
-{
-    int calls = 0;
-    const size_t token = m_settings.observe(Key::BlocksAds, [&] { ++calls; });
-    m_settings.removeObserver(token);
-    m_settings.setBlocksAds(false);
-    EXPECT_EQ(calls, 0);
-}
-
 TEST(AppSettingsThreads, a_read_off_the_main_thread_is_reported)
 {
     MemoryKeyValueStore store;
@@ -155,24 +138,6 @@ TEST(AppSettingsThreads, a_read_off_the_main_thread_is_reported)
     std::thread([&] { (void)settings.browsing(); }).join();
     EXPECT_NE(testing::internal::GetCapturedStderr().find("off the main thread"),
               std::string::npos);
-}
-
-TEST(AppSettingsProcesses, a_change_from_another_process_is_heard_on_reload)
-{
-    testing_support::TempDir dir;
-    JsonFileKeyValueStore appStore(dir.file("settings.json"));
-    AppSettings app(appStore);
-    int heard = 0;
-    app.observe(Key::AssistantsEnabled, [&] { ++heard; });
-
-    JsonFileKeyValueStore commandStore(dir.file("settings.json"));
-    AppSettings command(commandStore);
-    EXPECT_EQ(command.set("assistantsEnabled", "true"), std::nullopt);
-
-    EXPECT_FALSE(app.assistantsEnabled());
-    appStore.reload();
-    EXPECT_TRUE(app.assistantsEnabled());
-    EXPECT_EQ(heard, 1);
 }
 
 // Each key set by name and read back as the person typed it.
@@ -206,11 +171,8 @@ INSTANTIATE_TEST_SUITE_P(
     AppSettingsByName,
     testing::Values(ByNameCase{"assistantsEnabled", "true", "true"},
                     ByNameCase{"assistantWritesEnabled", " False ", "false"},
-                    ByNameCase{"welcomeShown", "true", "true"},
-                    ByNameCase{"loginItemOffered", "true", "true"},
                     ByNameCase{"shortcutKeys", "custom", "custom"},
                     ByNameCase{"appearance", "dark", "dark"},
-                    ByNameCase{"newWindowLinks", "newWindow", "newWindow"},
                     ByNameCase{"customShortcutModifiers", "command+ctrl", "Ctrl+Super"},
                     ByNameCase{"customShortcutModifiers", "0x140000", "Ctrl+Super"},
                     ByNameCase{"customShortcutModifiers", "none", "none"},
@@ -218,7 +180,6 @@ INSTANTIATE_TEST_SUITE_P(
                     ByNameCase{"menuHotKey", "off", "off"},
                     ByNameCase{"menuHotKey", "Super + Alt + space", "Alt+Super+Space"},
                     ByNameCase{"activeBarHotKey", "control+shift+7", "Ctrl+Shift+7"},
-                    ByNameCase{"activeBarHotKey", "option+COMMAND+g", "Alt+Super+G"},
                     ByNameCase{"activeBarHotKey", "meta+#96", "Super+#96"},
                     ByNameCase{"activeBarHotKey", "f", "F"}));
 
@@ -239,8 +200,6 @@ TEST(AppSettingsByName, refusals_are_one_sentence)
     EXPECT_EQ(settings.set("customShortcutModifiers", "control+hyper"),
               "“customShortcutModifiers” takes modifiers joined by +, such as Ctrl+Alt.");
     EXPECT_EQ(settings.set("menuHotKey", "control+command"),
-              "“menuHotKey” takes a key with modifiers, such as Ctrl+Super+G, or off.");
-    EXPECT_EQ(settings.set("menuHotKey", "banana+G"),
               "“menuHotKey” takes a key with modifiers, such as Ctrl+Super+G, or off.");
     // Nothing was written by the refusals.
     EXPECT_EQ(store.value("assistantsEnabled"), std::nullopt);

@@ -20,7 +20,6 @@
 #include <memory>
 #include <ostream>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -40,16 +39,11 @@ using Store = JsonStore<std::string>;
 
 constexpr auto kInterval = 300ms;
 
-// Text as a JSON string; a value of "unencodable" cannot be encoded.
+// Text as a JSON string.
 JsonCoding<std::string> textCoding()
 {
     return {
-        [](const std::string& value) {
-            if (value == "unencodable") {
-                throw std::runtime_error("the value cannot be encoded");
-            }
-            return nlohmann::json(value).dump();
-        },
+        [](const std::string& value) { return nlohmann::json(value).dump(); },
         [](std::string_view text) { return nlohmann::json::parse(text).get<std::string>(); },
     };
 }
@@ -124,15 +118,6 @@ TEST_F(JsonStoreTest, ABurstOfSavesWritesOnceWithTheLastAndALaterSaveWaitsAgain)
     EXPECT_EQ(m_store->writeCount(), 2U);
 }
 
-TEST_F(JsonStoreTest, FlushWritesAJustMadeSaveAndTheScheduledWriteFindsNothing)
-{
-    m_store->save("at quit");
-    m_store->flush();
-    EXPECT_EQ(readFile(m_file), encoded("at quit"));
-    m_scheduler->advance(kInterval);
-    EXPECT_EQ(m_store->writeCount(), 1U);
-}
-
 TEST_F(JsonStoreTest, DestructionFlushesAndALateScheduledWriteIsHarmless)
 {
     m_store->save("pending");
@@ -173,16 +158,6 @@ TEST_F(JsonStoreTest, SavesFromManyThreadsEndWithOneOfTheLastValues)
     ASSERT_TRUE(std::holds_alternative<std::string>(loaded));
     EXPECT_THAT(std::get<std::string>(loaded), testing::EndsWith(":199"));
     EXPECT_EQ(store.lastSaveError(), std::nullopt);
-}
-
-TEST_F(JsonStoreTest, AFailedEncodingIsReportedAndLeavesTheFile)
-{
-    m_store->save("kept");
-    m_store->flush();
-    m_store->save("unencodable");
-    m_scheduler->advance(kInterval);
-    EXPECT_EQ(m_store->lastSaveError(), "Could not save “note.json”: the value cannot be encoded.");
-    EXPECT_EQ(readFile(m_file), encoded("kept"));
 }
 
 // Ways to make the folder refuse the write, and to give it back.

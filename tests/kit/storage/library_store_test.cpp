@@ -282,23 +282,6 @@ TEST_F(LibraryStoreTest, RemovingASessionSendsItsLinksBackOnEveryBar)
     EXPECT_EQ(store->sessions()[0].name, "House");
 }
 
-TEST_F(LibraryStoreTest, ObserversAreToldOncePerChange)
-{
-    auto store = open();
-    std::vector<unsigned> told;
-    size_t token = store->observe([&](unsigned changes) { told.push_back(changes); });
-    store->mutate([](Library& l) { l.add(webLink("x")); });
-    store->addBar("Second");
-    store->addSession("Work");
-    EXPECT_THAT(told,
-                ElementsAre(LibraryStore::LibraryChanged,
-                            LibraryStore::BarsChanged,
-                            LibraryStore::SessionsChanged));
-    store->removeObserver(token);
-    store->mutate([](Library& l) { l.add(webLink("y")); });
-    EXPECT_EQ(told.size(), 3u);
-}
-
 TEST_F(LibraryStoreTest, AFailedSaveKeepsTheChangeAndIsHeardOnTheMainQueueUntilASaveSucceeds)
 {
     ManualQueue mainQueue;

@@ -13,7 +13,6 @@ using kit::support::visibleText;
 TEST(VisibleText, ControlsShowAsPicturesAndBadBytesAsReplacement)
 {
     const std::vector<std::pair<std::string, std::string>> cases{
-        {"Mail", "Mail"},
         {std::string("a\0b", 3), "a␀b"},
         {"\x1b[2K\x1b[1A", "␛[2K␛[1A"},
         {"line\r\nnext\t", "line␍␊next␉"},
@@ -22,9 +21,8 @@ TEST(VisibleText, ControlsShowAsPicturesAndBadBytesAsReplacement)
          "31m",
          "�31m"},                                    // C1 CSI
         {"left \xe2\x80\xae right", "left � right"}, // right-to-left override
-        {"\xff\xfe", "��"},
-        {"\xc0\xaf", "��"},      // overlong "/"
-        {"\xed\xa0\x80", "���"}, // a surrogate
+        {"\xc0\xaf", "��"},                          // overlong "/"
+        {"\xed\xa0\x80", "���"},                     // a surrogate
         {"cut \xe2\x82", "cut ��"},
         {"Café ☕ 𝄞", "Café ☕ 𝄞"},
     };
