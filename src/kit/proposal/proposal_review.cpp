@@ -582,6 +582,21 @@ private:
         return *m_everywhere;
     }
 
+    // Whether a bar other than the one `index` covers holds the id. Asked only of ids that bar
+    // lacks, so a proposal for the only bar builds no table of every shortcut.
+    bool isOnAnotherBar(const ShortcutID& id, const LibraryIndex& index)
+    {
+        for (const auto& bar : m_snapshot.bars) {
+            if (const Library* library = libraryOf(bar.id)) {
+                const LibraryIndex& other = indexOf(*library);
+                if (&other != &index && other.find(id) != nullptr) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
     int linksUsing(const SessionID& session)
     {
         if (!m_usage) {
@@ -843,7 +858,7 @@ private:
                           proposed.isInMenuBar};
         if (!existing) {
             // Ids are unique across bars: one that stands on another bar is written as a copy.
-            if (everywhere().find(shortcut.id) != nullptr) {
+            if (isOnAnotherBar(shortcut.id, index)) {
                 shortcut.id = ShortcutID::make();
             }
             row.verdict = Verdict::added();

@@ -431,3 +431,39 @@ TEST(ReviewSummaryTest, PhrasesUseTheSingularOnlyForOne)
                             "2 to move to another bar",
                             "3 links go back to the default account"));
 }
+
+TEST_F(ProposalReviewTest, AShortcutThatStandsOnAnotherBarIsWrittenUnderANewID)
+{
+    const ProposedShortcut fresh = app("Fresh");
+    const ProposedShortcut docsCopy = proposed(docs);
+    const ProposedShortcut inboxCopy = proposed(inbox);
+    struct Row
+    {
+        const char* name;
+        BarDestination destination;
+        ProposedShortcut shortcut;
+        bool keepsID;
+    };
+    const std::vector<Row> rows = {
+        {"new to every bar", BarDestination::existing(bars[1].id), fresh, true},
+        {"on the showing bar, proposed for another",
+         BarDestination::existing(bars[1].id),
+         docsCopy,
+         false},
+        {"a member on the showing bar", BarDestination::existing(bars[2].id), inboxCopy, false},
+        {"on the showing bar, proposed for a new bar",
+         BarDestination::newBar("Later"),
+         docsCopy,
+         false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Proposal proposal;
+        proposal.bars.push_back({row.destination, {row.shortcut}, {}});
+        ProposalReview result = reviewOf(proposal);
+        const ItemReview& item = result.bars[0].items[0];
+        ASSERT_EQ(item.verdict, Verdict::added());
+        ASSERT_TRUE(item.shortcut);
+        EXPECT_EQ(item.shortcut->id == row.shortcut.id, row.keepsID);
+    }
+}
