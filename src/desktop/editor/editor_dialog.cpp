@@ -178,7 +178,14 @@ EditorDialog::EditorDialog(EditorServices& services,
     refresh();
 }
 
-EditorDialog::~EditorDialog() = default;
+EditorDialog::~EditorDialog()
+{
+    // The fields outlive the form and the services they call into (a focused line edit reports
+    // its editing finished as it goes): they fall silent first.
+    for (auto* child : findChildren<QObject*>()) {
+        child->blockSignals(true);
+    }
+}
 
 void EditorDialog::addRow(QFormLayout* layout, Field field, const QString& label, QWidget* widget)
 {

@@ -70,7 +70,9 @@ ShortcutEditor::ShortcutEditor(EditorServices services, QWidget* parent)
 
 ShortcutEditor::~ShortcutEditor()
 {
+    // A closed dialog still waiting for its deletion holds our services too.
     delete m_dialog.data();
+    delete m_closing.data();
 }
 
 void ShortcutEditor::edit(const kit::library::ShortcutID& id)
@@ -137,6 +139,7 @@ void ShortcutEditor::open(const kit::library::BarID& bar,
     fitToScreen(*dialog, dialog->wantedSize());
     QObject::connect(dialog, &QDialog::finished, dialog, [this, dialog] {
         dialog->deleteLater();
+        m_closing = dialog;
         m_dialog.clear();
     });
     m_dialog->show();

@@ -95,6 +95,7 @@ private:
     QWidget* m_parent;
     // Also gone when the parent window takes it down with itself.
     QPointer<EditorDialog> m_dialog;
+    QPointer<EditorDialog> m_closing;
 };
 
 } // namespace desktop::editor
