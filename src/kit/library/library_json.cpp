@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "kit/library/library_json.h"
 
+#include "kit/support/json_reader.h"
+
 #include <cmath>
 
 namespace kit::library {
@@ -34,42 +36,6 @@ Bytes decodeBytes(const json& j)
         throw DecodeError("data is not valid base64");
     }
     return std::move(*bytes);
-}
-
-void checkDepth(std::string_view text, int maxDepth)
-{
-    int depth = 0;
-    bool inString = false;
-    bool escaped = false;
-    for (char c : text) {
-        if (inString) {
-            if (escaped) {
-                escaped = false;
-            } else if (c == '\\') {
-                escaped = true;
-            } else if (c == '"') {
-                inString = false;
-            }
-            continue;
-        }
-        switch (c) {
-        case '"':
-            inString = true;
-            break;
-        case '[':
-        case '{':
-            if (++depth > maxDepth) {
-                throw DecodeError("the data is nested too deeply");
-            }
-            break;
-        case ']':
-        case '}':
-            --depth;
-            break;
-        default:
-            break;
-        }
-    }
 }
 
 template <class T, class Decode> T decodeWhole(std::string_view text, Decode decode)
@@ -112,7 +78,9 @@ void requireObject(const json& j, const char* what)
 
 json parseJson(std::string_view text, int maxDepth)
 {
-    checkDepth(text, maxDepth);
+    if (!support::nestsWithin(text, maxDepth)) {
+        throw DecodeError("the data is nested too deeply");
+    }
     try {
         return json::parse(text.begin(), text.end());
     } catch (const json::exception& error) {

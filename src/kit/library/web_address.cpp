@@ -567,13 +567,7 @@ std::optional<std::string> WebAddress::queryValue(std::string_view query, std::s
 
 std::string WebAddress::percentDecoded(std::string_view text)
 {
-    auto hexValue = [](char c) -> int {
-        if (isAsciiDigit(c)) {
-            return c - '0';
-        }
-        c = lower(c);
-        return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-    };
+    using support::hexValue;
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {

@@ -20,38 +20,10 @@ namespace {
 
 constexpr int kInternalError = -32603;
 
-// Counts nesting outside strings, so a hostile line cannot make parsing or writing recurse
-// without bound.
-bool withinDepth(std::string_view text, int maxDepth)
-{
-    int depth = 0;
-    bool inString = false;
-    bool escaped = false;
-    for (char c : text) {
-        if (inString) {
-            if (escaped) {
-                escaped = false;
-            } else if (c == '\\') {
-                escaped = true;
-            } else if (c == '"') {
-                inString = false;
-            }
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > maxDepth) {
-                return false;
-            }
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return true;
-}
-
 std::optional<json> parse(std::string_view text)
 {
-    if (!withinDepth(text, ToolProtocol::kMaxDepth)) {
+    // A hostile line must not make parsing or writing recurse without bound.
+    if (!support::nestsWithin(text, ToolProtocol::kMaxDepth)) {
         return std::nullopt;
     }
     json value = json::parse(text.begin(), text.end(), nullptr, false);
@@ -595,7 +567,7 @@ std::optional<std::pair<size_t, size_t>> argumentsSpan(std::string_view line)
 {
     using support::JsonReader;
     try {
-        // Counts nesting as withinDepth() does, so a line too deep is refused the slow way.
+        // Counts nesting as nestsWithin() does, so a line too deep is refused the slow way.
         JsonReader reader(line, ToolProtocol::kMaxDepth);
         std::optional<std::pair<size_t, size_t>> found;
         reader.readObject([&](std::string_view key) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/support/json_reader.h"
 
+#include "kit/support/text.h"
 #include "kit/support/utf8.h"
 
 #include <array>
@@ -30,20 +31,6 @@ constexpr auto kPlainBytes = [] {
 bool isPlain(char c)
 {
     return kPlainBytes[static_cast<unsigned char>(c)];
-}
-
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
 }
 
 } // namespace
@@ -472,6 +459,33 @@ void JsonReader::expectEnd()
     if (m_pos != m_text.size()) {
         fail("unexpected text after the end");
     }
+}
+
+bool nestsWithin(std::string_view text, int maxDepth)
+{
+    int depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (char c : text) {
+        if (inString) {
+            if (escaped) {
+                escaped = false;
+            } else if (c == '\\') {
+                escaped = true;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > maxDepth) {
+                return false;
+            }
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return true;
 }
 
 } // namespace kit::support

@@ -154,4 +154,8 @@ template <class Element> void JsonReader::readArray(Element&& element)
     leave();
 }
 
+// Whether no array or object in `text` opens deeper than `maxDepth`, counted outside strings
+// without parsing: the guard before a parser that recurses. Malformed text is for the parser.
+bool nestsWithin(std::string_view text, int maxDepth);
+
 } // namespace kit::support

@@ -1,28 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "kit/support/uuid.h"
 
+#include "kit/support/text.h"
+
 #include <mutex>
 #include <random>
 
 namespace kit::support {
-
-namespace {
-
-int hexValue(char c)
-{
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
-} // namespace
 
 Uuid Uuid::random()
 {
