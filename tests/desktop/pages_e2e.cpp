@@ -5,6 +5,7 @@
 #include "desktop/pages/desktop_notices.h"
 #include "desktop/pages/pages_loader.h"
 #include "desktop/pages/profile_stores.h"
+#include "kit/web/page_notifications.h"
 #include "page_fake_notifications.h"
 #include "private_bus.h"
 #include "support/temp_dir.h"
