@@ -19,13 +19,13 @@ public:
     std::function<void(uint id, uint reason)> closed;
 
 public Q_SLOTS:
-    void actionInvoked(uint id, const QString& action)
+    void actionInvoked(uint id, const QString& action) const
     {
         if (invoked) {
             invoked(id, action);
         }
     }
-    void notificationClosed(uint id, uint reason)
+    void notificationClosed(uint id, uint reason) const
     {
         if (closed) {
             closed(id, reason);
