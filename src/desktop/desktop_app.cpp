@@ -8,6 +8,7 @@
 #include "desktop/manager/review_window.h"
 #include "desktop/manager/settings_window.h"
 #include "kit/support/log.h"
+#include "kit/web/page_notifications.h"
 #include "kit/web/page_options.h"
 #include "kit/web/session_stores.h"
 
@@ -295,6 +296,13 @@ void DesktopApp::makeSiteIcons()
                                                                    const QIcon& icon) {
         icons->pageIcon(address, icon);
     };
+    // Drawn as on the bar, so a notification carries the icon the person clicks.
+    m_pages.noticeIcon = [this](const kit::library::Shortcut& shortcut) {
+        constexpr int kSide = 64;
+        return m_icons.draw(m_icons.glyph(shortcut, kSide),
+                            kSide,
+                            activeBar().appearance(kit::menubar::StatusItemHandle{}));
+    };
     m_iconLibrary = store.library();
     m_iconObservation = store.observe([this, &store](unsigned changes) {
         if (changes
@@ -449,7 +457,8 @@ ManagerWindow& DesktopApp::manager()
                                                   : std::vector<std::string>{};
                 },
                 {},
-                m_loginItem ? &*m_loginItem : nullptr);
+                m_loginItem ? &*m_loginItem : nullptr,
+                &m_pages.options());
         };
         services.edit = [this](const kit::storage::LibraryStore::EditRequest& request) {
             editor().edit(request);
@@ -468,9 +477,33 @@ ManagerWindow& DesktopApp::manager()
                                                std::function<void()> done) {
             stores.clearData(session, std::move(done));
         };
-        services.sessionData.remove = [&stores](const kit::library::SessionID& session) {
+        kit::web::NotificationSites& answers = m_pages.notificationSites();
+        services.sessionData.remove = [&stores, &answers](const kit::library::SessionID& session) {
             stores.deleteStore(session, [](bool) {});
+            // A site of a session that is gone asks again wherever it shows next.
+            for (const auto& [site, allowed] : answers.sites(session.uuid)) {
+                answers.forget(session.uuid, site);
+            }
         };
+        services.sessionData.notificationAnswers = [&answers, &dependencies] {
+            std::vector<NotificationAnswer> all;
+            const auto add = [&](const std::optional<kit::library::SessionID>& session) {
+                const auto uuid = session ? std::optional(session->uuid) : std::nullopt;
+                for (const auto& [site, allowed] : answers.sites(uuid)) {
+                    all.push_back({session, site, allowed});
+                }
+            };
+            add(std::nullopt);
+            for (const auto& session : dependencies.libraryStore().sessions()) {
+                add(session.id);
+            }
+            return all;
+        };
+        services.sessionData.forgetNotificationAnswer =
+            [&answers](const NotificationAnswer& answer) {
+                answers.forget(answer.session ? std::optional(answer.session->uuid) : std::nullopt,
+                               answer.site);
+            };
         services.openDocument = [this](const std::filesystem::path& file,
                                        const app::AppDependencies::Opened& opened) {
             openDocument(file, opened);
@@ -525,6 +558,12 @@ editor::ShortcutEditor& DesktopApp::editor()
         };
         services.setShowsCount = [options](const kit::library::ShortcutID& id, bool shows) {
             options->setShowsCount(id, shows);
+        };
+        services.notifies = [options](const kit::library::ShortcutID& id) {
+            return options->notifies(id);
+        };
+        services.setNotifies = [options](const kit::library::ShortcutID& id, bool on) {
+            options->setNotifies(id, on);
         };
         m_editor = std::make_unique<editor::ShortcutEditor>(std::move(services), m_manager.data());
     }

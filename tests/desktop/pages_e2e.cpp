@@ -2,8 +2,12 @@
 // Real pages in the real web engine, served from a local HTTP server: sessions keep their
 // cookies apart, blocking stops what the rules name, and how fast and large a first panel is.
 // Exits with 77 (skipped) when the engine or its module is not there.
+#include "desktop/pages/desktop_notices.h"
 #include "desktop/pages/pages_loader.h"
 #include "desktop/pages/profile_stores.h"
+#include "kit/web/page_notifications.h"
+#include "page_fake_notifications.h"
+#include "private_bus.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +18,8 @@
 #include <QEventLoop>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QShortcut>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -156,7 +162,8 @@ private:
         } else if (request.path == "/blocking") {
             body += "<img src='/ads/banner.png'><img src='/pictures/allowed.png'>";
         } else if (request.path != "/check" && request.path != "/panel" && request.path != "/count"
-                   && request.path != "/private" && request.path != "/agent") {
+                   && request.path != "/private" && request.path != "/agent"
+                   && request.path != "/notify") {
             headers = "Content-Type: image/png\r\n";
             body.clear();
         }
@@ -474,6 +481,86 @@ TEST_F(PagesEndToEnd, ATitlesCountAndAnAppBadgeReachTheIcon)
             << row.script << " gave " << count();
     }
     panel->hide();
+}
+
+TEST_F(PagesEndToEnd, ASitesNotificationReachesTheDesktopAndItsClickOpensThePage)
+{
+    PrivateBus bus;
+    if (bus.address().isEmpty()) {
+        GTEST_SKIP() << "no dbus-daemon to run a private bus";
+    }
+    FakeNotifications service(bus.address(), true);
+    DesktopNotices notices(QDBusConnection::connectToBus(bus.address(), QStringLiteral("e2e")));
+    // Notifications need a secure origin, which localhost is.
+    auto shortcut = engine.shortcut(engine.server.url("localhost", "/notify"), std::nullopt);
+    const auto settings = engine.settings(shortcut);
+    const std::string site = "http://localhost:" + std::to_string(engine.server.port());
+
+    std::vector<std::string> asked;
+    std::vector<std::pair<std::string, bool>> answered;
+    Host& host = engine.loader->host();
+    host.notificationStep = [&](const ShortcutID& id, const std::string& from) {
+        EXPECT_EQ(id, shortcut.id);
+        asked.push_back(from);
+        return kit::web::PermissionStep::Ask;
+    };
+    host.notificationAnswered = [&](const ShortcutID&, const std::string& from, bool allowed) {
+        answered.emplace_back(from, allowed);
+    };
+    host.notify = [&](const ShortcutID& id,
+                      const std::string&,
+                      const std::string& title,
+                      const std::string& body) {
+        notices.show(id, kit::web::composeNotice("Mail", title, body), QImage());
+    };
+    std::vector<ShortcutID> opened;
+    notices.clicked = [&](const ShortcutID& id) {
+        opened.push_back(id);
+        engine.pages().showWindow(shortcut, settings);
+    };
+    QString question;
+    QTimer allow;
+    QObject::connect(&allow, &QTimer::timeout, [&] {
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            auto* box = qobject_cast<QMessageBox*>(window);
+            if (!box || !box->isVisible()) {
+                continue;
+            }
+            question = box->text();
+            for (auto* button : box->findChildren<QPushButton*>()) {
+                if (button->text() == QStringLiteral("Allow")) {
+                    button->click();
+                }
+            }
+        }
+    });
+    allow.start(50);
+
+    ASSERT_TRUE(engine.loadInWindow(shortcut, settings));
+    QWidget* window = engine.pages().window(shortcut.id);
+    runIn(window,
+          QStringLiteral("Notification.requestPermission().then(function(p){if(p==='granted')"
+                         "new Notification('New <mail>',{body:'From Ann & Bob'});})"));
+    ASSERT_TRUE(spinUntil([&] { return !service.shown().empty(); }, 10s)) << question.toStdString();
+    EXPECT_TRUE(question.contains(QStringLiteral("show notifications"))) << question.toStdString();
+    EXPECT_EQ(asked, std::vector{site});
+    EXPECT_EQ(answered, (std::vector<std::pair<std::string, bool>>{{site, true}}));
+    const auto& shown = service.shown().front();
+    EXPECT_EQ(shown.appName, "Mail");
+    EXPECT_EQ(shown.summary, "Mail: New <mail>");
+    EXPECT_EQ(shown.body, "From Ann &amp; Bob");
+
+    window->hide();
+    spinFor(100ms);
+    service.emitSignal(QStringLiteral("ActionInvoked"), 1, QStringLiteral("default"));
+    EXPECT_TRUE(spinUntil([&] { return window->isVisible(); }));
+    EXPECT_EQ(opened, std::vector{shortcut.id});
+
+    host.notificationStep = {};
+    host.notificationAnswered = {};
+    host.notify = {};
+    window->hide();
+    QDBusConnection::disconnectFromBus(QStringLiteral("e2e"));
 }
 
 TEST_F(PagesEndToEnd, AHiddenPageRestsAndComesBackWhereItWasUnlessItHoldsTyping)

@@ -5,6 +5,7 @@
 #include "kit/proposal/root_grant_store.h"
 #include "kit/settings/app_settings.h"
 #include "kit/settings/key_value_store.h"
+#include "kit/web/page_options.h"
 #include "support/temp_dir.h"
 
 #include <gmock/gmock.h>
@@ -41,6 +42,7 @@ protected:
         : m_settings(m_store)
         , m_grants(m_dir.path() / RootGrantStore::kFileName)
         , m_loginItem(m_dir.path() / "config", "/opt/vantorel/vantorel")
+        , m_pageOptions(m_store)
         , m_window(
               m_settings,
               m_grants,
@@ -48,7 +50,8 @@ protected:
               [] { return std::string("/opt/vantorel/vantorel-mcp"); },
               [] { return std::vector<std::string>{"Ctrl+Super+A"}; },
               [this](QWidget*) { return m_chosen; },
-              &m_loginItem)
+              &m_loginItem,
+              &m_pageOptions)
     {}
 
     template <class Widget> Widget* control(const char* name)
@@ -82,6 +85,7 @@ protected:
     RootGrantStore m_grants;
     std::string m_chosen;
     app::XdgLoginItem m_loginItem;
+    kit::web::PageOptions m_pageOptions;
     SettingsWindow m_window;
 };
 
@@ -128,6 +132,52 @@ TEST_F(SettingsWindowTest, AChangeMadeElsewhereShows)
                 HasSubstr("\"command\": \"/opt/vantorel/vantorel-mcp\""));
     EXPECT_EQ(control<QLabel>("addCommand")->text(),
               "<client> mcp add vantorel -- \"/opt/vantorel/vantorel-mcp\"");
+}
+
+TEST_F(SettingsWindowTest, HiddenPagesUnloadAfterAnOfferedTime)
+{
+    auto* after = control<QComboBox>("pageDiscardMinutes");
+    // Each row: what the store holds (nothing: never set) and the minutes the row shows.
+    const struct
+    {
+        std::optional<std::int64_t> stored;
+        int shown;
+    } rows[] = {
+        {std::nullopt, 15},
+        {0, 0},
+        {5, 5},
+        {60, 60},
+        // Set elsewhere to what is not offered: the next offered time up, or the longest.
+        {20, 60},
+        {3, 5},
+        {600, 60},
+        // Not a time at all: the default.
+        {-4, 15},
+    };
+    for (const auto& row : rows) {
+        if (row.stored) {
+            m_store.setValue(kit::web::PageOptions::kDiscardKey, *row.stored);
+        } else {
+            m_store.remove(kit::web::PageOptions::kDiscardKey);
+        }
+        EXPECT_EQ(after->currentData().toInt(), row.shown) << row.stored.value_or(-1);
+    }
+    EXPECT_EQ(after->itemText(0), "Off");
+    EXPECT_EQ(after->itemText(2), "15 minutes");
+
+    after->setCurrentIndex(after->findData(0));
+    Q_EMIT after->activated(after->currentIndex());
+    EXPECT_EQ(m_pageOptions.discardAfter(), std::nullopt);
+    after->setCurrentIndex(after->findData(5));
+    Q_EMIT after->activated(after->currentIndex());
+    EXPECT_EQ(m_pageOptions.discardAfter(), std::chrono::minutes(5));
+
+    auto* notifications = control<QCheckBox>("pageNotifications");
+    EXPECT_TRUE(notifications->isChecked());
+    notifications->click();
+    EXPECT_FALSE(m_pageOptions.notificationsAllowed());
+    m_pageOptions.setNotificationsAllowed(true);
+    EXPECT_TRUE(notifications->isChecked());
 }
 
 TEST_F(SettingsWindowTest, StartAtLoginFollowsTheAutostartEntry)

@@ -382,6 +382,11 @@ void EditorDialog::build()
             m_showsCount->setChecked(m_services.showsCount(m_form.shortcut().id));
             m_pageForm->addRow(QString(), m_showsCount);
         }
+        if (m_services.notifies && m_services.setNotifies) {
+            m_notifies = check(tr("Let the page show &notifications"));
+            m_notifies->setChecked(m_services.notifies(m_form.shortcut().id));
+            m_pageForm->addRow(QString(), m_notifies);
+        }
         m_newWindows = new QComboBox;
         fillEnum<NewWindowLinks>(m_newWindows, readableWord(m_form.defaults().newWindowLinks), 3);
         addRow(m_pageForm, Field::NewWindowLinks, tr("Links to new windows &go:"), m_newWindows);
@@ -1048,6 +1053,9 @@ void EditorDialog::accept()
     }
     if (m_showsCount) {
         m_services.setShowsCount(m_form.shortcut().id, m_showsCount->isChecked());
+    }
+    if (m_notifies) {
+        m_services.setNotifies(m_form.shortcut().id, m_notifies->isChecked());
     }
     QDialog::accept();
 }

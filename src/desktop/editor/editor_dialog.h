@@ -144,6 +144,7 @@ private:
     QCheckBox* m_reloads = nullptr;
     QCheckBox* m_keepsPlaying = nullptr;
     QCheckBox* m_showsCount = nullptr;
+    QCheckBox* m_notifies = nullptr;
     QComboBox* m_newWindows = nullptr;
     QLineEdit* m_appSearch = nullptr;
     QListWidget* m_apps = nullptr;

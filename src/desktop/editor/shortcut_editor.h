@@ -48,6 +48,9 @@ struct EditorServices
     // Whether a page's count shows on its icon, kept beside the library; unset, no such switch.
     std::function<bool(const kit::library::ShortcutID&)> showsCount = {};
     std::function<void(const kit::library::ShortcutID&, bool)> setShowsCount = {};
+    // Whether the page may show notifications, kept the same way; unset, no such switch.
+    std::function<bool(const kit::library::ShortcutID&)> notifies = {};
+    std::function<void(const kit::library::ShortcutID&, bool)> setNotifies = {};
 };
 
 // Opens the editor window on one shortcut at a time, new or existing. Saving writes the whole

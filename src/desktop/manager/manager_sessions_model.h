@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kit::storage {
 class LibraryStore;
@@ -19,10 +20,23 @@ class LibraryStore;
 
 namespace desktop {
 
+// A site's remembered answer to showing notifications; no session is the default account.
+struct NotificationAnswer
+{
+    std::optional<kit::library::SessionID> session;
+    std::string site;
+    bool allowed = false;
+
+    bool operator==(const NotificationAnswer&) const = default;
+};
+
 // What the sessions pane asks of the pages' website data, each optional: without an engine there
 // is no site count, and data is neither cleared nor removed.
 struct SessionData
 {
+    // Every remembered answer, and forgetting one so the site asks again.
+    std::function<std::vector<NotificationAnswer>()> notificationAnswers;
+    std::function<void(const NotificationAnswer&)> forgetNotificationAnswer;
     std::function<void(const kit::library::SessionID&, std::function<void(int sites)>)> siteCount;
     std::function<void(const kit::library::SessionID&, std::function<void()> done)> clear;
     std::function<void(const kit::library::SessionID&)> remove;

@@ -19,6 +19,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QListView>
+#include <QListWidget>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPainter>
@@ -528,6 +529,9 @@ QWidget* ManagerWindow::makeSessionsPane()
     layout->addWidget(intro);
     layout->addLayout(buttons);
     layout->addWidget(m_sessionsView, 1);
+    if (m_services.sessionData.notificationAnswers) {
+        layout->addWidget(makeNoticeSites(pane));
+    }
     if (!m_sessions->canCountSites()) {
         layout->addWidget(
             note(QStringLiteral("How many sites each account holds shows once pages open inside "
@@ -535,6 +539,73 @@ QWidget* ManagerWindow::makeSessionsPane()
                  pane));
     }
     return pane;
+}
+
+QWidget* ManagerWindow::makeNoticeSites(QWidget* pane)
+{
+    auto* box = new QWidget(pane);
+    auto* title = new QLabel(toQt(kit::library::words::kNotifications), box);
+    QFont bold = title->font();
+    bold.setBold(true);
+    title->setFont(bold);
+    auto* intro = note(QStringLiteral("Sites that asked to show notifications, with your answer. "
+                                      "A site you forget asks again."),
+                       box);
+    m_noticeSites = new QListWidget(box);
+    m_noticeSites->setObjectName(QStringLiteral("notificationSites"));
+    m_noticeSites->setMaximumHeight(m_noticeSites->fontMetrics().height() * 7);
+    m_forgetNoticeSite = new QPushButton(QStringLiteral("Forget Answer"), box);
+    m_forgetNoticeSite->setEnabled(false);
+    connect(m_noticeSites, &QListWidget::currentRowChanged, this, [this](int row) {
+        m_forgetNoticeSite->setEnabled(row >= 0);
+    });
+    connect(m_forgetNoticeSite, &QPushButton::clicked, this, [this] {
+        const int row = m_noticeSites->currentRow();
+        if (row >= 0 && static_cast<size_t>(row) < m_noticeAnswers.size()
+            && m_services.sessionData.forgetNotificationAnswer) {
+            m_services.sessionData.forgetNotificationAnswer(m_noticeAnswers[size_t(row)]);
+            reloadNoticeSites();
+        }
+    });
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 8, 0, 0);
+    layout->addWidget(title);
+    layout->addWidget(intro);
+    auto* row = new QHBoxLayout;
+    row->addWidget(m_noticeSites, 1);
+    row->addWidget(m_forgetNoticeSite, 0, Qt::AlignTop);
+    layout->addLayout(row);
+    return box;
+}
+
+// "mail.example · Work · Allowed": the account by its name, as the list above shows it.
+void ManagerWindow::reloadNoticeSites()
+{
+    if (!m_noticeSites || !m_services.sessionData.notificationAnswers) {
+        return;
+    }
+    m_noticeAnswers = m_services.sessionData.notificationAnswers();
+    m_noticeSites->clear();
+    for (const auto& answer : m_noticeAnswers) {
+        std::string account(kit::library::words::kDefaultAccount);
+        if (answer.session) {
+            account = std::string(kit::library::words::kUnknownAccount);
+            for (const auto& session : m_services.store.sessions()) {
+                if (session.id == *answer.session) {
+                    account = session.name;
+                }
+            }
+        }
+        m_noticeSites->addItem(
+            shownText(answer.site) + QStringLiteral(" · ") + shownText(account)
+            + QStringLiteral(" · ")
+            + (answer.allowed ? QStringLiteral("Allowed") : QStringLiteral("Not allowed")));
+    }
+    if (m_noticeAnswers.empty()) {
+        auto* none = new QListWidgetItem(QStringLiteral("No site has asked yet."), m_noticeSites);
+        none->setFlags(Qt::NoItemFlags);
+    }
+    m_forgetNoticeSite->setEnabled(false);
 }
 
 QWidget* ManagerWindow::makeAboutPane()
@@ -644,6 +715,7 @@ void ManagerWindow::showPane(Pane pane)
     switch (pane) {
     case Pane::Sessions:
         m_sessions->startCounting();
+        reloadNoticeSites();
         m_panes->setCurrentWidget(m_sessionsPane);
         break;
     case Pane::Proposals:

@@ -18,6 +18,7 @@
 
 class QLabel;
 class QListView;
+class QListWidget;
 class QMenu;
 class QPushButton;
 class QStackedWidget;
@@ -129,6 +130,8 @@ private:
     QWidget* makeSessionsPane();
     QWidget* makeAboutPane();
     void makeActions();
+    QWidget* makeNoticeSites(QWidget* pane);
+    void reloadNoticeSites();
     void sidebarChanged();
     void outlineReloaded();
     void updateBarPane();
@@ -176,6 +179,9 @@ private:
 
     QListView* m_sessionsView = nullptr;
     QPushButton* m_clearSession = nullptr;
+    QListWidget* m_noticeSites = nullptr;
+    QPushButton* m_forgetNoticeSite = nullptr;
+    std::vector<NotificationAnswer> m_noticeAnswers;
     QPushButton* m_removeSession = nullptr;
     QPushButton* m_renameSession = nullptr;
 

@@ -7,9 +7,11 @@
 #include "desktop/window_fit.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
+#include "kit/library/words.h"
 #include "kit/mcp/assistant_setup.h"
 #include "kit/proposal/root_grant_store.h"
 #include "kit/settings/app_settings.h"
+#include "kit/web/page_options.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -30,6 +32,8 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <map>
 
 namespace desktop {
@@ -40,6 +44,9 @@ using kit::settings::AppSettings;
 using kit::settings::DigitKeys;
 
 namespace {
+
+// How soon hidden pages may be unloaded, in minutes; zero never.
+constexpr std::array kUnloadChoices{0, 5, 15, 60};
 
 std::uint32_t rawModifiers(Qt::KeyboardModifiers modifiers)
 {
@@ -269,7 +276,8 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
                                BridgePath bridgePath,
                                RefusedHotKeys refusedHotKeys,
                                ChooseFolder chooseFolder,
-                               app::LoginItem* loginItem)
+                               app::LoginItem* loginItem,
+                               kit::web::PageOptions* pageOptions)
     : QWidget(parent, Qt::Window)
     , m_settings(settings)
     , m_grants(grants)
@@ -277,6 +285,7 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
     , m_refusedHotKeys(std::move(refusedHotKeys))
     , m_chooseFolder(std::move(chooseFolder))
     , m_loginItem(loginItem)
+    , m_pageOptions(pageOptions)
 {
     setWindowTitle(QStringLiteral("Vantorel Settings"));
     if (!m_chooseFolder) {
@@ -313,6 +322,14 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
     layout->addWidget(scroll);
 
     m_settingsToken = m_settings.observeAll([this](AppSettings::Key) { reload(); });
+    if (m_pageOptions) {
+        m_pageOptionsToken = m_pageOptions->store().observe([this](const std::string& key) {
+            if (key == kit::web::PageOptions::kDiscardKey
+                || key == kit::web::PageOptions::kNotificationsKey) {
+                reload();
+            }
+        });
+    }
     reload();
     m_content = content;
 }
@@ -320,6 +337,9 @@ SettingsWindow::SettingsWindow(AppSettings& settings,
 SettingsWindow::~SettingsWindow()
 {
     m_settings.removeObserver(m_settingsToken);
+    if (m_pageOptions) {
+        m_pageOptions->store().removeObserver(m_pageOptionsToken);
+    }
 }
 
 void SettingsWindow::present()
@@ -509,6 +529,33 @@ QWidget* SettingsWindow::makeBrowsingSection()
     form->addRow(m_blocksAds);
     form->addRow(m_asksDownloads);
     form->addRow(QStringLiteral("Links that ask for a window"), m_newWindowLinks);
+    if (m_pageOptions) {
+        namespace words = kit::library::words;
+        m_unloadAfter = new QComboBox(box);
+        m_unloadAfter->setObjectName(QStringLiteral("pageDiscardMinutes"));
+        for (const int minutes : kUnloadChoices) {
+            m_unloadAfter->addItem(toQt(words::minutesOrOff(minutes)), minutes);
+        }
+        connect(m_unloadAfter, &QComboBox::activated, this, [this](int index) {
+            const int minutes = m_unloadAfter->itemData(index).toInt();
+            m_pageOptions->setDiscardAfter(
+                minutes > 0 ? std::optional(std::chrono::minutes(minutes)) : std::nullopt);
+        });
+        form->addRow(toQt(words::kHiddenPagesUnload), m_unloadAfter);
+        form->addRow(hint(QStringLiteral("An unloaded page frees its memory and loads again "
+                                         "where it was when you open it. Pages that play or "
+                                         "hold what you typed stay."),
+                          box));
+        m_notifications = new QCheckBox(QStringLiteral("Let sites show notifications"), box);
+        m_notifications->setObjectName(QStringLiteral("pageNotifications"));
+        connect(m_notifications, &QCheckBox::toggled, this, [this](bool on) {
+            m_pageOptions->setNotificationsAllowed(on);
+        });
+        form->addRow(m_notifications);
+        form->addRow(hint(QStringLiteral("Each site asks once; Accounts lists the sites you "
+                                         "answered."),
+                          box));
+    }
     form->addRow(m_browsingMessage);
     return box;
 }
@@ -698,6 +745,21 @@ void SettingsWindow::reload()
     tick(m_assistantWrites, m_settings.assistantWritesEnabled());
     tick(m_blocksAds, m_settings.blocksAds());
     tick(m_asksDownloads, m_settings.asksWhereToSaveDownloads());
+    if (m_pageOptions) {
+        const auto after = m_pageOptions->discardAfter();
+        // A number set elsewhere that is not offered shows as the next offered one up.
+        int shown = 0;
+        if (after) {
+            const auto* choice =
+                std::find_if(kUnloadChoices.begin(), kUnloadChoices.end(), [&](int minutes) {
+                    return minutes > 0 && minutes >= after->count();
+                });
+            shown = choice == kUnloadChoices.end() ? kUnloadChoices.back() : *choice;
+        }
+        QSignalBlocker block(m_unloadAfter);
+        m_unloadAfter->setCurrentIndex(m_unloadAfter->findData(shown));
+        tick(m_notifications, m_pageOptions->notificationsAllowed());
+    }
 
     m_assistantWrites->setEnabled(m_settings.assistantsEnabled());
     m_assistantSetup->setVisible(m_settings.assistantsEnabled());

@@ -27,6 +27,9 @@ class RootGrantStore;
 namespace kit::settings {
 class AppSettings;
 }
+namespace kit::web {
+class PageOptions;
+}
 
 namespace desktop {
 
@@ -54,7 +57,8 @@ public:
                    BridgePath bridgePath = {},
                    RefusedHotKeys refusedHotKeys = {},
                    ChooseFolder chooseFolder = {},
-                   app::LoginItem* loginItem = nullptr);
+                   app::LoginItem* loginItem = nullptr,
+                   kit::web::PageOptions* pageOptions = nullptr);
     ~SettingsWindow() override;
 
     // Shows, raises and activates the window.
@@ -87,6 +91,9 @@ private:
     ChooseFolder m_chooseFolder;
     // Optional: without one the switch is not shown.
     app::LoginItem* m_loginItem = nullptr;
+    // Optional: without them the pages' own rows are not shown.
+    kit::web::PageOptions* m_pageOptions = nullptr;
+    size_t m_pageOptionsToken = 0;
     size_t m_settingsToken = 0;
 
     QCheckBox* m_startAtLogin = nullptr;
@@ -111,6 +118,8 @@ private:
     QCheckBox* m_blocksAds = nullptr;
     QCheckBox* m_asksDownloads = nullptr;
     QComboBox* m_newWindowLinks = nullptr;
+    QComboBox* m_unloadAfter = nullptr;
+    QCheckBox* m_notifications = nullptr;
     QLabel* m_browsingMessage = nullptr;
     QCheckBox* m_wheel = nullptr;
     QListWidget* m_folders = nullptr;

@@ -4,6 +4,7 @@
 #include "app/app_dependencies.h"
 #include "kit/support/log.h"
 #include "kit/web/content_blocker.h"
+#include "kit/web/page_notifications.h"
 #include "kit/web/page_options.h"
 
 #include <unordered_set>
@@ -74,6 +75,7 @@ void AppPages::connect(app::AppDependencies& dependencies)
     auto* store = &dependencies.libraryStore();
     auto* settings = &dependencies.settings();
     host.asksWhereToSaveDownloads = [settings] { return settings->asksWhereToSaveDownloads(); };
+    host.appearance = [settings] { return settings->appearance(); };
     m_options = std::make_unique<kit::web::PageOptions>(dependencies.settingsStore());
     host.discardAfter = [options = m_options.get()] { return options->discardAfter(); };
     host.counts = &m_counts;
@@ -119,6 +121,80 @@ void AppPages::connect(app::AppDependencies& dependencies)
         menuBar->setPlaying(&m_playing);
         menuBar->setCounts(&m_counts);
     }
+    connectNotifications(dependencies);
+}
+
+std::optional<kit::library::Shortcut> AppPages::shortcut(const ShortcutID& id) const
+{
+    if (!m_dependencies) {
+        return std::nullopt;
+    }
+    auto& store = m_dependencies->libraryStore();
+    for (const auto& bar : store.bars()) {
+        const auto library = store.library(bar.id);
+        const auto* found = library ? library->shortcut(id) : nullptr;
+        if (found) {
+            return *found;
+        }
+    }
+    return std::nullopt;
+}
+
+void AppPages::connectNotifications(app::AppDependencies& dependencies)
+{
+    m_notificationSites =
+        std::make_unique<kit::web::NotificationSites>(dependencies.settingsStore());
+    // The session whose answers a shortcut's page uses; nothing for a shortcut that has gone.
+    auto session =
+        [this](const ShortcutID& id) -> std::optional<std::optional<kit::support::Uuid>> {
+        const auto found = shortcut(id);
+        const auto* target = found ? found->target.urlTarget() : nullptr;
+        if (!target || target->isPrivate) {
+            return std::nullopt;
+        }
+        return target->sessionID ? std::optional(target->sessionID->uuid) : std::nullopt;
+    };
+    Host& host = m_loader->host();
+    host.notificationStep = [this, session](const ShortcutID& id, const std::string& site) {
+        const auto in = session(id);
+        if (!in) {
+            return kit::web::PermissionStep::Refuse;
+        }
+        return kit::web::permissionStep(m_options->notificationsAllowed(),
+                                        m_options->notifies(id),
+                                        m_notificationSites->answer(*in, site));
+    };
+    host.notificationAnswered =
+        [this, session](const ShortcutID& id, const std::string& site, bool allowed) {
+            if (const auto in = session(id)) {
+                m_notificationSites->remember(*in, site, allowed);
+            }
+        };
+    host.notify = [this, session](const ShortcutID& id,
+                                  const std::string& site,
+                                  const std::string& title,
+                                  const std::string& body) {
+        const auto in = session(id);
+        const auto found = shortcut(id);
+        if (!in || !found
+            || !kit::web::delivers(m_options->notificationsAllowed(),
+                                   m_options->notifies(id),
+                                   m_notificationSites->answer(*in, site))) {
+            return;
+        }
+        if (!m_notices) {
+            m_notices = std::make_unique<DesktopNotices>();
+            m_notices->clicked = [this](const ShortcutID& clicked) {
+                auto* opener = m_dependencies ? m_dependencies->opener() : nullptr;
+                if (const auto target = shortcut(clicked); target && opener) {
+                    opener->open(*target);
+                }
+            };
+        }
+        m_notices->show(id,
+                        kit::web::composeNotice(found->name, title, body),
+                        noticeIcon ? noticeIcon(*found) : QImage());
+    };
 }
 
 void AppPages::removeOrphanSessions()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/pages/desktop_notices.h"
 #include "desktop/pages/page_presenters.h"
 #include "desktop/pages/pages_loader.h"
 #include "desktop/pages/profile_stores.h"
@@ -15,8 +16,9 @@
 #include <vector>
 
 namespace kit::web {
+class NotificationSites;
 class PageOptions;
-}
+} // namespace kit::web
 
 namespace app {
 class AppDependencies;
@@ -51,10 +53,20 @@ public:
     // Closes every page, so the engine writes what it holds before the app goes.
     void close();
 
+    // The person's choices about pages; once connected.
+    kit::web::PageOptions& options() { return *m_options; }
+    // The sites each session answered about notifications; once connected.
+    kit::web::NotificationSites& notificationSites() { return *m_notificationSites; }
+    // The picture a shortcut's notifications carry; none leaves it to the service.
+    std::function<QImage(const kit::library::Shortcut&)> noticeIcon;
+
     // Where the blocking rules are: the build tree's share folder or the installed one.
     static std::optional<std::filesystem::path> rulesRoot();
 
 private:
+    void connectNotifications(app::AppDependencies& dependencies);
+    std::optional<kit::library::Shortcut> shortcut(const kit::library::ShortcutID& id) const;
+
     kit::support::MainQueue& m_mainQueue;
     kit::menubar::StatusBar& m_statusBar;
     kit::opening::WorkspaceOpening& m_workspace;
@@ -68,6 +80,9 @@ private:
     std::unique_ptr<PagePresenters> m_presenters;
     std::unique_ptr<ProfileStores> m_profileStores;
     std::unique_ptr<kit::web::SessionStores> m_sessionStores;
+    std::unique_ptr<kit::web::NotificationSites> m_notificationSites;
+    // Made with the first notification, so an app whose pages never notify never asks the bus.
+    std::unique_ptr<DesktopNotices> m_notices;
 };
 
 } // namespace desktop::pages

@@ -16,8 +16,10 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
+#include <QPalette>
 #include <QShortcut>
 #include <QSizeGrip>
+#include <QStyle>
 #include <QVBoxLayout>
 #include <QWebEngineNewWindowRequest>
 #include <QWebEnginePage>
@@ -66,6 +68,35 @@ QString appearanceStyle(PageAppearance appearance)
 }
 
 constexpr int kShadow = 10;
+
+// The dark look of the frame round a page, in the greys dark desktop themes use.
+QPalette darkLook()
+{
+    QPalette look;
+    const QColor text(230, 230, 230);
+    const QColor dimText(150, 150, 150);
+    look.setColor(QPalette::Window, QColor(43, 43, 43));
+    look.setColor(QPalette::WindowText, text);
+    look.setColor(QPalette::Base, QColor(30, 30, 30));
+    look.setColor(QPalette::AlternateBase, QColor(50, 50, 50));
+    look.setColor(QPalette::Text, text);
+    look.setColor(QPalette::Button, QColor(55, 55, 55));
+    look.setColor(QPalette::ButtonText, text);
+    look.setColor(QPalette::PlaceholderText, dimText);
+    look.setColor(QPalette::Light, QColor(80, 80, 80));
+    look.setColor(QPalette::Midlight, QColor(65, 65, 65));
+    look.setColor(QPalette::Mid, QColor(85, 85, 85));
+    look.setColor(QPalette::Dark, QColor(20, 20, 20));
+    look.setColor(QPalette::Shadow, Qt::black);
+    look.setColor(QPalette::ToolTipBase, QColor(55, 55, 55));
+    look.setColor(QPalette::ToolTipText, text);
+    look.setColor(QPalette::Highlight, QColor(53, 132, 228));
+    look.setColor(QPalette::HighlightedText, Qt::white);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+        look.setColor(QPalette::Disabled, role, QColor(110, 110, 110));
+    }
+    return look;
+}
 
 // How a page's navigator.setAppBadge reaches us: a console message only this script writes.
 constexpr auto kBadgeMark = "\x01vantorel-app-badge:";
@@ -321,7 +352,7 @@ PageFrame::PageFrame(Kind kind,
             m_callbacks.audibleChanged(audible);
         }
     });
-    attachPrompts(*m_view);
+    attachPrompts(*m_view, m_callbacks.notifications);
 
     applyAgent();
     applyAppearance();
@@ -498,6 +529,22 @@ void PageFrame::applyAppearance() const
                        "addEventListener('readystatechange',add,{once:true});}})();")
             .arg(QStringLiteral("'") + style + QStringLiteral("'")));
     scripts.insert(script);
+}
+
+void PageFrame::setLook(kit::settings::AppAppearance appearance)
+{
+    switch (appearance) {
+    case kit::settings::AppAppearance::Light:
+        setPalette(QApplication::style()->standardPalette());
+        break;
+    case kit::settings::AppAppearance::Dark:
+        setPalette(darkLook());
+        break;
+    case kit::settings::AppAppearance::System:
+        setPalette(QApplication::palette());
+        break;
+    }
+    QWidget::update();
 }
 
 void PageFrame::applyStaysOnTop()

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/pages/page_prompts.h"
 #include "kit/library/shortcut.h"
+#include "kit/settings/app_settings.h"
 #include "kit/web/web_engine.h"
 
 #include <QIcon>
@@ -71,6 +73,8 @@ public:
         std::function<void(const std::string& count)> countChanged;
         // The person asked for the page in their browser.
         std::function<void(const std::string& address)> openInBrowser;
+        // How the page's asking to notify is answered.
+        NotificationQuestion notifications;
     };
 
     // How long a panel hidden by a click elsewhere counts as just closed: that click was most
@@ -101,6 +105,9 @@ public:
     // Takes later settings in; the person's own zoom stays unless the zoom setting changed.
     void update(const kit::library::Shortcut& shortcut,
                 const kit::library::ResolvedBrowsing& settings);
+    // The header and the edge in the app's light or dark look, or the system's; the page itself
+    // follows its own appearance setting.
+    void setLook(kit::settings::AppAppearance appearance);
     // Shows a panel with its page at `geometry`, or a window at its size, and gives it the
     // keyboard.
     void present(std::optional<QRect> geometry);

@@ -20,6 +20,8 @@
 #include <QWebEnginePage>
 #include <QWebEngineView>
 
+#include <optional>
+
 namespace desktop::pages {
 
 namespace {
@@ -51,11 +53,23 @@ QString featureUse(QWebEnginePage::Feature feature)
     }
 }
 
-void askPermission(QWebEngineView* view, const QUrl& origin, QWebEnginePage::Feature feature)
+void askPermission(QWebEngineView* view,
+                   const QUrl& origin,
+                   QWebEnginePage::Feature feature,
+                   const NotificationQuestion& notifications)
 {
     QWebEnginePage* page = view->page();
     const QString use = featureUse(feature);
-    if (use.isEmpty()) {
+    std::optional<kit::web::PermissionStep> step;
+    if (feature == QWebEnginePage::Notifications) {
+        step = notifications.step ? notifications.step(siteOf(origin))
+                                  : kit::web::PermissionStep::Refuse;
+    }
+    if (step == kit::web::PermissionStep::Grant) {
+        page->setFeaturePermission(origin, feature, QWebEnginePage::PermissionGrantedByUser);
+        return;
+    }
+    if (use.isEmpty() || step == kit::web::PermissionStep::Refuse) {
         page->setFeaturePermission(origin, feature, QWebEnginePage::PermissionDeniedByUser);
         return;
     }
@@ -68,6 +82,9 @@ void askPermission(QWebEngineView* view, const QUrl& origin, QWebEnginePage::Fea
     box.setDefaultButton(box.addButton(QStringLiteral("Don’t Allow"), QMessageBox::RejectRole));
     box.exec();
     const bool allowed = box.clickedButton() == allow;
+    if (step && notifications.answered) {
+        notifications.answered(siteOf(origin), allowed);
+    }
     // The page may have gone while the question was up.
     if (view->page() == page) {
         page->setFeaturePermission(origin,
@@ -144,15 +161,28 @@ QString uniqueIn(const QDir& folder, const QString& name)
 
 } // namespace
 
-void attachPrompts(QWebEngineView& view)
+std::string siteOf(const QUrl& address)
+{
+    if (address.host().isEmpty()) {
+        return {};
+    }
+    std::string site = (address.scheme() + QStringLiteral("://") + address.host()).toStdString();
+    if (address.port() != -1) {
+        site += ":" + std::to_string(address.port());
+    }
+    return site;
+}
+
+void attachPrompts(QWebEngineView& view, NotificationQuestion notifications)
 {
     QWebEngineView* target = &view;
     QWebEnginePage* page = view.page();
     QObject::connect(page,
                      &QWebEnginePage::featurePermissionRequested,
                      target,
-                     [target](const QUrl& origin, QWebEnginePage::Feature feature) {
-                         askPermission(target, origin, feature);
+                     [target, notifications = std::move(notifications)](
+                         const QUrl& origin, QWebEnginePage::Feature feature) {
+                         askPermission(target, origin, feature, notifications);
                      });
     QObject::connect(page,
                      &QWebEnginePage::authenticationRequired,

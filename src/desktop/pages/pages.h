@@ -4,8 +4,10 @@
 #include "kit/library/shortcut.h"
 #include "kit/menubar/page_counts.h"
 #include "kit/menubar/playing_pages.h"
+#include "kit/settings/app_settings.h"
 #include "kit/support/main_queue.h"
 #include "kit/support/uuid.h"
+#include "kit/web/page_notifications.h"
 #include "kit/web/web_engine.h"
 
 #include <QRect>
@@ -58,6 +60,23 @@ struct Host
     std::function<void(const kit::library::ShortcutID&, bool ok)> loaded;
     // After how long a hidden panel's page is discarded; nothing keeps it. Read at each hiding.
     std::function<std::optional<std::chrono::minutes>()> discardAfter;
+    // What a site asking to notify from the shortcut's page gets; none refuses every site.
+    // Private pages never notify.
+    std::function<kit::web::PermissionStep(const kit::library::ShortcutID&,
+                                           const std::string& site)>
+        notificationStep;
+    // The person's answer when a site was asked about.
+    std::function<void(const kit::library::ShortcutID&, const std::string& site, bool allowed)>
+        notificationAnswered;
+    // A notification a site of the shortcut's page sent.
+    std::function<void(const kit::library::ShortcutID&,
+                       const std::string& site,
+                       const std::string& title,
+                       const std::string& body)>
+        notify;
+    // The app's appearance, which the frames round pages (header, edge) take on at each showing;
+    // none follows the system.
+    std::function<kit::settings::AppAppearance()> appearance;
     // How long a minute lasts to resting pages; a benchmark shortens it.
     std::chrono::milliseconds restMinute = std::chrono::minutes(1);
 };

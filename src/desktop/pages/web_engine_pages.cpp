@@ -24,6 +24,7 @@
 #include <QWebEngineCookieStore>
 #include <QWebEngineDownloadRequest>
 #include <QWebEngineNewWindowRequest>
+#include <QWebEngineNotification>
 #include <QWebEngineProfile>
 #include <QWebEngineScript>
 #include <QWebEngineView>
@@ -90,7 +91,10 @@ public:
         , m_profiles(host.storageRoot, host.cacheRoot)
         , m_rulesQueue("pages.rules")
     {
-        m_profiles.onMade = [this](QWebEngineProfile& profile) { watchDownloads(profile); };
+        m_profiles.onMade = [this](QWebEngineProfile& profile) {
+            watchDownloads(profile);
+            presentNotifications(profile);
+        };
         m_restTimer.setSingleShot(true);
         QObject::connect(&m_restTimer, &QTimer::timeout, [this] { rest(); });
         if (m_host.ruleLists && m_host.mainQueue) {
@@ -268,9 +272,16 @@ private:
     void refresh(PageFrame& frame, const Shortcut& shortcut, const ResolvedBrowsing& settings)
     {
         frame.update(shortcut, settings);
+        applyLook(frame);
         if (m_blocker) {
             m_blocker->apply(frame.rules(), settings.blocksAds);
         }
+    }
+
+    void applyLook(PageFrame& frame) const
+    {
+        frame.setLook(m_host.appearance ? m_host.appearance()
+                                        : kit::settings::AppAppearance::System);
     }
 
     PageFrame* frame(const Key& key) const
@@ -338,6 +349,17 @@ private:
                 m_host.saveZoom(id, zoom);
             }
         };
+        if (!isPrivate) {
+            callbacks.notifications.step = [this, id](const std::string& site) {
+                return m_host.notificationStep ? m_host.notificationStep(id, site)
+                                               : kit::web::PermissionStep::Refuse;
+            };
+            callbacks.notifications.answered = [this, id](const std::string& site, bool allowed) {
+                if (m_host.notificationAnswered) {
+                    m_host.notificationAnswered(id, site, allowed);
+                }
+            };
+        }
         callbacks.newWindow = [this, id, kind](QWebEngineNewWindowRequest& request) {
             newWindow(frame({id, kind}), request);
         };
@@ -360,6 +382,7 @@ private:
                                    m_profiles.engineAgent(),
                                    std::move(callbacks));
         m_frames[{id, kind}] = made;
+        applyLook(*made);
         if (m_blocker) {
             m_blocker->apply(made->rules(), settings.blocksAds);
         }
@@ -513,6 +536,35 @@ private:
         } else {
             m_host.playing->erase(id);
         }
+    }
+
+    // A profile's notifications go to the shortcut whose page shows the notifying site.
+    void presentNotifications(QWebEngineProfile& profile)
+    {
+        if (profile.isOffTheRecord()) {
+            return;
+        }
+        QWebEngineProfile* from = &profile;
+        profile.setNotificationPresenter(
+            [this, from](std::unique_ptr<QWebEngineNotification> notification) {
+                std::vector<kit::web::OpenPage> pages;
+                for (const auto& [key, frame] : m_frames) {
+                    if (frame && frame->profile() == from) {
+                        pages.push_back({key.shortcut, siteOf(frame->page()->url())});
+                    }
+                }
+                const std::string site = siteOf(notification->origin());
+                const auto shortcut = kit::web::notifyingShortcut(pages, site);
+                if (!shortcut || !m_host.notify) {
+                    kLog.info("a notification from a site no open page shows was dropped");
+                    return;
+                }
+                notification->show();
+                m_host.notify(*shortcut,
+                              site,
+                              notification->title().toStdString(),
+                              notification->message().toStdString());
+            });
     }
 
     void watchDownloads(QWebEngineProfile& profile)

@@ -26,6 +26,8 @@ inline constexpr std::string_view kStaysOnTop = "Stays on top";
 inline constexpr std::string_view kReloadsOnOpen = "Reloads on open";
 inline constexpr std::string_view kKeepsPlaying = "Keeps playing";
 inline constexpr std::string_view kNewWindows = "New windows";
+inline constexpr std::string_view kNotifications = "Notifications";
+inline constexpr std::string_view kHiddenPagesUnload = "Unload hidden pages after";
 
 // Values that are not a choice of their own.
 inline constexpr std::string_view kDefaultAccount = "Default";
@@ -34,6 +36,7 @@ inline constexpr std::string_view kDefaultBrowser = "The default browser";
 inline constexpr std::string_view kFollowsDefault = "Follows the default";
 inline constexpr std::string_view kYes = "Yes";
 inline constexpr std::string_view kNo = "No";
+inline constexpr std::string_view kOff = "Off";
 
 // "Follows the default (In a panel)": a setting left to the default, with what that is now.
 inline std::string followsDefault(std::string_view now)
@@ -44,6 +47,15 @@ inline std::string followsDefault(std::string_view now)
 inline std::string_view yesNo(bool yes)
 {
     return yes ? kYes : kNo;
+}
+
+// "15 minutes"; zero is "Off".
+inline std::string minutesOrOff(long minutes)
+{
+    if (minutes <= 0) {
+        return std::string(kOff);
+    }
+    return std::to_string(minutes) + (minutes == 1 ? " minute" : " minutes");
 }
 
 } // namespace kit::library::words

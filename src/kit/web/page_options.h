@@ -32,6 +32,9 @@ public:
     bool notifies(const library::ShortcutID& shortcut) const;
     void setNotifies(const library::ShortcutID& shortcut, bool notifies);
 
+    // Where the choices are kept, for whoever follows changes made elsewhere.
+    settings::KeyValueStore& store() const { return m_store; }
+
     static std::string showsCountKey(const library::ShortcutID& shortcut);
     static std::string notifiesKey(const library::ShortcutID& shortcut);
 

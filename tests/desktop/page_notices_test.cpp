@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+#include "desktop/pages/desktop_notices.h"
+#include "kit/web/page_notifications.h"
+#include "page_fake_notifications.h"
+#include "private_bus.h"
+
+#include <gtest/gtest.h>
+
+#include <QDBusConnection>
+#include <QImage>
+
+#include <vector>
+
+namespace desktop::pages {
+namespace {
+
+using kit::library::ShortcutID;
+
+class DesktopNoticesTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (m_bus.address().isEmpty()) {
+            GTEST_SKIP() << "no dbus-daemon to run a private bus";
+        }
+    }
+
+    QDBusConnection client(const QString& name)
+    {
+        m_clients.push_back(name);
+        return QDBusConnection::connectToBus(m_bus.address(), name);
+    }
+
+    void TearDown() override
+    {
+        for (const auto& name : m_clients) {
+            QDBusConnection::disconnectFromBus(name);
+        }
+    }
+
+    PrivateBus m_bus;
+    std::vector<QString> m_clients;
+};
+
+TEST_F(DesktopNoticesTest, ANotificationReachesTheServiceAndItsClickOpensItsShortcut)
+{
+    // Each row: whether the service has actions, how the person clicks, whether that opens.
+    const struct
+    {
+        const char* name;
+        bool hasActions;
+        QString signal;
+        QVariant detail;
+        bool opens;
+    } rows[] = {
+        {"the default action", true, "ActionInvoked", QStringLiteral("default"), true},
+        {"another action", true, "ActionInvoked", QStringLiteral("reply"), false},
+        {"dismissed where clicks are actions", true, "NotificationClosed", 2U, false},
+        {"dismissed where a click dismisses", false, "NotificationClosed", 2U, true},
+        {"expired", false, "NotificationClosed", 1U, false},
+    };
+    int n = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeNotifications service(m_bus.address(), row.hasActions);
+        DesktopNotices notices(client(QStringLiteral("client-%1").arg(++n)));
+        std::vector<ShortcutID> opened;
+        notices.clicked = [&](const ShortcutID& id) { opened.push_back(id); };
+        const auto mail = ShortcutID::make();
+        QImage icon(16, 16, QImage::Format_ARGB32);
+        icon.fill(Qt::red);
+        notices.show(mail, {"Mail", "Mail: New message", "From &lt;Ann&gt;"}, icon);
+        ASSERT_TRUE(spinUntil([&] { return !service.shown().empty(); }));
+        const auto& shown = service.shown().front();
+        EXPECT_EQ(shown.appName, "Mail");
+        EXPECT_EQ(shown.summary, "Mail: New message");
+        EXPECT_EQ(shown.body, "From &lt;Ann&gt;");
+        EXPECT_TRUE(shown.actions.contains(QStringLiteral("default")));
+        EXPECT_EQ(shown.image, QSize(64, 64));
+
+        // Let the reply with the id and the capabilities arrive before the click.
+        spinFor(100ms);
+        service.emitSignal(row.signal, 1, row.detail);
+        // A notification opens once, however often it is clicked.
+        if (row.opens) {
+            service.emitSignal(QStringLiteral("ActionInvoked"), 1, QStringLiteral("default"));
+        }
+        spinFor(200ms);
+        EXPECT_EQ(opened, row.opens ? std::vector{mail} : std::vector<ShortcutID>{});
+    }
+}
+
+TEST_F(DesktopNoticesTest, WithoutAServiceNothingBreaks)
+{
+    DesktopNotices notices(client(QStringLiteral("alone")));
+    bool opened = false;
+    notices.clicked = [&](const ShortcutID&) { opened = true; };
+    notices.show(ShortcutID::make(), {"Mail", "Mail", ""}, QImage());
+    notices.show(ShortcutID::make(), {"Mail", "Mail", ""}, QImage());
+    spinFor(200ms);
+    EXPECT_FALSE(opened);
+}
+
+} // namespace
+} // namespace desktop::pages
