@@ -48,11 +48,15 @@ private:
         uint32_t y = 0; // the second target of a split
     };
     class Parser;
+    // The characters a match may begin with, when it cannot be empty.
+    void findFirst();
 
     std::vector<Instruction> m_program;
     std::vector<std::bitset<256>> m_classes;
     bool m_anchoredStart = false;
     bool m_anchoredEnd = false;
+    bool m_skipToFirst = false;
+    std::bitset<256> m_first;
 };
 
 } // namespace kit::blocking

@@ -60,7 +60,15 @@ INSTANTIATE_TEST_SUITE_P(All,
                                          Case{"^x.*$", "x", true},
                                          Case{"b.*$", "abc", true},
                                          Case{"^b.*$", "abc", false},
-                                         Case{"", "anything", true}));
+                                         Case{"", "anything", true},
+                                         // Skipping to a character that may begin a match.
+                                         Case{"a?b", "xxxb", true},
+                                         Case{"(x?y)?[0-9]z", "....7z", true},
+                                         Case{"(x?y)?[0-9]z", "yy.z", false},
+                                         Case{"q*$", "abc", true},
+                                         Case{"c", "abc", true},
+                                         Case{"ab", "aab", true},
+                                         Case{"[^/]x", "//x", false}));
 
 // The index trusts these texts: a token drawn from them must be in every match, whole.
 TEST(SmallRegex, RequiredTextsAndWhatMayStandAroundThem)
