@@ -82,6 +82,7 @@ public:
                                 && program[split.y].op == Op::Match;
         }
         m_out.findFirst();
+        m_out.findClosures();
         return true;
     }
 
@@ -238,7 +239,7 @@ private:
                 emit(child);
             }
         } else {
-            m_out.m_program.push_back({node.op, node.c, false, node.cls, 0});
+            m_out.m_program.push_back({node.op, node.c, false, false, node.cls, 0});
         }
     }
 
@@ -248,23 +249,23 @@ private:
         switch (node.quantifier) {
         case '?': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, false, split + 1, 0});
+            program.push_back({Op::Split, 0, false, false, split + 1, 0});
             emitBody(node);
             program[split].y = here();
             break;
         }
         case '*': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, false, split + 1, 0});
+            program.push_back({Op::Split, 0, false, false, split + 1, 0});
             emitBody(node);
-            program.push_back({Op::Jump, 0, false, split, 0});
+            program.push_back({Op::Jump, 0, false, false, split, 0});
             program[split].y = here();
             break;
         }
         case '+': {
             uint32_t start = here();
             emitBody(node);
-            program.push_back({Op::Split, 0, false, start, here() + 1});
+            program.push_back({Op::Split, 0, false, false, start, here() + 1});
             break;
         }
         default:
@@ -277,6 +278,50 @@ private:
     SmallRegex& m_out;
     size_t m_at = 0;
 };
+
+void SmallRegex::findClosures()
+{
+    // Worst case quadratic ("a?a?a?..."): past a few entries per instruction, the search walks.
+    const size_t limit = m_program.size() * 4 + 64;
+    std::vector<size_t> seen(m_program.size(), SIZE_MAX);
+    std::vector<uint32_t> stack;
+    m_closureBegin.assign(m_program.size() + 1, 0);
+    m_closure.clear();
+    for (uint32_t pc = 0; pc < m_program.size(); ++pc) {
+        m_closureBegin[pc] = static_cast<uint32_t>(m_closure.size());
+        Instruction& from = m_program[pc];
+        if (from.op != Op::Jump && from.op != Op::Split) {
+            continue;
+        }
+        stack.push_back(pc);
+        while (!stack.empty()) {
+            uint32_t at = stack.back();
+            stack.pop_back();
+            if (seen[at] == pc) {
+                continue;
+            }
+            seen[at] = pc;
+            const Instruction& instruction = m_program[at];
+            from.closureAccepts = from.closureAccepts || instruction.acceptsRest;
+            if (instruction.op == Op::Jump) {
+                stack.push_back(instruction.x);
+            } else if (instruction.op == Op::Split) {
+                stack.push_back(instruction.y);
+                stack.push_back(instruction.x);
+            } else {
+                m_closure.push_back(at);
+            }
+        }
+        if (m_closure.size() > limit) {
+            m_closureBegin.clear();
+            m_closure.clear();
+            return;
+        }
+    }
+    m_closureBegin.back() = static_cast<uint32_t>(m_closure.size());
+    m_closureBegin.shrink_to_fit();
+    m_closure.shrink_to_fit();
+}
 
 void SmallRegex::findFirst()
 {
@@ -482,6 +527,17 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
                 seen[pc] = generation;
                 list.push_back(pc);
             }
+            return;
+        }
+        if (!m_closureBegin.empty()) {
+            for (uint32_t i = m_closureBegin[pc]; i < m_closureBegin[pc + 1]; ++i) {
+                uint32_t at = m_closure[i];
+                if (seen[at] != generation) {
+                    seen[at] = generation;
+                    list.push_back(at);
+                }
+            }
+            accepted = accepted || first.closureAccepts;
             return;
         }
         stack.push_back(pc);
