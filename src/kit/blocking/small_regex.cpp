@@ -81,6 +81,8 @@ public:
                                 && program[split.x + 1].x == pc && split.y < program.size()
                                 && program[split.y].op == Op::Match;
         }
+        m_out.findFirst();
+        m_out.findClosures();
         return true;
     }
 
@@ -237,7 +239,7 @@ private:
                 emit(child);
             }
         } else {
-            m_out.m_program.push_back({node.op, node.c, false, node.cls, 0});
+            m_out.m_program.push_back({node.op, node.c, false, false, node.cls, 0});
         }
     }
 
@@ -247,23 +249,23 @@ private:
         switch (node.quantifier) {
         case '?': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, false, split + 1, 0});
+            program.push_back({Op::Split, 0, false, false, split + 1, 0});
             emitBody(node);
             program[split].y = here();
             break;
         }
         case '*': {
             uint32_t split = here();
-            program.push_back({Op::Split, 0, false, split + 1, 0});
+            program.push_back({Op::Split, 0, false, false, split + 1, 0});
             emitBody(node);
-            program.push_back({Op::Jump, 0, false, split, 0});
+            program.push_back({Op::Jump, 0, false, false, split, 0});
             program[split].y = here();
             break;
         }
         case '+': {
             uint32_t start = here();
             emitBody(node);
-            program.push_back({Op::Split, 0, false, start, here() + 1});
+            program.push_back({Op::Split, 0, false, false, start, here() + 1});
             break;
         }
         default:
@@ -276,6 +278,92 @@ private:
     SmallRegex& m_out;
     size_t m_at = 0;
 };
+
+void SmallRegex::findClosures()
+{
+    // Worst case quadratic ("a?a?a?..."): past a few entries per instruction, the search walks.
+    const size_t limit = m_program.size() * 4 + 64;
+    std::vector<size_t> seen(m_program.size(), SIZE_MAX);
+    std::vector<uint32_t> stack;
+    m_closureBegin.assign(m_program.size() + 1, 0);
+    m_closure.clear();
+    for (uint32_t pc = 0; pc < m_program.size(); ++pc) {
+        m_closureBegin[pc] = static_cast<uint32_t>(m_closure.size());
+        Instruction& from = m_program[pc];
+        if (from.op != Op::Jump && from.op != Op::Split) {
+            continue;
+        }
+        stack.push_back(pc);
+        while (!stack.empty()) {
+            uint32_t at = stack.back();
+            stack.pop_back();
+            if (seen[at] == pc) {
+                continue;
+            }
+            seen[at] = pc;
+            const Instruction& instruction = m_program[at];
+            from.closureAccepts = from.closureAccepts || instruction.acceptsRest;
+            if (instruction.op == Op::Jump) {
+                stack.push_back(instruction.x);
+            } else if (instruction.op == Op::Split) {
+                stack.push_back(instruction.y);
+                stack.push_back(instruction.x);
+            } else {
+                m_closure.push_back(at);
+            }
+        }
+        if (m_closure.size() > limit) {
+            m_closureBegin.clear();
+            m_closure.clear();
+            return;
+        }
+    }
+    m_closureBegin.back() = static_cast<uint32_t>(m_closure.size());
+    m_closureBegin.shrink_to_fit();
+    m_closure.shrink_to_fit();
+}
+
+void SmallRegex::findFirst()
+{
+    m_first.reset();
+    m_skipToFirst = false;
+    if (m_anchoredStart || m_program.empty()) {
+        return;
+    }
+    std::vector<bool> seen(m_program.size());
+    std::vector<uint32_t> stack{0};
+    while (!stack.empty()) {
+        uint32_t at = stack.back();
+        stack.pop_back();
+        if (seen[at]) {
+            continue;
+        }
+        seen[at] = true;
+        const Instruction& instruction = m_program[at];
+        switch (instruction.op) {
+        case Op::Jump:
+            stack.push_back(instruction.x);
+            break;
+        case Op::Split:
+            if (instruction.acceptsRest) {
+                return;
+            }
+            stack.push_back(instruction.x);
+            stack.push_back(instruction.y);
+            break;
+        case Op::Char:
+            m_first.set(instruction.c);
+            break;
+        case Op::Class:
+            m_first |= m_classes[instruction.x];
+            break;
+        case Op::Any:
+        case Op::Match:
+            return;
+        }
+    }
+    m_skipToFirst = !m_first.all();
+}
 
 std::optional<SmallRegex>
 SmallRegex::parse(std::string_view pattern, bool caseSensitive, std::string* error)
@@ -428,17 +516,39 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
     ++generation;
     size_t advanced = 0;
     bool accepted = false;
+    const Instruction* program = m_program.data();
+    size_t* seen = seenAt.data();
 
     auto add = [&](std::vector<uint32_t>& list, uint32_t pc) {
+        // Most targets consume a character: they need no stack.
+        const Instruction& first = program[pc];
+        if (first.op != Op::Jump && first.op != Op::Split) {
+            if (seen[pc] != generation) {
+                seen[pc] = generation;
+                list.push_back(pc);
+            }
+            return;
+        }
+        if (!m_closureBegin.empty()) {
+            for (uint32_t i = m_closureBegin[pc]; i < m_closureBegin[pc + 1]; ++i) {
+                uint32_t at = m_closure[i];
+                if (seen[at] != generation) {
+                    seen[at] = generation;
+                    list.push_back(at);
+                }
+            }
+            accepted = accepted || first.closureAccepts;
+            return;
+        }
         stack.push_back(pc);
         while (!stack.empty()) {
             uint32_t at = stack.back();
             stack.pop_back();
-            if (seenAt[at] == generation) {
+            if (seen[at] == generation) {
                 continue;
             }
-            seenAt[at] = generation;
-            const Instruction& instruction = m_program[at];
+            seen[at] = generation;
+            const Instruction& instruction = program[at];
             accepted = accepted || instruction.acceptsRest;
             if (instruction.op == Op::Jump) {
                 stack.push_back(instruction.x);
@@ -454,6 +564,16 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
     auto run = [&] {
         for (size_t pos = 0; pos <= text.size(); ++pos) {
             if (!m_anchoredStart || pos == 0) {
+                if (current.empty() && m_skipToFirst) {
+                    // No thread alive: no match can start before a character that begins one.
+                    while (pos < text.size()
+                           && !m_first.test(static_cast<unsigned char>(text[pos]))) {
+                        ++pos;
+                    }
+                    if (pos == text.size()) {
+                        return false;
+                    }
+                }
                 add(current, 0);
                 if (accepted) {
                     return true;
@@ -465,21 +585,29 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
             ++generation;
             next.clear();
             advanced += current.size();
+            const bool atEnd = pos == text.size();
+            const auto c = atEnd ? 0 : static_cast<unsigned char>(text[pos]);
             for (uint32_t pc : current) {
-                const Instruction& instruction = m_program[pc];
-                if (instruction.op == Op::Match) {
-                    if (!m_anchoredEnd || pos == text.size()) {
+                const Instruction& instruction = program[pc];
+                bool matches = false;
+                switch (instruction.op) {
+                case Op::Match:
+                    if (!m_anchoredEnd || atEnd) {
                         return true;
                     }
                     continue;
+                case Op::Char:
+                    matches = !atEnd && instruction.c == c;
+                    break;
+                case Op::Class:
+                    matches = !atEnd && m_classes[instruction.x].test(c);
+                    break;
+                case Op::Any:
+                    matches = !atEnd;
+                    break;
+                default:
+                    break;
                 }
-                if (pos == text.size()) {
-                    continue;
-                }
-                auto c = static_cast<unsigned char>(text[pos]);
-                bool matches = instruction.op == Op::Any
-                               || (instruction.op == Op::Char && instruction.c == c)
-                               || (instruction.op == Op::Class && m_classes[instruction.x].test(c));
                 if (matches) {
                     add(next, pc + 1);
                     if (accepted) {

@@ -44,15 +44,25 @@ private:
         unsigned char c = 0;
         // A ".*" right before the end: whatever is left of the text, the expression matches.
         bool acceptsRest = false;
+        // For a split or jump: whether what it reaches without a character accepts the rest.
+        bool closureAccepts = false;
         uint32_t x = 0; // class index, or the first target
         uint32_t y = 0; // the second target of a split
     };
     class Parser;
+    // The characters a match may begin with, when it cannot be empty.
+    void findFirst();
+    // What each split or jump reaches without consuming a character, so a search needs no stack.
+    void findClosures();
 
     std::vector<Instruction> m_program;
     std::vector<std::bitset<256>> m_classes;
     bool m_anchoredStart = false;
     bool m_anchoredEnd = false;
+    bool m_skipToFirst = false;
+    std::bitset<256> m_first;
+    std::vector<uint32_t> m_closureBegin; // by instruction, one past the end; empty: walk
+    std::vector<uint32_t> m_closure;
 };
 
 } // namespace kit::blocking

@@ -23,6 +23,15 @@ std::ostream& operator<<(std::ostream& out, const Case& c)
     return out << c.pattern << " ~ " << c.text;
 }
 
+std::string repeated(const std::string& part, int times)
+{
+    std::string out;
+    for (int i = 0; i < times; ++i) {
+        out += part;
+    }
+    return out;
+}
+
 class SmallRegexSearch : public testing::TestWithParam<Case>
 {};
 
@@ -60,7 +69,18 @@ INSTANTIATE_TEST_SUITE_P(All,
                                          Case{"^x.*$", "x", true},
                                          Case{"b.*$", "abc", true},
                                          Case{"^b.*$", "abc", false},
-                                         Case{"", "anything", true}));
+                                         Case{"", "anything", true},
+                                         // Skipping to a character that may begin a match.
+                                         Case{"a?b", "xxxb", true},
+                                         Case{"(x?y)?[0-9]z", "....7z", true},
+                                         Case{"(x?y)?[0-9]z", "yy.z", false},
+                                         Case{"q*$", "abc", true},
+                                         Case{"c", "abc", true},
+                                         Case{"ab", "aab", true},
+                                         Case{"[^/]x", "//x", false},
+                                         // Too many optional parts to precompute what they reach.
+                                         Case{repeated("a?", 40) + "b$", "xaab", true},
+                                         Case{repeated("a?", 40) + "b$", "xaabc", false}));
 
 // The index trusts these texts: a token drawn from them must be in every match, whole.
 TEST(SmallRegex, RequiredTextsAndWhatMayStandAroundThem)
