@@ -7,7 +7,6 @@ using namespace kit::menubar;
 
 namespace {
 
-const Rgb kBlack{0, 0, 0};
 const Rgb kWhite{255, 255, 255};
 const Rgb kGnomeBar{0x1D, 0x1D, 0x1D};
 const Rgb kXfceGrey{0xF6, 0xF5, 0xF4};
