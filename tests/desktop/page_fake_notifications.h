@@ -77,6 +77,8 @@ public:
             int height = 0;
             image.beginStructure();
             image >> width >> height;
+            // Closing the structure frees the reader it opened, and the message it holds.
+            image.endStructure();
             shown.image = QSize(width, height);
         }
         m_shown.push_back(shown);
