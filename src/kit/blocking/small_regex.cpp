@@ -293,25 +293,7 @@ void SmallRegex::findClosures()
         if (from.op != Op::Jump && from.op != Op::Split) {
             continue;
         }
-        stack.push_back(pc);
-        while (!stack.empty()) {
-            uint32_t at = stack.back();
-            stack.pop_back();
-            if (seen[at] == pc) {
-                continue;
-            }
-            seen[at] = pc;
-            const Instruction& instruction = m_program[at];
-            from.closureAccepts = from.closureAccepts || instruction.acceptsRest;
-            if (instruction.op == Op::Jump) {
-                stack.push_back(instruction.x);
-            } else if (instruction.op == Op::Split) {
-                stack.push_back(instruction.y);
-                stack.push_back(instruction.x);
-            } else {
-                m_closure.push_back(at);
-            }
-        }
+        from.closureAccepts = followJumps(m_program.data(), pc, seen.data(), pc, stack, m_closure);
         if (m_closure.size() > limit) {
             m_closureBegin.clear();
             m_closure.clear();
@@ -321,6 +303,36 @@ void SmallRegex::findClosures()
     m_closureBegin.back() = static_cast<uint32_t>(m_closure.size());
     m_closureBegin.shrink_to_fit();
     m_closure.shrink_to_fit();
+}
+
+bool SmallRegex::followJumps(const Instruction* program,
+                             uint32_t pc,
+                             size_t* seen,
+                             size_t mark,
+                             std::vector<uint32_t>& stack,
+                             std::vector<uint32_t>& reached)
+{
+    bool accepts = false;
+    stack.push_back(pc);
+    while (!stack.empty()) {
+        uint32_t at = stack.back();
+        stack.pop_back();
+        if (seen[at] == mark) {
+            continue;
+        }
+        seen[at] = mark;
+        const Instruction& instruction = program[at];
+        accepts = accepts || instruction.acceptsRest;
+        if (instruction.op == Op::Jump) {
+            stack.push_back(instruction.x);
+        } else if (instruction.op == Op::Split) {
+            stack.push_back(instruction.y);
+            stack.push_back(instruction.x);
+        } else {
+            reached.push_back(at);
+        }
+    }
+    return accepts;
 }
 
 void SmallRegex::findFirst()
@@ -540,25 +552,7 @@ bool SmallRegex::search(std::string_view text, size_t* steps) const
             accepted = accepted || first.closureAccepts;
             return;
         }
-        stack.push_back(pc);
-        while (!stack.empty()) {
-            uint32_t at = stack.back();
-            stack.pop_back();
-            if (seen[at] == generation) {
-                continue;
-            }
-            seen[at] = generation;
-            const Instruction& instruction = program[at];
-            accepted = accepted || instruction.acceptsRest;
-            if (instruction.op == Op::Jump) {
-                stack.push_back(instruction.x);
-            } else if (instruction.op == Op::Split) {
-                stack.push_back(instruction.y);
-                stack.push_back(instruction.x);
-            } else {
-                list.push_back(at);
-            }
-        }
+        accepted = followJumps(program, pc, seen, generation, stack, list) || accepted;
     };
 
     auto run = [&] {

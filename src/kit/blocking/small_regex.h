@@ -54,6 +54,14 @@ private:
     void findFirst();
     // What each split or jump reaches without consuming a character, so a search needs no stack.
     void findClosures();
+    // Follows jumps and splits from `pc`, appending to `reached` each instruction that reads a
+    // character, once per `mark` in `seen`; says whether the walk passed an accepting one.
+    static bool followJumps(const Instruction* program,
+                            uint32_t pc,
+                            size_t* seen,
+                            size_t mark,
+                            std::vector<uint32_t>& stack,
+                            std::vector<uint32_t>& reached);
 
     std::vector<Instruction> m_program;
     std::vector<std::bitset<256>> m_classes;
