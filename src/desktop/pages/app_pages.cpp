@@ -7,8 +7,6 @@
 #include "kit/web/page_notifications.h"
 #include "kit/web/page_options.h"
 
-#include <unordered_set>
-
 namespace desktop::pages {
 
 using kit::library::ContentSize;
@@ -202,26 +200,11 @@ void AppPages::removeOrphanSessions()
     if (!m_dependencies || !m_sessionStores) {
         return;
     }
-    auto& store = m_dependencies->libraryStore();
-    // A session the person keeps without a link yet still keeps its logins.
-    std::unordered_set<kit::library::SessionID> inUse;
-    for (const auto& session : store.sessions()) {
-        inUse.insert(session.id);
+    const auto inUse = m_dependencies->libraryStore().sessionIDsToKeep();
+    if (!inUse) {
+        return;
     }
-    for (const auto& bar : store.bars()) {
-        const auto library = store.library(bar.id);
-        if (!library) {
-            // An unreadable bar may name sessions we cannot see; leave every store alone.
-            return;
-        }
-        for (const auto* shortcut : library->allShortcuts()) {
-            const auto* target = shortcut->target.urlTarget();
-            if (target && target->sessionID) {
-                inUse.insert(*target->sessionID);
-            }
-        }
-    }
-    m_sessionStores->removeOrphans(inUse, [](int removed) {
+    m_sessionStores->removeOrphans(*inUse, [](int removed) {
         if (removed > 0) {
             kLog.info("removed the website data of " + std::to_string(removed)
                       + " sessions no bar uses");

@@ -260,6 +260,18 @@ std::optional<std::unordered_set<SessionID>> LibraryStore::sessionIDsAcrossBars(
     return ids;
 }
 
+std::optional<std::unordered_set<SessionID>> LibraryStore::sessionIDsToKeep() const
+{
+    if (m_loadState.kind != LoadState::Kind::Loaded) {
+        return std::nullopt;
+    }
+    auto ids = sessionIDsAcrossBars();
+    if (ids) {
+        ids->merge(knownSessionIDs());
+    }
+    return ids;
+}
+
 std::optional<int> LibraryStore::usage(const SessionID& session) const
 {
     if (!knownSessionIDs().contains(session)) {

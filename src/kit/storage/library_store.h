@@ -97,6 +97,10 @@ public:
     std::unordered_set<library::SessionID> knownSessionIDs() const;
     // The sessions that links name across every bar; nothing when a bar's file cannot be read.
     std::optional<std::unordered_set<library::SessionID>> sessionIDsAcrossBars() const;
+    // The sessions whose website data must stay: every known session (its logins outlive its
+    // last link) and every session a link names. Nothing unless the library loaded cleanly and
+    // every bar reads, since an unread file may name any session.
+    std::optional<std::unordered_set<library::SessionID>> sessionIDsToKeep() const;
     // How many shortcuts on all bars use the session; nothing for an unknown session.
     std::optional<int> usage(const library::SessionID& session) const;
 

@@ -282,6 +282,33 @@ TEST_F(LibraryStoreTest, RemovingASessionSendsItsLinksBackOnEveryBar)
     EXPECT_EQ(store->sessions()[0].name, "House");
 }
 
+TEST_F(LibraryStoreTest, WebsiteDataIsKeptForEverySessionUnlessABarCannotBeRead)
+{
+    auto store = open();
+    EXPECT_EQ(store->sessionIDsToKeep(), std::nullopt) << "nothing was read: a fresh library";
+    SessionID kept = *store->addSession("Kept without links");
+    SessionID linked = *store->addSession("Linked");
+    auto other = *store->addBar("Other");
+    store->mutate([](Library& l) { l.add(webLink("Docs")); });
+    store->mutate(other, [&](Library& l) {
+        l.add(webLink("Mail"));
+        l.apply(change::Account{linked}, l.shortcuts.back().id);
+    });
+    store->flush();
+    const auto otherFile = store->bars().back().file;
+    store.reset();
+
+    store = open();
+    EXPECT_EQ(store->sessionIDsToKeep(), (std::unordered_set<SessionID>{kept, linked}));
+    store.reset();
+
+    // The other bar may name any session, so no website data may go.
+    writeFile(dir.file(otherFile), "{");
+    store = open();
+    EXPECT_EQ(store->loadState().kind, LibraryStore::LoadState::Kind::Loaded);
+    EXPECT_EQ(store->sessionIDsToKeep(), std::nullopt);
+}
+
 TEST_F(LibraryStoreTest, AFailedSaveKeepsTheChangeAndIsHeardOnTheMainQueueUntilASaveSucceeds)
 {
     ManualQueue mainQueue;
