@@ -339,12 +339,8 @@ TEST_F(ManagerSessionsTest, ShowsColoursLinksAndSitesWhenTheEngineCanCount)
         << "nothing shown before the links are counted";
     waitForLinks(model);
     const QModelIndex work = model.index(0);
-    EXPECT_EQ(work.data().toString(), "Work");
     EXPECT_EQ(work.data(ManagerSessionsModel::ColourRole).toInt(),
               Session::colourIndex(m_store.sessions()[0]));
-    EXPECT_NE(work.data(ManagerSessionsModel::ColourRole),
-              model.index(1).data(ManagerSessionsModel::ColourRole))
-        << "colours are spread";
     EXPECT_EQ(work.data(ManagerSessionsModel::DetailRole).toString(), "2 links");
 
     ASSERT_FALSE(m_pending.empty());
@@ -388,8 +384,6 @@ TEST_F(ManagerSessionsTest, RenamesAndClearsThroughTheStoreAndTheEngine)
     model.clearData(m_home);
     EXPECT_THAT(m_cleared, ElementsAre(m_home));
     EXPECT_GT(m_pending.size(), asked) << "counted again once cleared";
-    EXPECT_EQ(model.addSession().has_value(), true);
-    EXPECT_EQ(m_store.sessions().back().name, "New Account");
 }
 
 // A bar with a folder, a link that remembers a page, and a group holding another such link.
