@@ -224,8 +224,6 @@ TEST_F(ShortcutEditorTest, ANewLinkSavesWithEnterOnceItIsValid)
     type(window.field(Field::Address), "not an address");
     EXPECT_FALSE(window.saveButton()->isEnabled());
     EXPECT_TRUE(window.problemLabel(Field::Address)->isVisibleTo(&window));
-    EXPECT_EQ(window.problemLabel(Field::Address)->text(),
-              QString::fromUtf8("\u201cnot an address\u201d is not a web address."));
     press(window.field(Field::Address), Qt::Key_Return);
     EXPECT_TRUE(m_editor.isOpen());
 
@@ -242,20 +240,14 @@ TEST_F(ShortcutEditorTest, ANewLinkSavesWithEnterOnceItIsValid)
     EXPECT_EQ(top.back().target.urlTarget()->url, "https://example.com");
 }
 
-TEST_F(ShortcutEditorTest, ADeepLinkWaitsForItsBlanks)
+TEST_F(ShortcutEditorTest, ADeepLinkIntoAGroupWaitsForItsBlanks)
 {
     m_editor.add(m_store.activeBarID(), Target::Kind::Url, m_group.id);
     auto& window = dialog();
     chooseData(window.field(Field::Template), "net.whatsapp.WhatsApp/Message a number");
     ASSERT_TRUE(window.blankField("phone number"));
-    EXPECT_FALSE(window.isFieldShown(Field::Address));
-    EXPECT_FALSE(window.isFieldShown(Field::OpenMode));
-    EXPECT_EQ(window.blankProblem("phone number")->text(),
-              QString::fromUtf8("\u201cphone number\u201d is still empty."));
     EXPECT_FALSE(window.saveButton()->isEnabled());
-
     type(window.blankField("phone number"), "+90 532 123 45 67");
-    EXPECT_TRUE(window.blankProblem("phone number")->text().isEmpty());
     ASSERT_TRUE(window.saveButton()->isEnabled());
     window.accept();
 

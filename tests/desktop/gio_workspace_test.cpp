@@ -65,38 +65,39 @@ TEST_F(GioWorkspaceTest, FindsAnAppByItsDesktopEntryID)
     EXPECT_EQ(m_workspace.urlForApplication("../applications/" + env.recorderID), std::nullopt);
 }
 
-TEST_F(GioWorkspaceTest, OpensAddressesAndFilesWithTheGivenApp)
+TEST_F(GioWorkspaceTest, LaunchesTheGivenAppOrProgramWithWhatItShouldOpen)
 {
     const auto& env = DesktopEnvironment::get();
-    const auto location = m_workspace.urlForApplication(env.recorderID).value();
-    const auto error = completionOf([&](auto done) {
-        m_workspace.open(
-            {"https://example.com/a?b=c", "file:///tmp/My%20Notes.txt"}, location, done);
-    });
-    EXPECT_EQ(error, std::nullopt);
-    // GIO may hand a local file over as a path instead of its URI.
-    EXPECT_THAT(recorded(),
-                ::testing::AnyOf("https://example.com/a?b=c\nfile:///tmp/My%20Notes.txt\n",
-                                 "https://example.com/a?b=c\n/tmp/My Notes.txt\n"));
-}
-
-TEST_F(GioWorkspaceTest, LaunchesAnAppWithNothingToOpen)
-{
-    const auto& env = DesktopEnvironment::get();
-    const auto location = m_workspace.urlForApplication(env.recorderID).value();
-    EXPECT_EQ(completionOf([&](auto done) { m_workspace.openApplication(location, done); }),
-              std::nullopt);
-    EXPECT_EQ(recorded(), "");
-}
-
-TEST_F(GioWorkspaceTest, LaunchesAProgramPickedAsAFile)
-{
-    const auto& env = DesktopEnvironment::get();
-    EXPECT_EQ(completionOf([&](auto done) {
-                  m_workspace.open({"https://example.com/"}, env.recorder.string(), done);
-              }),
-              std::nullopt);
-    EXPECT_EQ(recorded(), "https://example.com/\n");
+    const auto entry = m_workspace.urlForApplication(env.recorderID).value();
+    struct Row
+    {
+        std::vector<std::string> addresses;
+        std::string app;
+        std::vector<std::string> recorded; // any of these
+    };
+    const Row rows[] = {
+        // GIO may hand a local file over as a path instead of its URI.
+        {{"https://example.com/a?b=c", "file:///tmp/My%20Notes.txt"},
+         entry,
+         {"https://example.com/a?b=c\nfile:///tmp/My%20Notes.txt\n",
+          "https://example.com/a?b=c\n/tmp/My Notes.txt\n"}},
+        {{}, entry, {""}},
+        // A program picked as a file.
+        {{"https://example.com/"}, env.recorder.string(), {"https://example.com/\n"}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.app + " with " + std::to_string(row.addresses.size()) + " addresses");
+        std::filesystem::remove(env.recordFile);
+        const auto error = completionOf([&](auto done) {
+            if (row.addresses.empty()) {
+                m_workspace.openApplication(row.app, done);
+            } else {
+                m_workspace.open(row.addresses, row.app, done);
+            }
+        });
+        EXPECT_EQ(error, std::nullopt);
+        EXPECT_THAT(recorded(), ::testing::Optional(::testing::AnyOfArray(row.recorded)));
+    }
 }
 
 TEST_F(GioWorkspaceTest, AMissingAppIsReportedInOneSentence)

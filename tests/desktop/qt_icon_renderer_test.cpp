@@ -200,12 +200,5 @@ TEST_F(QtIconRendererTest, AppIconGaugesAndAlertAddInk)
     EXPECT_GT(ink(m_renderer.draw(image, 32)).green, 32);
 }
 
-TEST(FileIconTest, FoldersAndDocumentsGetTheirThemeIcons)
-{
-    EXPECT_FALSE(fileIcon("/tmp").isNull());
-    EXPECT_FALSE(fileIcon("~").isNull());
-    EXPECT_FALSE(fileIcon("/nowhere/notes.txt").isNull());
-}
-
 } // namespace
 } // namespace desktop

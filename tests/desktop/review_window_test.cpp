@@ -138,15 +138,7 @@ TEST_F(ReviewWindowTest, RowsAreGroupedByBarWithBoxesOnlyWhereSomethingWouldChan
                 ElementsAre("“Papers” | added | x", "“Blogs” | added | x"));
     EXPECT_THAT(rowsUnder(model, model.index(2, 0)), ElementsAre("“Films” | added | x"));
 
-    const auto verdict = [&](int row) {
-        return model.index(row, ReviewModel::VerdictColumn, model.index(1, 0)).data().toString();
-    };
-    EXPECT_EQ(verdict(1),
-              "changed\nName: Mail → Post\nAddress: https://mail.example.org/ → "
-              "https://post.example.org/");
-    EXPECT_EQ(verdict(0), "added\nAddress: https://example.com/\nAccount: Default");
-    EXPECT_EQ(verdict(3), "refused\nThe document mentions it twice.");
-    EXPECT_EQ(verdict(5),
+    EXPECT_EQ(model.index(5, ReviewModel::VerdictColumn, model.index(1, 0)).data().toString(),
               "needs access\n/elsewhere/notes.txt: Vantorel has not been given access to it, so it "
               "is left out.");
     EXPECT_EQ(showingRow(model, 3).data(ReviewModel::ToneRole).toInt(),

@@ -51,23 +51,11 @@ struct Answer
         Endless,
         Silent,
     };
-    Answer(int status,
-           QByteArray type,
-           QByteArray body,
-           Kind kind = Kind::Whole,
-           QByteArray location = {})
-        : status(status)
-        , type(std::move(type))
-        , body(std::move(body))
-        , kind(kind)
-        , location(std::move(location))
-    {}
-
     int status;
     QByteArray type;
     QByteArray body;
-    Kind kind;
-    QByteArray location;
+    Kind kind = Kind::Whole;
+    QByteArray location = {};
 };
 
 Answer page(QByteArray html)

@@ -3,6 +3,7 @@
 
 #include "desktop/tray/menu_builder.h"
 #include "ink.h"
+#include "menus.h"
 
 #include <gtest/gtest.h>
 
@@ -30,47 +31,6 @@ void drainEvents()
     for (int i = 0; i < 3; ++i) {
         QCoreApplication::processEvents();
     }
-}
-
-// The rows a menu shows, one text per row: "-" for a line, "[x]" for a disabled row, "> x"
-// for a submenu, whose rows follow indented.
-void describe(const QMenu& menu, std::vector<std::string>& out, const std::string& indent = "")
-{
-    for (QAction* action : menu.actions()) {
-        if (action->isSeparator()) {
-            out.push_back(indent + "-");
-            continue;
-        }
-        std::string text = action->text().toStdString();
-        if (action->menu()) {
-            out.push_back(indent + "> " + text);
-            describe(*action->menu(), out, indent + "  ");
-            continue;
-        }
-        out.push_back(indent + (action->isEnabled() ? text : "[" + text + "]"));
-    }
-}
-
-std::vector<std::string> describe(const QMenu& menu)
-{
-    std::vector<std::string> out;
-    describe(menu, out);
-    return out;
-}
-
-QAction* findAction(const QMenu& menu, const QString& text)
-{
-    for (QAction* action : menu.actions()) {
-        if (action->text() == text) {
-            return action;
-        }
-        if (action->menu()) {
-            if (QAction* found = findAction(*action->menu(), text)) {
-                return found;
-            }
-        }
-    }
-    return nullptr;
 }
 
 Menu groupMenu(std::vector<std::string>& chosen)
@@ -148,15 +108,6 @@ TEST(MenuBuilderTest, OptionsCarryTheirCheckMarkAndRowsTheirIcons)
     EXPECT_TRUE(findAction(plain, QStringLiteral("Work"))->icon().isNull());
 }
 
-TEST(MenuBuilderTest, KeyEquivalentsTakeControlAndShiftForCapitals)
-{
-    EXPECT_EQ(keyEquivalent("q"), QKeySequence(Qt::ControlModifier | Qt::Key_Q));
-    EXPECT_EQ(keyEquivalent("Q"),
-              QKeySequence(Qt::ControlModifier | Qt::ShiftModifier | Qt::Key_Q));
-    EXPECT_TRUE(keyEquivalent("").isEmpty());
-    EXPECT_TRUE(keyEquivalent("ab").isEmpty());
-}
-
 class TrayStatusBarTest : public ::testing::Test
 {
 protected:
@@ -178,18 +129,6 @@ protected:
         return handle.value_or(StatusItemHandle{});
     }
 };
-
-TEST_F(TrayStatusBarTest, EachCreateIsItsOwnShownIconEvenWithoutATray)
-{
-    const auto first = make({});
-    const auto second = make({});
-    EXPECT_NE(first, second);
-    ASSERT_NE(m_bar.trayIcon(first), nullptr);
-    EXPECT_NE(m_bar.trayIcon(first), m_bar.trayIcon(second));
-    EXPECT_TRUE(m_bar.trayIcon(first)->isVisible());
-    // Offscreen there is no host to say where the icon is.
-    EXPECT_EQ(m_bar.geometry(first), std::nullopt);
-}
 
 struct ClickRow
 {
@@ -254,20 +193,6 @@ TEST_F(TrayStatusBarTest, TheContextMenuAsksForItsRowsEachTimeItOpens)
     findAction(*menu, QStringLiteral("Mail"))->trigger();
     drainEvents();
     EXPECT_EQ(chosen, (std::vector<std::string>{"Mail"}));
-}
-
-TEST_F(TrayStatusBarTest, PopMenuShowsTheRowsUnderTheIcon)
-{
-    std::vector<std::string> chosen;
-    const auto item = make({});
-    m_bar.popMenu(item, groupMenu(chosen));
-    QMenu* popped = m_bar.poppedMenu(item);
-    ASSERT_NE(popped, nullptr);
-    EXPECT_TRUE(popped->isVisible());
-    EXPECT_EQ(describe(*popped).size(), 10u);
-    findAction(*popped, QStringLiteral("Sheets"))->trigger();
-    drainEvents();
-    EXPECT_EQ(chosen, (std::vector<std::string>{"Sheets"}));
 }
 
 TEST_F(TrayStatusBarTest, AClickThatRemovesItsOwnIconIsSafe)
@@ -341,16 +266,6 @@ TEST_F(TrayStatusBarTest, HighlightingDrawsABackdropAndTakingItAwayRemovesIt)
     EXPECT_GT(visiblePixels(tray->icon(), 22), 22 * 22 * 9 / 10);
     m_bar.setHighlighted(item, false);
     EXPECT_EQ(visiblePixels(tray->icon(), 22), plain);
-}
-
-TEST_F(TrayStatusBarTest, TheApplicationsIconDrawsEvenWithoutItsSymbolInTheTheme)
-{
-    const auto item = make({});
-    kit::menubar::AppIconImage image;
-    image.symbolName = "vantorel-symbolic";
-    image.summary = "Vantorel";
-    m_bar.setAppImage(item, image);
-    EXPECT_GT(visiblePixels(m_bar.trayIcon(item)->icon(), 22), 10);
 }
 
 TEST_F(TrayStatusBarTest, ADarkPaletteRedrawsTemplatesInLightInkAndTellsTheIcon)
