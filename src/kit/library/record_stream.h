@@ -97,20 +97,20 @@ public:
 
     template <class E> E enumeration()
     {
-        std::string word = m_reader.readString();
+        std::string_view word = m_reader.readStringView(m_scratch);
         auto value = enumFromWord<E>(word);
         if (!value) {
-            throw DecodeError("unknown value: " + word);
+            throw DecodeError("unknown value: " + std::string(word));
         }
         return *value;
     }
 
     template <class Kind> ID<Kind> identifier()
     {
-        std::string text = m_reader.readString();
+        std::string_view text = m_reader.readStringView(m_scratch);
         auto id = ID<Kind>::parse(text);
         if (!id) {
-            throw DecodeError("not a valid identifier: " + text);
+            throw DecodeError("not a valid identifier: " + std::string(text));
         }
         return *id;
     }
@@ -279,48 +279,105 @@ public:
         std::vector<Shortcut> members;
     };
 
+    // Dispatched on the key's length first: a link has many members, and most lengths name one.
     void urlField(std::string_view key, TargetFields& f)
     {
         URLTarget& u = f.link;
-        if (key == "url") {
-            f.url = m_reader.readString();
-        } else if (key == "template") {
-            optional(u.templateID, [&] { return m_reader.readString(); });
-        } else if (key == "openMode") {
-            optional(u.openMode, [&] { return enumeration<OpenMode>(); });
-        } else if (key == "sessionID") {
-            optional(u.sessionID, [&] { return identifier<SessionKind>(); });
-        } else if (key == "browserBundleID") {
-            optional(u.browserBundleID, [&] { return m_reader.readString(); });
-        } else if (key == "userAgent") {
-            optional(u.userAgent, [&] { return enumeration<BrowserAgent>(); });
-        } else if (key == "customUserAgent") {
-            optional(u.customUserAgent, [&] { return m_reader.readString(); });
-        } else if (key == "pageAppearance") {
-            optional(u.pageAppearance, [&] { return enumeration<PageAppearance>(); });
-        } else if (key == "blocksAds") {
-            optional(u.blocksAds, [&] { return m_reader.readBool(); });
-        } else if (key == "popoverSize") {
-            optional(u.popoverSize, [&] { return size(); });
-        } else if (key == "windowSize") {
-            optional(u.windowSize, [&] { return size(); });
-        } else if (key == "lastVisitedURL") {
-            optional(u.lastVisitedURL, [&] { return m_reader.readString(); });
-        } else if (key == "isPrivate") {
-            orDefault(u.isPrivate, [&] { return m_reader.readBool(); });
-        } else if (key == "staysOnTop") {
-            orDefault(u.staysOnTop, [&] { return m_reader.readBool(); });
-        } else if (key == "reloadsOnOpen") {
-            orDefault(u.reloadsOnOpen, [&] { return m_reader.readBool(); });
-        } else if (key == "keepsPlaying") {
-            orDefault(u.keepsPlaying, [&] { return m_reader.readBool(); });
-        } else if (key == "newWindowLinks") {
-            optional(u.newWindowLinks, [&] { return enumeration<NewWindowLinks>(); });
-        } else if (key == "pageZoom") {
-            optional(u.pageZoom, [&] { return m_reader.readDouble(); });
-        } else {
-            m_reader.skipValue();
+        switch (key.size()) {
+        case 3:
+            if (key == "url") {
+                f.url = m_reader.readString();
+                return;
+            }
+            break;
+        case 8:
+            if (key == "template") {
+                optional(u.templateID, [&] { return m_reader.readString(); });
+                return;
+            }
+            if (key == "openMode") {
+                optional(u.openMode, [&] { return enumeration<OpenMode>(); });
+                return;
+            }
+            if (key == "pageZoom") {
+                optional(u.pageZoom, [&] { return m_reader.readDouble(); });
+                return;
+            }
+            break;
+        case 9:
+            if (key == "sessionID") {
+                optional(u.sessionID, [&] { return identifier<SessionKind>(); });
+                return;
+            }
+            if (key == "userAgent") {
+                optional(u.userAgent, [&] { return enumeration<BrowserAgent>(); });
+                return;
+            }
+            if (key == "blocksAds") {
+                optional(u.blocksAds, [&] { return m_reader.readBool(); });
+                return;
+            }
+            if (key == "isPrivate") {
+                orDefault(u.isPrivate, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 10:
+            if (key == "windowSize") {
+                optional(u.windowSize, [&] { return size(); });
+                return;
+            }
+            if (key == "staysOnTop") {
+                orDefault(u.staysOnTop, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 11:
+            if (key == "popoverSize") {
+                optional(u.popoverSize, [&] { return size(); });
+                return;
+            }
+            break;
+        case 12:
+            if (key == "keepsPlaying") {
+                orDefault(u.keepsPlaying, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 13:
+            if (key == "reloadsOnOpen") {
+                orDefault(u.reloadsOnOpen, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 14:
+            if (key == "pageAppearance") {
+                optional(u.pageAppearance, [&] { return enumeration<PageAppearance>(); });
+                return;
+            }
+            if (key == "lastVisitedURL") {
+                optional(u.lastVisitedURL, [&] { return m_reader.readString(); });
+                return;
+            }
+            if (key == "newWindowLinks") {
+                optional(u.newWindowLinks, [&] { return enumeration<NewWindowLinks>(); });
+                return;
+            }
+            break;
+        case 15:
+            if (key == "browserBundleID") {
+                optional(u.browserBundleID, [&] { return m_reader.readString(); });
+                return;
+            }
+            if (key == "customUserAgent") {
+                optional(u.customUserAgent, [&] { return m_reader.readString(); });
+                return;
+            }
+            break;
+        default:
+            break;
         }
+        m_reader.skipValue();
     }
 
     void field(Target::Kind kind, std::string_view key, TargetFields& f)
@@ -430,6 +487,7 @@ public:
 private:
     JsonReader m_reader;
     int m_groupDepth = 0;
+    std::string m_scratch;
 };
 
 class RecordWriter

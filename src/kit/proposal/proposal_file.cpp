@@ -195,7 +195,7 @@ private:
         std::vector<std::pair<std::string, size_t>> early;
         m_in.readObject([&](std::string_view key) {
             if (key == "kind") {
-                readKind(m_in.readString());
+                readKind(m_in.readStringView(m_scratch));
                 // The members before were read as the first "kind" has it: a later one that
                 // differs is left to the tree, where the last counts.
                 if (ahead && kind != ahead) {
@@ -257,6 +257,7 @@ private:
     std::string_view m_text;
     RecordReader m_records;
     JsonReader& m_in;
+    std::string m_scratch;
 };
 
 class DocumentWriter

@@ -33,6 +33,37 @@ bool isPlain(char c)
     return kPlainBytes[static_cast<unsigned char>(c)];
 }
 
+// A number written with at most 15 digits and no exponent, as sizes and zoom levels are: its
+// digits and its power of ten are both exact in a double, so one division rounds it as
+// from_chars would, for a fraction of the work. Nothing for any other number.
+std::optional<double> shortDecimal(std::string_view number)
+{
+    static constexpr std::array<double, 16> kPowers = {
+        1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const bool negative = !number.empty() && number.front() == '-';
+    uint64_t digits = 0;
+    size_t count = 0;
+    size_t fraction = 0;
+    bool point = false;
+    for (size_t i = negative ? 1 : 0; i < number.size(); ++i) {
+        const char c = number[i];
+        if (c == '.') {
+            point = true;
+        } else if (isDigit(c)) {
+            digits = digits * 10 + static_cast<uint64_t>(c - '0');
+            ++count;
+            fraction += point ? 1 : 0;
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (count == 0 || count > 15) {
+        return std::nullopt;
+    }
+    const double value = static_cast<double>(digits) / kPowers[fraction];
+    return negative ? -value : value;
+}
+
 } // namespace
 
 JsonReader::JsonReader(std::string_view text, int maxDepth)
@@ -130,7 +161,7 @@ JsonReader::Type JsonReader::peek()
     }
 }
 
-bool JsonReader::skipNull()
+bool JsonReader::skipNullRun()
 {
     if (peek() != Type::Null) {
         return false;
@@ -207,6 +238,9 @@ double JsonReader::readDouble()
     double value = 0;
     const char* first = m_text.data() + start;
     const char* last = m_text.data() + m_pos;
+    if (auto exact = shortDecimal(std::string_view(first, static_cast<size_t>(last - first)))) {
+        return *exact;
+    }
     auto result = std::from_chars(first, last, value);
     if (result.ec == std::errc::result_out_of_range) {
         // Tiny numbers round to zero as other parsers do; huge ones are refused.
@@ -230,9 +264,39 @@ std::string JsonReader::readString()
     if (peek() != Type::String) {
         typeError("string");
     }
+    // Most strings have no escapes and no multi-byte text: one allocation of the right size.
+    if (size_t end = plainStringEnd(); end != std::string_view::npos) {
+        std::string out(m_text.substr(m_pos + 1, end - m_pos - 1));
+        m_pos = end + 1;
+        return out;
+    }
     std::string out;
     readStringInto(out);
     return out;
+}
+
+std::string_view JsonReader::readStringView(std::string& scratch)
+{
+    if (peek() != Type::String) {
+        typeError("string");
+    }
+    if (size_t end = plainStringEnd(); end != std::string_view::npos) {
+        std::string_view out = m_text.substr(m_pos + 1, end - m_pos - 1);
+        m_pos = end + 1;
+        return out;
+    }
+    scratch.clear();
+    readStringInto(scratch);
+    return scratch;
+}
+
+size_t JsonReader::plainStringEnd() const
+{
+    size_t run = m_pos + 1;
+    while (run < m_text.size() && isPlain(m_text[run])) {
+        ++run;
+    }
+    return run < m_text.size() && m_text[run] == '"' ? run : std::string_view::npos;
 }
 
 std::string_view JsonReader::readKey()

@@ -113,6 +113,14 @@ TEST(JsonReader, ReadsNumbersAtTheirEdges)
         {"0e0", 0.0},
         {"1E+2", 100.0},
         {"1e-400", 0.0}, // too small to hold: zero, not an error
+        // Short decimals take a quicker way that must round exactly as the general one.
+        {"0.1", 0.1},
+        {"0.3", 0.3},
+        {"-9.99999999999999", -9.99999999999999},
+        {"1234567.8901234", 1234567.8901234},
+        {"0.000000000000001", 1e-15},
+        {"123456789012345", 123456789012345.0},
+        {"0.1234567890123456", 0.1234567890123456},
     };
     for (const auto& [json, value] : cases) {
         JsonReader reader(json, 8);
