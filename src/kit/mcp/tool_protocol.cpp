@@ -5,6 +5,7 @@
 #include "kit/support/platform_words.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cctype>
@@ -138,28 +139,32 @@ size_t sequenceLength(std::string_view text, size_t at)
 // first so a long answer is written into a buffer of the right size at once.
 std::optional<size_t> escapedSize(std::string_view text)
 {
+    // What each ASCII byte takes escaped; 0 for the bytes of multi-byte sequences, checked whole.
+    static constexpr auto kWidth = [] {
+        std::array<unsigned char, 256> width{};
+        for (size_t c = 0; c < 0x80; ++c) {
+            width[c] = c < 0x20 ? 6 : 1;
+        }
+        for (unsigned char c : {'"', '\\', '\b', '\f', '\n', '\r', '\t'}) {
+            width[c] = 2;
+        }
+        return width;
+    }();
     size_t size = 0;
     size_t i = 0;
     while (i < text.size()) {
-        auto c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x80) {
-            size_t length = sequenceLength(text, i);
-            if (length == 0) {
-                return std::nullopt;
-            }
-            size += length;
-            i += length;
+        const unsigned char width = kWidth[static_cast<unsigned char>(text[i])];
+        if (width != 0) {
+            size += width;
+            ++i;
             continue;
         }
-        if (c == '"' || c == '\\' || c == '\b' || c == '\f' || c == '\n' || c == '\r'
-            || c == '\t') {
-            size += 2;
-        } else if (c < 0x20) {
-            size += 6;
-        } else {
-            size += 1;
+        size_t length = sequenceLength(text, i);
+        if (length == 0) {
+            return std::nullopt;
         }
-        ++i;
+        size += length;
+        i += length;
     }
     return size;
 }
