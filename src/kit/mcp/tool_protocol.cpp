@@ -4,12 +4,9 @@
 #include "kit/support/json_reader.h"
 #include "kit/support/platform_words.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
-#include <bit>
 #include <cctype>
-#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -305,32 +302,17 @@ std::optional<json> idToken(std::string_view token)
     return value;
 }
 
-// The first quote or backslash at or after `from`, else the end: eight bytes a step, as the
-// strings of a long line are most of its bytes.
-size_t quoteOrSlash(std::string_view text, size_t from)
+// A quote or a bracket: what a skip over a value's bytes stops at.
+bool isStructural(char c)
 {
-    if constexpr (std::endian::native == std::endian::little) {
-        constexpr uint64_t kOnes = 0x0101010101010101;
-        constexpr uint64_t kHighs = 0x8080808080808080;
-        // Flags the bytes equal to c; only above a true match can a flag be false, so the lowest
-        // flag is always a match.
-        auto equal = [](uint64_t word, unsigned char c) {
-            const uint64_t v = word ^ (kOnes * c);
-            return (v - kOnes) & ~v & kHighs;
-        };
-        while (from + 8 <= text.size()) {
-            uint64_t word = 0;
-            std::memcpy(&word, text.data() + from, sizeof word);
-            if (const uint64_t found = equal(word, '"') | equal(word, '\\')) {
-                return from + static_cast<size_t>(std::countr_zero(found) / 8);
-            }
-            from += 8;
+    static constexpr auto kStructural = [] {
+        std::array<bool, 256> structural{};
+        for (unsigned char b : {'"', '{', '}', '[', ']'}) {
+            structural[b] = true;
         }
-    }
-    while (from < text.size() && text[from] != '"' && text[from] != '\\') {
-        ++from;
-    }
-    return from;
+        return structural;
+    }();
+    return kStructural[static_cast<unsigned char>(c)];
 }
 
 // Reads an object's members from its bytes without decoding the values: a cut-off line's
@@ -458,19 +440,25 @@ private:
         if (!take('"')) {
             return std::nullopt;
         }
-        // A backslash takes the byte after it along, so the first quote not taken ends it.
+        // From quote to quote, a quote ending the string when an even run of backslashes
+        // stands before it: long strings are most of a long line.
         for (;;) {
-            const size_t at = quoteOrSlash(m_text, m_at);
-            if (at >= m_text.size()) {
+            const void* quote = m_at < m_text.size()
+                                    ? std::memchr(m_text.data() + m_at, '"', m_text.size() - m_at)
+                                    : nullptr;
+            if (quote == nullptr) {
                 m_at = m_text.size();
                 return std::nullopt;
             }
-            if (m_text[at] == '\\') {
-                m_at = std::min(at + 2, m_text.size());
-                continue;
+            const size_t at = static_cast<size_t>(static_cast<const char*>(quote) - m_text.data());
+            size_t slashes = 0;
+            while (m_text[at - 1 - slashes] == '\\') {
+                ++slashes;
             }
             m_at = at + 1;
-            return m_text.substr(start, m_at - start);
+            if (slashes % 2 == 0) {
+                return m_text.substr(start, m_at - start);
+            }
         }
     }
 
@@ -493,6 +481,13 @@ private:
         }
         int depth = 0;
         while (m_at < m_text.size()) {
+            // Between strings, only brackets count.
+            while (m_at < m_text.size() && !isStructural(m_text[m_at])) {
+                ++m_at;
+            }
+            if (m_at == m_text.size()) {
+                break;
+            }
             c = m_text[m_at];
             if (c == '"') {
                 if (!string()) {

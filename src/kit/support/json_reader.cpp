@@ -5,6 +5,7 @@
 #include "kit/support/utf8.h"
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -31,6 +32,35 @@ constexpr auto kPlainBytes = [] {
 bool isPlain(char c)
 {
     return kPlainBytes[static_cast<unsigned char>(c)];
+}
+
+// The end of the run of plain bytes from `from`: eight bytes a step where the bytes' order allows,
+// as keys and values are most of a document.
+size_t plainRunEnd(std::string_view text, size_t from)
+{
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr uint64_t kOnes = 0x0101010101010101;
+        constexpr uint64_t kHighs = kOnes * 0x80;
+        // Each term flags the bytes it is about; a flag can be false only above a true one, so
+        // the lowest flag of all is the first byte that is not plain.
+        while (from + 8 <= text.size()) {
+            uint64_t word = 0;
+            std::memcpy(&word, text.data() + from, sizeof word);
+            const uint64_t quote = word ^ (kOnes * '"');
+            const uint64_t slash = word ^ (kOnes * '\\');
+            const uint64_t stop = (((word - kOnes * 0x20) & ~word) | ((quote - kOnes) & ~quote)
+                                   | ((slash - kOnes) & ~slash) | word)
+                                  & kHighs;
+            if (stop != 0) {
+                return from + static_cast<size_t>(std::countr_zero(stop) / 8);
+            }
+            from += 8;
+        }
+    }
+    while (from < text.size() && isPlain(text[from])) {
+        ++from;
+    }
+    return from;
 }
 
 // A number written with at most 15 digits and no exponent, as sizes and zoom levels are: its
@@ -292,10 +322,7 @@ std::string_view JsonReader::readStringView(std::string& scratch)
 
 size_t JsonReader::plainStringEnd() const
 {
-    size_t run = m_pos + 1;
-    while (run < m_text.size() && isPlain(m_text[run])) {
-        ++run;
-    }
+    size_t run = plainRunEnd(m_text, m_pos + 1);
     return run < m_text.size() && m_text[run] == '"' ? run : std::string_view::npos;
 }
 
@@ -305,10 +332,7 @@ std::string_view JsonReader::readKey()
         fail("expected a string as an object key");
     }
     // Keys without escapes are read in place.
-    size_t p = m_pos + 1;
-    while (p < m_text.size() && isPlain(m_text[p])) {
-        ++p;
-    }
+    size_t p = plainRunEnd(m_text, m_pos + 1);
     if (p < m_text.size() && m_text[p] == '"') {
         std::string_view key = m_text.substr(m_pos + 1, p - m_pos - 1);
         m_pos = p + 1;
@@ -325,10 +349,7 @@ void JsonReader::readStringInto(std::string& out)
     const auto* text = reinterpret_cast<const unsigned char*>(m_text.data());
     const size_t size = m_text.size();
     for (;;) {
-        size_t run = m_pos;
-        while (run < size && isPlain(static_cast<char>(text[run]))) {
-            ++run;
-        }
+        size_t run = plainRunEnd(m_text, m_pos);
         out.append(m_text.data() + m_pos, run - m_pos);
         m_pos = run;
         if (m_pos >= size) {
@@ -435,6 +456,10 @@ void JsonReader::skipValue()
         readDouble(); // an overflowing number is an error even where it is not wanted
         break;
     case Type::String: {
+        if (size_t end = plainStringEnd(); end != std::string_view::npos) {
+            m_pos = end + 1;
+            break;
+        }
         std::string ignored;
         readStringInto(ignored);
         break;

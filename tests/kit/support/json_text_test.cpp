@@ -99,6 +99,23 @@ TEST(JsonReader, RefusesWhatStrictJsonRefuses)
     }
 }
 
+// Strings are scanned several bytes at a time: a byte that needs care is found at any offset.
+TEST(JsonReader, FindsTheByteThatNeedsCareAtEveryOffset)
+{
+    for (size_t at = 0; at < 20; ++at) {
+        const std::string before(at, 'a');
+        const std::string after(20 - at, 'b');
+        for (std::string bad : {"\x01", "\x1F", "\x80", "\xFF"}) {
+            EXPECT_TRUE(refused("\"" + before + bad + after + "\"")) << at;
+            EXPECT_TRUE(refused("{\"" + before + bad + after + "\":1}")) << at;
+        }
+        EXPECT_EQ(readString("\"" + before + "\\\"\x7F\xC3\xA9" + after + "\""),
+                  before + "\"\x7F\xC3\xA9" + after)
+            << at;
+        EXPECT_EQ(readString("\"" + before + "\""), before);
+    }
+}
+
 TEST(JsonReader, ReadsNumbersAtTheirEdges)
 {
     const std::pair<const char*, double> cases[] = {
