@@ -330,8 +330,11 @@ std::string_view JsonReader::readKey()
     if (m_pos >= m_text.size() || m_text[m_pos] != '"') {
         fail("expected a string as an object key");
     }
-    // Keys without escapes are read in place.
-    size_t p = plainRunEnd(m_text, m_pos + 1);
+    // Keys without escapes are read in place; they are short, so byte by byte.
+    size_t p = m_pos + 1;
+    while (p < m_text.size() && isPlain(m_text[p])) {
+        ++p;
+    }
     if (p < m_text.size() && m_text[p] == '"') {
         std::string_view key = m_text.substr(m_pos + 1, p - m_pos - 1);
         m_pos = p + 1;
