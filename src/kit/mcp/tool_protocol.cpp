@@ -136,36 +136,40 @@ size_t sequenceLength(std::string_view text, size_t at)
 // first so a long answer is written into a buffer of the right size at once.
 std::optional<size_t> escapedSize(std::string_view text)
 {
+    // What each ASCII byte takes escaped; 0 for the bytes of multi-byte sequences, checked whole.
+    static constexpr auto kWidth = [] {
+        std::array<unsigned char, 256> width{};
+        for (size_t c = 0; c < 0x80; ++c) {
+            width[c] = c < 0x20 ? 6 : 1;
+        }
+        for (unsigned char c : {'"', '\\', '\b', '\f', '\n', '\r', '\t'}) {
+            width[c] = 2;
+        }
+        return width;
+    }();
     size_t size = 0;
     size_t i = 0;
     while (i < text.size()) {
-        const size_t run = support::plainRunEnd(text, i);
-        size += run - i;
-        i = run;
-        if (i == text.size()) {
-            break;
-        }
-        auto c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x80) {
-            size_t length = sequenceLength(text, i);
-            if (length == 0) {
-                return std::nullopt;
-            }
-            size += length;
-            i += length;
+        const unsigned char width = kWidth[static_cast<unsigned char>(text[i])];
+        if (width != 0) {
+            size += width;
+            ++i;
             continue;
         }
-        const bool named =
-            c == '"' || c == '\\' || c == '\b' || c == '\f' || c == '\n' || c == '\r' || c == '\t';
-        size += named ? 2 : 6; // else \u00XX
-        ++i;
+        size_t length = sequenceLength(text, i);
+        if (length == 0) {
+            return std::nullopt;
+        }
+        size += length;
+        i += length;
     }
     return size;
 }
 
 // Appends `text` as the body of a JSON string, escaped exactly as the JSON library writes it, with
 // `reserve` more bytes of room for what follows. False, with `out` untouched, when the text is
-// not valid UTF-8. Runs that need no escape are copied whole into space made once.
+// not valid UTF-8. Writes through a pointer into space made once: a long answer has a quote every
+// few bytes, and appending piece by piece costs several times more.
 bool appendEscaped(std::string& out, std::string_view text, size_t reserve)
 {
     static constexpr char kHex[] = "0123456789abcdef";
@@ -177,19 +181,10 @@ bool appendEscaped(std::string& out, std::string_view text, size_t reserve)
     out.reserve(start + *size + reserve);
     out.resize(start + *size);
     char* to = out.data() + start;
-    size_t i = 0;
-    while (i < text.size()) {
-        const size_t run = support::plainRunEnd(text, i);
-        std::memcpy(to, text.data() + i, run - i);
-        to += run - i;
-        i = run;
-        if (i == text.size()) {
-            break;
-        }
-        const char byte = text[i++];
+    for (char byte : text) {
         auto c = static_cast<unsigned char>(byte);
         // Bytes of multi-byte sequences, already checked, go through as they are.
-        if (c >= 0x80) {
+        if (c >= 0x20 && c != '"' && c != '\\') {
             *to++ = byte;
             continue;
         }
@@ -227,6 +222,10 @@ bool appendEscaped(std::string& out, std::string_view text, size_t reserve)
     return true;
 }
 
+// The reply to a tools/call. Written directly rather than through a json value: a long answer
+// (a whole bar's shortcuts) would otherwise be copied twice and escaped a byte at a time. The
+// keys are in sorted order, as encode() writes them; text that is not valid UTF-8 takes the
+// general path, which replaces the bad bytes.
 std::string toolReply(const json& id, const ToolResult& answer)
 {
     constexpr std::string_view kOkTail = R"(","type":"text"}],"isError":false}})";

@@ -34,9 +34,8 @@ bool isPlain(char c)
     return kPlainBytes[static_cast<unsigned char>(c)];
 }
 
-} // namespace
-
-// Eight bytes a step where the bytes' order allows, as keys and values are most of a document.
+// The end of the run of plain bytes from `from`: eight bytes a step where the bytes' order allows,
+// as keys and values are most of a document.
 size_t plainRunEnd(std::string_view text, size_t from)
 {
     if constexpr (std::endian::native == std::endian::little) {
@@ -94,6 +93,8 @@ std::optional<double> shortDecimal(std::string_view number)
     const double value = static_cast<double>(digits) / kPowers[fraction];
     return negative ? -value : value;
 }
+
+} // namespace
 
 JsonReader::JsonReader(std::string_view text, int maxDepth)
     : m_text(text)

@@ -169,10 +169,6 @@ template <class Element> void JsonReader::readArray(Element&& element)
     leave();
 }
 
-// The end of the run of bytes from `from` that a JSON string holds as they are: printable ASCII
-// but the quote and the backslash.
-size_t plainRunEnd(std::string_view text, size_t from);
-
 // Whether no array or object in `text` opens deeper than `maxDepth`, counted outside strings
 // without parsing: the guard before a parser that recurses. Malformed text is for the parser.
 bool nestsWithin(std::string_view text, int maxDepth);
