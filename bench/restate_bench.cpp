@@ -2,12 +2,13 @@
 // Prints how long an assistant waits when it restates a whole 10,000-shortcut bar with propose
 // and nothing would change: from the request line's arrival at the app's socket to its reply's
 // write, as the app serves it (ToolSocket, ToolProtocol and ToolService on a RunLoop main thread,
-// a LibraryStore of 20 bars). The target is 50 ms. Figures: median and worst of 15 requests,
-// the line's size, and the CPU time per request.
-// Run from the release preset: build/release/bench/restate_bench
+// a LibraryStore of 20 bars, the app's allocator settings). The target is 50 ms. Figures: median
+// and worst of 15 requests, the line's size, and the CPU time per request. Run from the release
+// preset: build/release/bench/restate_bench
 #include "kit/mcp/tool_protocol.h"
 #include "kit/mcp/tool_socket.h"
 #include "kit/storage/library_store.h"
+#include "kit/support/memory.h"
 #include "kit/support/run_loop.h"
 #include "kit/tools/tool_service.h"
 #include "library_fixture.h"
@@ -74,6 +75,8 @@ std::string readLine(int fd)
 
 int main()
 {
+    // The allocator settings the app runs with.
+    kit::support::returnFreedMemoryPromptly();
     constexpr int kRequests = 15;
     testing_support::TempDir dir;
     bench_support::writeRealisticLibrary(dir.path() / "library", 10'000);

@@ -9,6 +9,7 @@
 #include "kit/support/json_reader.h"
 #include "kit/support/json_writer.h"
 
+#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,6 +19,12 @@ namespace kit::library {
 using support::JsonReader;
 using support::JsonReadError;
 using support::PrettyJsonWriter;
+
+// A key compared with a word of known length, which compiles to a few loads rather than a call.
+template <size_t N> bool is(std::string_view key, const char (&word)[N])
+{
+    return key.size() == N - 1 && std::memcmp(key.data(), word, N - 1) == 0;
+}
 
 inline DecodeError missingKey(const char* key)
 {
@@ -41,9 +48,9 @@ public:
         }
         Library library;
         m_reader.readObject([&](std::string_view key) {
-            if (key == "schemaVersion") {
+            if (is(key, "schemaVersion")) {
                 readSchemaVersion();
-            } else if (key == "shortcuts") {
+            } else if (is(key, "shortcuts")) {
                 if (!m_reader.skipNull()) {
                     library.shortcuts = shortcutList();
                 }
@@ -97,20 +104,20 @@ public:
 
     template <class E> E enumeration()
     {
-        std::string word = m_reader.readString();
+        std::string_view word = m_reader.readStringView(m_scratch);
         auto value = enumFromWord<E>(word);
         if (!value) {
-            throw DecodeError("unknown value: " + word);
+            throw DecodeError("unknown value: " + std::string(word));
         }
         return *value;
     }
 
     template <class Kind> ID<Kind> identifier()
     {
-        std::string text = m_reader.readString();
+        std::string_view text = m_reader.readStringView(m_scratch);
         auto id = ID<Kind>::parse(text);
         if (!id) {
-            throw DecodeError("not a valid identifier: " + text);
+            throw DecodeError("not a valid identifier: " + std::string(text));
         }
         return *id;
     }
@@ -138,9 +145,9 @@ public:
         std::optional<double> width;
         std::optional<double> height;
         m_reader.readObject([&](std::string_view key) {
-            if (key == "width") {
+            if (is(key, "width")) {
                 width = m_reader.readDouble();
-            } else if (key == "height") {
+            } else if (is(key, "height")) {
                 height = m_reader.readDouble();
             } else {
                 m_reader.skipValue();
@@ -160,9 +167,9 @@ public:
         requireObject("a bookmark");
         Bookmark bookmark;
         m_reader.readObject([&](std::string_view key) {
-            if (key == "data") {
+            if (is(key, "data")) {
                 orDefault(bookmark.data, [&] { return bytes(); });
-            } else if (key == "displayPath") {
+            } else if (is(key, "displayPath")) {
                 orDefault(bookmark.displayPath, [&] { return m_reader.readString(); });
             } else {
                 m_reader.skipValue();
@@ -178,9 +185,9 @@ public:
         std::optional<std::string> kind;
         std::optional<std::string> value;
         m_reader.readObject([&](std::string_view key) {
-            if (key == "kind") {
+            if (is(key, "kind")) {
                 kind = m_reader.readString();
-            } else if (key == "value") {
+            } else if (is(key, "value")) {
                 value = m_reader.readString();
             } else {
                 m_reader.skipValue();
@@ -239,21 +246,21 @@ public:
         bool hasID = false;
         bool hasTarget = false;
         m_reader.readObject([&](std::string_view key) {
-            if (key == "id") {
+            if (is(key, "id")) {
                 s.id = identifier<ShortcutKind>();
                 hasID = true;
-            } else if (key == "name") {
+            } else if (is(key, "name")) {
                 orDefault(s.name, [&] { return m_reader.readString(); });
-            } else if (key == "target") {
+            } else if (is(key, "target")) {
                 s.target = target();
                 hasTarget = true;
-            } else if (key == "icon") {
+            } else if (is(key, "icon")) {
                 optional(s.icon, [&] { return icon(); });
-            } else if (key == "iconTint") {
+            } else if (is(key, "iconTint")) {
                 optional(s.iconTint, [&] { return tint(); });
-            } else if (key == "iconOpacity") {
+            } else if (is(key, "iconOpacity")) {
                 optional(s.iconOpacity, [&] { return m_reader.readDouble(); });
-            } else if (key == "isInMenuBar") {
+            } else if (is(key, "isInMenuBar")) {
                 orDefault(s.isInMenuBar, [&] { return m_reader.readBool(); });
             } else {
                 m_reader.skipValue();
@@ -279,57 +286,114 @@ public:
         std::vector<Shortcut> members;
     };
 
+    // Dispatched on the key's length first: a link has many members, and most lengths name one.
     void urlField(std::string_view key, TargetFields& f)
     {
         URLTarget& u = f.link;
-        if (key == "url") {
-            f.url = m_reader.readString();
-        } else if (key == "template") {
-            optional(u.templateID, [&] { return m_reader.readString(); });
-        } else if (key == "openMode") {
-            optional(u.openMode, [&] { return enumeration<OpenMode>(); });
-        } else if (key == "sessionID") {
-            optional(u.sessionID, [&] { return identifier<SessionKind>(); });
-        } else if (key == "browserBundleID") {
-            optional(u.browserBundleID, [&] { return m_reader.readString(); });
-        } else if (key == "userAgent") {
-            optional(u.userAgent, [&] { return enumeration<BrowserAgent>(); });
-        } else if (key == "customUserAgent") {
-            optional(u.customUserAgent, [&] { return m_reader.readString(); });
-        } else if (key == "pageAppearance") {
-            optional(u.pageAppearance, [&] { return enumeration<PageAppearance>(); });
-        } else if (key == "blocksAds") {
-            optional(u.blocksAds, [&] { return m_reader.readBool(); });
-        } else if (key == "popoverSize") {
-            optional(u.popoverSize, [&] { return size(); });
-        } else if (key == "windowSize") {
-            optional(u.windowSize, [&] { return size(); });
-        } else if (key == "lastVisitedURL") {
-            optional(u.lastVisitedURL, [&] { return m_reader.readString(); });
-        } else if (key == "isPrivate") {
-            orDefault(u.isPrivate, [&] { return m_reader.readBool(); });
-        } else if (key == "staysOnTop") {
-            orDefault(u.staysOnTop, [&] { return m_reader.readBool(); });
-        } else if (key == "reloadsOnOpen") {
-            orDefault(u.reloadsOnOpen, [&] { return m_reader.readBool(); });
-        } else if (key == "keepsPlaying") {
-            orDefault(u.keepsPlaying, [&] { return m_reader.readBool(); });
-        } else if (key == "newWindowLinks") {
-            optional(u.newWindowLinks, [&] { return enumeration<NewWindowLinks>(); });
-        } else if (key == "pageZoom") {
-            optional(u.pageZoom, [&] { return m_reader.readDouble(); });
-        } else {
-            m_reader.skipValue();
+        switch (key.size()) {
+        case 3:
+            if (is(key, "url")) {
+                f.url = m_reader.readString();
+                return;
+            }
+            break;
+        case 8:
+            if (is(key, "template")) {
+                optional(u.templateID, [&] { return m_reader.readString(); });
+                return;
+            }
+            if (is(key, "openMode")) {
+                optional(u.openMode, [&] { return enumeration<OpenMode>(); });
+                return;
+            }
+            if (is(key, "pageZoom")) {
+                optional(u.pageZoom, [&] { return m_reader.readDouble(); });
+                return;
+            }
+            break;
+        case 9:
+            if (is(key, "sessionID")) {
+                optional(u.sessionID, [&] { return identifier<SessionKind>(); });
+                return;
+            }
+            if (is(key, "userAgent")) {
+                optional(u.userAgent, [&] { return enumeration<BrowserAgent>(); });
+                return;
+            }
+            if (is(key, "blocksAds")) {
+                optional(u.blocksAds, [&] { return m_reader.readBool(); });
+                return;
+            }
+            if (is(key, "isPrivate")) {
+                orDefault(u.isPrivate, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 10:
+            if (is(key, "windowSize")) {
+                optional(u.windowSize, [&] { return size(); });
+                return;
+            }
+            if (is(key, "staysOnTop")) {
+                orDefault(u.staysOnTop, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 11:
+            if (is(key, "popoverSize")) {
+                optional(u.popoverSize, [&] { return size(); });
+                return;
+            }
+            break;
+        case 12:
+            if (is(key, "keepsPlaying")) {
+                orDefault(u.keepsPlaying, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 13:
+            if (is(key, "reloadsOnOpen")) {
+                orDefault(u.reloadsOnOpen, [&] { return m_reader.readBool(); });
+                return;
+            }
+            break;
+        case 14:
+            if (is(key, "pageAppearance")) {
+                optional(u.pageAppearance, [&] { return enumeration<PageAppearance>(); });
+                return;
+            }
+            if (is(key, "lastVisitedURL")) {
+                optional(u.lastVisitedURL, [&] { return m_reader.readString(); });
+                return;
+            }
+            if (is(key, "newWindowLinks")) {
+                optional(u.newWindowLinks, [&] { return enumeration<NewWindowLinks>(); });
+                return;
+            }
+            break;
+        case 15:
+            if (is(key, "browserBundleID")) {
+                optional(u.browserBundleID, [&] { return m_reader.readString(); });
+                return;
+            }
+            if (is(key, "customUserAgent")) {
+                optional(u.customUserAgent, [&] { return m_reader.readString(); });
+                return;
+            }
+            break;
+        default:
+            break;
         }
+        m_reader.skipValue();
     }
 
     void field(Target::Kind kind, std::string_view key, TargetFields& f)
     {
         switch (kind) {
         case Target::Kind::App:
-            if (key == "bundleID") {
+            if (is(key, "bundleID")) {
                 f.bundleID = m_reader.readString();
-            } else if (key == "bookmark") {
+            } else if (is(key, "bookmark")) {
                 optional(f.bookmark, [&] { return bookmark(); });
             } else {
                 m_reader.skipValue();
@@ -337,9 +401,9 @@ public:
             break;
         case Target::Kind::File:
         case Target::Kind::Folder:
-            if (key == "bookmark") {
+            if (is(key, "bookmark")) {
                 f.bookmark = bookmark();
-            } else if (key == "openWith") {
+            } else if (is(key, "openWith")) {
                 optional(f.openWith, [&] { return m_reader.readString(); });
             } else {
                 m_reader.skipValue();
@@ -349,7 +413,7 @@ public:
             urlField(key, f);
             break;
         case Target::Kind::Group:
-            if (key == "members") {
+            if (is(key, "members")) {
                 if (++m_groupDepth > kMaxGroupDepth) {
                     throw DecodeError("groups are nested deeper than "
                                       + std::to_string(kMaxGroupDepth) + " levels");
@@ -374,7 +438,7 @@ public:
         // Members met before "kind" are read once the kind is known.
         std::vector<std::pair<std::string, size_t>> early;
         m_reader.readObject([&](std::string_view key) {
-            if (key == "kind") {
+            if (is(key, "kind")) {
                 std::string word = m_reader.readString();
                 kind = enumFromWord<Target::Kind>(word);
                 if (!kind) {
@@ -430,6 +494,7 @@ public:
 private:
     JsonReader m_reader;
     int m_groupDepth = 0;
+    std::string m_scratch;
 };
 
 class RecordWriter

@@ -4,6 +4,7 @@
 #include "kit/support/json_reader.h"
 #include "kit/support/platform_words.h"
 
+#include <array>
 #include <atomic>
 #include <cctype>
 #include <cstring>
@@ -135,28 +136,32 @@ size_t sequenceLength(std::string_view text, size_t at)
 // first so a long answer is written into a buffer of the right size at once.
 std::optional<size_t> escapedSize(std::string_view text)
 {
+    // What each ASCII byte takes escaped; 0 for the bytes of multi-byte sequences, checked whole.
+    static constexpr auto kWidth = [] {
+        std::array<unsigned char, 256> width{};
+        for (size_t c = 0; c < 0x80; ++c) {
+            width[c] = c < 0x20 ? 6 : 1;
+        }
+        for (unsigned char c : {'"', '\\', '\b', '\f', '\n', '\r', '\t'}) {
+            width[c] = 2;
+        }
+        return width;
+    }();
     size_t size = 0;
     size_t i = 0;
     while (i < text.size()) {
-        auto c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x80) {
-            size_t length = sequenceLength(text, i);
-            if (length == 0) {
-                return std::nullopt;
-            }
-            size += length;
-            i += length;
+        const unsigned char width = kWidth[static_cast<unsigned char>(text[i])];
+        if (width != 0) {
+            size += width;
+            ++i;
             continue;
         }
-        if (c == '"' || c == '\\' || c == '\b' || c == '\f' || c == '\n' || c == '\r'
-            || c == '\t') {
-            size += 2;
-        } else if (c < 0x20) {
-            size += 6;
-        } else {
-            size += 1;
+        size_t length = sequenceLength(text, i);
+        if (length == 0) {
+            return std::nullopt;
         }
-        ++i;
+        size += length;
+        i += length;
     }
     return size;
 }
@@ -295,6 +300,19 @@ std::optional<json> idToken(std::string_view token)
         return std::nullopt;
     }
     return value;
+}
+
+// A quote or a bracket: what a skip over a value's bytes stops at.
+bool isStructural(char c)
+{
+    static constexpr auto kStructural = [] {
+        std::array<bool, 256> structural{};
+        for (unsigned char b : {'"', '{', '}', '[', ']'}) {
+            structural[b] = true;
+        }
+        return structural;
+    }();
+    return kStructural[static_cast<unsigned char>(c)];
 }
 
 // Reads an object's members from its bytes without decoding the values: a cut-off line's
@@ -463,6 +481,13 @@ private:
         }
         int depth = 0;
         while (m_at < m_text.size()) {
+            // Between strings, only brackets count.
+            while (m_at < m_text.size() && !isStructural(m_text[m_at])) {
+                ++m_at;
+            }
+            if (m_at == m_text.size()) {
+                break;
+            }
             c = m_text[m_at];
             if (c == '"') {
                 if (!string()) {

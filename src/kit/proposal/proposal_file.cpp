@@ -34,7 +34,7 @@ public:
         std::vector<ProposedBar> bars;
         bool hasBars = false;
         m_in.readObject([&](std::string_view key) {
-            if (key == "bars") {
+            if (library::is(key, "bars")) {
                 bars.clear();
                 hasBars = !m_in.skipNull();
                 if (hasBars) {
@@ -66,9 +66,9 @@ private:
         json head = json::object();
         std::vector<ProposedShortcut> shortcuts;
         m_in.readObject([&](std::string_view key) {
-            if (key == "shortcuts") {
+            if (library::is(key, "shortcuts")) {
                 shortcuts = shortcutList(0);
-            } else if (key == "destination" || key == "removals") {
+            } else if (library::is(key, "destination") || library::is(key, "removals")) {
                 head[std::string(key)] = slice();
             } else {
                 m_in.skipValue();
@@ -94,24 +94,24 @@ private:
         ProposedShortcut s;
         bool hasTarget = false;
         m_in.readObject([&](std::string_view key) {
-            if (key == "id") {
+            if (library::is(key, "id")) {
                 if (!m_in.skipNull()) {
                     s.id = m_records.identifier<library::ShortcutKind>();
                 }
-            } else if (key == "name") {
+            } else if (library::is(key, "name")) {
                 m_records.orDefault(s.name, [&] { return m_in.readString(); });
-            } else if (key == "target") {
+            } else if (library::is(key, "target")) {
                 s.target = target(depth);
                 hasTarget = true;
-            } else if (key == "icon") {
+            } else if (library::is(key, "icon")) {
                 m_records.optional(s.icon, [&] { return m_records.icon(); });
-            } else if (key == "iconTint") {
+            } else if (library::is(key, "iconTint")) {
                 m_records.optional(s.iconTint, [&] { return m_records.tint(); });
-            } else if (key == "iconOpacity") {
+            } else if (library::is(key, "iconOpacity")) {
                 m_records.optional(s.iconOpacity, [&] { return m_in.readDouble(); });
-            } else if (key == "isInMenuBar") {
+            } else if (library::is(key, "isInMenuBar")) {
                 m_records.orDefault(s.isInMenuBar, [&] { return m_in.readBool(); });
-            } else if (key == "placement") {
+            } else if (library::is(key, "placement")) {
                 if (!m_in.skipNull()) {
                     s.placement = document::readPlacement(slice());
                 }
@@ -136,7 +136,7 @@ private:
     {
         switch (kind) {
         case Target::Kind::App:
-            if (key == "bundleID") {
+            if (library::is(key, "bundleID")) {
                 f.record.bundleID = m_in.readString();
             } else {
                 m_in.skipValue();
@@ -144,11 +144,11 @@ private:
             break;
         case Target::Kind::File:
         case Target::Kind::Folder:
-            if (key == "bookmark") {
+            if (library::is(key, "bookmark")) {
                 m_records.optional(f.record.bookmark, [&] { return m_records.bookmark(); });
-            } else if (key == "path") {
+            } else if (library::is(key, "path")) {
                 m_records.optional(f.path, [&] { return m_in.readString(); });
-            } else if (key == "openWith") {
+            } else if (library::is(key, "openWith")) {
                 m_records.optional(f.record.openWith, [&] { return m_in.readString(); });
             } else {
                 m_in.skipValue();
@@ -158,7 +158,7 @@ private:
             m_records.urlField(key, f.record);
             break;
         case Target::Kind::Group:
-            if (key == "members") {
+            if (library::is(key, "members")) {
                 f.members = shortcutList(depth + 1);
             } else {
                 m_in.skipValue();
@@ -194,8 +194,8 @@ private:
         // Members met before "kind" are read once the kind is known.
         std::vector<std::pair<std::string, size_t>> early;
         m_in.readObject([&](std::string_view key) {
-            if (key == "kind") {
-                readKind(m_in.readString());
+            if (library::is(key, "kind")) {
+                readKind(m_in.readStringView(m_scratch));
                 // The members before were read as the first "kind" has it: a later one that
                 // differs is left to the tree, where the last counts.
                 if (ahead && kind != ahead) {
@@ -257,6 +257,7 @@ private:
     std::string_view m_text;
     RecordReader m_records;
     JsonReader& m_in;
+    std::string m_scratch;
 };
 
 class DocumentWriter
@@ -283,7 +284,7 @@ public:
         m_out.beginObject();
         for (const auto& [key, value] : head.items()) {
             m_out.key(key);
-            if (key == "bars") {
+            if (library::is(key, "bars")) {
                 bars(proposal.bars);
             } else {
                 tree(value);

@@ -5,6 +5,7 @@
 #include "kit/support/utf8.h"
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -31,6 +32,66 @@ constexpr auto kPlainBytes = [] {
 bool isPlain(char c)
 {
     return kPlainBytes[static_cast<unsigned char>(c)];
+}
+
+// The end of the run of plain bytes from `from`: eight bytes a step where the bytes' order allows,
+// as keys and values are most of a document.
+size_t plainRunEnd(std::string_view text, size_t from)
+{
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr uint64_t kOnes = 0x0101010101010101;
+        constexpr uint64_t kHighs = kOnes * 0x80;
+        // Each term flags the bytes it is about; a flag can be false only above a true one, so
+        // the lowest flag of all is the first byte that is not plain.
+        while (from + 8 <= text.size()) {
+            uint64_t word = 0;
+            std::memcpy(&word, text.data() + from, sizeof word);
+            const uint64_t quote = word ^ (kOnes * '"');
+            const uint64_t slash = word ^ (kOnes * '\\');
+            const uint64_t stop = (((word - kOnes * 0x20) & ~word) | ((quote - kOnes) & ~quote)
+                                   | ((slash - kOnes) & ~slash) | word)
+                                  & kHighs;
+            if (stop != 0) {
+                return from + static_cast<size_t>(std::countr_zero(stop) / 8);
+            }
+            from += 8;
+        }
+    }
+    while (from < text.size() && isPlain(text[from])) {
+        ++from;
+    }
+    return from;
+}
+
+// A number written with at most 15 digits and no exponent, as sizes and zoom levels are: its
+// digits and its power of ten are both exact in a double, so one division rounds it as
+// from_chars would, for a fraction of the work. Nothing for any other number.
+std::optional<double> shortDecimal(std::string_view number)
+{
+    static constexpr std::array<double, 16> kPowers = {
+        1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    const bool negative = !number.empty() && number.front() == '-';
+    uint64_t digits = 0;
+    size_t count = 0;
+    size_t fraction = 0;
+    bool point = false;
+    for (size_t i = negative ? 1 : 0; i < number.size(); ++i) {
+        const char c = number[i];
+        if (c == '.') {
+            point = true;
+        } else if (isDigit(c)) {
+            digits = digits * 10 + static_cast<uint64_t>(c - '0');
+            ++count;
+            fraction += point ? 1 : 0;
+        } else {
+            return std::nullopt;
+        }
+    }
+    if (count == 0 || count > 15) {
+        return std::nullopt;
+    }
+    const double value = static_cast<double>(digits) / kPowers[fraction];
+    return negative ? -value : value;
 }
 
 } // namespace
@@ -130,7 +191,7 @@ JsonReader::Type JsonReader::peek()
     }
 }
 
-bool JsonReader::skipNull()
+bool JsonReader::skipNullRun()
 {
     if (peek() != Type::Null) {
         return false;
@@ -207,6 +268,9 @@ double JsonReader::readDouble()
     double value = 0;
     const char* first = m_text.data() + start;
     const char* last = m_text.data() + m_pos;
+    if (auto exact = shortDecimal(std::string_view(first, static_cast<size_t>(last - first)))) {
+        return *exact;
+    }
     auto result = std::from_chars(first, last, value);
     if (result.ec == std::errc::result_out_of_range) {
         // Tiny numbers round to zero as other parsers do; huge ones are refused.
@@ -230,9 +294,36 @@ std::string JsonReader::readString()
     if (peek() != Type::String) {
         typeError("string");
     }
+    // Most strings have no escapes and no multi-byte text: one allocation of the right size.
+    if (size_t end = plainStringEnd(); end != std::string_view::npos) {
+        std::string out(m_text.substr(m_pos + 1, end - m_pos - 1));
+        m_pos = end + 1;
+        return out;
+    }
     std::string out;
     readStringInto(out);
     return out;
+}
+
+std::string_view JsonReader::readStringView(std::string& scratch)
+{
+    if (peek() != Type::String) {
+        typeError("string");
+    }
+    if (size_t end = plainStringEnd(); end != std::string_view::npos) {
+        std::string_view out = m_text.substr(m_pos + 1, end - m_pos - 1);
+        m_pos = end + 1;
+        return out;
+    }
+    scratch.clear();
+    readStringInto(scratch);
+    return scratch;
+}
+
+size_t JsonReader::plainStringEnd() const
+{
+    size_t run = plainRunEnd(m_text, m_pos + 1);
+    return run < m_text.size() && m_text[run] == '"' ? run : std::string_view::npos;
 }
 
 std::string_view JsonReader::readKey()
@@ -240,7 +331,7 @@ std::string_view JsonReader::readKey()
     if (m_pos >= m_text.size() || m_text[m_pos] != '"') {
         fail("expected a string as an object key");
     }
-    // Keys without escapes are read in place.
+    // Keys without escapes are read in place; they are short, so byte by byte.
     size_t p = m_pos + 1;
     while (p < m_text.size() && isPlain(m_text[p])) {
         ++p;
@@ -261,10 +352,7 @@ void JsonReader::readStringInto(std::string& out)
     const auto* text = reinterpret_cast<const unsigned char*>(m_text.data());
     const size_t size = m_text.size();
     for (;;) {
-        size_t run = m_pos;
-        while (run < size && isPlain(static_cast<char>(text[run]))) {
-            ++run;
-        }
+        size_t run = plainRunEnd(m_text, m_pos);
         out.append(m_text.data() + m_pos, run - m_pos);
         m_pos = run;
         if (m_pos >= size) {
@@ -371,6 +459,10 @@ void JsonReader::skipValue()
         readDouble(); // an overflowing number is an error even where it is not wanted
         break;
     case Type::String: {
+        if (size_t end = plainStringEnd(); end != std::string_view::npos) {
+            m_pos = end + 1;
+            break;
+        }
         std::string ignored;
         readStringInto(ignored);
         break;

@@ -40,8 +40,19 @@ public:
     bool readBool();
     double readDouble();
     std::string readString();
+    // The next string as it stands in the text when it has no escapes, else decoded into
+    // `scratch`: valid until the next read.
+    std::string_view readStringView(std::string& scratch);
     // True and consumed when the next value is null.
-    bool skipNull();
+    bool skipNull()
+    {
+        // Any other value is for the read that follows, which reports a fault in it.
+        if (m_pos < m_text.size() && m_text[m_pos] != 'n'
+            && static_cast<unsigned char>(m_text[m_pos]) > ' ') {
+            return false;
+        }
+        return skipNullRun();
+    }
     void skipValue();
 
     // Calls member(key) for each member; member must consume the value (read or skip it).
@@ -75,6 +86,10 @@ private:
         skipSpaceRun();
     }
     void skipSpaceRun();
+    bool skipNullRun();
+    // The end of the plain string opening at the cursor (its closing quote), or npos when it
+    // holds an escape or a byte that needs checking.
+    size_t plainStringEnd() const;
     void enter();
     void leave() { --m_depth; }
     bool consume(char c)

@@ -880,6 +880,11 @@ WriteTools::Answer WriteTools::Answer::of(const ProposalReview& review, std::str
     answer.message = std::string(WriteTools::message(answer.status));
     std::vector<std::string> outOfReach;
     bool anyRefused = false;
+    size_t rows = 0;
+    for (const auto& bar : review.bars) {
+        rows += bar.items.size();
+    }
+    answer.items.reserve(rows);
     auto item = [&](Item row) {
         anyRefused = anyRefused || row.verdict == "refused";
         answer.items.push_back(std::move(row));

@@ -99,6 +99,23 @@ TEST(JsonReader, RefusesWhatStrictJsonRefuses)
     }
 }
 
+// Strings are scanned several bytes at a time: a byte that needs care is found at any offset.
+TEST(JsonReader, FindsTheByteThatNeedsCareAtEveryOffset)
+{
+    for (size_t at = 0; at < 20; ++at) {
+        const std::string before(at, 'a');
+        const std::string after(20 - at, 'b');
+        for (std::string bad : {"\x01", "\x1F", "\x80", "\xFF"}) {
+            EXPECT_TRUE(refused("\"" + before + bad + after + "\"")) << at;
+            EXPECT_TRUE(refused("{\"" + before + bad + after + "\":1}")) << at;
+        }
+        EXPECT_EQ(readString("\"" + before + "\\\"\x7F\xC3\xA9" + after + "\""),
+                  before + "\"\x7F\xC3\xA9" + after)
+            << at;
+        EXPECT_EQ(readString("\"" + before + "\""), before);
+    }
+}
+
 TEST(JsonReader, ReadsNumbersAtTheirEdges)
 {
     const std::pair<const char*, double> cases[] = {
@@ -113,6 +130,14 @@ TEST(JsonReader, ReadsNumbersAtTheirEdges)
         {"0e0", 0.0},
         {"1E+2", 100.0},
         {"1e-400", 0.0}, // too small to hold: zero, not an error
+        // Short decimals take a quicker way that must round exactly as the general one.
+        {"0.1", 0.1},
+        {"0.3", 0.3},
+        {"-9.99999999999999", -9.99999999999999},
+        {"1234567.8901234", 1234567.8901234},
+        {"0.000000000000001", 1e-15},
+        {"123456789012345", 123456789012345.0},
+        {"0.1234567890123456", 0.1234567890123456},
     };
     for (const auto& [json, value] : cases) {
         JsonReader reader(json, 8);
