@@ -187,7 +187,7 @@ EditorDialog::~EditorDialog()
     }
 }
 
-void EditorDialog::addRow(QFormLayout* layout, Field field, const QString& label, QWidget* widget)
+void EditorDialog::addRow(FormRows& rows, Field field, const QString& label, QWidget* widget)
 {
     auto* holder = new QWidget;
     auto* column = new QVBoxLayout(holder);
@@ -201,25 +201,25 @@ void EditorDialog::addRow(QFormLayout* layout, Field field, const QString& label
     column->addWidget(problem);
     auto* caption = new QLabel(label);
     caption->setBuddy(widget);
-    layout->addRow(caption, holder);
-    m_rows[field] = {layout, holder, problem};
+    rows.add(caption, holder);
+    m_rows[field] = {&rows, holder, problem};
 }
 
 void EditorDialog::build()
 {
     const auto kind = m_form.kind();
-    m_main = new QFormLayout;
-    m_main->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_main = std::make_unique<FormRows>(new QFormLayout);
+    m_main->layout()->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
 
     m_name = new QLineEdit;
-    addRow(m_main, Field::Name, tr("&Name:"), m_name);
+    addRow(*m_main, Field::Name, tr("&Name:"), m_name);
     connect(m_name, &QLineEdit::textEdited, this, [this](const QString& text) {
         m_form.setName(text.toStdString());
         touch(Field::Name);
     });
 
     if (kind == Target::Kind::Url) {
-        addRow(m_main, Field::Template, tr("&Link to:"), makeTemplateBox());
+        addRow(*m_main, Field::Template, tr("&Link to:"), makeTemplateBox());
 
         auto* addressBox = new QWidget;
         auto* addressColumn = new QVBoxLayout(addressBox);
@@ -237,7 +237,7 @@ void EditorDialog::build()
         suggestionRow->addWidget(useLink);
         addressColumn->addWidget(m_suggestion);
         addressBox->setFocusProxy(m_address);
-        addRow(m_main, Field::Address, tr("&Address:"), addressBox);
+        addRow(*m_main, Field::Address, tr("&Address:"), addressBox);
         connect(m_address, &QLineEdit::textEdited, this, [this](const QString& text) {
             m_form.setAddress(text.toStdString());
             touch(Field::Address);
@@ -250,7 +250,7 @@ void EditorDialog::build()
         });
 
         m_paste = new QLineEdit;
-        addRow(m_main, Field::PasteLink, tr("&Paste a link:"), m_paste);
+        addRow(*m_main, Field::PasteLink, tr("&Paste a link:"), m_paste);
         connect(m_paste, &QLineEdit::textEdited, this, [this](const QString& text) {
             if (m_form.pasteLink(text.toStdString())) {
                 select(m_template, toQt(m_form.linkTemplate()->id()));
@@ -270,18 +270,18 @@ void EditorDialog::build()
         m_opens->setWordWrap(true);
         m_opens->setStyleSheet(QStringLiteral("color: palette(placeholder-text);"));
         blankColumn->addWidget(m_opens);
-        m_main->addRow(QString(), m_blankBox);
-        m_rows[Field::Blank] = {m_main, m_blankBox, nullptr};
+        m_main->add(nullptr, m_blankBox);
+        m_rows[Field::Blank] = {m_main.get(), m_blankBox, nullptr};
 
         m_openMode = new QComboBox;
         fillEnum<OpenMode>(m_openMode, readableWord(m_form.defaults().openMode), 3);
-        addRow(m_main, Field::OpenMode, fieldLabel(words::kOpens, QLatin1Char('O')), m_openMode);
+        addRow(*m_main, Field::OpenMode, fieldLabel(words::kOpens, QLatin1Char('O')), m_openMode);
         connect(m_openMode, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().openMode = enumIn<OpenMode>(m_openMode);
             refresh();
         });
         m_browser = new QComboBox;
-        addRow(m_main, Field::Browser, fieldLabel(words::kBrowser, QLatin1Char('B')), m_browser);
+        addRow(*m_main, Field::Browser, fieldLabel(words::kBrowser, QLatin1Char('B')), m_browser);
         connect(m_browser, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().browserBundleID = stringIn(m_browser);
         });
@@ -292,31 +292,31 @@ void EditorDialog::build()
         m_pageToggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
         m_pageToggle->setArrowType(Qt::RightArrow);
         m_pageToggle->setAutoRaise(true);
-        m_main->addRow(m_pageToggle);
+        m_main->add(m_pageToggle);
         m_pageBox = new QGroupBox;
-        m_pageForm = new QFormLayout(m_pageBox);
-        m_pageForm->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-        m_main->addRow(m_pageBox);
+        m_pageForm = std::make_unique<FormRows>(new QFormLayout(m_pageBox));
+        m_pageForm->layout()->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+        m_main->add(m_pageBox);
         connect(m_pageToggle, &QToolButton::toggled, this, [this](bool shown) {
             setPageSettingsShown(shown);
         });
 
         m_session = new QComboBox;
         addRow(
-            m_pageForm, Field::Session, fieldLabel(words::kAccount, QLatin1Char('c')), m_session);
+            *m_pageForm, Field::Session, fieldLabel(words::kAccount, QLatin1Char('c')), m_session);
         connect(m_session, &QComboBox::currentIndexChanged, this, [this] {
             const auto id = stringIn(m_session);
             m_form.page().sessionID = id ? kit::library::SessionID::parse(*id) : std::nullopt;
         });
         m_private = check(tr("P&rivate: the page keeps nothing once closed"));
-        addRow(m_pageForm, Field::Private, {}, m_private);
+        addRow(*m_pageForm, Field::Private, {}, m_private);
         connect(m_private, &QCheckBox::toggled, this, [this](bool on) {
             m_form.page().isPrivate = on;
             refresh();
         });
         m_userAgent = new QComboBox;
         fillEnum<BrowserAgent>(m_userAgent, readableWord(m_form.defaults().userAgent), 6);
-        addRow(m_pageForm,
+        addRow(*m_pageForm,
                Field::UserAgent,
                fieldLabel(words::kBrowserAgent, QLatin1Char('t')),
                m_userAgent);
@@ -326,14 +326,14 @@ void EditorDialog::build()
         });
         m_customAgent = new QLineEdit;
         m_customAgent->setPlaceholderText(tr("Mozilla/5.0 …"));
-        addRow(m_pageForm, Field::CustomUserAgent, tr("&User agent:"), m_customAgent);
+        addRow(*m_pageForm, Field::CustomUserAgent, tr("&User agent:"), m_customAgent);
         connect(m_customAgent, &QLineEdit::textEdited, this, [this](const QString& text) {
             m_form.page().customUserAgent = text.toStdString();
             refresh();
         });
         m_appearance = new QComboBox;
         fillEnum<PageAppearance>(m_appearance, readableWord(m_form.defaults().pageAppearance), 4);
-        addRow(m_pageForm,
+        addRow(*m_pageForm,
                Field::Appearance,
                fieldLabel(words::kAppearance, QLatin1Char('e')),
                m_appearance);
@@ -344,7 +344,7 @@ void EditorDialog::build()
         m_blocksAds->addItem(defaultText(blocksWord(m_form.defaults().blocksAds)), kDefault);
         m_blocksAds->addItem(toQt(words::yesNo(true)), 1);
         m_blocksAds->addItem(toQt(words::yesNo(false)), 0);
-        addRow(m_pageForm,
+        addRow(*m_pageForm,
                Field::BlocksAds,
                fieldLabel(words::kBlocksAds, QLatin1Char('d')),
                m_blocksAds);
@@ -354,63 +354,63 @@ void EditorDialog::build()
                 value == kDefault ? std::nullopt : std::optional<bool>(value == 1);
         });
         m_zoom = new QComboBox;
-        addRow(m_pageForm, Field::Zoom, fieldLabel(words::kZoom, QLatin1Char('Z')), m_zoom);
+        addRow(*m_pageForm, Field::Zoom, fieldLabel(words::kZoom, QLatin1Char('Z')), m_zoom);
         connect(m_zoom, &QComboBox::currentIndexChanged, this, [this] {
             const QVariant data = m_zoom->currentData();
             m_form.page().pageZoom =
                 data.isValid() ? std::optional<double>(data.toDouble()) : std::nullopt;
         });
-        addRow(m_pageForm, Field::PopoverSize, tr("Panel size:"), makeSizeRow(false));
-        addRow(m_pageForm, Field::WindowSize, tr("&Window size:"), makeSizeRow(true));
+        addRow(*m_pageForm, Field::PopoverSize, tr("Panel size:"), makeSizeRow(false));
+        addRow(*m_pageForm, Field::WindowSize, tr("&Window size:"), makeSizeRow(true));
         m_staysOnTop = check(tr("Window stays in &front"));
-        addRow(m_pageForm, Field::StaysOnTop, {}, m_staysOnTop);
+        addRow(*m_pageForm, Field::StaysOnTop, {}, m_staysOnTop);
         connect(m_staysOnTop, &QCheckBox::toggled, this, [this](bool on) {
             m_form.page().staysOnTop = on;
         });
         m_reloads = check(tr("Reload eac&h time it opens"));
-        addRow(m_pageForm, Field::ReloadsOnOpen, {}, m_reloads);
+        addRow(*m_pageForm, Field::ReloadsOnOpen, {}, m_reloads);
         connect(m_reloads, &QCheckBox::toggled, this, [this](bool on) {
             m_form.page().reloadsOnOpen = on;
         });
         m_keepsPlaying = check(tr("&Keep playing sound and video when closed"));
-        addRow(m_pageForm, Field::KeepsPlaying, {}, m_keepsPlaying);
+        addRow(*m_pageForm, Field::KeepsPlaying, {}, m_keepsPlaying);
         connect(m_keepsPlaying, &QCheckBox::toggled, this, [this](bool on) {
             m_form.page().keepsPlaying = on;
         });
         if (m_services.showsCount && m_services.setShowsCount) {
             m_showsCount = check(tr("Show the page's &count on its icon"));
             m_showsCount->setChecked(m_services.showsCount(m_form.shortcut().id));
-            m_pageForm->addRow(QString(), m_showsCount);
+            m_pageForm->add(nullptr, m_showsCount);
         }
         if (m_services.notifies && m_services.setNotifies) {
             m_notifies = check(tr("Let the page show &notifications"));
             m_notifies->setChecked(m_services.notifies(m_form.shortcut().id));
-            m_pageForm->addRow(QString(), m_notifies);
+            m_pageForm->add(nullptr, m_notifies);
         }
         m_newWindows = new QComboBox;
         fillEnum<NewWindowLinks>(m_newWindows, readableWord(m_form.defaults().newWindowLinks), 3);
-        addRow(m_pageForm, Field::NewWindowLinks, tr("Links to new windows &go:"), m_newWindows);
+        addRow(*m_pageForm, Field::NewWindowLinks, tr("Links to new windows &go:"), m_newWindows);
         connect(m_newWindows, &QComboBox::currentIndexChanged, this, [this] {
             m_form.page().newWindowLinks = enumIn<NewWindowLinks>(m_newWindows);
         });
     } else if (kind == Target::Kind::App) {
-        addRow(m_main, Field::App, tr("A&pp:"), makeAppList({}));
+        addRow(*m_main, Field::App, tr("A&pp:"), makeAppList({}));
     } else if (kind == Target::Kind::File || kind == Target::Kind::Folder) {
-        addRow(m_main,
+        addRow(*m_main,
                Field::Path,
                kind == Target::Kind::Folder ? tr("&Folder:") : tr("&File:"),
                makePathRow());
         m_openWith = new QComboBox;
-        addRow(m_main, Field::OpenWith, tr("Open &with:"), m_openWith);
+        addRow(*m_main, Field::OpenWith, tr("Open &with:"), m_openWith);
         connect(m_openWith, &QComboBox::currentIndexChanged, this, [this] {
             m_form.setOpenWith(stringIn(m_openWith));
         });
     }
 
     if (kind != Target::Kind::Divider) {
-        addRow(m_main, Field::Icon, tr("&Icon:"), makeIconRow());
+        addRow(*m_main, Field::Icon, tr("&Icon:"), makeIconRow());
         m_inMenuBar = check(tr("Show in the &menu bar"));
-        addRow(m_main, Field::ShowInMenuBar, {}, m_inMenuBar);
+        addRow(*m_main, Field::ShowInMenuBar, {}, m_inMenuBar);
         connect(
             m_inMenuBar, &QCheckBox::toggled, this, [this](bool on) { m_form.setInMenuBar(on); });
     }
@@ -423,7 +423,7 @@ void EditorDialog::build()
     auto* fields = new QWidget;
     auto* fieldsLayout = new QVBoxLayout(fields);
     fieldsLayout->setContentsMargins(0, 0, 0, 0);
-    fieldsLayout->addLayout(m_main);
+    fieldsLayout->addLayout(m_main->layout());
     fieldsLayout->addStretch();
     m_scroll = new QScrollArea;
     m_scroll->setWidget(fields);
@@ -962,16 +962,14 @@ void EditorDialog::refresh()
     bool anyPageField = false;
     for (auto& [field, row] : m_rows) {
         const bool on = shown(field);
-        if (row.layout == m_pageForm) {
+        if (row.rows == m_pageForm.get()) {
             anyPageField = anyPageField || on;
         }
-        row.layout->setRowVisible(row.field, on);
+        row.rows->setShown(row.field, on);
     }
     if (m_pageBox) {
-        m_pageToggle->setVisible(anyPageField);
-        m_pageBox->setVisible(anyPageField && m_pageToggle->isChecked());
-        m_main->setRowVisible(m_pageToggle, anyPageField);
-        m_main->setRowVisible(m_pageBox, anyPageField && m_pageToggle->isChecked());
+        m_main->setShown(m_pageToggle, anyPageField);
+        m_main->setShown(m_pageBox, anyPageField && m_pageToggle->isChecked());
     }
 
     // A new shortcut is not scolded for what the person has not reached yet.
@@ -1005,8 +1003,7 @@ void EditorDialog::refresh()
         m_opens->setText(link ? tr("Opens %1").arg(toQt(m_form.resolvedAddress())) : QString());
         m_opens->setVisible(link.has_value());
         if (link) {
-            m_blankBox->setVisible(true);
-            m_main->setRowVisible(m_blankBox, true);
+            m_main->setShown(m_blankBox, true);
         }
         const auto suggestion = m_form.appLinkSuggestion();
         m_suggestion->setVisible(suggestion.has_value());

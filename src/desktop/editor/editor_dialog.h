@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/editor/form_rows.h"
 #include "desktop/editor/shortcut_editor.h"
 #include "kit/editor/shortcut_form.h"
 
@@ -8,6 +9,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -77,13 +79,13 @@ public:
 private:
     struct Row
     {
-        QFormLayout* layout = nullptr;
+        FormRows* rows = nullptr;
         QWidget* field = nullptr;
         QLabel* problem = nullptr;
     };
 
     void build();
-    void addRow(QFormLayout* layout, Field field, const QString& label, QWidget* widget);
+    void addRow(FormRows& rows, Field field, const QString& label, QWidget* widget);
     QWidget* makeTemplateBox();
     QWidget* makeAppList(const std::string& search);
     QWidget* makePathRow();
@@ -107,10 +109,10 @@ private:
     std::set<Field> m_touched;
     std::optional<std::string> m_pathProblem;
     std::map<Field, Row> m_rows;
-    QFormLayout* m_main = nullptr;
+    std::unique_ptr<FormRows> m_main;
     // The fields scroll where the screen is too small for them; Save stays in sight.
     QScrollArea* m_scroll = nullptr;
-    QFormLayout* m_pageForm = nullptr;
+    std::unique_ptr<FormRows> m_pageForm;
     QToolButton* m_pageToggle = nullptr;
     QGroupBox* m_pageBox = nullptr;
 

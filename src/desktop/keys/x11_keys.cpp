@@ -309,6 +309,17 @@ struct X11HotKeys::Impl final : public QAbstractNativeEventFilter
         }
     }
 
+    // A round trip: the ungrabs are done before this returns, so another client that grabs the
+    // key next finds it free rather than racing them to the server.
+    void sync()
+    {
+        std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+        if (notifier) {
+            // Events read off the socket with the reply wake no notifier.
+            QTimer::singleShot(0, notifier.get(), [this] { drain(); });
+        }
+    }
+
     // Grabs every variant and checks each; any refusal undoes the rest.
     std::optional<uint64_t> grab(uint32_t keysym, uint16_t mask, uint32_t signature, uint32_t id)
     {
@@ -337,7 +348,7 @@ struct X11HotKeys::Impl final : public QAbstractNativeEventFilter
         }
         if (refused) {
             ungrab(grab);
-            xcb_flush(connection);
+            sync();
             return std::nullopt;
         }
         ++nextToken;
@@ -353,7 +364,7 @@ struct X11HotKeys::Impl final : public QAbstractNativeEventFilter
             return;
         }
         ungrab(*it);
-        xcb_flush(connection);
+        sync();
         grabs.erase(it);
     }
 
