@@ -130,12 +130,14 @@ Pages* PagesLoader::load()
                 "The page module could not be loaded: " + m_library.errorString().toStdString();
             continue;
         }
+        markStart(m_host.startMarks, "module loaded");
         auto make = reinterpret_cast<MakePages>(m_library.resolve(kMakePagesSymbol));
         if (!make) {
             m_error = "The page module " + candidate.string() + " is not one of this build.";
             continue;
         }
         m_pages.reset(make(&m_host));
+        markStart(m_host.startMarks, "pages made");
         m_error.clear();
         const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
             std::chrono::steady_clock::now() - started);
