@@ -11,6 +11,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <string_view>
 
 namespace desktop::pages {
 
@@ -56,6 +58,21 @@ struct QuietEngineStart
     QuietEngineStart(const QuietEngineStart&) = delete;
     QuietEngineStart& operator=(const QuietEngineStart&) = delete;
 };
+
+// Adds a switch to those the engine reads at its start, after any the person set.
+void addEngineSwitch(std::string_view name)
+{
+    constexpr const char* kVariable = "QTWEBENGINE_CHROMIUM_FLAGS";
+    // Before the engine starts its threads, which read the environment.
+    const char* set = std::getenv(kVariable); // NOLINT(concurrency-mt-unsafe)
+    std::string switches = set ? set : "";
+    if (switches.find(name) != std::string::npos) {
+        return;
+    }
+    switches += switches.empty() ? "" : " ";
+    switches += name;
+    ::setenv(kVariable, switches.c_str(), 1); // NOLINT(concurrency-mt-unsafe)
+}
 
 } // namespace
 
@@ -112,6 +129,10 @@ Pages* PagesLoader::load()
         // Before the engine starts its threads, which read it.
         ::setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0); // NOLINT(concurrency-mt-unsafe)
     }
+    // The engine's start waits for a second zygote, kept for helpers that run without a sandbox.
+    // It starts no such helper (its network service runs in our process), and that wait was the
+    // largest part of a cold first page's time. Pages keep their sandbox and their zygote.
+    addEngineSwitch("--no-unsandboxed-zygote");
     if (m_library.isLoaded()) {
         if (auto make = reinterpret_cast<MakePages>(m_library.resolve(kMakePagesSymbol))) {
             m_pages.reset(make(&m_host));
