@@ -129,9 +129,9 @@ Pages* PagesLoader::load()
         // Before the engine starts its threads, which read it.
         ::setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0); // NOLINT(concurrency-mt-unsafe)
     }
-    // The engine's start waits for a second zygote, kept for helpers that run without a sandbox.
-    // It starts no such helper (its network service runs in our process), and that wait was the
-    // largest part of a cold first page's time. Pages keep their sandbox and their zygote.
+    // The engine starts a second zygote for helpers that run without a sandbox, and it starts
+    // none (its network service runs in our process): that zygote only took the processors from
+    // the first page while it loaded, and 50 MiB. Pages keep their sandbox and their zygote.
     addEngineSwitch("--no-unsandboxed-zygote");
     if (m_library.isLoaded()) {
         if (auto make = reinterpret_cast<MakePages>(m_library.resolve(kMakePagesSymbol))) {
