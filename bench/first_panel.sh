@@ -5,6 +5,8 @@
 # click), and clicks after the pointer rested on the icon 0.3 s and 1 s (it starts on arrival).
 # Then the resident memory of the whole process tree with that one panel open, and of the idle app.
 # Usage: bench/first_panel.sh [BUILD_DIR]   (a release build with tests and benchmarks)
+# With VANTOREL_START_MARKS=1 each run's steps (module loaded, profile made, page painted...) go
+# to standard error.
 set -euo pipefail
 build=$(realpath "${1:-build/release}")
 vantorel=$build/src/main/vantorel
@@ -79,6 +81,10 @@ for dwell in 0 0.3 1; do
     [ "${ms:--1}" -ge 0 ] || { echo "first_panel: the page never showed (dwell $dwell)" >&2; tail -5 "$home/log" >&2; exit 1; }
     shown[$dwell]="${shown[$dwell]:-} $ms"
     sleep 2
+    if [ -n "${VANTOREL_START_MARKS:-}" ]; then
+      echo "dwell $dwell run $run: shown at $ms ms" >&2
+      grep -E '^(start|browser): ' "$home/log" >&2 || true
+    fi
     tree+=("$(tree_rss "$app")")
     kill -TERM "$app"
     wait "$app" || true

@@ -499,6 +499,17 @@ ManagerWindow& DesktopApp::manager()
             }
             return all;
         };
+        services.sessionData.watchNotificationAnswers =
+            [&dependencies](std::function<void()> changed) -> std::function<void()> {
+            auto& settings = dependencies.settingsStore();
+            const size_t token =
+                settings.observe([changed = std::move(changed)](const std::string& key) {
+                    if (key.starts_with(kit::web::NotificationSites::kKeyPrefix)) {
+                        changed();
+                    }
+                });
+            return [&settings, token] { settings.removeObserver(token); };
+        };
         services.sessionData.forgetNotificationAnswer =
             [&answers](const NotificationAnswer& answer) {
                 answers.forget(answer.session ? std::optional(answer.session->uuid) : std::nullopt,

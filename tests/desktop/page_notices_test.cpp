@@ -1,13 +1,20 @@
 // SPDX-License-Identifier: MIT
+#include "desktop/manager/manager_window.h"
+#include "desktop/manager/review_window.h"
 #include "desktop/pages/desktop_notices.h"
+#include "kit/proposal/proposal_inbox.h"
+#include "kit/settings/key_value_store.h"
+#include "kit/storage/library_store.h"
 #include "kit/web/page_notifications.h"
 #include "page_fake_notifications.h"
 #include "private_bus.h"
+#include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <QDBusConnection>
 #include <QImage>
+#include <QListWidget>
 
 #include <vector>
 
@@ -100,6 +107,49 @@ TEST_F(DesktopNoticesTest, WithoutAServiceNothingBreaks)
     notices.show(ShortcutID::make(), {"Mail", "Mail", ""}, QImage());
     spinFor(200ms);
     EXPECT_FALSE(opened);
+}
+
+TEST(NotificationAnswersPane, ASiteAnsweredWhileThePaneIsOpenShowsAtOnceAndTheSelectionStays)
+{
+    testing_support::TempDir dir;
+    kit::storage::LibraryStore store(kit::storage::SupportDirectory{dir.path(), true});
+    kit::proposal::ProposalInbox inbox;
+    kit::settings::MemoryKeyValueStore settings;
+    kit::web::NotificationSites answers(settings);
+    answers.remember(std::nullopt, "mail.example", true);
+
+    ManagerServices services(store, inbox);
+    services.sessionData.notificationAnswers = [&answers] {
+        std::vector<NotificationAnswer> all;
+        for (const auto& [site, allowed] : answers.sites(std::nullopt)) {
+            all.push_back({std::nullopt, site, allowed});
+        }
+        return all;
+    };
+    services.sessionData.watchNotificationAnswers = [&settings](std::function<void()> changed) {
+        const size_t token = settings.observe([changed](const std::string&) { changed(); });
+        return std::function<void()>([&settings, token] { settings.removeObserver(token); });
+    };
+    auto window = std::make_unique<ManagerWindow>(std::move(services));
+    window->present();
+    window->showPane(ManagerWindow::Pane::Sessions);
+    auto* list = window->findChild<QListWidget*>(QStringLiteral("notificationSites"));
+    ASSERT_NE(list, nullptr);
+    list->setCurrentRow(0);
+
+    answers.remember(std::nullopt, "news.example", false);
+    ASSERT_EQ(list->count(), 2);
+    EXPECT_TRUE(list->item(1)->text().startsWith(QStringLiteral("news.example")));
+    EXPECT_EQ(list->currentRow(), 0);
+
+    answers.forget(std::nullopt, "mail.example");
+    ASSERT_EQ(list->count(), 1);
+    EXPECT_TRUE(list->item(0)->text().startsWith(QStringLiteral("news.example")));
+    EXPECT_EQ(list->currentRow(), -1);
+
+    // The window stops listening when it goes.
+    window.reset();
+    answers.remember(std::nullopt, "mail.example", true);
 }
 
 } // namespace

@@ -37,6 +37,9 @@ struct SessionData
     // Every remembered answer, and forgetting one so the site asks again.
     std::function<std::vector<NotificationAnswer>()> notificationAnswers;
     std::function<void(const NotificationAnswer&)> forgetNotificationAnswer;
+    // Calls `changed` after each answer remembered or forgotten, by a page or another process,
+    // until the returned function is called.
+    std::function<std::function<void()>(std::function<void()> changed)> watchNotificationAnswers;
     std::function<void(const kit::library::SessionID&, std::function<void(int sites)>)> siteCount;
     std::function<void(const kit::library::SessionID&, std::function<void()> done)> clear;
     std::function<void(const kit::library::SessionID&)> remove;

@@ -220,6 +220,9 @@ ManagerWindow::ManagerWindow(ManagerServices services, QWidget* parent)
 ManagerWindow::~ManagerWindow()
 {
     m_services.store.removeObserver(m_storeObservation);
+    if (m_unwatchNoticeSites) {
+        m_unwatchNoticeSites();
+    }
     // Views let go of their models before the models go.
     m_outlineView->setModel(nullptr);
     m_sidebarView->setModel(nullptr);
@@ -575,6 +578,15 @@ QWidget* ManagerWindow::makeNoticeSites(QWidget* pane)
     row->addWidget(m_noticeSites, 1);
     row->addWidget(m_forgetNoticeSite, 0, Qt::AlignTop);
     layout->addLayout(row);
+    if (m_services.sessionData.watchNotificationAnswers) {
+        // A site answered in a page while the pane is open shows at once; a hidden pane reads
+        // the answers when it is shown.
+        m_unwatchNoticeSites = m_services.sessionData.watchNotificationAnswers([this] {
+            if (m_pane == Pane::Sessions && isVisible()) {
+                reloadNoticeSites();
+            }
+        });
+    }
     return box;
 }
 
@@ -584,6 +596,12 @@ void ManagerWindow::reloadNoticeSites()
     if (!m_noticeSites || !m_services.sessionData.notificationAnswers) {
         return;
     }
+    // The selected answer stays selected when answers come or go around it.
+    const int selected = m_noticeSites->currentRow();
+    const std::optional<NotificationAnswer> kept =
+        selected >= 0 && static_cast<size_t>(selected) < m_noticeAnswers.size()
+            ? std::optional(m_noticeAnswers[size_t(selected)])
+            : std::nullopt;
     m_noticeAnswers = m_services.sessionData.notificationAnswers();
     m_noticeSites->clear();
     for (const auto& answer : m_noticeAnswers) {
@@ -605,7 +623,12 @@ void ManagerWindow::reloadNoticeSites()
         auto* none = new QListWidgetItem(QStringLiteral("No site has asked yet."), m_noticeSites);
         none->setFlags(Qt::NoItemFlags);
     }
-    m_forgetNoticeSite->setEnabled(false);
+    const auto again = kept ? std::find(m_noticeAnswers.begin(), m_noticeAnswers.end(), *kept)
+                            : m_noticeAnswers.end();
+    if (again != m_noticeAnswers.end()) {
+        m_noticeSites->setCurrentRow(static_cast<int>(again - m_noticeAnswers.begin()));
+    }
+    m_forgetNoticeSite->setEnabled(m_noticeSites->currentRow() >= 0);
 }
 
 QWidget* ManagerWindow::makeAboutPane()

@@ -182,6 +182,7 @@ private:
     QListWidget* m_noticeSites = nullptr;
     QPushButton* m_forgetNoticeSite = nullptr;
     std::vector<NotificationAnswer> m_noticeAnswers;
+    std::function<void()> m_unwatchNoticeSites;
     QPushButton* m_removeSession = nullptr;
     QPushButton* m_renameSession = nullptr;
 

@@ -31,6 +31,7 @@ AppPages::AppPages(kit::support::MainQueue& mainQueue,
     const ProfileRoots roots = ProfileRoots::standard();
     host.storageRoot = roots.storage;
     host.cacheRoot = roots.cache;
+    host.startMarks = StartMarks::fromEnvironment();
     host.openInBrowser = [this](const std::string& address) {
         if (!m_workspace.open(address)) {
             kLog.error("nothing opens " + address);

@@ -4,9 +4,11 @@
 #include "desktop/qt_text.h"
 
 #include <QAction>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPainter>
 #include <QStyle>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -26,6 +28,31 @@ QString placeOf(const QUrl& address)
         return address.fileName();
     }
     return address.host().isEmpty() ? address.toDisplayString() : address.host();
+}
+
+constexpr int kIconSize = 16;
+// How much of the text's colour a disabled arrow keeps over the header's background.
+constexpr double kDisabledStrength = 0.35;
+
+QColor mixed(const QColor& over, const QColor& under, double strength)
+{
+    return QColor::fromRgbF(
+        static_cast<float>(over.redF() * strength + under.redF() * (1 - strength)),
+        static_cast<float>(over.greenF() * strength + under.greenF() * (1 - strength)),
+        static_cast<float>(over.blueF() * strength + under.blueF() * (1 - strength)));
+}
+
+// The icon's shape in one colour.
+QPixmap inColour(const QPixmap& shape, const QColor& colour)
+{
+    QPixmap tinted(shape.size());
+    tinted.setDevicePixelRatio(shape.devicePixelRatio());
+    tinted.fill(Qt::transparent);
+    QPainter painter(&tinted);
+    painter.drawPixmap(0, 0, shape);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(tinted.rect(), colour);
+    return tinted;
 }
 
 QToolButton* toolButton(QWidget* parent, QAction* action)
@@ -83,8 +110,10 @@ PageHeader::PageHeader(QWebEnginePage& page,
         connect(action, &QAction::triggered, this, [this, which = step.action] {
             m_page.triggerAction(which);
         });
+        m_steps.emplace_back(action, action->icon());
         row->addWidget(toolButton(this, action));
     }
+    tintIcons();
     row->addSpacing(6);
 
     auto* place = new QVBoxLayout;
@@ -146,6 +175,32 @@ PageHeader::PageHeader(QWebEnginePage& page,
 
     connect(&m_page, &QWebEnginePage::urlChanged, this, &PageHeader::showAddress);
     showAddress();
+}
+
+void PageHeader::changeEvent(QEvent* event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        tintIcons();
+    }
+}
+
+// The arrows in the header's text colour, and dimmed towards its background when there is
+// nowhere to go: the style's own disabled icon is made for light headers and on the dark one
+// looks no different from an enabled arrow.
+void PageHeader::tintIcons()
+{
+    const QColor text = palette().color(QPalette::Active, QPalette::ButtonText);
+    const QColor dim = mixed(text, palette().color(QPalette::Window), kDisabledStrength);
+    for (const auto& [action, source] : m_steps) {
+        QIcon icon;
+        for (const int scale : {1, 2}) {
+            const QPixmap shape = source.pixmap(QSize(kIconSize, kIconSize), scale);
+            icon.addPixmap(inColour(shape, text), QIcon::Normal);
+            icon.addPixmap(inColour(shape, dim), QIcon::Disabled);
+        }
+        action->setIcon(icon);
+    }
 }
 
 void PageHeader::setName(const std::string& name)

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QIcon>
 #include <QWidget>
 
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 class QAction;
 class QLabel;
@@ -35,9 +38,13 @@ public:
     // Puts the keyboard in the address field with its text selected; false when there is none.
     bool focusAddress();
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
     void showAddress();
     void goToTyped();
+    void tintIcons();
 
     QWebEnginePage& m_page;
     Callbacks m_callbacks;
@@ -45,6 +52,8 @@ private:
     QLabel* m_host = nullptr;
     QLineEdit* m_address = nullptr;
     QToolButton* m_zoom = nullptr;
+    // Each arrow with the icon it is drawn from, tinted anew when the look changes.
+    std::vector<std::pair<QAction*, QIcon>> m_steps;
 };
 
 } // namespace desktop::pages

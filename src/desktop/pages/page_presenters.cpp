@@ -27,6 +27,7 @@ Pages* PagePresenters::pagesOrBrowser(const kit::library::Shortcut& shortcut)
 {
     // A page is asked for: the first one's load is timed from here.
     m_services.loader.host().askedAt = std::chrono::steady_clock::now();
+    markStart(m_services.loader.host().startMarks, "page asked for");
     if (Pages* pages = m_services.loader.load()) {
         return pages;
     }
@@ -50,8 +51,10 @@ void PagePresenters::showPanel(const kit::library::Shortcut& shortcut,
 
 void PagePresenters::prepare(const kit::library::Shortcut& shortcut)
 {
+    markStart(m_services.loader.host().startMarks, "engine asked for ahead");
     if (Pages* pages = m_services.loader.load()) {
         pages->prepare(shortcut);
+        markStart(m_services.loader.host().startMarks, "engine ready ahead");
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "desktop/pages/start_marks.h"
 #include "kit/library/shortcut.h"
 #include "kit/menubar/page_counts.h"
 #include "kit/menubar/playing_pages.h"
@@ -79,6 +80,8 @@ struct Host
     std::function<kit::settings::AppAppearance()> appearance;
     // How long a minute lasts to resting pages; a benchmark shortens it.
     std::chrono::milliseconds restMinute = std::chrono::minutes(1);
+    // Where a cold first page's time goes; null marks nothing.
+    std::shared_ptr<StartMarks> startMarks;
 };
 
 // The in-app pages, in a module loaded on the first page so the idle app never maps the web

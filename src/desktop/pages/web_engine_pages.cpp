@@ -13,6 +13,7 @@
 #include "kit/web/page_sleep.h"
 
 #include <QApplication>
+#include <QChildEvent>
 #include <QCursor>
 #include <QGuiApplication>
 #include <QOpenGLContext>
@@ -70,6 +71,46 @@ constexpr auto kHoldsTyping = R"js((function(){
   }
   return false;
 })())js";
+
+// Marks a first page's loading and its first paints, which the page's own widget receives once
+// the engine made it.
+class PaintMarks final : public QObject
+{
+public:
+    PaintMarks(QWebEngineView& view, std::shared_ptr<StartMarks> marks)
+        : QObject(&view)
+        , m_marks(std::move(marks))
+    {
+        view.installEventFilter(this);
+        QObject::connect(view.page(), &QWebEnginePage::loadStarted, this, [this] {
+            m_marks->mark("load started");
+        });
+        QObject::connect(view.page(), &QWebEnginePage::loadFinished, this, [this] {
+            m_marks->mark("load finished");
+        });
+    }
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::ChildAdded) {
+            if (auto* child = static_cast<QChildEvent*>(event)->child(); child->isWidgetType()) {
+                child->installEventFilter(this);
+            }
+        } else if (event->type() == QEvent::Paint && watched != parent()) {
+            m_marks->mark("page painted");
+            if (++m_paints == kPaintsMarked) {
+                m_marks->finish();
+            }
+        }
+        return false;
+    }
+
+private:
+    static constexpr int kPaintsMarked = 4;
+    std::shared_ptr<StartMarks> m_marks;
+    int m_paints = 0;
+};
 
 // Private pages and pages of one session told apart by shortcut, then by kind.
 struct Key
@@ -137,6 +178,7 @@ public:
         const bool fresh = !panel;
         if (fresh) {
             panel = make(PageFrame::Kind::Panel, shortcut, settings);
+            markStart(m_host.startMarks, "page made");
         } else {
             refresh(*panel, shortcut, settings);
         }
@@ -151,6 +193,7 @@ public:
                                              {double(pointer.x()), double(pointer.y())},
                                              {double(size.width()), double(size.height())},
                                              toKit(screen->availableGeometry()))));
+        markStart(m_host.startMarks, "panel shown");
         if (fresh) {
             panel->start(*target);
         } else if (settings.reloadsOnOpen) {
@@ -374,6 +417,7 @@ private:
             isPrivate ? nullptr
                       : m_profiles.profile(target.sessionID ? std::optional(target.sessionID->uuid)
                                                             : std::nullopt);
+        markStart(m_host.startMarks, "profile made");
         auto* made = new PageFrame(kind,
                                    shortcut,
                                    settings,
@@ -382,6 +426,9 @@ private:
                                    m_profiles.engineAgent(),
                                    std::move(callbacks));
         m_frames[{id, kind}] = made;
+        if (m_host.startMarks && !m_firstLoadLogged) {
+            new PaintMarks(*made->view(), m_host.startMarks);
+        }
         applyLook(*made);
         if (m_blocker) {
             m_blocker->apply(made->rules(), settings.blocksAds);
@@ -670,5 +717,6 @@ extern "C" __attribute__((visibility("default"))) desktop::pages::Pages*
 vantorel_make_pages(const desktop::pages::Host* host) // NOLINT(readability-identifier-naming)
 {
     desktop::pages::chooseRenderer();
+    desktop::pages::markStart(host->startMarks, "renderer chosen");
     return new desktop::pages::WebEnginePages(*host);
 }
