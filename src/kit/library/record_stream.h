@@ -286,105 +286,48 @@ public:
         std::vector<Shortcut> members;
     };
 
-    // Dispatched on the key's length first: a link has many members, and most lengths name one.
     void urlField(std::string_view key, TargetFields& f)
     {
         URLTarget& u = f.link;
-        switch (key.size()) {
-        case 3:
-            if (is(key, "url")) {
-                f.url = m_reader.readString();
-                return;
-            }
-            break;
-        case 8:
-            if (is(key, "template")) {
-                optional(u.templateID, [&] { return m_reader.readString(); });
-                return;
-            }
-            if (is(key, "openMode")) {
-                optional(u.openMode, [&] { return enumeration<OpenMode>(); });
-                return;
-            }
-            if (is(key, "pageZoom")) {
-                optional(u.pageZoom, [&] { return m_reader.readDouble(); });
-                return;
-            }
-            break;
-        case 9:
-            if (is(key, "sessionID")) {
-                optional(u.sessionID, [&] { return identifier<SessionKind>(); });
-                return;
-            }
-            if (is(key, "userAgent")) {
-                optional(u.userAgent, [&] { return enumeration<BrowserAgent>(); });
-                return;
-            }
-            if (is(key, "blocksAds")) {
-                optional(u.blocksAds, [&] { return m_reader.readBool(); });
-                return;
-            }
-            if (is(key, "isPrivate")) {
-                orDefault(u.isPrivate, [&] { return m_reader.readBool(); });
-                return;
-            }
-            break;
-        case 10:
-            if (is(key, "windowSize")) {
-                optional(u.windowSize, [&] { return size(); });
-                return;
-            }
-            if (is(key, "staysOnTop")) {
-                orDefault(u.staysOnTop, [&] { return m_reader.readBool(); });
-                return;
-            }
-            break;
-        case 11:
-            if (is(key, "popoverSize")) {
-                optional(u.popoverSize, [&] { return size(); });
-                return;
-            }
-            break;
-        case 12:
-            if (is(key, "keepsPlaying")) {
-                orDefault(u.keepsPlaying, [&] { return m_reader.readBool(); });
-                return;
-            }
-            break;
-        case 13:
-            if (is(key, "reloadsOnOpen")) {
-                orDefault(u.reloadsOnOpen, [&] { return m_reader.readBool(); });
-                return;
-            }
-            break;
-        case 14:
-            if (is(key, "pageAppearance")) {
-                optional(u.pageAppearance, [&] { return enumeration<PageAppearance>(); });
-                return;
-            }
-            if (is(key, "lastVisitedURL")) {
-                optional(u.lastVisitedURL, [&] { return m_reader.readString(); });
-                return;
-            }
-            if (is(key, "newWindowLinks")) {
-                optional(u.newWindowLinks, [&] { return enumeration<NewWindowLinks>(); });
-                return;
-            }
-            break;
-        case 15:
-            if (is(key, "browserBundleID")) {
-                optional(u.browserBundleID, [&] { return m_reader.readString(); });
-                return;
-            }
-            if (is(key, "customUserAgent")) {
-                optional(u.customUserAgent, [&] { return m_reader.readString(); });
-                return;
-            }
-            break;
-        default:
-            break;
+        if (is(key, "url")) {
+            f.url = m_reader.readString();
+        } else if (is(key, "template")) {
+            optional(u.templateID, [&] { return m_reader.readString(); });
+        } else if (is(key, "openMode")) {
+            optional(u.openMode, [&] { return enumeration<OpenMode>(); });
+        } else if (is(key, "sessionID")) {
+            optional(u.sessionID, [&] { return identifier<SessionKind>(); });
+        } else if (is(key, "browserBundleID")) {
+            optional(u.browserBundleID, [&] { return m_reader.readString(); });
+        } else if (is(key, "userAgent")) {
+            optional(u.userAgent, [&] { return enumeration<BrowserAgent>(); });
+        } else if (is(key, "customUserAgent")) {
+            optional(u.customUserAgent, [&] { return m_reader.readString(); });
+        } else if (is(key, "pageAppearance")) {
+            optional(u.pageAppearance, [&] { return enumeration<PageAppearance>(); });
+        } else if (is(key, "blocksAds")) {
+            optional(u.blocksAds, [&] { return m_reader.readBool(); });
+        } else if (is(key, "popoverSize")) {
+            optional(u.popoverSize, [&] { return size(); });
+        } else if (is(key, "windowSize")) {
+            optional(u.windowSize, [&] { return size(); });
+        } else if (is(key, "lastVisitedURL")) {
+            optional(u.lastVisitedURL, [&] { return m_reader.readString(); });
+        } else if (is(key, "isPrivate")) {
+            orDefault(u.isPrivate, [&] { return m_reader.readBool(); });
+        } else if (is(key, "staysOnTop")) {
+            orDefault(u.staysOnTop, [&] { return m_reader.readBool(); });
+        } else if (is(key, "reloadsOnOpen")) {
+            orDefault(u.reloadsOnOpen, [&] { return m_reader.readBool(); });
+        } else if (is(key, "keepsPlaying")) {
+            orDefault(u.keepsPlaying, [&] { return m_reader.readBool(); });
+        } else if (is(key, "newWindowLinks")) {
+            optional(u.newWindowLinks, [&] { return enumeration<NewWindowLinks>(); });
+        } else if (is(key, "pageZoom")) {
+            optional(u.pageZoom, [&] { return m_reader.readDouble(); });
+        } else {
+            m_reader.skipValue();
         }
-        m_reader.skipValue();
     }
 
     void field(Target::Kind kind, std::string_view key, TargetFields& f)

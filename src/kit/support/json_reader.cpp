@@ -291,14 +291,9 @@ double JsonReader::readDouble()
 
 std::string JsonReader::readString()
 {
-    if (peek() != Type::String) {
-        typeError("string");
-    }
     // Most strings have no escapes and no multi-byte text: one allocation of the right size.
-    if (size_t end = plainStringEnd(); end != std::string_view::npos) {
-        std::string out(m_text.substr(m_pos + 1, end - m_pos - 1));
-        m_pos = end + 1;
-        return out;
+    if (auto plain = takePlainString()) {
+        return std::string(*plain);
     }
     std::string out;
     readStringInto(out);
@@ -307,23 +302,26 @@ std::string JsonReader::readString()
 
 std::string_view JsonReader::readStringView(std::string& scratch)
 {
-    if (peek() != Type::String) {
-        typeError("string");
-    }
-    if (size_t end = plainStringEnd(); end != std::string_view::npos) {
-        std::string_view out = m_text.substr(m_pos + 1, end - m_pos - 1);
-        m_pos = end + 1;
-        return out;
+    if (auto plain = takePlainString()) {
+        return *plain;
     }
     scratch.clear();
     readStringInto(scratch);
     return scratch;
 }
 
-size_t JsonReader::plainStringEnd() const
+std::optional<std::string_view> JsonReader::takePlainString()
 {
-    size_t run = plainRunEnd(m_text, m_pos + 1);
-    return run < m_text.size() && m_text[run] == '"' ? run : std::string_view::npos;
+    if (peek() != Type::String) {
+        typeError("string");
+    }
+    const size_t end = plainRunEnd(m_text, m_pos + 1);
+    if (end >= m_text.size() || m_text[end] != '"') {
+        return std::nullopt;
+    }
+    const std::string_view plain = m_text.substr(m_pos + 1, end - m_pos - 1);
+    m_pos = end + 1;
+    return plain;
 }
 
 std::string_view JsonReader::readKey()
@@ -459,8 +457,7 @@ void JsonReader::skipValue()
         readDouble(); // an overflowing number is an error even where it is not wanted
         break;
     case Type::String: {
-        if (size_t end = plainStringEnd(); end != std::string_view::npos) {
-            m_pos = end + 1;
+        if (takePlainString()) {
             break;
         }
         std::string ignored;

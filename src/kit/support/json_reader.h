@@ -87,9 +87,9 @@ private:
     }
     void skipSpaceRun();
     bool skipNullRun();
-    // The end of the plain string opening at the cursor (its closing quote), or npos when it
-    // holds an escape or a byte that needs checking.
-    size_t plainStringEnd() const;
+    // The string at the cursor, consumed, when it holds no escape and no byte that needs
+    // checking; otherwise nothing and the cursor stays at its opening quote.
+    std::optional<std::string_view> takePlainString();
     void enter();
     void leave() { --m_depth; }
     bool consume(char c)
