@@ -240,16 +240,16 @@ std::vector<ReviewRow> reviewRows(const ProposalReview& review,
             continue;
         }
         // Members of an unchecked group go with it: everything deeper until the depth is back.
-        std::optional<int> leftOutDepth;
+        int leftOutDepth = -1; // none left out
         for (const auto& item : bar.items) {
             ReviewRow row = itemRow(item, index, accountName);
-            if (leftOutDepth && row.depth <= *leftOutDepth) {
-                leftOutDepth.reset();
+            if (leftOutDepth >= 0 && row.depth <= leftOutDepth) {
+                leftOutDepth = -1;
             }
-            if (!leftOutDepth && row.entry && leftOut.contains(*row.entry)) {
+            if (leftOutDepth < 0 && row.entry && leftOut.contains(*row.entry)) {
                 leftOutDepth = row.depth;
             }
-            row.isLeftOut = leftOutDepth.has_value() && row.tone == ReviewRow::Tone::Writes;
+            row.isLeftOut = leftOutDepth >= 0 && row.tone == ReviewRow::Tone::Writes;
             rows.push_back(std::move(row));
         }
     }
