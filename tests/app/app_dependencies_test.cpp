@@ -2,9 +2,7 @@
 #include "app/app_dependencies.h"
 
 #include "app/instance_channel.h"
-#include "app/starter_bar.h"
 #include "kit/library/fixtures.h"
-#include "kit/mcp/socket_client.h"
 #include "kit/support/run_loop.h"
 #include "support/temp_dir.h"
 
@@ -160,10 +158,6 @@ TEST_F(Machine, AFirstLaunchSeedsTheStarterBarOnceAndAsksForTheIntroductionAgain
         ASSERT_NE(app, shortcuts.end());
         EXPECT_EQ(app->name, "Files");
         EXPECT_EQ(app->target.appTarget()->bundleID, "org.gnome.Nautilus");
-        auto group = std::find_if(
-            shortcuts.begin(), shortcuts.end(), [](const auto& s) { return s.target.isGroup(); });
-        ASSERT_NE(group, shortcuts.end());
-        EXPECT_EQ(group->target.members().size(), 2u);
     }
     AppDependencies again(m_loop, options());
     EXPECT_FALSE(again.seededStarterBar());
@@ -197,23 +191,6 @@ TEST_F(Machine, TurningAssistantsOnAndOffStartsAndStopsTheSocketAtOnce)
     dependencies.terminate();
     EXPECT_FALSE(std::filesystem::exists(socketPath()));
     EXPECT_FALSE(marker.isRunning());
-}
-
-TEST_F(Machine, AssistantsReachTheLibraryThroughTheSocket)
-{
-    AppDependencies dependencies(m_loop, options());
-    dependencies.settings().setAssistantsEnabled(true);
-    dependencies.start();
-
-    testing_support::SocketClient client(socketPath().string());
-    ASSERT_TRUE(client.connected());
-    client.send(R"({"jsonrpc":"2.0","id":7,"method":"tools/call",)"
-                R"("params":{"name":"list_bars","arguments":{}}})"
-                "\n");
-    ASSERT_TRUE(m_loop.runUntil([&] { return !client.poll().empty(); }, std::chrono::seconds(10)));
-    EXPECT_THAT(client.lines()[0], HasSubstr(R"("id":7)"));
-    EXPECT_THAT(client.lines()[0], HasSubstr("Shortcuts"));
-    EXPECT_THAT(client.lines()[0], HasSubstr(R"("isError":false)"));
 }
 
 TEST_F(Machine, QuittingWritesWhatIsPending)
@@ -324,15 +301,6 @@ TEST_F(Machine, ADocumentOnAHungMountNeitherFreezesTheAppNorHoldsUpQuitting)
     ASSERT_TRUE(m_loop.runUntil([&] { return gone.expired(); }, std::chrono::seconds(10)));
     m_loop.runFor(std::chrono::milliseconds(0));
     EXPECT_FALSE(called);
-}
-
-TEST_F(Machine, FilesAreReachedThroughGrantsOnlyWhetherOrNotTheyExist)
-{
-    AppDependencies dependencies(m_loop, options());
-    testing_support::writeFile(home() / "notes.txt", "x");
-    EXPECT_FALSE(dependencies.reach((home() / "notes.txt").string()));
-    EXPECT_FALSE(dependencies.reach((home() / "missing.txt").string()));
-    EXPECT_FALSE(dependencies.reach("/etc/shadow"));
 }
 
 TEST(InstanceChannel, TheFirstStartServesLaterOnes)

@@ -135,7 +135,13 @@ TEST_F(ContentBlockerOnDisk, CompilesOncePerRulesAndPrunesOlderBuilds)
     auto first = fileFor(kRules);
     ASSERT_TRUE(std::filesystem::exists(first));
     auto written = std::filesystem::last_write_time(first);
-    writeFile(support.file("other.adblock.0123456789abcdef.rules"), "kept");
+    // Other applications' lists, one whose name merely starts like ours among them, are kept.
+    const char* others[] = {"other.adblock.0123456789abcdef.rules",
+                            "appBeta.adblock.0123456789abcdef.rules",
+                            "app.adblockers.rules"};
+    for (const char* other : others) {
+        writeFile(support.file(other), "kept");
+    }
 
     ASSERT_TRUE(launch(kRules));
     EXPECT_EQ(std::filesystem::last_write_time(first), written);
@@ -144,7 +150,9 @@ TEST_F(ContentBlockerOnDisk, CompilesOncePerRulesAndPrunesOlderBuilds)
     ASSERT_TRUE(launch(changed));
     EXPECT_FALSE(std::filesystem::exists(first));
     EXPECT_TRUE(std::filesystem::exists(fileFor(changed)));
-    EXPECT_TRUE(std::filesystem::exists(support.file("other.adblock.0123456789abcdef.rules")));
+    for (const char* other : others) {
+        EXPECT_TRUE(std::filesystem::exists(support.file(other))) << other;
+    }
 }
 
 TEST(DiskRuleListStore, AMissingFolderHasNoLists)
