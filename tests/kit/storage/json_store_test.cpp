@@ -128,17 +128,6 @@ TEST_F(JsonStoreTest, DestructionFlushesAndALateScheduledWriteIsHarmless)
     m_scheduler->advance(kInterval);
 }
 
-TEST_F(JsonStoreTest, ItsOwnQueueWritesOnDestructionWithoutWaitingTheInterval)
-{
-    auto start = std::chrono::steady_clock::now();
-    {
-        Store store(m_file, 1h, textCoding());
-        store.save("pending");
-    }
-    EXPECT_EQ(readFile(m_file), encoded("pending"));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
-}
-
 TEST_F(JsonStoreTest, SavesFromManyThreadsEndWithOneOfTheLastValues)
 {
     Store store(m_file, 1ms, textCoding());
