@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "app/app_dependencies.h"
 
-#include "app/instance_channel.h"
 #include "kit/library/fixtures.h"
 #include "kit/support/run_loop.h"
 #include "support/temp_dir.h"
@@ -13,7 +12,6 @@
 #include <sys/stat.h>
 
 #include <condition_variable>
-#include <future>
 #include <map>
 #include <mutex>
 
@@ -23,13 +21,6 @@ using ::testing::HasSubstr;
 using testing_support::TempDir;
 
 namespace {
-
-bool isSocket(const std::filesystem::path& path)
-{
-    struct stat info
-    {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode);
-}
 
 // A person's machine in a temporary folder: a home, one installed file manager, no real files.
 class Machine : public ::testing::Test
@@ -165,34 +156,6 @@ TEST_F(Machine, AFirstLaunchSeedsTheStarterBarOnceAndAsksForTheIntroductionAgain
     EXPECT_TRUE(again.settings().welcomeShown());
 }
 
-TEST_F(Machine, TurningAssistantsOnAndOffStartsAndStopsTheSocketAtOnce)
-{
-    AppDependencies dependencies(m_loop, options());
-    dependencies.start();
-    EXPECT_FALSE(isSocket(socketPath()));
-    // The bridge still learns that the app runs.
-    mcp::InstanceMarker marker(mcp::InstanceMarker::besideSocket(socketPath().string()));
-    EXPECT_TRUE(marker.isRunning());
-
-    dependencies.settings().setAssistantsEnabled(true);
-    EXPECT_TRUE(isSocket(socketPath()));
-    dependencies.settings().setAssistantsEnabled(false);
-    EXPECT_FALSE(std::filesystem::exists(socketPath()));
-
-    // The settings command writes the file from another process; the app re-reads it when told.
-    {
-        settings::JsonFileKeyValueStore file(m_dir.path() / "config" / "settings.json");
-        settings::AppSettings other(file);
-        other.setAssistantsEnabled(true);
-    }
-    dependencies.settingsStore().reload();
-    EXPECT_TRUE(isSocket(socketPath()));
-
-    dependencies.terminate();
-    EXPECT_FALSE(std::filesystem::exists(socketPath()));
-    EXPECT_FALSE(marker.isRunning());
-}
-
 TEST_F(Machine, QuittingWritesWhatIsPending)
 {
     AppDependencies dependencies(m_loop, options());
@@ -301,29 +264,6 @@ TEST_F(Machine, ADocumentOnAHungMountNeitherFreezesTheAppNorHoldsUpQuitting)
     ASSERT_TRUE(m_loop.runUntil([&] { return gone.expired(); }, std::chrono::seconds(10)));
     m_loop.runFor(std::chrono::milliseconds(0));
     EXPECT_FALSE(called);
-}
-
-TEST(InstanceChannel, TheFirstStartServesLaterOnes)
-{
-    TempDir dir;
-    support::RunLoop loop;
-    InstanceChannel first(dir.path());
-    ASSERT_TRUE(
-        first.becomePrimary([](const std::string& request) { return "echo " + request; }, loop));
-    InstanceChannel second(dir.path());
-    EXPECT_FALSE(second.becomePrimary([](const std::string&) { return std::string(); }, loop));
-
-    auto reply = std::async(std::launch::async, [&] {
-        return InstanceChannel::send(dir.path(), R"({"command":"show"})");
-    });
-    loop.runUntil(
-        [&] { return reply.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-        std::chrono::seconds(10));
-    EXPECT_EQ(reply.get(), R"(echo {"command":"show"})");
-
-    first.stop();
-    EXPECT_FALSE(InstanceChannel::send(dir.path(), "{}", std::chrono::milliseconds(200)));
-    EXPECT_TRUE(second.becomePrimary([](const std::string&) { return std::string(); }, loop));
 }
 
 } // namespace

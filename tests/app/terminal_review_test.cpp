@@ -107,15 +107,6 @@ TEST_F(TerminalReviewTest, ApplyingWritesOnlyTheCheckedRowsAndTellsTheProposer)
     EXPECT_EQ(m_review.handle("apply"), "There is no proposal to review.\n");
 }
 
-TEST_F(TerminalReviewTest, DecliningChangesNothing)
-{
-    receive(proposal());
-    EXPECT_EQ(m_review.handle("decline"), "Declined; nothing was changed.\n");
-    ASSERT_TRUE(m_decision);
-    EXPECT_EQ(m_decision->kind, ProposalInbox::Decision::Kind::Declined);
-    EXPECT_EQ(names(), (std::vector<std::string>{"Mail", "News"}));
-}
-
 TEST_F(TerminalReviewTest, MistypedCommandsSayWhatWouldWork)
 {
     EXPECT_EQ(m_review.handle("apply"), "There is no proposal to review.\n");
