@@ -120,27 +120,16 @@ const std::vector<Case> kConditions{
 
 INSTANTIATE_TEST_SUITE_P(Conditions, Decisions, testing::ValuesIn(kConditions));
 
+const std::string kAdsA = "https://ads.com/a";
 const std::vector<Case> kExceptions{
     {{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/ok.js", kPage, kScript, false},
     {{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/no.js", kPage, kScript, true},
     {{"||ads.com^", "@@||ads.com^$image"}, "https://ads.com/a.js", kPage, kScript, true},
-    {{"||ads.com^$important", "@@||ads.com^"}, "https://ads.com/a", kPage, kScript, true},
-    {{"||ads.com^", "@@||site.com^$document"}, "https://ads.com/a", kPage, kScript, false},
-    {{"||ads.com^", "@@||site.com^$document"},
-     "https://ads.com/a",
-     "https://x.org/",
-     kScript,
-     true},
-    {{"||ads.com^", "@@|https://news.site.com/$document"},
-     "https://ads.com/a",
-     kPage,
-     kScript,
-     false},
-    {{"||ads.com^", "@@|https://www.site.com/$document"},
-     "https://ads.com/a",
-     kPage,
-     kScript,
-     true},
+    {{"||ads.com^$important", "@@||ads.com^"}, kAdsA, kPage, kScript, true},
+    {{"||ads.com^", "@@||site.com^$document"}, kAdsA, kPage, kScript, false},
+    {{"||ads.com^", "@@||site.com^$document"}, kAdsA, "https://x.org/", kScript, true},
+    {{"||ads.com^", "@@|https://news.site.com/$document"}, kAdsA, kPage, kScript, false},
+    {{"||ads.com^", "@@|https://www.site.com/$document"}, kAdsA, kPage, kScript, true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Exceptions, Decisions, testing::ValuesIn(kExceptions));

@@ -156,15 +156,3 @@ TEST(IconSearch, GoesFromPageToManifestToImagesAndEndsWithTheRootIcon)
                                         "https://www.a.example/favicon.ico"}));
     EXPECT_FALSE(search.chosen());
 }
-
-TEST(IconSearch, AFailedPageStillTriesTheRootIconAndAFoundImageEndsIt)
-{
-    IconSearch search("http://b.example/deep/page", 16);
-    search.failed();
-    ASSERT_TRUE(search.next());
-    EXPECT_EQ(search.next()->address, "http://b.example/favicon.ico");
-    search.found();
-    EXPECT_FALSE(search.next());
-    EXPECT_EQ(search.chosen(), "http://b.example/favicon.ico");
-    EXPECT_FALSE(IconSearch("file:///x.html", 16).next());
-}
