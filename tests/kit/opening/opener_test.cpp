@@ -161,9 +161,10 @@ TEST_F(OpenerTest, the_page_gets_its_settings_resolved_against_the_current_defau
     m_defaults.openMode = OpenMode::System;
     m_opener->open(page);
     EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"https://mail.example.com/"});
-    // The target's own mode wins over the defaults.
-    m_opener->open(link("https://mail.example.com/", OpenMode::Window));
+    // The target's own mode wins over the defaults; a shortcut link there is just a page.
+    m_opener->open(link("shortcuts://run-shortcut?name=X", OpenMode::Window));
     EXPECT_EQ(m_windows.shown.size(), 2u);
+    EXPECT_TRUE(m_appleShortcuts.names.empty());
 }
 
 // Browsers.
@@ -209,13 +210,6 @@ TEST_F(OpenerTest, what_cannot_be_reached_is_missing_and_reported)
 }
 
 // Apple Shortcuts.
-
-TEST_F(OpenerTest, a_shortcut_link_in_a_panel_is_just_a_page)
-{
-    m_opener->open(link("shortcuts://run-shortcut?name=X", OpenMode::Window));
-    EXPECT_TRUE(m_appleShortcuts.names.empty());
-    EXPECT_EQ(m_windows.shown.size(), 1u);
-}
 
 // Only "unavailable" comes back on this platform; the other results have no runner to give them.
 TEST_F(OpenerTest, an_unavailable_shortcut_run_hands_the_address_over_on_the_main_queue)
@@ -295,41 +289,24 @@ TEST_F(OpenerTest, a_file_opens_with_the_default_app_under_held_access)
     EXPECT_EQ(m_workspace.opened.back(), "file:///home/me/Projects");
 }
 
-struct RefusalCase
+TEST_F(OpenerTest, a_file_that_does_not_open_fails_saying_why_after_the_first_sentence)
 {
-    OpenFailure why;
-    std::string sentences;
-};
-
-class FileRefusal : public OpenerTest, public testing::WithParamInterface<RefusalCase>
-{};
-
-TEST_P(FileRefusal, fails_saying_why_after_the_first_sentence)
-{
+    const std::pair<OpenFailure, std::string> rows[] = {
+        {OpenFailure::NoApp, " No app on this computer is set up to open this kind of file."},
+        {OpenFailure::AppNotInstalled, " The app that opens it is not installed any more."},
+        {OpenFailure::Missing, " It was moved or deleted, or is on a disk that is not connected."},
+        {OpenFailure::Permission, " You do not have permission to open it."},
+        {OpenFailure::Other, ""},
+    };
     m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
     m_workspace.canOpen = false;
-    m_workspace.why = GetParam().why;
-    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")), Outcome::failed(GetParam().sentences));
-    EXPECT_EQ(m_opener->lastFailure(), GetParam().sentences);
+    for (const auto& [why, reason] : rows) {
+        const std::string sentences = "\u201CNotes\u201D could not be opened." + reason;
+        m_workspace.why = why;
+        EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")), Outcome::failed(sentences));
+        EXPECT_EQ(m_opener->lastFailure(), sentences);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Reasons,
-    FileRefusal,
-    testing::Values(
-        RefusalCase{OpenFailure::NoApp,
-                    "\u201CNotes\u201D could not be opened. No app on this computer is set up to "
-                    "open this kind of file."},
-        RefusalCase{OpenFailure::AppNotInstalled,
-                    "\u201CNotes\u201D could not be opened. The app that opens it is not "
-                    "installed any more."},
-        RefusalCase{OpenFailure::Missing,
-                    "\u201CNotes\u201D could not be opened. It was moved or deleted, or is on a "
-                    "disk that is not connected."},
-        RefusalCase{
-            OpenFailure::Permission,
-            "\u201CNotes\u201D could not be opened. You do not have permission to open it."},
-        RefusalCase{OpenFailure::Other, "\u201CNotes\u201D could not be opened."}));
 
 TEST_F(OpenerTest, a_chosen_browser_or_app_opens_it_and_a_file_holds_access_until_done)
 {
