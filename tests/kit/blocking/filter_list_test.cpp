@@ -219,11 +219,8 @@ TEST(FilterList, HidingExceptionsEditTheRulesTheyName)
     EXPECT_EQ(bySelector[".kept"]["unless-domain"], json({"*a.com"}));
     EXPECT_EQ(bySelector[".plain, .other"]["url-filter"], ".*"); // generic ones share a rule
     EXPECT_EQ(bySelector[".side"]["if-domain"], json({"*b.com"}));
-}
-
-TEST(FilterList, SpecificHidingForTheSameDomainsSharesARule)
-{
-    json rules = convert({"a.com##.x", "a.com##.y", "b.com##.z"});
+    // Specific ones for the same domains share a rule too.
+    rules = convert({"a.com##.x", "a.com##.y", "b.com##.z"});
     ASSERT_EQ(rules.size(), 2u);
     EXPECT_EQ(rules[0]["action"]["selector"], ".x, .y");
     EXPECT_EQ(rules[1]["trigger"]["if-domain"], json({"*b.com"}));
