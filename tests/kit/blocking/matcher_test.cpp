@@ -15,20 +15,6 @@ namespace {
 
 constexpr std::string_view kSuffixes = "// test list\ncom\nuk\nco.uk\n*.ck\n!www.ck\n";
 
-Matcher fromFilters(const std::vector<std::string>& filters)
-{
-    std::string text;
-    for (const std::string& filter : filters) {
-        text += filter + "\n";
-    }
-    auto compiled = Matcher::compile(convertFilterLists({text}).json, kSuffixes);
-    if (auto* error = std::get_if<std::string>(&compiled)) {
-        ADD_FAILURE() << *error;
-        return std::get<Matcher>(Matcher::compile("[]"));
-    }
-    return std::move(std::get<Matcher>(compiled));
-}
-
 Matcher fromJson(std::string_view json)
 {
     auto compiled = Matcher::compile(json, kSuffixes);
@@ -37,6 +23,15 @@ Matcher fromJson(std::string_view json)
         return std::get<Matcher>(Matcher::compile("[]"));
     }
     return std::move(std::get<Matcher>(compiled));
+}
+
+Matcher fromFilters(const std::vector<std::string>& filters)
+{
+    std::string text;
+    for (const std::string& filter : filters) {
+        text += filter + "\n";
+    }
+    return fromJson(convertFilterLists({text}).json);
 }
 
 // A request decided against a small filter list.
