@@ -175,10 +175,6 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
     EXPECT_EQ(open(dependencies, m_dir.path() / "gone.vantorel"),
               "“gone.vantorel” could not be opened: there is no such file.");
 
-    testing_support::writeFile(m_dir.file("newer.vantorel"), R"({"formatVersion": 2})");
-    EXPECT_EQ(open(dependencies, m_dir.file("newer.vantorel")),
-              "“newer.vantorel” could not be opened: written by a newer Vantorel (format 2, this "
-              "build reads up to 1).");
     testing_support::writeFile(m_dir.file("broken.vantorel"), "{\"bars\": [");
     auto broken = open(dependencies, m_dir.file("broken.vantorel"));
     ASSERT_TRUE(broken);

@@ -267,11 +267,6 @@ TEST_F(JsonStoreTest, LoadAnswersForEachStateOfTheFile)
         }
         EXPECT_EQ(m_store->load(), row.expected);
     }
-    fs::remove(m_file);
-    fs::create_directory(m_file);
-    EXPECT_EQ(
-        m_store->load(),
-        (LoadResult<std::string>{LoadUnreadable{"Could not read “note.json”: it is a folder."}}));
 }
 
 // A process killed at any moment of its writes leaves the file wholly old or wholly new, and the
