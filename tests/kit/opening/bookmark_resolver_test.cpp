@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/opening/bookmark_resolver.h"
 
+#include "fakes.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -84,27 +85,14 @@ TEST_F(InodeBookmarkTest, data_from_elsewhere_falls_back_to_the_display_path)
 
 TEST(BookmarkHold, gives_back_only_access_that_was_started)
 {
-    class Recording final : public BookmarkResolver
+    testing_support::FakeBookmarks bookmarks;
+    BookmarkHold first(bookmarks, "/a");
     {
-    public:
-        bool grant = true;
-        int stops = 0;
-        std::optional<ResolvedBookmark> resolve(const Bookmark&) override { return {}; }
-        std::optional<Bookmark> make(const std::string&) override { return {}; }
-        bool startAccessing(const std::string&) override { return grant; }
-        void stopAccessing(const std::string&) override { ++stops; }
-    };
-    Recording resolver;
-    {
-        BookmarkHold hold(resolver, "/a");
-        EXPECT_TRUE(hold.started());
+        BookmarkHold again(bookmarks, "/a"); // the fake grants a path once at a time
+        EXPECT_FALSE(again.started());
     }
-    resolver.grant = false;
-    {
-        BookmarkHold hold(resolver, "/b");
-        EXPECT_FALSE(hold.started());
-    }
-    EXPECT_EQ(resolver.stops, 1);
+    EXPECT_TRUE(first.started());
+    EXPECT_TRUE(bookmarks.accessing.contains("/a")) << "a refused hold gave back the other's";
 }
 
 TEST(FileURL, encodes_and_decodes)

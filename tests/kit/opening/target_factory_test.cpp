@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/opening/target_factory.h"
 
+#include "fakes.h"
 #include "kit/opening/workspace_opening.h"
 #include "support/temp_dir.h"
 
@@ -80,15 +81,8 @@ TEST_F(TargetFactoryTest, a_desktop_entry_becomes_an_app_named_as_it_names_itsel
 
 TEST_F(TargetFactoryTest, a_file_that_cannot_be_bookmarked_fails)
 {
-    class Refusing final : public BookmarkResolver
-    {
-    public:
-        std::optional<ResolvedBookmark> resolve(const kit::library::Bookmark&) override
-        {
-            return {};
-        }
-        std::optional<kit::library::Bookmark> make(const std::string&) override { return {}; }
-    } refusing;
+    testing_support::FakeBookmarks refusing;
+    refusing.canMake = false;
     writeFile(m_dir.file("a.txt"), "a");
     EXPECT_THROW(TargetFactory(refusing).draft(path("a.txt")), TargetFactory::Failure);
 }
