@@ -127,25 +127,3 @@ TEST(Ranked, PrefersTheSizeNearestAboveThenScalableThenLargestBelow)
                                         "https://a/16.png",
                                         "https://a/unknown.ico"}));
 }
-
-TEST(IconSearch, GoesFromPageToManifestToImagesAndEndsWithTheRootIcon)
-{
-    IconSearch search("https://a.example/inbox#x", 32);
-    using Step = IconSearch::Step;
-    ASSERT_EQ(search.next(), (IconSearch::Request{Step::Page, "https://a.example/inbox"}));
-    search.read(R"(<link rel=manifest href=/m.json><link rel=icon href=16.png sizes=16x16>)",
-                "https://www.a.example/app/");
-    ASSERT_EQ(search.next(), (IconSearch::Request{Step::Manifest, "https://www.a.example/m.json"}));
-    search.read(R"({"icons":[{"src":"/192.png","sizes":"192x192"}]})", "");
-    std::vector<std::string> tried;
-    while (search.next()) {
-        EXPECT_EQ(search.next()->step, Step::Image);
-        tried.push_back(search.next()->address);
-        search.failed();
-    }
-    EXPECT_EQ(tried,
-              (std::vector<std::string>{"https://www.a.example/192.png",
-                                        "https://www.a.example/app/16.png",
-                                        "https://www.a.example/favicon.ico"}));
-    EXPECT_FALSE(search.chosen());
-}
