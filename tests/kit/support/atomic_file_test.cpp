@@ -70,7 +70,7 @@ protected:
     fs::path m_file = m_dir.file("library.json");
 };
 
-TEST_F(AtomicFile, CreatesMissingFoldersAndAFileOnlyItsOwnerReads)
+TEST_F(AtomicFile, CreatesMissingFoldersAndAFileOnlyItsOwnerReadsAndKeepsThatOnReplacing)
 {
     auto file = m_dir.path() / "a" / "b" / "library.json";
     EXPECT_EQ(writeFileAtomically(file, "{}\n"), std::nullopt);
@@ -79,10 +79,8 @@ TEST_F(AtomicFile, CreatesMissingFoldersAndAFileOnlyItsOwnerReads)
     EXPECT_EQ(modeOf(m_dir.path() / "a"), 0700U);
     EXPECT_EQ(modeOf(m_dir.path() / "a" / "b"), 0700U);
     EXPECT_THAT(namesIn(file.parent_path()), testing::ElementsAre("library.json"));
-}
 
-TEST_F(AtomicFile, ReplacesContentKeepingThePermissions)
-{
+    // Replacing a longer content keeps the file's permissions.
     writeFile(m_file, "a much longer old content than the new one");
     fs::permissions(m_file, fs::perms::owner_read | fs::perms::owner_write);
     ASSERT_EQ(writeFileAtomically(m_file, "new"), std::nullopt);
