@@ -137,48 +137,33 @@ const std::vector<Shape> kCosmetic{
 
 INSTANTIATE_TEST_SUITE_P(Cosmetic, FilterShapes, testing::ValuesIn(kCosmetic));
 
-struct Dropped
+TEST(FilterList, DroppedFiltersAreCountedByReasonAndMakeNoRule)
 {
-    std::string filter;
-    std::string reason;
-};
-
-std::ostream& operator<<(std::ostream& out, const Dropped& dropped)
-{
-    return out << dropped.filter;
+    const std::pair<std::string, std::string> rows[] = {
+        {"/ads[0-9]+/", "regular expression"},
+        {"||x.com^$csp=script-src 'none'", "unsupported option $csp"},
+        {"||x.com^$redirect=noop.js", "unsupported option $redirect"},
+        {"@@||x.com^$generichide", "$generichide (no rule form)"},
+        {"||x.com^$elemhide", "$elemhide on a blocking filter"},
+        {"/ad$domain=a.com|~b.a.com", "included and excluded domains together"},
+        {"google.*##.ad", "unsupported domain form"},
+        {"x.com##.ad:-abp-has(.sponsored)", "procedural element hiding"},
+        {"x.com##div:has(> .ad)", "procedural element hiding"},
+        {"x.com#?#div:has-text(Ad)", "procedural element hiding"},
+        {"x.com#$#.ad { height: 0 }", "style injection"},
+        {"x.com##+js(set-constant, a, 1)", "scriptlet"},
+        {"x.com##^script:has-text(ad)", "HTML filtering"},
+        {"/wërbung/", "regular expression"},
+        {"/wërbung.js", "non-ASCII or malformed address"},
+        {"/ad$script,~script", "no resource type left"},
+        {"x.com##.a\xff\xfe", "malformed element hiding"}};
+    for (const auto& [filter, reason] : rows) {
+        Conversion conversion = convertFilterLists({filter});
+        EXPECT_EQ(conversion.rules, 0u) << filter;
+        EXPECT_EQ(conversion.filters, 1u) << filter;
+        EXPECT_EQ(conversion.dropped[reason], 1u) << filter;
+    }
 }
-
-class DroppedFilters : public testing::TestWithParam<Dropped>
-{};
-
-TEST_P(DroppedFilters, AreCountedByReasonAndMakeNoRule)
-{
-    Conversion conversion = convertFilterLists({GetParam().filter});
-    EXPECT_EQ(conversion.rules, 0u);
-    EXPECT_EQ(conversion.filters, 1u);
-    EXPECT_EQ(conversion.dropped[GetParam().reason], 1u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    All,
-    DroppedFilters,
-    testing::Values(Dropped{"/ads[0-9]+/", "regular expression"},
-                    Dropped{"||x.com^$csp=script-src 'none'", "unsupported option $csp"},
-                    Dropped{"||x.com^$redirect=noop.js", "unsupported option $redirect"},
-                    Dropped{"@@||x.com^$generichide", "$generichide (no rule form)"},
-                    Dropped{"||x.com^$elemhide", "$elemhide on a blocking filter"},
-                    Dropped{"/ad$domain=a.com|~b.a.com", "included and excluded domains together"},
-                    Dropped{"google.*##.ad", "unsupported domain form"},
-                    Dropped{"x.com##.ad:-abp-has(.sponsored)", "procedural element hiding"},
-                    Dropped{"x.com##div:has(> .ad)", "procedural element hiding"},
-                    Dropped{"x.com#?#div:has-text(Ad)", "procedural element hiding"},
-                    Dropped{"x.com#$#.ad { height: 0 }", "style injection"},
-                    Dropped{"x.com##+js(set-constant, a, 1)", "scriptlet"},
-                    Dropped{"x.com##^script:has-text(ad)", "HTML filtering"},
-                    Dropped{"/wërbung/", "regular expression"},
-                    Dropped{"/wërbung.js", "non-ASCII or malformed address"},
-                    Dropped{"/ad$script,~script", "no resource type left"},
-                    Dropped{"x.com##.a\xff\xfe", "malformed element hiding"}));
 
 TEST(FilterList, CommentsHeadersAndBlanksAreNotFilters)
 {
