@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "app/app_dependencies.h"
 
-#include "app/instance_channel.h"
-#include "app/starter_bar.h"
 #include "kit/library/fixtures.h"
-#include "kit/mcp/socket_client.h"
 #include "kit/support/run_loop.h"
 #include "support/temp_dir.h"
 
@@ -15,7 +12,6 @@
 #include <sys/stat.h>
 
 #include <condition_variable>
-#include <future>
 #include <map>
 #include <mutex>
 
@@ -25,13 +21,6 @@ using ::testing::HasSubstr;
 using testing_support::TempDir;
 
 namespace {
-
-bool isSocket(const std::filesystem::path& path)
-{
-    struct stat info
-    {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode);
-}
 
 // A person's machine in a temporary folder: a home, one installed file manager, no real files.
 class Machine : public ::testing::Test
@@ -160,60 +149,11 @@ TEST_F(Machine, AFirstLaunchSeedsTheStarterBarOnceAndAsksForTheIntroductionAgain
         ASSERT_NE(app, shortcuts.end());
         EXPECT_EQ(app->name, "Files");
         EXPECT_EQ(app->target.appTarget()->bundleID, "org.gnome.Nautilus");
-        auto group = std::find_if(
-            shortcuts.begin(), shortcuts.end(), [](const auto& s) { return s.target.isGroup(); });
-        ASSERT_NE(group, shortcuts.end());
-        EXPECT_EQ(group->target.members().size(), 2u);
     }
     AppDependencies again(m_loop, options());
     EXPECT_FALSE(again.seededStarterBar());
     EXPECT_EQ(again.libraryStore().library().allShortcuts().size(), seededCount);
     EXPECT_TRUE(again.settings().welcomeShown());
-}
-
-TEST_F(Machine, TurningAssistantsOnAndOffStartsAndStopsTheSocketAtOnce)
-{
-    AppDependencies dependencies(m_loop, options());
-    dependencies.start();
-    EXPECT_FALSE(isSocket(socketPath()));
-    // The bridge still learns that the app runs.
-    mcp::InstanceMarker marker(mcp::InstanceMarker::besideSocket(socketPath().string()));
-    EXPECT_TRUE(marker.isRunning());
-
-    dependencies.settings().setAssistantsEnabled(true);
-    EXPECT_TRUE(isSocket(socketPath()));
-    dependencies.settings().setAssistantsEnabled(false);
-    EXPECT_FALSE(std::filesystem::exists(socketPath()));
-
-    // The settings command writes the file from another process; the app re-reads it when told.
-    {
-        settings::JsonFileKeyValueStore file(m_dir.path() / "config" / "settings.json");
-        settings::AppSettings other(file);
-        other.setAssistantsEnabled(true);
-    }
-    dependencies.settingsStore().reload();
-    EXPECT_TRUE(isSocket(socketPath()));
-
-    dependencies.terminate();
-    EXPECT_FALSE(std::filesystem::exists(socketPath()));
-    EXPECT_FALSE(marker.isRunning());
-}
-
-TEST_F(Machine, AssistantsReachTheLibraryThroughTheSocket)
-{
-    AppDependencies dependencies(m_loop, options());
-    dependencies.settings().setAssistantsEnabled(true);
-    dependencies.start();
-
-    testing_support::SocketClient client(socketPath().string());
-    ASSERT_TRUE(client.connected());
-    client.send(R"({"jsonrpc":"2.0","id":7,"method":"tools/call",)"
-                R"("params":{"name":"list_bars","arguments":{}}})"
-                "\n");
-    ASSERT_TRUE(m_loop.runUntil([&] { return !client.poll().empty(); }, std::chrono::seconds(10)));
-    EXPECT_THAT(client.lines()[0], HasSubstr(R"("id":7)"));
-    EXPECT_THAT(client.lines()[0], HasSubstr("Shortcuts"));
-    EXPECT_THAT(client.lines()[0], HasSubstr(R"("isError":false)"));
 }
 
 TEST_F(Machine, QuittingWritesWhatIsPending)
@@ -235,10 +175,6 @@ TEST_F(Machine, DocumentsAreOpenedOrRefusedInOneSentence)
     EXPECT_EQ(open(dependencies, m_dir.path() / "gone.vantorel"),
               "“gone.vantorel” could not be opened: there is no such file.");
 
-    testing_support::writeFile(m_dir.file("newer.vantorel"), R"({"formatVersion": 2})");
-    EXPECT_EQ(open(dependencies, m_dir.file("newer.vantorel")),
-              "“newer.vantorel” could not be opened: written by a newer Vantorel (format 2, this "
-              "build reads up to 1).");
     testing_support::writeFile(m_dir.file("broken.vantorel"), "{\"bars\": [");
     auto broken = open(dependencies, m_dir.file("broken.vantorel"));
     ASSERT_TRUE(broken);
@@ -324,38 +260,6 @@ TEST_F(Machine, ADocumentOnAHungMountNeitherFreezesTheAppNorHoldsUpQuitting)
     ASSERT_TRUE(m_loop.runUntil([&] { return gone.expired(); }, std::chrono::seconds(10)));
     m_loop.runFor(std::chrono::milliseconds(0));
     EXPECT_FALSE(called);
-}
-
-TEST_F(Machine, FilesAreReachedThroughGrantsOnlyWhetherOrNotTheyExist)
-{
-    AppDependencies dependencies(m_loop, options());
-    testing_support::writeFile(home() / "notes.txt", "x");
-    EXPECT_FALSE(dependencies.reach((home() / "notes.txt").string()));
-    EXPECT_FALSE(dependencies.reach((home() / "missing.txt").string()));
-    EXPECT_FALSE(dependencies.reach("/etc/shadow"));
-}
-
-TEST(InstanceChannel, TheFirstStartServesLaterOnes)
-{
-    TempDir dir;
-    support::RunLoop loop;
-    InstanceChannel first(dir.path());
-    ASSERT_TRUE(
-        first.becomePrimary([](const std::string& request) { return "echo " + request; }, loop));
-    InstanceChannel second(dir.path());
-    EXPECT_FALSE(second.becomePrimary([](const std::string&) { return std::string(); }, loop));
-
-    auto reply = std::async(std::launch::async, [&] {
-        return InstanceChannel::send(dir.path(), R"({"command":"show"})");
-    });
-    loop.runUntil(
-        [&] { return reply.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-        std::chrono::seconds(10));
-    EXPECT_EQ(reply.get(), R"(echo {"command":"show"})");
-
-    first.stop();
-    EXPECT_FALSE(InstanceChannel::send(dir.path(), "{}", std::chrono::milliseconds(200)));
-    EXPECT_TRUE(second.becomePrimary([](const std::string&) { return std::string(); }, loop));
 }
 
 } // namespace

@@ -121,15 +121,6 @@ protected:
         return *dependencies;
     }
 
-    std::vector<uint32_t> registeredIDs() const
-    {
-        std::vector<uint32_t> ids;
-        for (const auto& registration : hotKeys.registered()) {
-            ids.push_back(registration.id);
-        }
-        return ids;
-    }
-
     kit::menubar::MenuItem* row(kit::menubar::Menu& menu, const std::string& title)
     {
         for (auto& item : menu.items) {
@@ -158,22 +149,18 @@ protected:
     std::unique_ptr<AppDependencies> dependencies;
 };
 
-TEST_F(PlatformTest, NumberKeysOpenTheNthIconAndFollowTheBarAndTheSettings)
+// The global keys reach the bars: a digit opens its icon, new icons get keys, the bar keys stop
+// at the ends and the menu key pops the menu under the application icon.
+TEST_F(PlatformTest, GlobalKeysFollowTheBarsAndTheSettings)
 {
-    prepare(3);
+    auto bars = prepare(3, {"Work", "Home"});
     auto& app = started();
     using namespace kit::keys::hot_key_id;
-    EXPECT_THAT(registeredIDs(),
-                ElementsAre(kDigitBase + 1,
-                            kDigitBase + 2,
-                            kDigitBase + 3,
-                            kPreviousBar,
-                            kNextBar,
-                            kMenu,
-                            kActiveBar));
-
-    hotKeys.press(kit::keys::kHotKeySignature, kDigitBase + 2);
-    queue.runAll();
+    auto press = [&](uint32_t id) {
+        hotKeys.press(kit::keys::kHotKeySignature, id);
+        queue.runAll();
+    };
+    press(kDigitBase + 2);
     EXPECT_THAT(workspace.opened, ElementsAre("https://example.org/2"));
 
     app.libraryStore().mutate([](kit::library::Library& library) {
@@ -182,9 +169,25 @@ TEST_F(PlatformTest, NumberKeysOpenTheNthIconAndFollowTheBarAndTheSettings)
     queue.runAll();
     EXPECT_NE(hotKeys.withID(kDigitBase + 4), nullptr);
 
+    press(kMenu);
+    auto* appIcon = bar.find(*app.statusItem()->statusItem());
+    ASSERT_NE(appIcon, nullptr);
+    ASSERT_EQ(appIcon->popped.size(), 1U);
+    ASSERT_NE(row(appIcon->popped.back(), "Link 3"), nullptr);
+    row(appIcon->popped.back(), "Link 3")->action();
+    EXPECT_THAT(workspace.opened, ElementsAre("https://example.org/2", "https://example.org/3"));
+
+    app.cycleBar(-1);
+    EXPECT_EQ(app.libraryStore().activeBarID(), bars[0]);
+    press(kNextBar);
+    app.cycleBar(+1);
+    EXPECT_EQ(app.libraryStore().activeBarID(), bars[1]);
+
     app.settings().setShortcutKeys(kit::settings::DigitKeys::Off);
     queue.runAll();
-    EXPECT_THAT(registeredIDs(), ElementsAre(kMenu, kActiveBar));
+    ASSERT_EQ(hotKeys.registered().size(), 2U);
+    EXPECT_EQ(hotKeys.registered()[0].id, kMenu);
+    EXPECT_EQ(hotKeys.registered()[1].id, kActiveBar);
     EXPECT_FALSE(app.modifierWatch()->isRunning());
 }
 
@@ -214,103 +217,58 @@ TEST_F(PlatformTest, AFailedSaveMarksTheAppIconUntilASaveSucceeds)
     EXPECT_THAT(testing_support::readFile(file), testing::HasSubstr("Kept"));
 }
 
-TEST_F(PlatformTest, TheMenuKeyPopsWhatIsInTheMenuBarUnderTheApplicationIcon)
+// Each shortcut of the showing bar has its own menu in the app menu too, as its icon's right click.
+TEST_F(PlatformTest, TheAppMenuHoldsEachShortcutsMenu)
 {
-    prepare(2);
-    auto& app = started();
-    hotKeys.press(kit::keys::kHotKeySignature, kit::keys::hot_key_id::kMenu);
-    queue.runAll();
-    auto* appIcon = bar.find(*app.statusItem()->statusItem());
-    ASSERT_NE(appIcon, nullptr);
-    ASSERT_EQ(appIcon->popped.size(), 1U);
-    auto& menu = appIcon->popped.back();
-    ASSERT_NE(row(menu, "Link 2"), nullptr);
-    row(menu, "Link 2")->action();
-    EXPECT_THAT(workspace.opened, ElementsAre("https://example.org/2"));
-}
-
-TEST_F(PlatformTest, SwitchingBarsByKeyStopsAtTheEnds)
-{
-    auto bars = prepare(1, {"Work", "Home", "Travel"});
-    auto& app = started();
-    app.cycleBar(-1);
-    EXPECT_EQ(app.libraryStore().activeBarID(), bars[0]);
-    hotKeys.press(kit::keys::kHotKeySignature, kit::keys::hot_key_id::kNextBar);
-    queue.runAll();
-    EXPECT_EQ(app.libraryStore().activeBarID(), bars[1]);
-    app.cycleBar(+1);
-    app.cycleBar(+1);
-    EXPECT_EQ(app.libraryStore().activeBarID(), bars[2]);
-}
-
-TEST_F(PlatformTest, TheAppMenuSwitchesBarsAndHoldsEachShortcutsMenu)
-{
-    auto bars = prepare(1, {"Work", "Home"});
-    auto& app = started();
-    auto menu = app.appMenu();
-    ASSERT_NE(row(menu, "Work"), nullptr);
-    EXPECT_TRUE(row(menu, "Work")->checked);
-    EXPECT_FALSE(row(menu, "Home")->checked);
-    // Each shortcut of the showing bar has its own menu there too, as its icon's right click.
+    prepare(1);
+    auto menu = started().appMenu();
     auto* shortcut = row(menu, "Link 1");
     ASSERT_NE(shortcut, nullptr);
     ASSERT_FALSE(shortcut->items.empty());
     EXPECT_EQ(shortcut->items.front().title, "Open");
-    EXPECT_EQ(row(menu, "Quit Vantorel")->keyEquivalent, "q");
-    EXPECT_EQ(row(menu, "Settings…")->keyEquivalent, ",");
-    row(menu, "Home")->action();
-    EXPECT_EQ(app.libraryStore().activeBarID(), bars[1]);
 }
 
-struct AddCase
+TEST_F(PlatformTest, AddingTurnsEachUsableLineIntoAShortcutOrSaysWhyNot)
 {
-    std::string name;
-    std::string text;
-    std::vector<std::string> added;
-    std::string failure; // part of the sentence; empty for none
-};
-
-class AddShortcuts : public PlatformTest, public ::testing::WithParamInterface<AddCase>
-{};
-
-TEST_P(AddShortcuts, TurnsEachUsableLineIntoAShortcut)
-{
+    struct Row
+    {
+        std::string text;
+        std::vector<std::string> added;
+        std::string failure; // part of the sentence; empty for none
+    };
+    const Row rows[] = {
+        {"# copied by a file manager\r\nhttps://alpha.org/\r\nnot a link\r\n\r\nhttps://beta.org/",
+         {"Alpha", "Beta"},
+         ""},
+        {" \n\t\n", {}, "The clipboard holds nothing to add"},
+        {"/no/such/file.pdf", {}, "file.pdf"},
+    };
     prepare(0);
     auto& app = make();
-    const auto result = app.addShortcuts(GetParam().text);
-    EXPECT_EQ(result.names, GetParam().added);
-    if (GetParam().failure.empty()) {
-        EXPECT_EQ(result.failure, std::nullopt);
-    } else {
-        ASSERT_TRUE(result.failure);
-        EXPECT_THAT(*result.failure, HasSubstr(GetParam().failure));
-        EXPECT_EQ(result.failure->back(), '.');
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.text);
+        const size_t before = app.libraryStore().library().shortcuts.size();
+        const auto result = app.addShortcuts(row.text);
+        EXPECT_EQ(result.names, row.added);
+        EXPECT_EQ(result.failure.has_value(), !row.failure.empty());
+        EXPECT_THAT(result.failure.value_or(""), HasSubstr(row.failure));
+        EXPECT_EQ(app.libraryStore().library().shortcuts.size(), before + row.added.size());
     }
-    EXPECT_EQ(app.libraryStore().library().shortcuts.size(), GetParam().added.size());
 }
 
-const std::vector<AddCase> kTexts{
-    {"OneLink", "https://www.example.org/news\n", {"Example"}, ""},
-    {"ListWithCommentsAndJunk",
-     "# copied by a file manager\r\nhttps://alpha.org/\r\nnot a link\r\n\r\n"
-     "https://beta.org/",
-     {"Alpha", "Beta"},
-     ""},
-    {"OnlyJunk", "two words", {}, "“two words”"},
-    {"Nothing", " \n\t\n", {}, "The clipboard holds nothing to add"},
-    {"MissingFile", "/no/such/file.pdf", {}, "file.pdf"},
-};
-
-INSTANTIATE_TEST_SUITE_P(Texts, AddShortcuts, testing::ValuesIn(kTexts), [](const auto& info) {
-    return info.param.name;
-});
-
-TEST_F(PlatformTest, OffersTheLoginItemOnceEvenWhenTheQuestionIsNotAnswered)
+TEST_F(PlatformTest, OffersTheLoginItemOnceAndNotWhenItIsAlreadyOn)
 {
     prepare(1);
+    loginItem.enabled = true;
+    started();
+    EXPECT_TRUE(offers.empty());
+    EXPECT_TRUE(dependencies->settings().loginItemOffered());
+
+    loginItem.enabled = false;
+    dependencies->settings().setLoginItemOffered(false);
     started();
     ASSERT_EQ(offers.size(), 1U);
-    EXPECT_TRUE(dependencies->settings().loginItemOffered());
+    EXPECT_TRUE(dependencies->settings().loginItemOffered()) << "even when not answered";
     offers.front()(true);
     EXPECT_TRUE(loginItem.enabled);
 
@@ -318,15 +276,6 @@ TEST_F(PlatformTest, OffersTheLoginItemOnceEvenWhenTheQuestionIsNotAnswered)
     started();
     EXPECT_EQ(offers.size(), 1U);
     EXPECT_FALSE(loginItem.enabled) << "the person's later choice stands";
-}
-
-TEST_F(PlatformTest, DoesNotOfferWhatIsAlreadyOn)
-{
-    prepare(1);
-    loginItem.enabled = true;
-    started();
-    EXPECT_TRUE(offers.empty());
-    EXPECT_TRUE(dependencies->settings().loginItemOffered());
 }
 
 TEST_F(PlatformTest, TheIntroductionWaitsUntilTheIconHasSettledOnScreen)
@@ -351,15 +300,6 @@ TEST_F(PlatformTest, TheIntroductionWaitsUntilTheIconHasSettledOnScreen)
 
     started();
     EXPECT_EQ(welcomes.size(), 1U) << "once only";
-}
-
-TEST_F(PlatformTest, WithAHostThatNeverTellsPlacesTheIntroductionShowsAtOnce)
-{
-    prepare(1);
-    iconPlacesKnown = false;
-    make().start();
-    EXPECT_EQ(welcomes.size(), 1U);
-    EXPECT_TRUE(dependencies->settings().welcomeShown());
 }
 
 } // namespace

@@ -58,20 +58,30 @@ TEST_P(FilterShapes, BecomeTheExpectedRule)
     }
 }
 
+// The url-filter of "||name^".
+std::string host(const std::string& name)
+{
+    return kHost + name + kSepEnd;
+}
+
+const json kAllButScriptAndImage = json::parse(R"(["document", "style-sheet", "font", "raw",
+    "svg-document", "media", "ping", "fetch", "websocket", "other"])");
+
 const std::vector<Shape> kNetwork{
-    {"||ads.example.com^", {{"url-filter", kHost + "ads\\.example\\.com" + kSepEnd}}, "block"},
+    {"||ads.example.com^", {{"url-filter", host("ads\\.example\\.com")}}, "block"},
     {"|https://x.com/ad", {{"url-filter", "^https://x\\.com/ad"}}, "block"},
     {"/banner.gif|", {{"url-filter", "/banner\\.gif$"}}, "block"},
     {"/ads/*/track^id=", {{"url-filter", "/ads/.*/track" + kSep + "id="}}, "block"},
     {"*/pixel?*", {{"url-filter", "/pixel\\?"}}, "block"},
     {"||x.com/a^|", {{"url-filter", kHost + "x\\.com/a" + kSep + "?$"}}, "block"},
     {"||t.com^$third-party",
-     {{"url-filter", kHost + "t\\.com" + kSepEnd}, {"load-type", {"third-party"}}},
+     {{"url-filter", host("t\\.com")}, {"load-type", {"third-party"}}},
      "block"},
+    {"||t.com^$3p", {{"url-filter", host("t\\.com")}, {"load-type", {"third-party"}}}, "block"},
     {"||t.com^$~third-party",
-     {{"url-filter", kHost + "t\\.com" + kSepEnd}, {"load-type", {"first-party"}}},
+     {{"url-filter", host("t\\.com")}, {"load-type", {"first-party"}}},
      "block"},
-    {"/ad.js$domain=a.com|b.org",
+    {"/ad.js$domain=A.com|b.org",
      {{"url-filter", "/ad\\.js"}, {"if-domain", {"*a.com", "*b.org"}}},
      "block"},
     {"/ad.js$domain=~a.com", {{"url-filter", "/ad\\.js"}, {"unless-domain", {"*a.com"}}}, "block"},
@@ -84,35 +94,25 @@ const std::vector<Shape> kNetwork{
       {"load-context", {"child-frame"}}},
      "block"},
     {"||ad.com^$document",
-     {{"url-filter", kHost + "ad\\.com" + kSepEnd},
+     {{"url-filter", host("ad\\.com")},
       {"resource-type", {"document"}},
       {"load-context", {"top-frame"}}},
      "block"},
     {"/ad$~script,~image",
      {{"url-filter", "/ad"},
-      {"resource-type",
-       {"document",
-        "style-sheet",
-        "font",
-        "raw",
-        "svg-document",
-        "media",
-        "ping",
-        "fetch",
-        "websocket",
-        "other"}},
+      {"resource-type", kAllButScriptAndImage},
       {"load-context", {"child-frame"}}},
      "block"},
     {"/Ad.JS$match-case",
      {{"url-filter", "/Ad\\.JS"}, {"url-filter-is-case-sensitive", true}},
      "block"},
-    {"||x.com^$important", {{"url-filter", kHost + "x\\.com" + kSepEnd}}, "block"},
+    {"||x.com^$important", {{"url-filter", host("x\\.com")}}, "block"},
     {"$script,domain=a.com",
      {{"url-filter", ".*"}, {"resource-type", {"script"}}, {"if-domain", {"*a.com"}}},
      "block"},
     {"@@||cdn.com/lib.js", {{"url-filter", kHost + "cdn\\.com/lib\\.js"}}, "ignore-previous-rules"},
     {"@@||cdn.com^$script",
-     {{"url-filter", kHost + "cdn\\.com" + kSepEnd}, {"resource-type", {"script"}}},
+     {{"url-filter", host("cdn\\.com")}, {"resource-type", {"script"}}},
      "ignore-previous-rules"},
     {"@@||site.com^$document",
      {{"url-filter", ".*"}, {"if-domain", {"*site.com"}}},
@@ -121,7 +121,7 @@ const std::vector<Shape> kNetwork{
      {{"url-filter", ".*"}, {"if-top-url", {"^https://site\\.com/app/"}}},
      "ignore-previous-rules"},
     {"@@||site.com^$elemhide",
-     {{"url-filter", kHost + "site\\.com" + kSepEnd}, {"resource-type", {"document"}}},
+     {{"url-filter", host("site\\.com")}, {"resource-type", {"document"}}},
      "ignore-previous-rules"},
 };
 
@@ -137,48 +137,33 @@ const std::vector<Shape> kCosmetic{
 
 INSTANTIATE_TEST_SUITE_P(Cosmetic, FilterShapes, testing::ValuesIn(kCosmetic));
 
-struct Dropped
+TEST(FilterList, DroppedFiltersAreCountedByReasonAndMakeNoRule)
 {
-    std::string filter;
-    std::string reason;
-};
-
-std::ostream& operator<<(std::ostream& out, const Dropped& dropped)
-{
-    return out << dropped.filter;
+    const std::pair<std::string, std::string> rows[] = {
+        {"/ads[0-9]+/", "regular expression"},
+        {"||x.com^$csp=script-src 'none'", "unsupported option $csp"},
+        {"||x.com^$redirect=noop.js", "unsupported option $redirect"},
+        {"@@||x.com^$generichide", "$generichide (no rule form)"},
+        {"||x.com^$elemhide", "$elemhide on a blocking filter"},
+        {"/ad$domain=a.com|~b.a.com", "included and excluded domains together"},
+        {"google.*##.ad", "unsupported domain form"},
+        {"x.com##.ad:-abp-has(.sponsored)", "procedural element hiding"},
+        {"x.com##div:has(> .ad)", "procedural element hiding"},
+        {"x.com#?#div:has-text(Ad)", "procedural element hiding"},
+        {"x.com#$#.ad { height: 0 }", "style injection"},
+        {"x.com##+js(set-constant, a, 1)", "scriptlet"},
+        {"x.com##^script:has-text(ad)", "HTML filtering"},
+        {"/wërbung/", "regular expression"},
+        {"/wërbung.js", "non-ASCII or malformed address"},
+        {"/ad$script,~script", "no resource type left"},
+        {"x.com##.a\xff\xfe", "malformed element hiding"}};
+    for (const auto& [filter, reason] : rows) {
+        Conversion conversion = convertFilterLists({filter});
+        EXPECT_EQ(conversion.rules, 0u) << filter;
+        EXPECT_EQ(conversion.filters, 1u) << filter;
+        EXPECT_EQ(conversion.dropped[reason], 1u) << filter;
+    }
 }
-
-class DroppedFilters : public testing::TestWithParam<Dropped>
-{};
-
-TEST_P(DroppedFilters, AreCountedByReasonAndMakeNoRule)
-{
-    Conversion conversion = convertFilterLists({GetParam().filter});
-    EXPECT_EQ(conversion.rules, 0u);
-    EXPECT_EQ(conversion.filters, 1u);
-    EXPECT_EQ(conversion.dropped[GetParam().reason], 1u);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    All,
-    DroppedFilters,
-    testing::Values(Dropped{"/ads[0-9]+/", "regular expression"},
-                    Dropped{"||x.com^$csp=script-src 'none'", "unsupported option $csp"},
-                    Dropped{"||x.com^$redirect=noop.js", "unsupported option $redirect"},
-                    Dropped{"@@||x.com^$generichide", "$generichide (no rule form)"},
-                    Dropped{"||x.com^$elemhide", "$elemhide on a blocking filter"},
-                    Dropped{"/ad$domain=a.com|~b.a.com", "included and excluded domains together"},
-                    Dropped{"google.*##.ad", "unsupported domain form"},
-                    Dropped{"x.com##.ad:-abp-has(.sponsored)", "procedural element hiding"},
-                    Dropped{"x.com##div:has(> .ad)", "procedural element hiding"},
-                    Dropped{"x.com#?#div:has-text(Ad)", "procedural element hiding"},
-                    Dropped{"x.com#$#.ad { height: 0 }", "style injection"},
-                    Dropped{"x.com##+js(set-constant, a, 1)", "scriptlet"},
-                    Dropped{"x.com##^script:has-text(ad)", "HTML filtering"},
-                    Dropped{"/wërbung/", "regular expression"},
-                    Dropped{"/wërbung.js", "non-ASCII or malformed address"},
-                    Dropped{"/ad$script,~script", "no resource type left"},
-                    Dropped{"x.com##.a\xff\xfe", "malformed element hiding"}));
 
 TEST(FilterList, CommentsHeadersAndBlanksAreNotFilters)
 {
@@ -219,28 +204,11 @@ TEST(FilterList, HidingExceptionsEditTheRulesTheyName)
     EXPECT_EQ(bySelector[".kept"]["unless-domain"], json({"*a.com"}));
     EXPECT_EQ(bySelector[".plain, .other"]["url-filter"], ".*"); // generic ones share a rule
     EXPECT_EQ(bySelector[".side"]["if-domain"], json({"*b.com"}));
-}
-
-TEST(FilterList, SpecificHidingForTheSameDomainsSharesARule)
-{
-    json rules = convert({"a.com##.x", "a.com##.y", "b.com##.z"});
+    // Specific ones for the same domains share a rule too.
+    rules = convert({"a.com##.x", "a.com##.y", "b.com##.z"});
     ASSERT_EQ(rules.size(), 2u);
     EXPECT_EQ(rules[0]["action"]["selector"], ".x, .y");
     EXPECT_EQ(rules[1]["trigger"]["if-domain"], json({"*b.com"}));
-}
-
-TEST(FilterList, ParsesOptionsOfANetworkFilter)
-{
-    auto parsed = parseFilter("@@||Cdn.example.com/x^$script,3p,domain=A.com|b.com,match-case");
-    auto* filter = std::get_if<NetworkFilter>(&parsed);
-    ASSERT_NE(filter, nullptr);
-    EXPECT_TRUE(filter->exception);
-    EXPECT_TRUE(filter->hostAnchor);
-    EXPECT_EQ(filter->pattern, "Cdn.example.com/x^");
-    EXPECT_EQ(filter->thirdParty, true);
-    EXPECT_TRUE(filter->matchCase);
-    EXPECT_EQ(filter->types, bit(ResourceType::Script));
-    EXPECT_EQ(filter->domains, (std::vector<std::string>{"a.com", "b.com"}));
 }
 
 } // namespace

@@ -15,20 +15,6 @@ namespace {
 
 constexpr std::string_view kSuffixes = "// test list\ncom\nuk\nco.uk\n*.ck\n!www.ck\n";
 
-Matcher fromFilters(const std::vector<std::string>& filters)
-{
-    std::string text;
-    for (const std::string& filter : filters) {
-        text += filter + "\n";
-    }
-    auto compiled = Matcher::compile(convertFilterLists({text}).json, kSuffixes);
-    if (auto* error = std::get_if<std::string>(&compiled)) {
-        ADD_FAILURE() << *error;
-        return std::get<Matcher>(Matcher::compile("[]"));
-    }
-    return std::move(std::get<Matcher>(compiled));
-}
-
 Matcher fromJson(std::string_view json)
 {
     auto compiled = Matcher::compile(json, kSuffixes);
@@ -37,6 +23,15 @@ Matcher fromJson(std::string_view json)
         return std::get<Matcher>(Matcher::compile("[]"));
     }
     return std::move(std::get<Matcher>(compiled));
+}
+
+Matcher fromFilters(const std::vector<std::string>& filters)
+{
+    std::string text;
+    for (const std::string& filter : filters) {
+        text += filter + "\n";
+    }
+    return fromJson(convertFilterLists({text}).json);
 }
 
 // A request decided against a small filter list.
@@ -120,27 +115,16 @@ const std::vector<Case> kConditions{
 
 INSTANTIATE_TEST_SUITE_P(Conditions, Decisions, testing::ValuesIn(kConditions));
 
+const std::string kAdsA = "https://ads.com/a";
 const std::vector<Case> kExceptions{
     {{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/ok.js", kPage, kScript, false},
     {{"||ads.com^", "@@||ads.com/ok.js"}, "https://ads.com/no.js", kPage, kScript, true},
     {{"||ads.com^", "@@||ads.com^$image"}, "https://ads.com/a.js", kPage, kScript, true},
-    {{"||ads.com^$important", "@@||ads.com^"}, "https://ads.com/a", kPage, kScript, true},
-    {{"||ads.com^", "@@||site.com^$document"}, "https://ads.com/a", kPage, kScript, false},
-    {{"||ads.com^", "@@||site.com^$document"},
-     "https://ads.com/a",
-     "https://x.org/",
-     kScript,
-     true},
-    {{"||ads.com^", "@@|https://news.site.com/$document"},
-     "https://ads.com/a",
-     kPage,
-     kScript,
-     false},
-    {{"||ads.com^", "@@|https://www.site.com/$document"},
-     "https://ads.com/a",
-     kPage,
-     kScript,
-     true},
+    {{"||ads.com^$important", "@@||ads.com^"}, kAdsA, kPage, kScript, true},
+    {{"||ads.com^", "@@||site.com^$document"}, kAdsA, kPage, kScript, false},
+    {{"||ads.com^", "@@||site.com^$document"}, kAdsA, "https://x.org/", kScript, true},
+    {{"||ads.com^", "@@|https://news.site.com/$document"}, kAdsA, kPage, kScript, false},
+    {{"||ads.com^", "@@|https://www.site.com/$document"}, kAdsA, kPage, kScript, true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Exceptions, Decisions, testing::ValuesIn(kExceptions));

@@ -14,7 +14,7 @@ Session unset(const char* uuid)
 
 } // namespace
 
-TEST(SessionColours, SetColoursWrapIntoThePalette)
+TEST(SessionColours, SetOnesWrapIntoThePaletteAndUnsetOnesComeFromTheId)
 {
     struct Row
     {
@@ -25,16 +25,13 @@ TEST(SessionColours, SetColoursWrapIntoThePalette)
         EXPECT_EQ(Session::colourIndex(Session{SessionID::make(), "S", row.colour}), row.index)
             << row.colour;
     }
-}
-
-TEST(SessionColours, UnsetColourIsDerivedFromTheIdStably)
-{
-    // Fixed answers: the same session shows the same colour on every machine.
+    // An unset colour comes from the id, with fixed answers: the same session shows the same colour
+    // on every machine.
     EXPECT_EQ(Session::colourIndex(unset("00010203-0405-0607-0809-0A0B0C0D0E0F")), 7);
     EXPECT_EQ(Session::colourIndex(unset("00000000-0000-0000-0000-000000000000")), 0);
 }
 
-TEST(SessionColours, NextIsTheLeastUsedLowestFirst)
+TEST(SessionColours, NextAndSpreadGiveTheLeastUsedLowestFirst)
 {
     std::vector<Session> sessions{Session{SessionID::make(), "a", 0},
                                   Session{SessionID::make(), "b", 1}};
@@ -45,12 +42,10 @@ TEST(SessionColours, NextIsTheLeastUsedLowestFirst)
     }
     sessions.push_back(Session{SessionID::make(), "y", 8}); // counts as 0
     EXPECT_EQ(Session::nextColour(sessions), 1);
-}
 
-TEST(SessionColours, SpreadGivesLeastUsedInOrder)
-{
-    std::vector<Session> sessions{unset("00000000-0000-0000-0000-000000000001"),
-                                  unset("00000000-0000-0000-0000-000000000002")};
+    // Spreading gives the least used in order.
+    sessions = {unset("00000000-0000-0000-0000-000000000001"),
+                unset("00000000-0000-0000-0000-000000000002")};
     EXPECT_TRUE(Session::spreadColours(sessions));
     EXPECT_EQ(sessions[0].colour, 0);
     EXPECT_EQ(sessions[1].colour, 1);

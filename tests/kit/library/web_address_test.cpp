@@ -38,27 +38,16 @@ TEST(WebAddressNormalized, TurnsTypedTextIntoAnAddress)
 
 TEST(WebAddressNormalized, RefusesWhatIsNotAnAddress)
 {
-    for (const char* text : {
-             "",
-             "exa mple.com",
-             "example.com/a b",
-             "example",
-             "1.5",
-             "a..b.com",
-             "-bad.com",
-             "ada@example.com",
-             "example.com:99999",
-             "https://example.com:0",
-             "https://",
-             "http:example.com",
-             "slack://",
-             "javascript:alert(1)",
-             "JavaScript:alert(1)",
-             "data:text/html,hi",
-             "file:///etc/passwd",
-             "https://[::1",
-         }) {
-        EXPECT_EQ(WebAddress::normalized(text), std::nullopt) << '"' << text << '"';
+    const std::vector<std::vector<std::string>> groups{
+        {"", "exa mple.com", "example.com/a b", "example", "1.5", "a..b.com", "-bad.com"},
+        {"ada@example.com", "example.com:99999", "https://example.com:0", "https://[::1"},
+        {"https://", "http:example.com", "slack://"},
+        {"javascript:alert(1)", "JavaScript:alert(1)", "data:text/html,hi", "file:///etc/passwd"},
+    };
+    for (const auto& texts : groups) {
+        for (const std::string& text : texts) {
+            EXPECT_EQ(WebAddress::normalized(text), std::nullopt) << '"' << text << '"';
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/opening/bookmark_resolver.h"
 
+#include "fakes.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -40,22 +41,14 @@ TEST_F(InodeBookmarkTest, a_folder_resolves_and_follows_a_rename)
     EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("Archive"), true}));
 }
 
-TEST_F(InodeBookmarkTest, a_renamed_file_is_found_in_its_folder_and_stale)
+TEST_F(InodeBookmarkTest, a_renamed_file_is_found_in_its_folder_before_a_new_one_at_its_name)
 {
     writeFile(m_dir.file("a.txt"), "a");
     writeFile(m_dir.file("other.txt"), "b");
     const auto bookmark = bookmarkOf("a.txt");
     fs::rename(m_dir.file("a.txt"), m_dir.file("renamed.txt"));
-    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("renamed.txt"), true}));
-}
-
-TEST_F(InodeBookmarkTest, the_renamed_original_wins_over_a_new_file_at_the_old_name)
-{
-    writeFile(m_dir.file("a.txt"), "a");
-    const auto bookmark = bookmarkOf("a.txt");
-    fs::rename(m_dir.file("a.txt"), m_dir.file("kept.txt"));
     writeFile(m_dir.file("a.txt"), "new");
-    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("kept.txt"), true}));
+    EXPECT_EQ(m_resolver.resolve(bookmark), (ResolvedBookmark{path("renamed.txt"), true}));
 }
 
 TEST_F(InodeBookmarkTest, a_file_replaced_in_place_keeps_its_path_and_is_stale)
@@ -92,27 +85,14 @@ TEST_F(InodeBookmarkTest, data_from_elsewhere_falls_back_to_the_display_path)
 
 TEST(BookmarkHold, gives_back_only_access_that_was_started)
 {
-    class Recording final : public BookmarkResolver
+    testing_support::FakeBookmarks bookmarks;
+    BookmarkHold first(bookmarks, "/a");
     {
-    public:
-        bool grant = true;
-        int stops = 0;
-        std::optional<ResolvedBookmark> resolve(const Bookmark&) override { return {}; }
-        std::optional<Bookmark> make(const std::string&) override { return {}; }
-        bool startAccessing(const std::string&) override { return grant; }
-        void stopAccessing(const std::string&) override { ++stops; }
-    };
-    Recording resolver;
-    {
-        BookmarkHold hold(resolver, "/a");
-        EXPECT_TRUE(hold.started());
+        BookmarkHold again(bookmarks, "/a"); // the fake grants a path once at a time
+        EXPECT_FALSE(again.started());
     }
-    resolver.grant = false;
-    {
-        BookmarkHold hold(resolver, "/b");
-        EXPECT_FALSE(hold.started());
-    }
-    EXPECT_EQ(resolver.stops, 1);
+    EXPECT_TRUE(first.started());
+    EXPECT_TRUE(bookmarks.accessing.contains("/a")) << "a refused hold gave back the other's";
 }
 
 TEST(FileURL, encodes_and_decodes)
@@ -127,10 +107,7 @@ TEST(FileURL, encodes_and_decodes)
         EXPECT_EQ(fileURL(path), url);
         EXPECT_EQ(pathOfFileURL(url), path);
     }
-}
-
-TEST(FileURL, only_local_file_urls_have_a_path)
-{
+    // Only local file addresses have a path.
     EXPECT_EQ(pathOfFileURL("file://localhost/etc/hosts"), "/etc/hosts");
     EXPECT_EQ(pathOfFileURL("file://server/share/a"), std::nullopt);
     EXPECT_EQ(pathOfFileURL("https://example.com/a"), std::nullopt);

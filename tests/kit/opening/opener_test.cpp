@@ -161,24 +161,13 @@ TEST_F(OpenerTest, the_page_gets_its_settings_resolved_against_the_current_defau
     m_defaults.openMode = OpenMode::System;
     m_opener->open(page);
     EXPECT_EQ(m_workspace.opened, std::vector<std::string>{"https://mail.example.com/"});
-    // The target's own mode wins over the defaults.
-    m_opener->open(link("https://mail.example.com/", OpenMode::Window));
+    // The target's own mode wins over the defaults; a shortcut link there is just a page.
+    m_opener->open(link("shortcuts://run-shortcut?name=X", OpenMode::Window));
     EXPECT_EQ(m_windows.shown.size(), 2u);
+    EXPECT_TRUE(m_appleShortcuts.names.empty());
 }
 
 // Browsers.
-
-TEST_F(OpenerTest, a_chosen_browser_opens_the_address)
-{
-    m_workspace.installed["firefox"] = "/usr/share/applications/firefox.desktop";
-    EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::System, "firefox")),
-              Outcome::opened());
-    EXPECT_EQ(m_workspace.openedWith,
-              (std::vector<FakeWorkspace::OpenWith>{
-                  {{"https://a.example/"}, "/usr/share/applications/firefox.desktop"}}));
-    EXPECT_TRUE(m_workspace.opened.empty());
-    EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
-}
 
 // What is gone opens with the default and leaves a notice, without an alert.
 TEST_F(OpenerTest, a_chosen_browser_or_app_that_is_gone_leaves_a_notice)
@@ -222,13 +211,6 @@ TEST_F(OpenerTest, what_cannot_be_reached_is_missing_and_reported)
 
 // Apple Shortcuts.
 
-TEST_F(OpenerTest, a_shortcut_link_in_a_panel_is_just_a_page)
-{
-    m_opener->open(link("shortcuts://run-shortcut?name=X", OpenMode::Window));
-    EXPECT_TRUE(m_appleShortcuts.names.empty());
-    EXPECT_EQ(m_windows.shown.size(), 1u);
-}
-
 // Only "unavailable" comes back on this platform; the other results have no runner to give them.
 TEST_F(OpenerTest, an_unavailable_shortcut_run_hands_the_address_over_on_the_main_queue)
 {
@@ -249,24 +231,18 @@ TEST_F(OpenerTest, an_unavailable_shortcut_run_hands_the_address_over_on_the_mai
 
 // Applications.
 
-TEST_F(OpenerTest, an_installed_app_launches_from_where_it_is_installed)
+TEST_F(OpenerTest, an_app_launches_where_it_is_installed_else_from_its_bookmark)
 {
-    m_workspace.installed["org.example.Editor"] =
-        "/usr/share/applications/org.example.Editor.desktop";
-    EXPECT_EQ(m_opener->open(app("org.example.Editor", std::nullopt)), Outcome::opened());
-    EXPECT_EQ(m_workspace.launched,
-              std::vector<std::string>{"/usr/share/applications/org.example.Editor.desktop"});
-}
-
-TEST_F(OpenerTest, an_uninstalled_app_whose_bookmark_resolves_launches_from_the_bookmark)
-{
+    m_workspace.installed["org.example.Viewer"] = "/apps/viewer.desktop";
+    EXPECT_EQ(m_opener->open(app("org.example.Viewer", std::nullopt)), Outcome::opened());
     m_bookmarks.places["/opt/Editor.AppImage"] = {"/opt/Editor.AppImage", false};
     const auto shortcut = added(app("org.example.Editor", Bookmark{{1}, "/opt/Editor.AppImage"}));
     EXPECT_EQ(m_opener->open(shortcut), Outcome::opened());
-    EXPECT_EQ(m_workspace.launched, std::vector<std::string>{"/opt/Editor.AppImage"});
+    EXPECT_EQ(m_workspace.launched,
+              (std::vector<std::string>{"/apps/viewer.desktop", "/opt/Editor.AppImage"}));
     // Access is held until the launch completes.
     EXPECT_TRUE(m_bookmarks.accessing.contains("/opt/Editor.AppImage"));
-    m_workspace.completions[0](std::nullopt);
+    m_workspace.completions[1](std::nullopt);
     m_queue.runAll();
     EXPECT_TRUE(m_bookmarks.accessing.empty());
     EXPECT_EQ(stored(shortcut.id)->target, shortcut.target); // not stale: left alone
@@ -313,54 +289,43 @@ TEST_F(OpenerTest, a_file_opens_with_the_default_app_under_held_access)
     EXPECT_EQ(m_workspace.opened.back(), "file:///home/me/Projects");
 }
 
-struct RefusalCase
+TEST_F(OpenerTest, a_file_that_does_not_open_fails_saying_why_after_the_first_sentence)
 {
-    OpenFailure why;
-    std::string sentences;
-};
-
-class FileRefusal : public OpenerTest, public testing::WithParamInterface<RefusalCase>
-{};
-
-TEST_P(FileRefusal, fails_saying_why_after_the_first_sentence)
-{
+    const std::pair<OpenFailure, std::string> rows[] = {
+        {OpenFailure::NoApp, " No app on this computer is set up to open this kind of file."},
+        {OpenFailure::AppNotInstalled, " The app that opens it is not installed any more."},
+        {OpenFailure::Missing, " It was moved or deleted, or is on a disk that is not connected."},
+        {OpenFailure::Permission, " You do not have permission to open it."},
+        {OpenFailure::Other, ""},
+    };
     m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
     m_workspace.canOpen = false;
-    m_workspace.why = GetParam().why;
-    EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")), Outcome::failed(GetParam().sentences));
-    EXPECT_EQ(m_opener->lastFailure(), GetParam().sentences);
+    for (const auto& [why, reason] : rows) {
+        const std::string sentences = "\u201CNotes\u201D could not be opened." + reason;
+        m_workspace.why = why;
+        EXPECT_EQ(m_opener->open(file("/home/me/notes.txt")), Outcome::failed(sentences));
+        EXPECT_EQ(m_opener->lastFailure(), sentences);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Reasons,
-    FileRefusal,
-    testing::Values(
-        RefusalCase{OpenFailure::NoApp,
-                    "\u201CNotes\u201D could not be opened. No app on this computer is set up to "
-                    "open this kind of file."},
-        RefusalCase{OpenFailure::AppNotInstalled,
-                    "\u201CNotes\u201D could not be opened. The app that opens it is not "
-                    "installed any more."},
-        RefusalCase{OpenFailure::Missing,
-                    "\u201CNotes\u201D could not be opened. It was moved or deleted, or is on a "
-                    "disk that is not connected."},
-        RefusalCase{
-            OpenFailure::Permission,
-            "\u201CNotes\u201D could not be opened. You do not have permission to open it."},
-        RefusalCase{OpenFailure::Other, "\u201CNotes\u201D could not be opened."}));
-
-TEST_F(OpenerTest, a_file_with_its_chosen_app_holds_access_until_the_open_completes)
+TEST_F(OpenerTest, a_chosen_browser_or_app_opens_it_and_a_file_holds_access_until_done)
 {
+    m_workspace.installed["firefox"] = "/apps/firefox.desktop";
+    EXPECT_EQ(m_opener->open(link("https://a.example/", OpenMode::System, "firefox")),
+              Outcome::opened());
     m_bookmarks.places["/home/me/notes.txt"] = {"/home/me/notes.txt", false};
     m_workspace.installed["org.gnome.TextEditor"] = "/apps/te.desktop";
     EXPECT_EQ(m_opener->open(file("/home/me/notes.txt", "org.gnome.TextEditor")),
               Outcome::opened());
     EXPECT_EQ(m_workspace.openedWith,
               (std::vector<FakeWorkspace::OpenWith>{
+                  {{"https://a.example/"}, "/apps/firefox.desktop"},
                   {{"file:///home/me/notes.txt"}, "/apps/te.desktop"}}));
     EXPECT_TRUE(m_workspace.opened.empty());
     EXPECT_TRUE(m_bookmarks.accessing.contains("/home/me/notes.txt"));
-    m_workspace.completions[0](std::nullopt);
+    for (auto& completion : m_workspace.completions) {
+        completion(std::nullopt);
+    }
     m_queue.runAll();
     EXPECT_TRUE(m_bookmarks.accessing.empty());
     EXPECT_EQ(m_opener->lastFailure(), std::nullopt);
@@ -380,15 +345,13 @@ TEST_F(OpenerTest, a_stale_bookmark_is_refreshed_in_the_library)
               (Bookmark{{'n', 'e', 'w'}, "/home/me/new.txt"}));
     EXPECT_EQ(stored(editor.id)->target.appTarget()->bookmark,
               (Bookmark{{'n', 'e', 'w'}, "/opt/New.AppImage"}));
-}
 
-TEST_F(OpenerTest, a_stale_bookmark_that_cannot_be_made_again_still_opens)
-{
-    m_bookmarks.places["/home/me/old.txt"] = {"/home/me/new.txt", true};
+    // One that cannot be made again still opens, and the old one stays.
+    m_bookmarks.places["/home/me/older.txt"] = {"/home/me/new.txt", true};
     m_bookmarks.canMake = false;
-    const auto shortcut = added(file("/home/me/old.txt"));
-    EXPECT_EQ(m_opener->open(shortcut), Outcome::opened());
-    EXPECT_EQ(stored(shortcut.id)->target, shortcut.target);
+    const auto older = added(file("/home/me/older.txt"));
+    EXPECT_EQ(m_opener->open(older), Outcome::opened());
+    EXPECT_EQ(stored(older.id)->target, older.target);
 }
 
 // Nothing to open.

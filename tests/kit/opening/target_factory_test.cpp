@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "kit/opening/target_factory.h"
 
+#include "fakes.h"
 #include "kit/opening/workspace_opening.h"
 #include "support/temp_dir.h"
 
@@ -26,15 +27,6 @@ protected:
 
     std::string path(std::string_view name) const { return m_dir.file(name).string(); }
 };
-
-TEST_F(TargetFactoryTest, a_web_address_becomes_a_link_with_every_option_left_to_the_defaults)
-{
-    const auto draft = m_factory.draft("https://news.example.co.uk/today");
-    kit::library::URLTarget expected;
-    expected.url = "https://news.example.co.uk/today";
-    EXPECT_EQ(draft.target, Target::url(expected));
-    EXPECT_EQ(draft.name, "Example");
-}
 
 TEST_F(TargetFactoryTest, what_a_shortcut_must_not_or_cannot_open_is_refused_in_a_sentence)
 {
@@ -64,14 +56,11 @@ TEST_F(TargetFactoryTest, a_file_becomes_a_file_target_named_without_its_extensi
     EXPECT_EQ(draft.target.fileTarget()->openWith, std::nullopt);
     EXPECT_EQ(m_bookmarks.resolve(draft.target.fileTarget()->bookmark),
               (ResolvedBookmark{path("Quarterly report.pdf"), false}));
-}
-
-TEST_F(TargetFactoryTest, a_folder_given_as_a_path_becomes_a_folder_target)
-{
+    // A folder given as a plain path keeps its dots.
     fs::create_directory(m_dir.file("Photos.2024"));
-    const auto draft = m_factory.draft(path("Photos.2024"));
-    ASSERT_EQ(draft.target.kind(), Kind::Folder);
-    EXPECT_EQ(draft.name, "Photos.2024");
+    const auto folder = m_factory.draft(path("Photos.2024"));
+    EXPECT_EQ(folder.target.kind(), Kind::Folder);
+    EXPECT_EQ(folder.name, "Photos.2024");
 }
 
 TEST_F(TargetFactoryTest, a_desktop_entry_becomes_an_app_named_as_it_names_itself)
@@ -92,15 +81,8 @@ TEST_F(TargetFactoryTest, a_desktop_entry_becomes_an_app_named_as_it_names_itsel
 
 TEST_F(TargetFactoryTest, a_file_that_cannot_be_bookmarked_fails)
 {
-    class Refusing final : public BookmarkResolver
-    {
-    public:
-        std::optional<ResolvedBookmark> resolve(const kit::library::Bookmark&) override
-        {
-            return {};
-        }
-        std::optional<kit::library::Bookmark> make(const std::string&) override { return {}; }
-    } refusing;
+    testing_support::FakeBookmarks refusing;
+    refusing.canMake = false;
     writeFile(m_dir.file("a.txt"), "a");
     EXPECT_THROW(TargetFactory(refusing).draft(path("a.txt")), TargetFactory::Failure);
 }

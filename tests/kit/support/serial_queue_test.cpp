@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <future>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -16,43 +15,20 @@ using namespace std::chrono_literals;
 using kit::support::SerialQueue;
 using testing::ElementsAre;
 
-namespace {
-
-// Records from whichever thread runs the task; read once the queue is quiet.
-class Journal
-{
-public:
-    void add(std::string entry)
-    {
-        std::lock_guard lock(m_mutex);
-        m_entries.push_back(std::move(entry));
-    }
-    std::vector<std::string> entries() const
-    {
-        std::lock_guard lock(m_mutex);
-        return m_entries;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<std::string> m_entries;
-};
-
-} // namespace
-
 TEST(SerialQueue, RunsDueTasksInOrderAndSyncAfterThemButBeforeLaterOnes)
 {
-    Journal journal;
+    // Written on the worker, read only once a sync or the destruction has waited for it.
+    std::vector<std::string> journal;
     {
         SerialQueue queue("test.order");
-        queue.after(1h, [&] { journal.add("later"); });
-        queue.after(0s, [&] { journal.add("first"); });
-        queue.after(0s, [&] { journal.add("second"); });
-        queue.sync([&] { journal.add("sync"); });
-        EXPECT_THAT(journal.entries(), ElementsAre("first", "second", "sync"));
+        queue.after(1h, [&] { journal.push_back("later"); });
+        queue.after(0s, [&] { journal.push_back("first"); });
+        queue.after(0s, [&] { journal.push_back("second"); });
+        queue.sync([&] { journal.push_back("sync"); });
+        EXPECT_THAT(journal, ElementsAre("first", "second", "sync"));
     }
     // Destruction does not wait an hour: what is still scheduled runs at once.
-    EXPECT_THAT(journal.entries(), ElementsAre("first", "second", "sync", "later"));
+    EXPECT_THAT(journal, ElementsAre("first", "second", "sync", "later"));
 }
 
 TEST(SerialQueue, DoesNotRunATaskBeforeItsDelay)

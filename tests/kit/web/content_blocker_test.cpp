@@ -29,16 +29,10 @@ namespace {
 constexpr const char* kBundleID = "app.vantorel.Vantorel";
 constexpr const char* kRules = R"([{"trigger":{"url-filter":"ads\\."},"action":{"type":"block"}}])";
 
-TEST(RulesDigest, is_lower_case_hex_sha256)
+TEST(RulesDigest, names_the_list_by_the_sha256_of_the_rules)
 {
     EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    std::string withNul("a\0b", 3);
-    EXPECT_NE(sha256Hex(withNul), sha256Hex("a"));
-}
-
-TEST(RuleListIdentifier, is_the_bundle_prefix_and_sixteen_digits)
-{
+    EXPECT_NE(sha256Hex(std::string("a\0b", 3)), sha256Hex("a"));
     EXPECT_EQ(ruleListIdentifier(kBundleID, sha256Hex("abc")),
               "app.vantorel.Vantorel.adblock.ba7816bf8f01cfea");
     EXPECT_EQ(ruleListIdentifier("", sha256Hex("abc")), "Vantorel.adblock.ba7816bf8f01cfea");
@@ -112,36 +106,6 @@ TEST_F(ContentBlockerTest, compiles_the_rules_under_their_digest)
     EXPECT_EQ(blocker->lastError(), std::nullopt);
     EXPECT_EQ(changes, 1);
     EXPECT_EQ(store.compiledText[identifierFor(kRules)], kRules);
-}
-
-TEST_F(ContentBlockerTest, a_second_launch_of_the_same_build_reuses_the_list)
-{
-    writeRules(kRules);
-    prepared();
-    auto second = prepared();
-    EXPECT_TRUE(second->isReady());
-    EXPECT_EQ(store.compiles, 1);
-}
-
-TEST_F(ContentBlockerTest, changed_rules_replace_only_this_applications_old_list)
-{
-    writeRules(kRules);
-    prepared();
-    const std::string previous = identifierFor(kRules);
-    store.keep("org.other.Reader.adblock.0123456789abcdef");
-    store.keep("app.vantorel.VantorelBeta.adblock.0123456789abcdef");
-    store.keep("app.vantorel.Vantorel.adblockers");
-
-    const std::string changed = R"([{"trigger":{"url-filter":"track"},"action":{"type":"block"}}])";
-    writeRules(changed);
-    EXPECT_TRUE(prepared()->isReady());
-
-    EXPECT_EQ(store.compiles, 2);
-    EXPECT_FALSE(store.lists.contains(previous));
-    EXPECT_TRUE(store.lists.contains(identifierFor(changed)));
-    EXPECT_TRUE(store.lists.contains("org.other.Reader.adblock.0123456789abcdef"));
-    EXPECT_TRUE(store.lists.contains("app.vantorel.VantorelBeta.adblock.0123456789abcdef"));
-    EXPECT_TRUE(store.lists.contains("app.vantorel.Vantorel.adblockers"));
 }
 
 struct FailureCase

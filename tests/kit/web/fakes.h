@@ -63,11 +63,6 @@ public:
 
     bool remove(const std::string& identifier) override { return lists.erase(identifier) == 1; }
 
-    void keep(const std::string& identifier)
-    {
-        lists[identifier] = std::make_shared<FakeRuleList>(identifier);
-    }
-
     std::map<std::string, kit::web::ContentRuleListPtr> lists;
     std::map<std::string, std::string> compiledText;
     int compiles = 0;

@@ -41,10 +41,7 @@ TEST(KeptIcons, RoundTripsAndDropsEntriesThatNameFilesElsewhere)
     EXPECT_EQ(read, index({{"e", {"e.png", 0, ""}}}));
     EXPECT_THROW(decodeKeptIcons(R"({"sites":{"a":{"file":3}}})"), kit::support::JsonReadError);
     EXPECT_THROW(decodeKeptIcons(std::string(100, '{')), kit::support::JsonReadError);
-}
-
-TEST(KeptIcons, FileNamesStayInTheFolder)
-{
+    // The names it makes stay in the folder too.
     EXPECT_EQ(keptFileName("mail.example.com"), "mail.example.com.png");
     EXPECT_EQ(keptFileName("::1"), "__1.png");
     EXPECT_EQ(keptFileName(".."), "_...png");

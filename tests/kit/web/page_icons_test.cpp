@@ -10,16 +10,6 @@ using Origin = IconCandidate::Origin;
 
 namespace {
 
-struct ResolveCase
-{
-    const char* base;
-    const char* reference;
-    std::optional<std::string> expected;
-};
-
-class ResolveTest : public ::testing::TestWithParam<ResolveCase>
-{};
-
 std::vector<std::string> addresses(const std::vector<IconCandidate>& icons)
 {
     std::vector<std::string> result;
@@ -31,28 +21,31 @@ std::vector<std::string> addresses(const std::vector<IconCandidate>& icons)
 
 } // namespace
 
-TEST_P(ResolveTest, GivesOnlyWebAddresses)
+TEST(ResolveAddress, GivesOnlyWebAddresses)
 {
-    const auto& c = GetParam();
-    EXPECT_EQ(resolveAddress(c.base, c.reference), c.expected) << c.reference;
+    const struct
+    {
+        const char* base;
+        const char* reference;
+        std::optional<std::string> expected;
+    } rows[] = {
+        {"https://a.example/x/y.html", "i.png", "https://a.example/x/i.png"},
+        {"https://a.example/x/y.html", "../i.png?v=2#f", "https://a.example/i.png?v=2"},
+        {"https://a.example/x/", "/s/./i.png", "https://a.example/s/i.png"},
+        {"https://a.example:8443/x", "//cdn.example/i.png", "https://cdn.example/i.png"},
+        {"http://u:p@a.example:81/x", "i.ico", "http://a.example:81/i.ico"},
+        {"https://a.example/x", " \tHTTP://B.example/i.png ", "http://b.example/i.png"},
+        {"https://a.example/x", "data:image/png;base64,AAAA", std::nullopt},
+        {"https://a.example/x", "file:///etc/passwd", std::nullopt},
+        {"https://a.example/x", "javascript:alert(1)", std::nullopt},
+        {"https://a.example/x", "", std::nullopt},
+        {"file:///home/x.html", "i.png", std::nullopt},
+        {"https://a.example/a/b/c", "../../../../i.png", "https://a.example/i.png"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(resolveAddress(row.base, row.reference), row.expected) << row.reference;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    ResolveTest,
-    ::testing::Values(
-        ResolveCase{"https://a.example/x/y.html", "i.png", "https://a.example/x/i.png"},
-        ResolveCase{"https://a.example/x/y.html", "../i.png?v=2#f", "https://a.example/i.png?v=2"},
-        ResolveCase{"https://a.example/x/", "/s/./i.png", "https://a.example/s/i.png"},
-        ResolveCase{"https://a.example:8443/x", "//cdn.example/i.png", "https://cdn.example/i.png"},
-        ResolveCase{"http://u:p@a.example:81/x", "i.ico", "http://a.example:81/i.ico"},
-        ResolveCase{"https://a.example/x", " \tHTTP://B.example/i.png ", "http://b.example/i.png"},
-        ResolveCase{"https://a.example/x", "data:image/png;base64,AAAA", std::nullopt},
-        ResolveCase{"https://a.example/x", "file:///etc/passwd", std::nullopt},
-        ResolveCase{"https://a.example/x", "javascript:alert(1)", std::nullopt},
-        ResolveCase{"https://a.example/x", "", std::nullopt},
-        ResolveCase{"file:///home/x.html", "i.png", std::nullopt},
-        ResolveCase{"https://a.example/a/b/c", "../../../../i.png", "https://a.example/i.png"}));
 
 TEST(ScanPage, FindsEveryKindOfDeclarationOutsideScriptsAndComments)
 {
@@ -133,38 +126,4 @@ TEST(Ranked, PrefersTheSizeNearestAboveThenScalableThenLargestBelow)
                                         "https://a/24.png",
                                         "https://a/16.png",
                                         "https://a/unknown.ico"}));
-}
-
-TEST(IconSearch, GoesFromPageToManifestToImagesAndEndsWithTheRootIcon)
-{
-    IconSearch search("https://a.example/inbox#x", 32);
-    using Step = IconSearch::Step;
-    ASSERT_EQ(search.next(), (IconSearch::Request{Step::Page, "https://a.example/inbox"}));
-    search.read(R"(<link rel=manifest href=/m.json><link rel=icon href=16.png sizes=16x16>)",
-                "https://www.a.example/app/");
-    ASSERT_EQ(search.next(), (IconSearch::Request{Step::Manifest, "https://www.a.example/m.json"}));
-    search.read(R"({"icons":[{"src":"/192.png","sizes":"192x192"}]})", "");
-    std::vector<std::string> tried;
-    while (search.next()) {
-        EXPECT_EQ(search.next()->step, Step::Image);
-        tried.push_back(search.next()->address);
-        search.failed();
-    }
-    EXPECT_EQ(tried,
-              (std::vector<std::string>{"https://www.a.example/192.png",
-                                        "https://www.a.example/app/16.png",
-                                        "https://www.a.example/favicon.ico"}));
-    EXPECT_FALSE(search.chosen());
-}
-
-TEST(IconSearch, AFailedPageStillTriesTheRootIconAndAFoundImageEndsIt)
-{
-    IconSearch search("http://b.example/deep/page", 16);
-    search.failed();
-    ASSERT_TRUE(search.next());
-    EXPECT_EQ(search.next()->address, "http://b.example/favicon.ico");
-    search.found();
-    EXPECT_FALSE(search.next());
-    EXPECT_EQ(search.chosen(), "http://b.example/favicon.ico");
-    EXPECT_FALSE(IconSearch("file:///x.html", 16).next());
 }

@@ -14,13 +14,18 @@ constexpr std::string_view kEngineAgent =
     "Mozilla/5.0 (X11; Linux x86_64) AppleWebKit/537.36 (KHTML, like Gecko) "
     "QtWebEngine/6.4.2 Chrome/102.0.5005.177 Safari/537.36";
 
-TEST(PageAgent, DesktopKeepsTheEngineVersionWithoutTheEmbedderToken)
+TEST(PageAgent, DesktopKeepsTheEngineVersionWithoutTheEmbedderTokenAndCustomIsAsTyped)
 {
     const std::string agent = userAgent(kEngineAgent, BrowserAgent::DefaultSafari, std::nullopt);
     EXPECT_EQ(agent,
               "Mozilla/5.0 (X11; Linux x86_64) AppleWebKit/537.36 (KHTML, like Gecko) "
               "Chrome/102.0.5005.177 Safari/537.36");
     EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Chrome, std::nullopt), agent);
+    // A custom agent is sent as typed; a blank one falls back to the desktop's.
+    EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Custom, "MyAgent/1.0"), "MyAgent/1.0");
+    EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Custom, "  "), agent);
+    EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Custom, std::nullopt), agent);
+    EXPECT_EQ(userAgent("Odd/1.0", BrowserAgent::IpadSafari, std::nullopt), "Odd/1.0");
 }
 
 TEST(PageAgent, PhoneAndTabletSwapThePlatformAndOnlyThePhoneSaysMobile)
@@ -36,19 +41,10 @@ TEST(PageAgent, PhoneAndTabletSwapThePlatformAndOnlyThePhoneSaysMobile)
     EXPECT_EQ(tablet.find("Mobile"), std::string::npos) << tablet;
 }
 
-TEST(PageAgent, CustomAgentIsSentAsTypedAndABlankOneFallsBackToDesktop)
-{
-    EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Custom, "MyAgent/1.0"), "MyAgent/1.0");
-    const std::string desktop = userAgent(kEngineAgent, BrowserAgent::Chrome, std::nullopt);
-    EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Custom, "  "), desktop);
-    EXPECT_EQ(userAgent(kEngineAgent, BrowserAgent::Custom, std::nullopt), desktop);
-}
-
-TEST(PageAgent, FirefoxNamesGeckoAndAnAgentWithoutPlatformIsLeftAlone)
+TEST(PageAgent, FirefoxNamesGecko)
 {
     EXPECT_NE(userAgent(kEngineAgent, BrowserAgent::Firefox, std::nullopt).find("Gecko/20100101"),
               std::string::npos);
-    EXPECT_EQ(userAgent("Odd/1.0", BrowserAgent::IpadSafari, std::nullopt), "Odd/1.0");
 }
 
 TEST(ZoomKeys, WalkTheStepsAndStopAtTheEndsWithCtrlAlone)

@@ -32,10 +32,7 @@ TEST(TitleCount, ReadsOnlyACountThatOpensTheTitle)
     for (const auto& row : rows) {
         EXPECT_EQ(titleCount(row.title), row.count) << row.title;
     }
-}
-
-TEST(TitleCount, BadgesShowTwoDigitsAtMost)
-{
+    // Badges show two digits at most.
     EXPECT_EQ(countBadgeText(7), "7");
     EXPECT_EQ(countBadgeText(99), "99");
     EXPECT_EQ(countBadgeText(100), "99+");
