@@ -54,18 +54,11 @@ TEST_F(ReadToolsTest, ListShortcutsTakesABarByNameIgnoringCaseOrById)
     EXPECT_EQ(answer("list_shortcuts", R"({"bar":")" + home.string() + R"("})")["bar"], "Home");
 }
 
-// People name bars and links in their own languages; case is ignored beyond ASCII too.
-TEST_F(ReadToolsTest, BarNamesAndSearchesIgnoreCaseInOtherScripts)
+// People name bars in their own languages; case is ignored beyond ASCII too.
+TEST_F(ReadToolsTest, BarNamesIgnoreCaseInOtherScripts)
 {
     store->renameBar(home, "Été à Łódź");
     EXPECT_EQ(answer("list_shortcuts", R"({"bar":"ÉTÉ À ŁÓDŹ"})")["bar"], "Été à Łódź");
-    store->mutate(home, [&](Library& l) {
-        Shortcut renamed = *l.shortcut(news.id);
-        renamed.name = "Новости Über";
-        l.update(renamed);
-    });
-    EXPECT_EQ(answer("search_shortcuts", R"({"query":"НОВОСТИ"})")["hits"].size(), 1u);
-    EXPECT_EQ(answer("search_shortcuts", R"({"query":"über"})")["hits"].size(), 1u);
 }
 
 struct Folding
@@ -143,15 +136,11 @@ TEST_F(ReadToolsTest, ListSessionsCountsTheLinksUsingEachAccount)
     EXPECT_EQ(a["note"], ReadTools::kSessionsNote);
 }
 
-TEST_F(ReadToolsTest, GetSettingsSaysTheDefaultsAVersionAndTheBarCount)
+TEST_F(ReadToolsTest, GetSettingsSaysTheVersionAndTheBarCount)
 {
     auto a = answer("get_settings");
     EXPECT_EQ(a["appVersion"], "1.2.3");
     EXPECT_EQ(a["barCount"], 2);
-    EXPECT_EQ(a["linksOpen"], "popover");
-    EXPECT_EQ(a["popoverSize"], (json{{"width", 400}, {"height", 600}}));
-    EXPECT_EQ(a["pageZoom"], 1);
-    EXPECT_TRUE(a["browserBundleID"].is_null());
     EXPECT_EQ(a.size(), 11u);
 }
 

@@ -4,7 +4,6 @@
 #include "kit/support/run_loop.h"
 #include "kit/tools/read_tools.h"
 #include "kit/tools/tools_fixture.h"
-#include "support/manual_scheduler.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -52,10 +51,8 @@ TEST_F(ToolServiceTest, ServerToolsAndUnknownNamesAreUnknownTools)
 
 TEST_F(ToolServiceTest, AProposalThatChangesNothingAnswersAtOnceAndShowsNothing)
 {
-    auto a = answer("rename_shortcut", rename(docs, "Docs"));
-    EXPECT_EQ(a["status"], "nothing");
+    EXPECT_EQ(answer("rename_shortcut", rename(docs, "Docs"))["status"], "nothing");
     EXPECT_TRUE(proposals.empty());
-    EXPECT_EQ(queue.delayedCount(), 0u);
 }
 
 TEST_F(ToolServiceTest, AWriteWaitsForTheDecisionAndAnswersOnce)
@@ -64,32 +61,15 @@ TEST_F(ToolServiceTest, AWriteWaitsForTheDecisionAndAnswersOnce)
     EXPECT_TRUE(results.empty());
     ASSERT_EQ(proposals.size(), 1u);
     EXPECT_EQ(proposals[0].source, "An assistant");
-    EXPECT_THAT(queue.delays, ElementsAre(std::chrono::milliseconds(120'000)));
 
     std::vector<kit::mcp::ToolResult> answers;
     service->call("rename_shortcut", rename(acme, "Acme Ltd"), "An assistant", [&](auto result) {
         answers.push_back(std::move(result));
     });
     decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
-    decide[1](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
-    queue.fireDelayed();
+    queue.advance(std::chrono::minutes(5));
     ASSERT_EQ(answers.size(), 1u);
     EXPECT_EQ(json::parse(answers[0].text())["status"], "declined");
-}
-
-TEST_F(ToolServiceTest, TheWaitRunningOutAnswersWaitingAndALaterDecisionIsDropped)
-{
-    std::vector<kit::mcp::ToolResult> answers;
-    service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", [&](auto result) {
-        answers.push_back(std::move(result));
-    });
-    queue.fireDelayed();
-    ASSERT_EQ(answers.size(), 1u);
-    auto waiting = json::parse(answers[0].text());
-    EXPECT_EQ(waiting["status"], "waiting");
-    EXPECT_EQ(waiting["title"], "Rename “Docs”");
-    decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Applied, {}, {}, {}});
-    EXPECT_EQ(answers.size(), 1u);
 }
 
 TEST_F(ToolServiceTest, ADecisionAfterTheServiceIsGoneStillAnswers)
@@ -100,7 +80,7 @@ TEST_F(ToolServiceTest, ADecisionAfterTheServiceIsGoneStillAnswers)
     });
     service.reset();
     decide[0](ProposalInbox::Decision{ProposalInbox::Decision::Kind::Declined, {}, {}, {}});
-    queue.fireDelayed();
+    queue.advance(std::chrono::minutes(5));
     EXPECT_EQ(answers.size(), 1u);
 }
 
@@ -163,17 +143,6 @@ protected:
     ProposalInbox inbox;
 };
 
-TEST_F(ToolServiceInboxTest, ApplyingAnswersAppliedAndChangesTheBar)
-{
-    service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", record());
-    ASSERT_TRUE(inbox.apply(*store));
-    ASSERT_EQ(answers.size(), 1u);
-    auto a = json::parse(answers[0].text());
-    EXPECT_EQ(a["status"], "applied");
-    EXPECT_EQ(a["items"][0]["verdict"], "changed");
-    EXPECT_EQ(store->library().shortcut(docs.id)->name, "Documents");
-}
-
 TEST_F(ToolServiceInboxTest, ASecondProposalReplacesTheFirst)
 {
     service->call("rename_shortcut", rename(docs, "Documents"), "An assistant", record());
@@ -183,7 +152,7 @@ TEST_F(ToolServiceInboxTest, ASecondProposalReplacesTheFirst)
     inbox.dismiss();
     ASSERT_EQ(answers.size(), 2u);
     EXPECT_EQ(json::parse(answers[1].text())["status"], "declined");
-    queue.fireDelayed();
+    queue.advance(std::chrono::minutes(5));
     EXPECT_EQ(answers.size(), 2u);
 }
 
@@ -281,47 +250,24 @@ TEST_F(ToolServiceTest, ReadsSeeEachChangeOfTheStore)
     EXPECT_EQ(answer("list_shortcuts")["bar"], "Work");
 }
 
-} // namespace
-
-namespace {
-
-// Keeps time for the tasks posted to it: advance() runs those falling due, in time order.
-class ClockQueue final : public kit::support::MainQueue
-{
-public:
-    void post(std::function<void()> task) override { m_clock.after({}, std::move(task)); }
-    void postAfter(std::chrono::milliseconds delay, std::function<void()> task) override
-    {
-        m_clock.after(delay, std::move(task));
-    }
-    void advance(std::chrono::milliseconds by) { m_clock.advance(by); }
-
-private:
-    testing_support::ManualScheduler m_clock;
-};
-
 // A caller that waits on the person: it hears progress on the clock, and may take the call back.
 class ToolServiceWaitingTest : public ToolServiceInboxTest
 {
 protected:
     ToolServiceWaitingTest()
     {
-        ToolService::Bindings bindings = service->bindings();
-        bindings.withdrawProposal = [this] { inbox.withdraw(); };
-        timed = std::make_unique<ToolService>(*store, clock, apps, icons, bindings);
+        service->bindings().withdrawProposal = [this] { inbox.withdraw(); };
     }
 
     void propose(const std::string& key, const std::string& name)
     {
-        timed->call("rename_shortcut",
-                    rename(docs, name),
-                    "An assistant",
-                    record(),
-                    {key, [this](std::chrono::milliseconds waited) { heard.push_back(waited); }});
+        service->call("rename_shortcut",
+                      rename(docs, name),
+                      "An assistant",
+                      record(),
+                      {key, [this](std::chrono::milliseconds waited) { heard.push_back(waited); }});
     }
 
-    ClockQueue clock;
-    std::unique_ptr<ToolService> timed;
     std::vector<std::chrono::milliseconds> heard;
 };
 
@@ -330,44 +276,54 @@ using std::chrono::seconds;
 TEST_F(ToolServiceWaitingTest, ProgressComesEveryTenSecondsUntilTheDecision)
 {
     propose("1 7", "Documents");
-    clock.advance(seconds(9));
+    queue.advance(seconds(9));
     EXPECT_TRUE(heard.empty());
-    clock.advance(seconds(21));
+    queue.advance(seconds(21));
     EXPECT_THAT(heard, ElementsAre(seconds(10), seconds(20), seconds(30)));
     ASSERT_TRUE(inbox.apply(*store));
     ASSERT_EQ(answers.size(), 1u);
-    clock.advance(seconds(200));
+    auto applied = json::parse(answers[0].text());
+    EXPECT_EQ(applied["status"], "applied");
+    EXPECT_EQ(applied["items"][0]["verdict"], "changed");
+    EXPECT_EQ(store->library().shortcut(docs.id)->name, "Documents");
+    queue.advance(seconds(200));
     EXPECT_EQ(heard.size(), 3u);
     EXPECT_EQ(answers.size(), 1u);
 }
 
-TEST_F(ToolServiceWaitingTest, ProgressStopsWhenTheWaitRunsOut)
+TEST_F(ToolServiceWaitingTest, TheWaitRunningOutAnswersWaitingEndsProgressAndDropsALaterDecision)
 {
     propose("1 7", "Documents");
-    clock.advance(seconds(300));
-    EXPECT_EQ(heard.size(), 11u); // 10 s to 110 s; the answer comes at 120 s
+    queue.advance(seconds(119));
+    EXPECT_TRUE(answers.empty());
+    queue.advance(seconds(181));
+    EXPECT_EQ(heard.size(), 11u); // 10 s to 110 s
     ASSERT_EQ(answers.size(), 1u);
-    EXPECT_EQ(json::parse(answers[0].text())["status"], "waiting");
+    auto waiting = json::parse(answers[0].text());
+    EXPECT_EQ(waiting["status"], "waiting");
+    EXPECT_EQ(waiting["title"], "Rename “Docs”");
+    inbox.apply(*store);
+    EXPECT_EQ(answers.size(), 1u);
 }
 
 TEST_F(ToolServiceWaitingTest, WithdrawingTakesOnlyItsOwnWaitingProposalBack)
 {
     propose("1 7", "Documents");
-    timed->withdraw("2 7"); // another client's request of the same id
+    service->withdraw("2 7"); // another client's request of the same id
     EXPECT_TRUE(inbox.isPending());
-    timed->withdraw("1 7");
+    service->withdraw("1 7");
     ASSERT_EQ(answers.size(), 1u);
     EXPECT_TRUE(answers[0].isWithdrawn());
     EXPECT_FALSE(inbox.isPending());
     EXPECT_EQ(inbox.notice(), ProposalInbox::kWithdrawn);
-    clock.advance(seconds(300));
+    queue.advance(seconds(300));
     EXPECT_EQ(answers.size(), 1u);
     EXPECT_TRUE(heard.empty());
 
     // Once replaced, a call no longer owns the review: withdrawing it leaves the newer one.
     propose("1 8", "Papers");
     propose("1 9", "Files");
-    timed->withdraw("1 8");
+    service->withdraw("1 8");
     ASSERT_EQ(answers.size(), 2u);
     EXPECT_EQ(json::parse(answers[1].text())["status"], "replaced");
     EXPECT_TRUE(inbox.isPending());

@@ -5,6 +5,7 @@
 #include "kit/storage/library_store.h"
 #include "kit/support/main_queue.h"
 #include "kit/tools/tool_service.h"
+#include "support/manual_scheduler.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -17,31 +18,19 @@
 
 namespace testing_support {
 
-// Runs posted tasks only when told: delayed tasks wait for fireDelayed().
-class FakeMainQueue final : public kit::support::MainQueue
+// Keeps time for the tasks posted to it: advance() runs those falling due, in time order.
+class ClockQueue final : public kit::support::MainQueue
 {
 public:
-    void post(std::function<void()> task) override { m_tasks.push_back(std::move(task)); }
+    void post(std::function<void()> task) override { m_clock.after({}, std::move(task)); }
     void postAfter(std::chrono::milliseconds delay, std::function<void()> task) override
     {
-        delays.push_back(delay);
-        m_delayed.push_back(std::move(task));
+        m_clock.after(delay, std::move(task));
     }
-    void fireDelayed()
-    {
-        auto tasks = std::move(m_delayed);
-        m_delayed.clear();
-        for (auto& task : tasks) {
-            task();
-        }
-    }
-    size_t delayedCount() const { return m_delayed.size(); }
-
-    std::vector<std::chrono::milliseconds> delays;
+    void advance(std::chrono::milliseconds by) { m_clock.advance(by); }
 
 private:
-    std::vector<std::function<void()>> m_tasks;
-    std::vector<std::function<void()>> m_delayed;
+    ManualScheduler m_clock;
 };
 
 class FixedIcons final : public kit::tools::IconProvider
@@ -155,7 +144,7 @@ protected:
     SessionID personal;
     Shortcut inbox, acme, clients, mail, docs, divider, calculator, report, news;
 
-    FakeMainQueue queue;
+    ClockQueue queue;
     std::shared_ptr<kit::tools::InstalledApps> apps;
     std::shared_ptr<FixedIcons> icons;
     std::unique_ptr<kit::tools::ToolService> service;
