@@ -152,16 +152,24 @@ INSTANTIATE_TEST_SUITE_P(Versions,
                          testing::ValuesIn(kVersions),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemas)
+TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemasAndHintsWhereGiven)
 {
-    json reply = json::parse(*answer(R"({"id":1,"method":"tools/list"})"));
-    const json& listed = reply.at("result").at("tools");
+    auto described = tools();
+    described[0].title = "List bars";
+    described[0].annotations = kit::mcp::ToolAnnotations{true, false, true, false};
+    json listed = json::parse(*ToolProtocol::respond(R"({"id":1,"method":"tools/list"})",
+                                                     "1",
+                                                     [&] { return described; },
+                                                     &cannedCall))["result"]["tools"];
     ASSERT_EQ(listed.size(), 3U);
-    EXPECT_EQ(listed[0].at("name"), "list_bars");
-    EXPECT_EQ(listed[0].at("description"), "The bars.");
-    EXPECT_EQ(listed[0].at("inputSchema"), json::parse(R"({"type":"object","properties":{}})"));
-    EXPECT_EQ(listed[1].at("inputSchema"), json::parse(R"({"type":"object"})"));
-    EXPECT_EQ(listed[2].at("inputSchema"), json::parse(R"({"type":"object"})"));
+    EXPECT_EQ(listed[0],
+              json::parse(R"({"name":"list_bars","title":"List bars","description":"The bars.",
+                "inputSchema":{"type":"object","properties":{}},
+                "annotations":{"readOnlyHint":true,"destructiveHint":false,
+                               "idempotentHint":true,"openWorldHint":false}})"));
+    EXPECT_EQ(listed[1], json::parse(R"({"name":"broken","description":"Schema is not JSON.",
+                                         "inputSchema":{"type":"object"}})"));
+    EXPECT_EQ(listed[2]["inputSchema"], json::parse(R"({"type":"object"})"));
 }
 
 TEST(ToolProtocol, AThrowingToolStillGetsOneResult)
@@ -229,43 +237,6 @@ INSTANTIATE_TEST_SUITE_P(Texts,
 TEST(ToolProtocol, DeepNestingIsAParseErrorNotAStackOverflow)
 {
     EXPECT_EQ(answer(std::string(100'000, '[')), ToolProtocol::refuse("nonsense", 0, ""));
-}
-
-TEST(ToolProtocol, RefusalKeepsTheIDAndSkipsNotifications)
-{
-    EXPECT_EQ(ToolProtocol::refuse(R"({"id":"r","method":"ping"})", -32000, "Start it."),
-              R"({"error":{"code":-32000,"message":"Start it."},"id":"r","jsonrpc":"2.0"})"
-              "\n");
-    EXPECT_EQ(ToolProtocol::refuse(R"({"method":"notifications/initialized"})", -32000, "x"),
-              std::nullopt);
-    EXPECT_EQ(
-        ToolProtocol::refuse("nonsense", -32000, "x"),
-        R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"
-        "\n");
-}
-
-TEST(ToolProtocol, ListsTitleAndHintsOnlyForToolsThatHaveThem)
-{
-    std::vector<ToolDescription> described{
-        {"list_bars",
-         "The bars.",
-         "{}",
-         "List bars",
-         kit::mcp::ToolAnnotations{true, false, true, false}},
-        {"plain", "No hints.", "{}"},
-    };
-    json listed = json::parse(*ToolProtocol::respond(R"({"id":1,"method":"tools/list"})",
-                                                     "1",
-                                                     [&] { return described; },
-                                                     &cannedCall))["result"]["tools"];
-    EXPECT_EQ(listed[0]["title"], "List bars");
-    EXPECT_EQ(listed[0]["annotations"],
-              (json{{"readOnlyHint", true},
-                    {"destructiveHint", false},
-                    {"idempotentHint", true},
-                    {"openWorldHint", false}}));
-    EXPECT_FALSE(listed[1].contains("title"));
-    EXPECT_FALSE(listed[1].contains("annotations"));
 }
 
 struct EdgeCase
@@ -358,15 +329,21 @@ TEST(ToolProtocol, CancellationReachesTheCallAndNothingIsAnswered)
         R"({"id":1,"method":"tools/call","params":{"name":"notifications/cancelled"}})"));
 }
 
-TEST(ToolProtocol, ProgressIsANotificationOnTheCallersToken)
+// Answers a line whose call `tool` completes at once; the reply, if any, comes back.
+std::optional<std::string> serve(const std::string& line,
+                                 const ToolProtocol::CallTool& tool,
+                                 const ToolProtocol::ReadsStrictly& strictly = {})
 {
-    json line = json::parse(ToolProtocol::progress("t", 20, "Still deciding."));
-    EXPECT_EQ(line,
-              (json{{"jsonrpc", "2.0"},
-                    {"method", "notifications/progress"},
-                    {"params",
-                     {{"progressToken", "t"}, {"progress", 20}, {"message", "Still deciding."}}}}));
-    EXPECT_FALSE(line.contains("id"));
+    std::optional<std::string> reply;
+    ToolProtocol::respond(
+        line,
+        "1",
+        &tools,
+        tool,
+        {},
+        [&](std::optional<std::string> line) { reply = std::move(line); },
+        strictly);
+    return reply;
 }
 
 // A long call's arguments reach the tool as the request's own bytes, never rebuilt, while the
@@ -381,17 +358,10 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheRequestsOwnBytes)
     std::optional<std::string> reply;
     auto respond = [&](const std::string& text) {
         called.reset();
-        reply.reset();
-        ToolProtocol::respond(
-            text,
-            "1",
-            &tools,
-            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
-                called = std::move(call);
-                done(ToolResult::success("{}"));
-            },
-            {},
-            [&](std::optional<std::string> line) { reply = std::move(line); });
+        reply = serve(text, [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+            called = std::move(call);
+            done(ToolResult::success("{}"));
+        });
     };
     respond(line);
     ASSERT_TRUE(called);
@@ -432,16 +402,10 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheOnesTheTreeHolds)
     for (const auto& line : lines) {
         SCOPED_TRACE(line.substr(0, 90));
         std::optional<json> seen;
-        ToolProtocol::respond(
-            line,
-            "1",
-            &tools,
-            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
-                seen = call.argumentsText ? json::parse(*call.argumentsText) : call.arguments;
-                done(ToolResult::success("{}"));
-            },
-            {},
-            [](std::optional<std::string>) {});
+        serve(line, [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+            seen = call.argumentsText ? json::parse(*call.argumentsText) : call.arguments;
+            done(ToolResult::success("{}"));
+        });
         const json params = json::parse(line)["params"];
         if (params.is_object() && params.contains("arguments") && params["arguments"].is_object()) {
             EXPECT_EQ(seen, params["arguments"]);
@@ -479,11 +443,8 @@ TEST(ToolProtocol, ALongLineForAStrictReaderIsHeldToJsonAllTheSame)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.substr(c.line.size() - 40));
         int calls = 0;
-        std::optional<std::string> reply;
-        ToolProtocol::respond(
+        auto reply = serve(
             c.line,
-            "1",
-            &tools,
             [&](ToolProtocol::Call call, const ToolProtocol::ToolCompletion& done) {
                 ++calls;
                 if (!call.argumentsText && !call.arguments) {
@@ -500,8 +461,6 @@ TEST(ToolProtocol, ALongLineForAStrictReaderIsHeldToJsonAllTheSame)
                 EXPECT_EQ(arguments, json::parse(valid));
                 done(ToolResult::success("{}"));
             },
-            {},
-            [&](std::optional<std::string> line) { reply = std::move(line); },
             [](const std::string& name, std::string_view arguments) {
                 return name == "propose" && arguments.size() > 65'536;
             });
