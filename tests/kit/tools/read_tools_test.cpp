@@ -209,39 +209,9 @@ TEST_F(FindAppsTest, MatchesNameOrBundleIdAndAnswersAtMostFifty)
     EXPECT_EQ(answer("find_apps", R"({"query":"app 1","limit":3})")["total"], 11);
 }
 
-struct ReadRefusal
+// What only the read tools themselves refuse; the sentences are checked with every tool's.
+TEST_F(ReadToolsTest, RefuseOtherToolsAndArgumentsThatAreNoObject)
 {
-    const char* tool;
-    std::string arguments; // "$NEWS" stands for News's id
-    std::string message;
-};
-
-TEST_F(ReadToolsTest, RefusalsSayWhatWasWrong)
-{
-    const std::string read = "The arguments could not be read: ";
-    const std::vector<ReadRefusal> rows = {
-        {"list_shortcuts",
-         R"({"bar":"nope"})",
-         "There is no bar “nope”. list_bars says which there are."},
-        {"get_shortcut",
-         R"({"id":"$NEWS","bar":"Work"})",
-         "There is no shortcut with the id $NEWS on that bar."},
-        {"search_shortcuts", "", read + "query is required."},
-        {"search_shortcuts", R"({"query":3})", read + "query must be a string, but is number."},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.tool) + " " + row.arguments);
-        auto withNews = [&](std::string text) {
-            if (auto at = text.find("$NEWS"); at != std::string::npos) {
-                text.replace(at, 5, idOf(news));
-            }
-            return text;
-        };
-        EXPECT_EQ(
-            failure(row.tool,
-                    row.arguments.empty() ? std::nullopt : std::optional(withNews(row.arguments))),
-            withNews(row.message));
-    }
     kit::tools::ToolContext context = service->context();
     EXPECT_THROW(ReadTools::call("add_bar", std::nullopt, context), kit::mcp::ToolError);
     try {

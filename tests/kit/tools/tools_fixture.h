@@ -137,6 +137,28 @@ protected:
         return result.text();
     }
 
+    // The text with each "$Name" of a shortcut above replaced by its id.
+    std::string withIds(std::string text) const
+    {
+        const std::pair<std::string, const Shortcut*> named[] = {
+            {"$Inbox", &inbox},
+            {"$Acme", &acme},
+            {"$Clients", &clients},
+            {"$Mail", &mail},
+            {"$Docs", &docs},
+            {"$Divider", &divider},
+            {"$Calculator", &calculator},
+            {"$Report", &report},
+            {"$News", &news},
+        };
+        for (const auto& [token, shortcut] : named) {
+            for (size_t at; (at = text.find(token)) != std::string::npos;) {
+                text.replace(at, token.size(), shortcut->id.string());
+            }
+        }
+        return text;
+    }
+
     TempDir dir;
     std::unique_ptr<kit::storage::LibraryStore> store;
     BarID work;

@@ -79,88 +79,8 @@ TEST_F(WriteToolsTest, AddShortcutsProposesOnTheShowingBarOrANamedOne)
     EXPECT_THAT(withAccount.answer.newSessions, ElementsAre("Side"));
 }
 
-struct Refusal
+TEST_F(WriteToolsTest, MoveShortcutPlacesInAGroupOrAtTheTop)
 {
-    const char* tool;
-    std::string arguments; // "$ID" stands for the shortcut's id
-    const char* shortcut;  // whose id
-    std::string message;
-};
-
-class WriteRefusalTest : public WriteToolsTest, public ::testing::WithParamInterface<Refusal>
-{};
-
-TEST_P(WriteRefusalTest, RefusesWithItsSentence)
-{
-    const Refusal& r = GetParam();
-    std::map<std::string, Shortcut> byName{{"Docs", docs},
-                                           {"Mail", mail},
-                                           {"News", news},
-                                           {"Calculator", calculator},
-                                           {"Acme", acme},
-                                           {"Report", report},
-                                           {"Divider", divider}};
-    std::string arguments = r.arguments;
-    if (auto at = arguments.find("$ID"); at != std::string::npos) {
-        arguments.replace(at, 3, idOf(byName.at(r.shortcut)));
-    }
-    std::string message = r.message;
-    if (auto at = message.find("$ID"); at != std::string::npos) {
-        message.replace(at, 3, idOf(byName.at(r.shortcut)));
-    }
-    EXPECT_EQ(refusal(r.tool, arguments), message);
-}
-
-const std::string kRead = "The arguments could not be read: ";
-
-INSTANTIATE_TEST_SUITE_P(
-    Tools,
-    WriteRefusalTest,
-    ::testing::Values(
-        Refusal{"add_shortcuts", R"({"shortcuts":[]})", "", kRead + "shortcuts is empty."},
-        Refusal{"add_shortcuts",
-                R"({"shortcuts":[{"name":"x"}]})",
-                "",
-                kRead + "key \"target\" is missing"},
-        Refusal{"add_shortcuts",
-                R"({"bar":"Nope","shortcuts":[{"target":{"kind":"divider"}}]})",
-                "",
-                "There is no bar “Nope”. list_bars says which there are."},
-        Refusal{"add_group", R"({"name":"  "})", "", kRead + "A group needs a name."},
-        Refusal{"set_open_mode",
-                R"({"id":"$ID","openMode":"window"})",
-                "Calculator",
-                kRead + "“Calculator” is not a link; only a link has an open mode."},
-        Refusal{"set_open_mode",
-                R"({"id":"$ID","openMode":"sideways"})",
-                "Docs",
-                kRead + "openMode must be one of system, popover, window, but is “sideways”."},
-        Refusal{"set_icon",
-                R"({"id":"$ID","colour":"red"})",
-                "Docs",
-                kRead + "“red” is not a colour; use #RRGGBB."},
-        Refusal{"show_in_menu_bar",
-                R"({"id":"$ID","shown":false})",
-                "Acme",
-                kRead + "“Acme” is inside a group; it is behind the group's icon either way."},
-        Refusal{"set_account",
-                R"({"id":"$ID","session":"Work"})",
-                "Report",
-                kRead + "“Report” is not a link; only a link has an account."},
-        Refusal{"remove_shortcuts", R"({"ids":[]})", "", kRead + "ids is empty."},
-        Refusal{"remove_shortcuts",
-                R"({"ids":["$ID"]})",
-                "News",
-                "There is no shortcut with the id $ID on that bar."},
-        Refusal{"propose",
-                R"({"bars":[{"shortcuts":[{"target":{"kind":"teleport"}}]}]})",
-                "",
-                kRead + "unknown target kind: teleport"}));
-
-TEST_F(WriteToolsTest, MoveShortcutIntoSomethingThatIsNotAGroupIsRefused)
-{
-    EXPECT_EQ(refusal("move_shortcut", withId(docs, R"("group":")" + idOf(calculator) + "\"")),
-              "The arguments could not be read: " + idOf(calculator) + " is not a group id.");
     auto moved =
         changed("move_shortcut", withId(docs, R"("group":")" + idOf(mail) + R"(","position":0)"));
     EXPECT_EQ(moved.placement, Placement::inGroup(mail.id, 0));
@@ -202,14 +122,6 @@ TEST_F(WriteToolsTest, ChangeToolsProposeTheShortcutWithOneThingChanged)
     EXPECT_FALSE(hidden.proposal.bars[0].shortcuts[0].isInMenuBar);
     EXPECT_EQ(write("show_in_menu_bar", withId(docs, R"("shown":true)")).answer.title,
               "“Docs” in the menu bar");
-}
-
-TEST_F(WriteToolsTest, AProposalThatChangesNothingAnswersNothing)
-{
-    auto call = write("rename_shortcut", withId(docs, R"("name":"Docs")"));
-    EXPECT_EQ(call.answer.status, WriteTools::Status::Nothing);
-    EXPECT_EQ(call.answer.message, WriteTools::message(WriteTools::Status::Nothing));
-    EXPECT_EQ(call.answer.items.at(0).verdict, "already there");
 }
 
 TEST_F(WriteToolsTest, SetAccountNamesAnAccountMakesAMissingOneOrClears)
