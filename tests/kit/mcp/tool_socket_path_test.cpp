@@ -14,12 +14,9 @@ namespace {
 using kit::mcp::AssistantSetup;
 using kit::mcp::ToolSocketPath;
 
-TEST(ToolSocketPath, InsideAndOutsideTheContainer)
+// A socket address holds 107 bytes and the terminating zero.
+TEST(ToolSocketPath, FitsTheSocketAddress)
 {
-    EXPECT_EQ(ToolSocketPath::inside("/run/user/1000"), "/run/user/1000/vantorel.sock");
-    EXPECT_EQ(ToolSocketPath::outside("/Users/ann"),
-              "/Users/ann/Library/Containers/com.quennick.Vantorel/Data/vantorel.sock");
-    EXPECT_EQ(ToolSocketPath::kMaxPathBytes, 107U);
     EXPECT_TRUE(ToolSocketPath::fits(std::string(107, 'a')));
     EXPECT_FALSE(ToolSocketPath::fits(std::string(108, 'a')));
 }
