@@ -24,12 +24,6 @@ Shortcut divider()
     return Shortcut::make("", Target::divider());
 }
 
-Shortcut hidden(Shortcut shortcut)
-{
-    shortcut.isInMenuBar = false;
-    return shortcut;
-}
-
 std::vector<std::string> idsOf(const std::vector<Shortcut>& list)
 {
     std::vector<std::string> ids;
@@ -123,21 +117,6 @@ INSTANTIATE_TEST_SUITE_P(Hosts,
                          });
 
 } // namespace
-
-TEST_P(MenuBarHostTest, ShownTopLevelShortcutsStandLeftToRightInStoredOrder)
-{
-    auto a = webLink("A");
-    auto member = webLink("Member");
-    auto g = group("G", {member});
-    auto line = divider();
-    auto c = fileShortcut("C", "/tmp/c.txt");
-    start({a, hidden(webLink("Hidden")), g, line, c});
-
-    EXPECT_THAT(bar.row(), ElementsAreArray(idsOf({a, g, line, c})));
-    EXPECT_EQ(controller->item(member.id), nullptr);
-    EXPECT_EQ(icon(a).toolTip, "A");
-    EXPECT_EQ(icon(a).label, "A");
-}
 
 TEST_P(MenuBarHostTest, MovingOrHidingRebuildsTheRowWhileRenamingRedrawsOnlyThatIcon)
 {
