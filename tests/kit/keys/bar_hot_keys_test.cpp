@@ -141,32 +141,26 @@ TEST_F(BarHotKeysTest, AStoredComboWithoutModifiersIsNotGrabbed)
     EXPECT_NE(log.find("G needs a modifier key"), std::string::npos) << log;
 }
 
-struct PressCase
-{
-    uint32_t id;
-    std::vector<std::string> actions;
-};
-
-class HotKeyPress : public BarHotKeysTest, public testing::WithParamInterface<PressCase>
-{};
-
-TEST_P(HotKeyPress, RunsItsActionOnTheMainThread)
+TEST_F(BarHotKeysTest, APressRunsItsActionOnTheMainThread)
 {
     registerWith(18, NumberKeys{kOptionCommand});
-    service.press(kHotKeySignature, GetParam().id);
-    EXPECT_TRUE(actions.empty()) << "an action ran before reaching the main thread";
-    mainQueue.runAll();
-    EXPECT_EQ(actions, GetParam().actions);
+    const std::pair<uint32_t, std::vector<std::string>> presses[] = {
+        {100, {"menu"}},
+        {101, {"active bar"}},
+        {300, {"cycle -1"}},
+        {218, {"item 18"}},
+        {200, {}},
+        {219, {}},
+    };
+    for (const auto& [id, expected] : presses) {
+        SCOPED_TRACE(id);
+        actions.clear();
+        service.press(kHotKeySignature, id);
+        EXPECT_TRUE(actions.empty()) << "an action ran before reaching the main thread";
+        mainQueue.runAll();
+        EXPECT_EQ(actions, expected);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Ids,
-                         HotKeyPress,
-                         testing::Values(PressCase{100, {"menu"}},
-                                         PressCase{101, {"active bar"}},
-                                         PressCase{300, {"cycle -1"}},
-                                         PressCase{218, {"item 18"}},
-                                         PressCase{200, {}},
-                                         PressCase{219, {}}));
 
 TEST_F(BarHotKeysTest, IgnoresPressesWithAnotherSignature)
 {
