@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <array>
 #include <thread>
 
 namespace {
@@ -136,48 +136,33 @@ TEST(AppSettingsThreads, a_read_off_the_main_thread_is_reported)
               std::string::npos);
 }
 
-// Each key set by name and read back as the person typed it.
-struct ByNameCase
+// Each key set by name and read back as the person typed it, before and after a restart.
+TEST(AppSettingsByName, set_and_read_back)
 {
-    const char* key;
-    const char* typed;
-    const char* readBack;
-};
-
-void PrintTo(const ByNameCase& c, std::ostream* out)
-{
-    *out << c.key << " = \"" << c.typed << "\"";
+    const std::array<const char*, 3> rows[] = {
+        {"assistantsEnabled", "true", "true"},
+        {"assistantWritesEnabled", " False ", "false"},
+        {"shortcutKeys", "custom", "custom"},
+        {"appearance", "dark", "dark"},
+        {"customShortcutModifiers", "command+ctrl", "Ctrl+Super"},
+        {"customShortcutModifiers", "0x140000", "Ctrl+Super"},
+        {"customShortcutModifiers", "none", "none"},
+        {"customShortcutModifiers", "alt+0x800000", "Alt+0x800000"},
+        {"menuHotKey", "off", "off"},
+        {"menuHotKey", "Super + Alt + space", "Alt+Super+Space"},
+        {"activeBarHotKey", "control+shift+7", "Ctrl+Shift+7"},
+        {"activeBarHotKey", "meta+#96", "Super+#96"},
+        {"activeBarHotKey", "f", "F"},
+    };
+    for (const auto& [key, typed, readBack] : rows) {
+        SCOPED_TRACE(std::string(key) + " = " + typed);
+        MemoryKeyValueStore store;
+        AppSettings settings(store);
+        EXPECT_EQ(settings.set(key, typed), std::nullopt);
+        EXPECT_EQ(settings.get(key), readBack);
+        EXPECT_EQ(AppSettings(store).get(key), readBack);
+    }
 }
-
-class AppSettingsByName : public testing::TestWithParam<ByNameCase>
-{};
-
-TEST_P(AppSettingsByName, set_and_read_back)
-{
-    MemoryKeyValueStore store;
-    AppSettings settings(store);
-    EXPECT_EQ(settings.set(GetParam().key, GetParam().typed), std::nullopt);
-    EXPECT_EQ(settings.get(GetParam().key), GetParam().readBack);
-    AppSettings restarted(store);
-    EXPECT_EQ(restarted.get(GetParam().key), GetParam().readBack);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table,
-    AppSettingsByName,
-    testing::Values(ByNameCase{"assistantsEnabled", "true", "true"},
-                    ByNameCase{"assistantWritesEnabled", " False ", "false"},
-                    ByNameCase{"shortcutKeys", "custom", "custom"},
-                    ByNameCase{"appearance", "dark", "dark"},
-                    ByNameCase{"customShortcutModifiers", "command+ctrl", "Ctrl+Super"},
-                    ByNameCase{"customShortcutModifiers", "0x140000", "Ctrl+Super"},
-                    ByNameCase{"customShortcutModifiers", "none", "none"},
-                    ByNameCase{"customShortcutModifiers", "alt+0x800000", "Alt+0x800000"},
-                    ByNameCase{"menuHotKey", "off", "off"},
-                    ByNameCase{"menuHotKey", "Super + Alt + space", "Alt+Super+Space"},
-                    ByNameCase{"activeBarHotKey", "control+shift+7", "Ctrl+Shift+7"},
-                    ByNameCase{"activeBarHotKey", "meta+#96", "Super+#96"},
-                    ByNameCase{"activeBarHotKey", "f", "F"}));
 
 TEST(AppSettingsByName, refusals_are_one_sentence)
 {
