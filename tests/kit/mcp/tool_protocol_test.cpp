@@ -127,30 +127,25 @@ struct VersionCase
     const char* expected;
 };
 
-class ToolProtocolInitialize : public testing::TestWithParam<VersionCase>
-{};
-
-TEST_P(ToolProtocolInitialize, EchoesAStringVersionElseTheDefault)
-{
-    std::string line = std::string(R"({"id":1,"method":"initialize")") + GetParam().params + "}";
-    json reply = json::parse(*answer(line));
-    const json& result = reply.at("result");
-    EXPECT_EQ(result.at("protocolVersion"), GetParam().expected);
-    EXPECT_EQ(result.at("capabilities"), json::parse(R"({"tools":{}})"));
-    EXPECT_EQ(result.at("serverInfo"), json::parse(R"({"name":"Vantorel","version":"1.2.3"})"));
-    EXPECT_EQ(result.at("instructions"), ToolProtocol::instructions());
-}
-
 const VersionCase kVersions[] = {
     {"Given", R"(,"params":{"protocolVersion":"2024-11-05"})", "2024-11-05"},
     {"NoParams", "", "2025-06-18"},
     {"NumericVersion", R"(,"params":{"protocolVersion":20250618})", "2025-06-18"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Versions,
-                         ToolProtocolInitialize,
-                         testing::ValuesIn(kVersions),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(ToolProtocolInitialize, EchoesAStringVersionElseTheDefault)
+{
+    for (const VersionCase& param : kVersions) {
+        SCOPED_TRACE(param.name);
+        std::string line = std::string(R"({"id":1,"method":"initialize")") + param.params + "}";
+        json reply = json::parse(*answer(line));
+        const json& result = reply.at("result");
+        EXPECT_EQ(result.at("protocolVersion"), param.expected);
+        EXPECT_EQ(result.at("capabilities"), json::parse(R"({"tools":{}})"));
+        EXPECT_EQ(result.at("serverInfo"), json::parse(R"({"name":"Vantorel","version":"1.2.3"})"));
+        EXPECT_EQ(result.at("instructions"), ToolProtocol::instructions());
+    }
+}
 
 TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemasAndHintsWhereGiven)
 {
@@ -195,26 +190,6 @@ struct AnswerTextCase
     std::string text;
 };
 
-class ToolProtocolAnswerText : public testing::TestWithParam<AnswerTextCase>
-{};
-
-TEST_P(ToolProtocolAnswerText, IsWrittenAsTheJsonLibraryWritesIt)
-{
-    for (bool ok : {true, false}) {
-        const std::string& text = GetParam().text;
-        auto reply = ToolProtocol::respond(
-            R"({"id":"x","method":"tools/call","params":{"name":"t"}})",
-            "1",
-            &tools,
-            [&](const std::string&, const std::optional<std::string>&) {
-                return ok ? ToolResult::success(text) : ToolResult::failure(text);
-            });
-        json expected = {{"content", json::array({{{"type", "text"}, {"text", text}}})},
-                         {"isError", !ok}};
-        EXPECT_EQ(reply, ToolProtocol::result("x", expected));
-    }
-}
-
 const AnswerTextCase kAnswerTexts[] = {
     {"QuotesAndBackslashes", "say \"hi\" \\ C:\\path"},
     {"ShortEscapes", "\b\f\n\r\t"},
@@ -229,10 +204,25 @@ const AnswerTextCase kAnswerTexts[] = {
     {"TruncatedAtTheEnd", "ok \xe2\x80"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Texts,
-                         ToolProtocolAnswerText,
-                         testing::ValuesIn(kAnswerTexts),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(ToolProtocolAnswerText, IsWrittenAsTheJsonLibraryWritesIt)
+{
+    for (const AnswerTextCase& param : kAnswerTexts) {
+        SCOPED_TRACE(param.name);
+        for (bool ok : {true, false}) {
+            const std::string& text = param.text;
+            auto reply = ToolProtocol::respond(
+                R"({"id":"x","method":"tools/call","params":{"name":"t"}})",
+                "1",
+                &tools,
+                [&](const std::string&, const std::optional<std::string>&) {
+                    return ok ? ToolResult::success(text) : ToolResult::failure(text);
+                });
+            json expected = {{"content", json::array({{{"type", "text"}, {"text", text}}})},
+                             {"isError", !ok}};
+            EXPECT_EQ(reply, ToolProtocol::result("x", expected));
+        }
+    }
+}
 
 TEST(ToolProtocol, DeepNestingIsAParseErrorNotAStackOverflow)
 {
@@ -246,16 +236,6 @@ struct EdgeCase
     const char* end;
     std::optional<json> id;
 };
-
-class ToolProtocolVisibleID : public testing::TestWithParam<EdgeCase>
-{};
-
-// An over-long line's answer carries its id only when the kept bytes show it beyond doubt.
-TEST_P(ToolProtocolVisibleID, ReadsOnlyATopLevelID)
-{
-    const EdgeCase& c = GetParam();
-    EXPECT_EQ(ToolProtocol::visibleID(c.start, c.end), c.id);
-}
 
 const EdgeCase kEdges[] = {
     {"FirstMember", R"({"id":7,"method":"tools/call","params":{"argu)", "", json(7)},
@@ -277,10 +257,14 @@ const EdgeCase kEdges[] = {
     {"StartWinsOverEnd", R"({"id":1,"params":{)", R"(,"id":2})", json(1)},
 };
 
-INSTANTIATE_TEST_SUITE_P(Edges,
-                         ToolProtocolVisibleID,
-                         testing::ValuesIn(kEdges),
-                         [](const auto& info) { return std::string(info.param.name); });
+// An over-long line's answer carries its id only when the kept bytes show it beyond doubt.
+TEST(ToolProtocolVisibleID, ReadsOnlyATopLevelID)
+{
+    for (const EdgeCase& param : kEdges) {
+        SCOPED_TRACE(param.name);
+        EXPECT_EQ(ToolProtocol::visibleID(param.start, param.end), param.id);
+    }
+}
 
 TEST(ToolProtocol, AnOverLongLineIsAnsweredUnderTheIDItShows)
 {

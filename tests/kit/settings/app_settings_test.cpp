@@ -60,17 +60,6 @@ struct UnreadableCase
     const char* readsAs; // through get()
 };
 
-class AppSettingsUnreadable : public testing::TestWithParam<UnreadableCase>
-{};
-
-TEST_P(AppSettingsUnreadable, reads_as_the_fallback)
-{
-    MemoryKeyValueStore store;
-    store.setValue(GetParam().key, GetParam().stored);
-    AppSettings settings(store);
-    EXPECT_EQ(settings.get(GetParam().key), GetParam().readsAs);
-}
-
 const std::vector<UnreadableCase> kUnreadable{
     {"unknown_digit_keys", "shortcutKeys", Value("banana"), "controlCommand"},
     {"negative_modifiers", "customShortcutModifiers", Value(int64_t{-1}), "Ctrl+Alt"},
@@ -89,10 +78,16 @@ const std::vector<UnreadableCase> kUnreadable{
     {"ini_hot_key", "menuHotKey", Value(R"({"keyCode":1,"modifiers":0})"), "S"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Table,
-                         AppSettingsUnreadable,
-                         testing::ValuesIn(kUnreadable),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(AppSettingsUnreadable, reads_as_the_fallback)
+{
+    for (const UnreadableCase& param : kUnreadable) {
+        SCOPED_TRACE(param.name);
+        MemoryKeyValueStore store;
+        store.setValue(param.key, param.stored);
+        AppSettings settings(store);
+        EXPECT_EQ(settings.get(param.key), param.readsAs);
+    }
+}
 
 class AppSettingsObserving : public testing::Test
 {
