@@ -50,23 +50,8 @@ struct LineCase
 {
     const char* name;
     const char* line;
-    // Nothing when no reply is due.
     std::optional<std::string> reply;
 };
-
-class ToolProtocolLines : public testing::TestWithParam<LineCase>
-{};
-
-TEST_P(ToolProtocolLines, AnswerExactly)
-{
-    const LineCase& c = GetParam();
-    std::optional<std::string> expected;
-    if (c.reply) {
-        expected = *c.reply + "\n";
-    }
-    EXPECT_EQ(answer(c.line), expected);
-    EXPECT_EQ(ToolProtocol::expectsReply(c.line), expected.has_value());
-}
 
 const LineCase kLines[] = {
     {"Ping",
@@ -116,9 +101,16 @@ const LineCase kLines[] = {
      "a\\\",\\\"bad\\\":\\\"\uFFFD\uFFFD\\\"}\",\"type\":\"text\"}],\"isError\":false}}"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Lines, ToolProtocolLines, testing::ValuesIn(kLines), [](const auto& info) {
-    return std::string(info.param.name);
-});
+// Nothing in a row's reply when none is due.
+TEST(ToolProtocolLines, AnswerExactly)
+{
+    for (const LineCase& c : kLines) {
+        SCOPED_TRACE(c.name);
+        const auto expected = c.reply ? std::optional(*c.reply + "\n") : std::nullopt;
+        EXPECT_EQ(answer(c.line), expected);
+        EXPECT_EQ(ToolProtocol::expectsReply(c.line), expected.has_value());
+    }
+}
 
 struct VersionCase
 {

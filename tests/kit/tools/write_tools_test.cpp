@@ -314,10 +314,6 @@ TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
 {
     auto first = write("rename_shortcut", withId(docs, R"("name":"Documents")")).answer;
     using Decision = ProposalInbox::Decision;
-    auto replaced = first.decided(Decision{Decision::Kind::Replaced, {}, {}, {}});
-    EXPECT_EQ(replaced.status, WriteTools::Status::Replaced);
-    EXPECT_EQ(replaced.message, WriteTools::message(WriteTools::Status::Replaced));
-
     auto applied = first.decided(Decision{Decision::Kind::Applied, {}, {"Docs"}, {}});
     EXPECT_EQ(applied.status, WriteTools::Status::Applied);
     EXPECT_THAT(applied.leftOut, ElementsAre("Docs"));
