@@ -254,21 +254,15 @@ TEST_F(ToolServiceTest, RefusalsSayWhatWasWrong)
 // The picture of the bars is kept between calls; every change of the store must show at once.
 TEST_F(ToolServiceTest, ReadsSeeEachChangeOfTheStore)
 {
-    EXPECT_EQ(answer("list_bars")["bars"].size(), store->bars().size());
-    const auto sessionsBefore = answer("list_sessions")["sessions"].size();
-    const auto shortcutsBefore = answer("list_shortcuts")["shortcuts"].size();
-    EXPECT_EQ(answer("list_shortcuts")["shortcuts"].size(), shortcutsBefore);
-
+    for (const char* read : {"list_bars", "list_shortcuts", "list_sessions"}) {
+        answer(read);
+    }
     store->addBar("Later");
-    auto bars = answer("list_bars")["bars"];
-    EXPECT_EQ(bars.size(), store->bars().size());
-    EXPECT_EQ(bars.back()["name"], "Later");
+    EXPECT_EQ(answer("list_bars")["bars"].back()["name"], "Later");
     store->mutate([](Library& l) { l.add(testing_support::webLink("Fresh")); });
-    auto shortcuts = answer("list_shortcuts")["shortcuts"];
-    EXPECT_EQ(shortcuts.size(), shortcutsBefore + 1);
-    EXPECT_NE(shortcuts.dump().find("Fresh"), std::string::npos);
+    EXPECT_EQ(answer("list_shortcuts")["shortcuts"].back()["name"], "Fresh");
     store->addSession("Second account");
-    EXPECT_EQ(answer("list_sessions")["sessions"].size(), sessionsBefore + 1);
+    EXPECT_EQ(answer("list_sessions")["sessions"].size(), 2u);
     // Kept answers are per arguments: another bar's list is not the showing one's.
     EXPECT_EQ(answer("list_shortcuts", R"({"bar":"Later"})")["bar"], "Later");
     EXPECT_EQ(answer("list_shortcuts")["bar"], "Work");
