@@ -34,13 +34,14 @@ TEST(ToolSocketHome, FollowsTheRuntimeFolderThenTheSupportFolder)
          "/h/.local/share/Vantorel"},
         {{}, std::nullopt},
     };
-    for (const auto& [environment, home] : rows) {
+    for (const auto& row : rows) {
+        const Environment& environment = row.first;
         auto found =
             ToolSocketPath::containerHome([&](const char* name) -> std::optional<std::string> {
                 auto it = environment.find(name);
                 return it == environment.end() ? std::nullopt : std::optional(it->second);
             });
-        EXPECT_EQ(found, home) << testing::PrintToString(environment);
+        EXPECT_EQ(found, row.second) << testing::PrintToString(environment);
     }
 }
 
