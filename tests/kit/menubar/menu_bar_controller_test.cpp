@@ -9,6 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 using namespace kit::library;
 using namespace kit::menubar;
 using namespace kit::storage;
@@ -100,21 +102,13 @@ protected:
     {}
 };
 
-INSTANTIATE_TEST_SUITE_P(Hosts,
-                         MenuBarHostTest,
-                         ::testing::Values(TrayHostKind::XEmbed,
-                                           TrayHostKind::Waybar,
-                                           TrayHostKind::KdePlasma),
-                         [](const auto& info) {
-                             switch (info.param) {
-                             case TrayHostKind::XEmbed:
-                                 return "NewestLeft";
-                             case TrayHostKind::Waybar:
-                                 return "NewestRight";
-                             default:
-                                 return "ByName";
-                             }
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Hosts,
+    MenuBarHostTest,
+    ::testing::Values(TrayHostKind::XEmbed, TrayHostKind::Waybar, TrayHostKind::KdePlasma),
+    [](const auto& info) {
+        return std::string(std::array{"NewestLeft", "NewestRight", "ByName"}[info.index]);
+    });
 
 } // namespace
 
