@@ -13,7 +13,7 @@ namespace {
 
 using kit::library::BrowserAgent;
 using kit::library::DeepLinkTemplates;
-using kit::library::OpenMode;
+using Mode = kit::library::OpenMode;
 using kit::library::Shortcut;
 using kit::library::Target;
 using kit::library::URLTarget;
@@ -57,9 +57,9 @@ TEST(ShortcutFormRoundTrip, EveryKindComesBackUnchanged)
         group,
         Shortcut::make("", Target::divider()),
         // A filled deep link, and one whose address no longer reads as its template.
-        Shortcut::make("Chat",
-                       Target::url(webTarget(
-                           "whatsapp://send?phone=905321234567", kWhatsApp, OpenMode::System))),
+        Shortcut::make(
+            "Chat",
+            Target::url(webTarget("whatsapp://send?phone=905321234567", kWhatsApp, Mode::System))),
         Shortcut::make("Odd", Target::url(webTarget("https://example.com", kWhatsApp))),
     };
     for (const auto& shortcut : shortcuts) {
@@ -88,94 +88,67 @@ struct FieldsRow
     std::vector<Field> hidden;
 };
 
-class ShortcutFormFields : public testing::TestWithParam<FieldsRow>
-{};
-
-TEST_P(ShortcutFormFields, ShowsWhatTheKindAndSettingsNeed)
+Shortcut page(std::string url, std::string templateID = {}, std::optional<Mode> mode = {})
 {
-    const auto& row = GetParam();
-    ShortcutForm form(row.shortcut, false, row.isMember);
-    const auto fields = form.visibleFields();
-    for (Field field : row.shown) {
-        EXPECT_TRUE(has(fields, field)) << static_cast<int>(field);
-    }
-    for (Field field : row.hidden) {
-        EXPECT_FALSE(has(fields, field)) << static_cast<int>(field);
-    }
+    return Shortcut::make("Example", Target::url(webTarget(std::move(url), templateID, mode)));
 }
 
-Shortcut withPage(URLTarget url)
+Shortcut privatePage()
 {
-    return Shortcut::make("Example", Target::url(std::move(url)));
+    Shortcut shortcut = page("https://example.com");
+    shortcut.target.urlTarget()->isPrivate = true;
+    return shortcut;
 }
 
+using enum Field;
+const std::string kSite = "https://example.com";
+const std::string kThings = "com.culturedcode.ThingsMac/Show Today";
 const std::vector<FieldsRow> kFieldRows{
-    {"Divider", Shortcut::make("", Target::divider()), false, {}, {Field::Name, Field::Icon}},
+    {"Divider", Shortcut::make("", Target::divider()), false, {}, {Name, Icon}},
     {"Group",
      Shortcut::make("G", Target::group(kit::library::GroupTarget{})),
      false,
-     {Field::Name, Field::Icon, Field::ShowInMenuBar},
-     {Field::Address, Field::App}},
-    {"Member",
-     Shortcut::make("A", Target::app({"firefox", {}})),
-     true,
-     {Field::Name, Field::App, Field::Icon},
-     {Field::ShowInMenuBar}},
-    {"Folder",
-     Shortcut::make("F", Target::folder({})),
-     false,
-     {Field::Path, Field::OpenWith},
-     {Field::App, Field::Address}},
+     {Icon, ShowInMenuBar},
+     {Address, App}},
+    {"Member", Shortcut::make("A", Target::app({"firefox", {}})), true, {App}, {ShowInMenuBar}},
+    {"Folder", Shortcut::make("F", Target::folder({})), false, {Path, OpenWith}, {App, Address}},
     {"PanelByDefault",
-     withPage(webTarget("https://example.com")),
+     page(kSite),
      false,
-     {Field::Address, Field::OpenMode, Field::Session, Field::PopoverSize, Field::Zoom},
-     {Field::WindowSize, Field::StaysOnTop, Field::Browser, Field::CustomUserAgent}},
-    {"Window",
-     withPage(webTarget("https://example.com", {}, OpenMode::Window)),
-     false,
-     {Field::WindowSize, Field::StaysOnTop},
-     {Field::PopoverSize, Field::Browser}},
-    {"Browser",
-     withPage(webTarget("https://example.com", {}, OpenMode::System)),
-     false,
-     {Field::Browser},
-     {Field::Session, Field::Zoom, Field::PopoverSize, Field::Private}},
-    {"PrivateHasNoAccount",
-     withPage([] {
-         auto url = webTarget("https://example.com");
-         url.isPrivate = true;
-         return url;
-     }()),
-     false,
-     {Field::Private},
-     {Field::Session}},
-    {"AppLinkOpensInItsApp",
-     withPage(webTarget("slack://open?team=T1")),
-     false,
-     {Field::Address},
-     {Field::OpenMode, Field::Browser, Field::Session}},
+     {Address, OpenMode, Session, PopoverSize, Zoom},
+     {WindowSize, StaysOnTop, Browser, CustomUserAgent}},
+    {"Window", page(kSite, {}, Mode::Window), false, {WindowSize, StaysOnTop}, {PopoverSize}},
+    {"Browser", page(kSite, {}, Mode::System), false, {Browser}, {Session, Zoom, Private}},
+    {"PrivateHasNoAccount", privatePage(), false, {Private}, {Session}},
+    {"AppLinkOpensInItsApp", page("slack://open?team=T1"), false, {Address}, {OpenMode, Session}},
     {"PastedTemplate",
-     withPage(webTarget("slack://open?team=T1", "com.tinyspeck.slackmacgap/Open a workspace")),
+     page("slack://open?team=T1", "com.tinyspeck.slackmacgap/Open a workspace"),
      false,
-     {Field::Template, Field::PasteLink, Field::Blank},
-     {Field::Address}},
-    {"TypedTemplate",
-     withPage(webTarget("whatsapp://send?phone=1", kWhatsApp)),
-     false,
-     {Field::Blank},
-     {Field::PasteLink, Field::Address}},
+     {Template, PasteLink, Blank},
+     {Address}},
+    {"TypedTemplate", page("whatsapp://send?phone=1", kWhatsApp), false, {Blank}, {PasteLink}},
     {"CompleteTemplate",
-     withPage(webTarget("things:///show?id=today", "com.culturedcode.ThingsMac/Show Today")),
+     page("things:///show?id=today", kThings),
      false,
-     {Field::Template},
-     {Field::Blank, Field::PasteLink, Field::Address}},
+     {Template},
+     {Blank, Address}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds,
-                         ShortcutFormFields,
-                         testing::ValuesIn(kFieldRows),
-                         [](const auto& info) { return std::string(info.param.label); });
+TEST(ShortcutFormFields, ShowsWhatTheKindAndSettingsNeed)
+{
+    for (const FieldsRow& param : kFieldRows) {
+        SCOPED_TRACE(param.label);
+        const auto& row = param;
+        ShortcutForm form(row.shortcut, false, row.isMember);
+        const auto fields = form.visibleFields();
+        for (Field field : row.shown) {
+            EXPECT_TRUE(has(fields, field)) << static_cast<int>(field);
+        }
+        for (Field field : row.hidden) {
+            EXPECT_FALSE(has(fields, field)) << static_cast<int>(field);
+        }
+    }
+}
 
 TEST(ShortcutFormProblems, SentencesNameWhatIsWrong)
 {
@@ -196,7 +169,7 @@ TEST(ShortcutFormProblems, SentencesNameWhatIsWrong)
     form.page().userAgent = BrowserAgent::Custom;
     EXPECT_EQ(form.problem(Field::CustomUserAgent), "Type the user agent to send.");
     // Hidden fields keep their values but never block a save.
-    form.page().openMode = OpenMode::System;
+    form.page().openMode = Mode::System;
     EXPECT_TRUE(form.isValid());
 }
 
@@ -245,7 +218,7 @@ TEST(ShortcutFormDeepLinks, BlanksAreFilledAndReportedWhileEmpty)
     EXPECT_EQ(url->url, "obsidian://open?vault=My%20Notes&file=a/b");
     EXPECT_EQ(url->templateID, form.linkTemplate()->id());
     // A link into an app opens in the app, whatever the defaults say.
-    EXPECT_EQ(url->openMode, OpenMode::System);
+    EXPECT_EQ(url->openMode, Mode::System);
     EXPECT_EQ(saved.name, form.linkTemplate()->suggestedName);
 }
 

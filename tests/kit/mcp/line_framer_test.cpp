@@ -30,37 +30,22 @@ Events frame(const std::vector<std::string>& chunks)
     return events;
 }
 
-struct FramingCase
+TEST(LineFramer, CutsLinesAndRefusesLongOnes)
 {
-    const char* name;
-    std::vector<std::string> chunks;
-    Events events;
-};
-
-class LineFraming : public testing::TestWithParam<FramingCase>
-{};
-
-TEST_P(LineFraming, CutsLinesAndRefusesLongOnes)
-{
-    EXPECT_EQ(frame(GetParam().chunks), GetParam().events);
+    const std::pair<std::vector<std::string>, Events> rows[] = {
+        {{"one\ntwo\n"}, {"one", "two", "rest:"}},
+        {{"o", "n", "e\nt", "wo\n"}, {"one", "two", "rest:"}},
+        {{"\n\none\n\n", "\n"}, {"one", "rest:"}},
+        {{"one\ntw", "o"}, {"one", "rest:two"}},
+        {{"12345678\n"}, {"12345678", "rest:"}},
+        {{"123456789\nok\n"}, {kTooLong, "ok", "rest:"}},
+        {{"1234", "5678", "9abc", "defg", "h\nok", "\n"}, {kTooLong, "ok", "rest:"}},
+        {{"ok\n123456789"}, {"ok", "rest:" + kTooLong}},
+    };
+    for (const auto& [chunks, events] : rows) {
+        EXPECT_EQ(frame(chunks), events) << testing::PrintToString(chunks);
+    }
 }
-
-const FramingCase kFraming[] = {
-    {"TwoLinesInOneChunk", {"one\ntwo\n"}, {"one", "two", "rest:"}},
-    {"SplitAcrossChunks", {"o", "n", "e\nt", "wo\n"}, {"one", "two", "rest:"}},
-    {"EmptyLinesSkipped", {"\n\none\n\n", "\n"}, {"one", "rest:"}},
-    {"UnfinishedLineKept", {"one\ntw", "o"}, {"one", "rest:two"}},
-    {"ExactlyTheLimit", {"12345678\n"}, {"12345678", "rest:"}},
-    {"OneOverTheLimit", {"123456789\nok\n"}, {kTooLong, "ok", "rest:"}},
-    {"LongLineOverManyChunks",
-     {"1234", "5678", "9abc", "defg", "h\nok", "\n"},
-     {kTooLong, "ok", "rest:"}},
-    {"LongUnfinishedRest", {"ok\n123456789"}, {"ok", "rest:" + kTooLong}},
-};
-
-INSTANTIATE_TEST_SUITE_P(Chunks, LineFraming, testing::ValuesIn(kFraming), [](const auto& info) {
-    return std::string(info.param.name);
-});
 
 TEST(LineFramer, AStoppedSinkDropsTheRestOfTheChunk)
 {

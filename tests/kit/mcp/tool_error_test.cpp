@@ -16,34 +16,29 @@ struct Worded
     const char* message;
 };
 
-class ToolErrorMessageTest : public ::testing::TestWithParam<Worded>
-{};
-
 // Assistants quote these back to the person, so every byte counts: the quotes are U+201C and
 // U+201D, the arrow U+203A.
-TEST_P(ToolErrorMessageTest, ReadsExactly)
+TEST(ToolErrorMessage, EveryKindReadsExactly)
 {
-    EXPECT_EQ(GetParam().error.message(), GetParam().message);
+    const Worded rows[] = {
+        {ToolError::unknownTool("create_apple_shortcut"),
+         "There is no tool called \u201Ccreate_apple_shortcut\u201D."},
+        {ToolError::badArguments("name is required."),
+         "The arguments could not be read: name is required."},
+        {ToolError::unknownBar("Wrok"),
+         "There is no bar \u201CWrok\u201D. list_bars says which there are."},
+        {ToolError::unknownShortcut("abc"), "There is no shortcut with the id abc on that bar."},
+        {ToolError::unknownSession("Club"),
+         "There is no account \u201CClub\u201D. list_sessions says which there are."},
+        {ToolError::writesOff(),
+         "The person has turned off changes from assistants in Vantorel's Settings. Reading "
+         "still works; ask them to turn it on under Settings \u203A Advanced if they want "
+         "this change."},
+    };
+    for (const auto& [error, message] : rows) {
+        EXPECT_EQ(error.message(), message);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    EveryKind,
-    ToolErrorMessageTest,
-    ::testing::Values(
-        Worded{ToolError::unknownTool("create_apple_shortcut"),
-               "There is no tool called \u201Ccreate_apple_shortcut\u201D."},
-        Worded{ToolError::badArguments("name is required."),
-               "The arguments could not be read: name is required."},
-        Worded{ToolError::unknownBar("Wrok"),
-               "There is no bar \u201CWrok\u201D. list_bars says which there are."},
-        Worded{ToolError::unknownShortcut("abc"),
-               "There is no shortcut with the id abc on that bar."},
-        Worded{ToolError::unknownSession("Club"),
-               "There is no account \u201CClub\u201D. list_sessions says which there are."},
-        Worded{ToolError::writesOff(),
-               "The person has turned off changes from assistants in Vantorel's Settings. Reading "
-               "still works; ask them to turn it on under Settings \u203A Advanced if they want "
-               "this change."}));
 
 TEST(PlatformWords, SayMacThingsInThisBuildsWords)
 {

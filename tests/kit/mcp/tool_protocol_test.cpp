@@ -50,23 +50,8 @@ struct LineCase
 {
     const char* name;
     const char* line;
-    // Nothing when no reply is due.
     std::optional<std::string> reply;
 };
-
-class ToolProtocolLines : public testing::TestWithParam<LineCase>
-{};
-
-TEST_P(ToolProtocolLines, AnswerExactly)
-{
-    const LineCase& c = GetParam();
-    std::optional<std::string> expected;
-    if (c.reply) {
-        expected = *c.reply + "\n";
-    }
-    EXPECT_EQ(answer(c.line), expected);
-    EXPECT_EQ(ToolProtocol::expectsReply(c.line), expected.has_value());
-}
 
 const LineCase kLines[] = {
     {"Ping",
@@ -116,9 +101,16 @@ const LineCase kLines[] = {
      "a\\\",\\\"bad\\\":\\\"\uFFFD\uFFFD\\\"}\",\"type\":\"text\"}],\"isError\":false}}"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Lines, ToolProtocolLines, testing::ValuesIn(kLines), [](const auto& info) {
-    return std::string(info.param.name);
-});
+// Nothing in a row's reply when none is due.
+TEST(ToolProtocolLines, AnswerExactly)
+{
+    for (const LineCase& c : kLines) {
+        SCOPED_TRACE(c.name);
+        const auto expected = c.reply ? std::optional(*c.reply + "\n") : std::nullopt;
+        EXPECT_EQ(answer(c.line), expected);
+        EXPECT_EQ(ToolProtocol::expectsReply(c.line), expected.has_value());
+    }
+}
 
 struct VersionCase
 {
@@ -127,41 +119,44 @@ struct VersionCase
     const char* expected;
 };
 
-class ToolProtocolInitialize : public testing::TestWithParam<VersionCase>
-{};
-
-TEST_P(ToolProtocolInitialize, EchoesAStringVersionElseTheDefault)
-{
-    std::string line = std::string(R"({"id":1,"method":"initialize")") + GetParam().params + "}";
-    json reply = json::parse(*answer(line));
-    const json& result = reply.at("result");
-    EXPECT_EQ(result.at("protocolVersion"), GetParam().expected);
-    EXPECT_EQ(result.at("capabilities"), json::parse(R"({"tools":{}})"));
-    EXPECT_EQ(result.at("serverInfo"), json::parse(R"({"name":"Vantorel","version":"1.2.3"})"));
-    EXPECT_EQ(result.at("instructions"), ToolProtocol::instructions());
-}
-
 const VersionCase kVersions[] = {
     {"Given", R"(,"params":{"protocolVersion":"2024-11-05"})", "2024-11-05"},
     {"NoParams", "", "2025-06-18"},
     {"NumericVersion", R"(,"params":{"protocolVersion":20250618})", "2025-06-18"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Versions,
-                         ToolProtocolInitialize,
-                         testing::ValuesIn(kVersions),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemas)
+TEST(ToolProtocolInitialize, EchoesAStringVersionElseTheDefault)
 {
-    json reply = json::parse(*answer(R"({"id":1,"method":"tools/list"})"));
-    const json& listed = reply.at("result").at("tools");
+    for (const VersionCase& param : kVersions) {
+        SCOPED_TRACE(param.name);
+        std::string line = std::string(R"({"id":1,"method":"initialize")") + param.params + "}";
+        json reply = json::parse(*answer(line));
+        const json& result = reply.at("result");
+        EXPECT_EQ(result.at("protocolVersion"), param.expected);
+        EXPECT_EQ(result.at("capabilities"), json::parse(R"({"tools":{}})"));
+        EXPECT_EQ(result.at("serverInfo"), json::parse(R"({"name":"Vantorel","version":"1.2.3"})"));
+        EXPECT_EQ(result.at("instructions"), ToolProtocol::instructions());
+    }
+}
+
+TEST(ToolProtocol, ListsToolsInOrderWithParsedOrFallbackSchemasAndHintsWhereGiven)
+{
+    auto described = tools();
+    described[0].title = "List bars";
+    described[0].annotations = kit::mcp::ToolAnnotations{true, false, true, false};
+    json listed = json::parse(*ToolProtocol::respond(R"({"id":1,"method":"tools/list"})",
+                                                     "1",
+                                                     [&] { return described; },
+                                                     &cannedCall))["result"]["tools"];
     ASSERT_EQ(listed.size(), 3U);
-    EXPECT_EQ(listed[0].at("name"), "list_bars");
-    EXPECT_EQ(listed[0].at("description"), "The bars.");
-    EXPECT_EQ(listed[0].at("inputSchema"), json::parse(R"({"type":"object","properties":{}})"));
-    EXPECT_EQ(listed[1].at("inputSchema"), json::parse(R"({"type":"object"})"));
-    EXPECT_EQ(listed[2].at("inputSchema"), json::parse(R"({"type":"object"})"));
+    EXPECT_EQ(listed[0],
+              json::parse(R"({"name":"list_bars","title":"List bars","description":"The bars.",
+                "inputSchema":{"type":"object","properties":{}},
+                "annotations":{"readOnlyHint":true,"destructiveHint":false,
+                               "idempotentHint":true,"openWorldHint":false}})"));
+    EXPECT_EQ(listed[1], json::parse(R"({"name":"broken","description":"Schema is not JSON.",
+                                         "inputSchema":{"type":"object"}})"));
+    EXPECT_EQ(listed[2]["inputSchema"], json::parse(R"({"type":"object"})"));
 }
 
 TEST(ToolProtocol, AThrowingToolStillGetsOneResult)
@@ -187,26 +182,6 @@ struct AnswerTextCase
     std::string text;
 };
 
-class ToolProtocolAnswerText : public testing::TestWithParam<AnswerTextCase>
-{};
-
-TEST_P(ToolProtocolAnswerText, IsWrittenAsTheJsonLibraryWritesIt)
-{
-    for (bool ok : {true, false}) {
-        const std::string& text = GetParam().text;
-        auto reply = ToolProtocol::respond(
-            R"({"id":"x","method":"tools/call","params":{"name":"t"}})",
-            "1",
-            &tools,
-            [&](const std::string&, const std::optional<std::string>&) {
-                return ok ? ToolResult::success(text) : ToolResult::failure(text);
-            });
-        json expected = {{"content", json::array({{{"type", "text"}, {"text", text}}})},
-                         {"isError", !ok}};
-        EXPECT_EQ(reply, ToolProtocol::result("x", expected));
-    }
-}
-
 const AnswerTextCase kAnswerTexts[] = {
     {"QuotesAndBackslashes", "say \"hi\" \\ C:\\path"},
     {"ShortEscapes", "\b\f\n\r\t"},
@@ -221,51 +196,29 @@ const AnswerTextCase kAnswerTexts[] = {
     {"TruncatedAtTheEnd", "ok \xe2\x80"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Texts,
-                         ToolProtocolAnswerText,
-                         testing::ValuesIn(kAnswerTexts),
-                         [](const auto& info) { return std::string(info.param.name); });
+TEST(ToolProtocolAnswerText, IsWrittenAsTheJsonLibraryWritesIt)
+{
+    for (const AnswerTextCase& param : kAnswerTexts) {
+        SCOPED_TRACE(param.name);
+        for (bool ok : {true, false}) {
+            const std::string& text = param.text;
+            auto reply = ToolProtocol::respond(
+                R"({"id":"x","method":"tools/call","params":{"name":"t"}})",
+                "1",
+                &tools,
+                [&](const std::string&, const std::optional<std::string>&) {
+                    return ok ? ToolResult::success(text) : ToolResult::failure(text);
+                });
+            json expected = {{"content", json::array({{{"type", "text"}, {"text", text}}})},
+                             {"isError", !ok}};
+            EXPECT_EQ(reply, ToolProtocol::result("x", expected));
+        }
+    }
+}
 
 TEST(ToolProtocol, DeepNestingIsAParseErrorNotAStackOverflow)
 {
     EXPECT_EQ(answer(std::string(100'000, '[')), ToolProtocol::refuse("nonsense", 0, ""));
-}
-
-TEST(ToolProtocol, RefusalKeepsTheIDAndSkipsNotifications)
-{
-    EXPECT_EQ(ToolProtocol::refuse(R"({"id":"r","method":"ping"})", -32000, "Start it."),
-              R"({"error":{"code":-32000,"message":"Start it."},"id":"r","jsonrpc":"2.0"})"
-              "\n");
-    EXPECT_EQ(ToolProtocol::refuse(R"({"method":"notifications/initialized"})", -32000, "x"),
-              std::nullopt);
-    EXPECT_EQ(
-        ToolProtocol::refuse("nonsense", -32000, "x"),
-        R"({"error":{"code":-32700,"message":"Parse error: not a JSON object"},"id":null,"jsonrpc":"2.0"})"
-        "\n");
-}
-
-TEST(ToolProtocol, ListsTitleAndHintsOnlyForToolsThatHaveThem)
-{
-    std::vector<ToolDescription> described{
-        {"list_bars",
-         "The bars.",
-         "{}",
-         "List bars",
-         kit::mcp::ToolAnnotations{true, false, true, false}},
-        {"plain", "No hints.", "{}"},
-    };
-    json listed = json::parse(*ToolProtocol::respond(R"({"id":1,"method":"tools/list"})",
-                                                     "1",
-                                                     [&] { return described; },
-                                                     &cannedCall))["result"]["tools"];
-    EXPECT_EQ(listed[0]["title"], "List bars");
-    EXPECT_EQ(listed[0]["annotations"],
-              (json{{"readOnlyHint", true},
-                    {"destructiveHint", false},
-                    {"idempotentHint", true},
-                    {"openWorldHint", false}}));
-    EXPECT_FALSE(listed[1].contains("title"));
-    EXPECT_FALSE(listed[1].contains("annotations"));
 }
 
 struct EdgeCase
@@ -275,16 +228,6 @@ struct EdgeCase
     const char* end;
     std::optional<json> id;
 };
-
-class ToolProtocolVisibleID : public testing::TestWithParam<EdgeCase>
-{};
-
-// An over-long line's answer carries its id only when the kept bytes show it beyond doubt.
-TEST_P(ToolProtocolVisibleID, ReadsOnlyATopLevelID)
-{
-    const EdgeCase& c = GetParam();
-    EXPECT_EQ(ToolProtocol::visibleID(c.start, c.end), c.id);
-}
 
 const EdgeCase kEdges[] = {
     {"FirstMember", R"({"id":7,"method":"tools/call","params":{"argu)", "", json(7)},
@@ -306,10 +249,14 @@ const EdgeCase kEdges[] = {
     {"StartWinsOverEnd", R"({"id":1,"params":{)", R"(,"id":2})", json(1)},
 };
 
-INSTANTIATE_TEST_SUITE_P(Edges,
-                         ToolProtocolVisibleID,
-                         testing::ValuesIn(kEdges),
-                         [](const auto& info) { return std::string(info.param.name); });
+// An over-long line's answer carries its id only when the kept bytes show it beyond doubt.
+TEST(ToolProtocolVisibleID, ReadsOnlyATopLevelID)
+{
+    for (const EdgeCase& param : kEdges) {
+        SCOPED_TRACE(param.name);
+        EXPECT_EQ(ToolProtocol::visibleID(param.start, param.end), param.id);
+    }
+}
 
 TEST(ToolProtocol, AnOverLongLineIsAnsweredUnderTheIDItShows)
 {
@@ -358,15 +305,21 @@ TEST(ToolProtocol, CancellationReachesTheCallAndNothingIsAnswered)
         R"({"id":1,"method":"tools/call","params":{"name":"notifications/cancelled"}})"));
 }
 
-TEST(ToolProtocol, ProgressIsANotificationOnTheCallersToken)
+// Answers a line whose call `tool` completes at once; the reply, if any, comes back.
+std::optional<std::string> serve(const std::string& line,
+                                 const ToolProtocol::CallTool& tool,
+                                 const ToolProtocol::ReadsStrictly& strictly = {})
 {
-    json line = json::parse(ToolProtocol::progress("t", 20, "Still deciding."));
-    EXPECT_EQ(line,
-              (json{{"jsonrpc", "2.0"},
-                    {"method", "notifications/progress"},
-                    {"params",
-                     {{"progressToken", "t"}, {"progress", 20}, {"message", "Still deciding."}}}}));
-    EXPECT_FALSE(line.contains("id"));
+    std::optional<std::string> reply;
+    ToolProtocol::respond(
+        line,
+        "1",
+        &tools,
+        tool,
+        {},
+        [&](std::optional<std::string> line) { reply = std::move(line); },
+        strictly);
+    return reply;
 }
 
 // A long call's arguments reach the tool as the request's own bytes, never rebuilt, while the
@@ -381,17 +334,10 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheRequestsOwnBytes)
     std::optional<std::string> reply;
     auto respond = [&](const std::string& text) {
         called.reset();
-        reply.reset();
-        ToolProtocol::respond(
-            text,
-            "1",
-            &tools,
-            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
-                called = std::move(call);
-                done(ToolResult::success("{}"));
-            },
-            {},
-            [&](std::optional<std::string> line) { reply = std::move(line); });
+        reply = serve(text, [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+            called = std::move(call);
+            done(ToolResult::success("{}"));
+        });
     };
     respond(line);
     ASSERT_TRUE(called);
@@ -432,16 +378,10 @@ TEST(ToolProtocol, ALongCallsArgumentsAreTheOnesTheTreeHolds)
     for (const auto& line : lines) {
         SCOPED_TRACE(line.substr(0, 90));
         std::optional<json> seen;
-        ToolProtocol::respond(
-            line,
-            "1",
-            &tools,
-            [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
-                seen = call.argumentsText ? json::parse(*call.argumentsText) : call.arguments;
-                done(ToolResult::success("{}"));
-            },
-            {},
-            [](std::optional<std::string>) {});
+        serve(line, [&](ToolProtocol::Call call, ToolProtocol::ToolCompletion done) {
+            seen = call.argumentsText ? json::parse(*call.argumentsText) : call.arguments;
+            done(ToolResult::success("{}"));
+        });
         const json params = json::parse(line)["params"];
         if (params.is_object() && params.contains("arguments") && params["arguments"].is_object()) {
             EXPECT_EQ(seen, params["arguments"]);
@@ -479,11 +419,8 @@ TEST(ToolProtocol, ALongLineForAStrictReaderIsHeldToJsonAllTheSame)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.substr(c.line.size() - 40));
         int calls = 0;
-        std::optional<std::string> reply;
-        ToolProtocol::respond(
+        auto reply = serve(
             c.line,
-            "1",
-            &tools,
             [&](ToolProtocol::Call call, const ToolProtocol::ToolCompletion& done) {
                 ++calls;
                 if (!call.argumentsText && !call.arguments) {
@@ -500,8 +437,6 @@ TEST(ToolProtocol, ALongLineForAStrictReaderIsHeldToJsonAllTheSame)
                 EXPECT_EQ(arguments, json::parse(valid));
                 done(ToolResult::success("{}"));
             },
-            {},
-            [&](std::optional<std::string> line) { reply = std::move(line); },
             [](const std::string& name, std::string_view arguments) {
                 return name == "propose" && arguments.size() > 65'536;
             });

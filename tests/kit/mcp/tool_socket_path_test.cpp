@@ -14,52 +14,36 @@ namespace {
 using kit::mcp::AssistantSetup;
 using kit::mcp::ToolSocketPath;
 
-TEST(ToolSocketPath, InsideAndOutsideTheContainer)
+// A socket address holds 107 bytes and the terminating zero.
+TEST(ToolSocketPath, FitsTheSocketAddress)
 {
-    EXPECT_EQ(ToolSocketPath::inside("/run/user/1000"), "/run/user/1000/vantorel.sock");
-    EXPECT_EQ(ToolSocketPath::outside("/Users/ann"),
-              "/Users/ann/Library/Containers/com.quennick.Vantorel/Data/vantorel.sock");
-    EXPECT_EQ(ToolSocketPath::kMaxPathBytes, 107U);
     EXPECT_TRUE(ToolSocketPath::fits(std::string(107, 'a')));
     EXPECT_FALSE(ToolSocketPath::fits(std::string(108, 'a')));
 }
 
-struct HomeCase
+TEST(ToolSocketHome, FollowsTheRuntimeFolderThenTheSupportFolder)
 {
-    const char* name;
-    std::map<std::string, std::string> environment;
-    std::optional<std::string> home;
-};
-
-class ToolSocketHome : public testing::TestWithParam<HomeCase>
-{};
-
-TEST_P(ToolSocketHome, FollowsTheRuntimeFolderThenTheSupportFolder)
-{
-    const auto& environment = GetParam().environment;
-    auto home = ToolSocketPath::containerHome([&](const char* name) -> std::optional<std::string> {
-        auto it = environment.find(name);
-        return it == environment.end() ? std::nullopt : std::optional(it->second);
-    });
-    EXPECT_EQ(home, GetParam().home);
+    using Environment = std::map<std::string, std::string>;
+    const std::pair<Environment, std::optional<std::string>> rows[] = {
+        {{{"XDG_RUNTIME_DIR", "/run/user/1000"}, {"XDG_DATA_HOME", "/d"}, {"HOME", "/h"}},
+         "/run/user/1000"},
+        {{{"XDG_DATA_HOME", "/d"}, {"HOME", "/h"}}, "/d/Vantorel"},
+        {{{"HOME", "/home/ann"}}, "/home/ann/.local/share/Vantorel"},
+        // Relative and empty folders are passed over.
+        {{{"XDG_RUNTIME_DIR", "run"}, {"XDG_DATA_HOME", ""}, {"HOME", "/h"}},
+         "/h/.local/share/Vantorel"},
+        {{}, std::nullopt},
+    };
+    for (const auto& row : rows) {
+        const Environment& environment = row.first;
+        auto found =
+            ToolSocketPath::containerHome([&](const char* name) -> std::optional<std::string> {
+                auto it = environment.find(name);
+                return it == environment.end() ? std::nullopt : std::optional(it->second);
+            });
+        EXPECT_EQ(found, row.second) << testing::PrintToString(environment);
+    }
 }
-
-const HomeCase kHomes[] = {
-    {"Runtime",
-     {{"XDG_RUNTIME_DIR", "/run/user/1000"}, {"XDG_DATA_HOME", "/d"}, {"HOME", "/h"}},
-     "/run/user/1000"},
-    {"DataHome", {{"XDG_DATA_HOME", "/d"}, {"HOME", "/h"}}, "/d/Vantorel"},
-    {"Home", {{"HOME", "/home/ann"}}, "/home/ann/.local/share/Vantorel"},
-    {"RelativeAndEmptyIgnored",
-     {{"XDG_RUNTIME_DIR", "run"}, {"XDG_DATA_HOME", ""}, {"HOME", "/h"}},
-     "/h/.local/share/Vantorel"},
-    {"Nothing", {}, std::nullopt},
-};
-
-INSTANTIATE_TEST_SUITE_P(Environments,
-                         ToolSocketHome,
-                         testing::ValuesIn(kHomes),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(AssistantSetup, ConfigurationNamesTheBridge)
 {

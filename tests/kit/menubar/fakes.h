@@ -7,6 +7,7 @@
 #include "support/manual_queue.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -83,56 +84,46 @@ public:
     }
     void setImage(StatusItemHandle handle, const Glyph& glyph) override
     {
-        if (auto* item = find(handle)) {
-            item->image = glyph;
-            item->title.clear();
-            ++item->draws;
-        }
+        with(handle, [&](Item& item) {
+            item.image = glyph;
+            item.title.clear();
+            ++item.draws;
+        });
     }
     void setTitle(StatusItemHandle handle, const std::string& title) override
     {
-        if (auto* item = find(handle)) {
-            item->title = title;
-            item->image.reset();
-            ++item->draws;
-        }
+        with(handle, [&](Item& item) {
+            item.title = title;
+            item.image.reset();
+            ++item.draws;
+        });
     }
     void setAppImage(StatusItemHandle handle, const AppIconImage& image) override
     {
-        if (auto* item = find(handle)) {
-            item->appImage = image;
-            ++item->draws;
-        }
+        with(handle, [&](Item& item) {
+            item.appImage = image;
+            ++item.draws;
+        });
     }
     void setToolTip(StatusItemHandle handle, const std::string& toolTip) override
     {
-        if (auto* item = find(handle)) {
-            item->toolTip = toolTip;
-        }
+        with(handle, [&](Item& item) { item.toolTip = toolTip; });
     }
     void setName(StatusItemHandle handle, const std::string& name) override
     {
-        if (auto* item = find(handle)) {
-            item->name = name;
-        }
+        with(handle, [&](Item& item) { item.name = name; });
     }
     void setAccessibilityLabel(StatusItemHandle handle, const std::string& label) override
     {
-        if (auto* item = find(handle)) {
-            item->label = label;
-        }
+        with(handle, [&](Item& item) { item.label = label; });
     }
     void setHighlighted(StatusItemHandle handle, bool highlighted) override
     {
-        if (auto* item = find(handle)) {
-            item->highlighted = highlighted;
-        }
+        with(handle, [&](Item& item) { item.highlighted = highlighted; });
     }
     void popMenu(StatusItemHandle handle, const Menu& menu) override
     {
-        if (auto* item = find(handle)) {
-            item->popped.push_back(menu);
-        }
+        with(handle, [&](Item& item) { item.popped.push_back(menu); });
     }
     std::optional<Rect> geometry(StatusItemHandle handle) const override
     {
@@ -173,6 +164,13 @@ public:
     {
         auto found = m_items.find(handle.value);
         return found == m_items.end() ? nullptr : &found->second;
+    }
+    // Changes an icon still there; the host ignores requests for one removed.
+    void with(StatusItemHandle handle, const std::function<void(Item&)>& change)
+    {
+        if (auto* item = find(handle)) {
+            change(*item);
+        }
     }
     // Icons already removed, with the callbacks the host would still hold.
     std::vector<Item>& gone() { return m_gone; }

@@ -31,46 +31,19 @@ TEST(StandardIconRenderer, TakesTheChosenIconElseTheTargets)
         Glyph::Source source;
         std::string name;
     };
-    const Row rows[] = {{"Site",
-                         webLink("W", "https://a.example/"),
-                         Glyph::Kind::Image,
-                         Glyph::Source::SiteIcon,
-                         "https://a.example/"},
-                        {"LinkIntoAnApp",
-                         webLink("S", "slack://channel?team=T1&id=C2"),
-                         Glyph::Kind::Image,
-                         Glyph::Source::AppIcon,
-                         "slack"},
-                        {"Symbol",
-                         withIcon(webLink("W"), IconOverride::symbol("mail-unread")),
-                         Glyph::Kind::Image,
-                         Glyph::Source::Symbol,
-                         "mail-unread"},
-                        {"Emoji",
-                         withIcon(webLink("W"), IconOverride::emoji("AB")),
-                         Glyph::Kind::Text,
-                         Glyph::Source::Letters,
-                         "AB"},
-                        {"File",
-                         fileShortcut("F", "/tmp/f.pdf"),
-                         Glyph::Kind::Image,
-                         Glyph::Source::FileIcon,
-                         "/tmp/f.pdf"},
-                        {"App",
-                         Shortcut::make("A", Target::app(AppTarget{"org.gnome.Calculator", {}})),
-                         Glyph::Kind::Image,
-                         Glyph::Source::AppIcon,
-                         "org.gnome.Calculator"},
-                        {"AppWithoutId",
-                         Shortcut::make("A", Target::app(AppTarget{})),
-                         Glyph::Kind::Image,
-                         Glyph::Source::Symbol,
-                         StandardIconRenderer::kFallbackSymbol},
-                        {"Divider",
-                         Shortcut::make("", Target::divider()),
-                         Glyph::Kind::Image,
-                         Glyph::Source::Divider,
-                         ""}};
+    using enum Glyph::Kind;
+    using enum Glyph::Source;
+    const auto app = [](AppTarget target) { return Shortcut::make("A", Target::app(target)); };
+    const Row rows[] = {
+        {"Site", webLink("W", "https://a.example/"), Image, SiteIcon, "https://a.example/"},
+        {"LinkIntoAnApp", webLink("S", "slack://channel?team=T1&id=C2"), Image, AppIcon, "slack"},
+        {"Symbol", withIcon(webLink("W"), IconOverride::symbol("mail")), Image, Symbol, "mail"},
+        {"Emoji", withIcon(webLink("W"), IconOverride::emoji("AB")), Text, Letters, "AB"},
+        {"File", fileShortcut("F", "/tmp/f.pdf"), Image, FileIcon, "/tmp/f.pdf"},
+        {"App", app({"org.gnome.Calculator", {}}), Image, AppIcon, "org.gnome.Calculator"},
+        {"AppWithoutId", app({}), Image, Symbol, StandardIconRenderer::kFallbackSymbol},
+        {"Divider", Shortcut::make("", Target::divider()), Image, Divider, ""},
+    };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
         Glyph glyph = StandardIconRenderer().glyph(row.shortcut, 18);

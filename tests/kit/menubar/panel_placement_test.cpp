@@ -18,27 +18,11 @@ TEST(PanelPlacement, StaysWholeOnScreen)
         Rect expected;
     };
     const Case cases[] = {
-        {"centred under an icon in a top tray",
-         {600, 0, 24, 24},
-         {},
-         {400, 600},
-         {412, 24, 400, 600}},
-        {"pushed left at the right edge", {1250, 0, 24, 24}, {}, {400, 600}, {880, 24, 400, 600}},
-        {"above an icon in a bottom tray",
-         {600, 776, 24, 24},
-         {},
-         {400, 600},
-         {412, 176, 400, 600}},
-        {"under the pointer when the icon's place is unknown",
-         {},
-         {100, 30},
-         {400, 600},
-         {0, 30, 400, 600}},
-        {"shrunk to a screen smaller than the panel",
-         {600, 0, 24, 24},
-         {},
-         {2000, 1000},
-         {0, 0, 1280, 800}},
+        {"top tray: centred under the icon", {600, 0, 24, 24}, {}, {400, 600}, {412, 24, 400, 600}},
+        {"right edge: pushed left", {1250, 0, 24, 24}, {}, {400, 600}, {880, 24, 400, 600}},
+        {"bottom tray: above the icon", {600, 776, 24, 24}, {}, {400, 600}, {412, 176, 400, 600}},
+        {"icon's place unknown: at the pointer", {}, {100, 30}, {400, 600}, {0, 30, 400, 600}},
+        {"larger than the screen: shrunk", {600, 0, 24, 24}, {}, {2000, 1000}, {0, 0, 1280, 800}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -59,20 +43,11 @@ TEST(WindowPlacement, NeverLargerThanTheScreenAndWholeOnIt)
         Rect expected;
     };
     const Case cases[] = {
-        {"a new window is centred below its title bar", {}, {600, 400}, {340, 227, 600, 400}},
-        {"taller than the screen: as tall as the room under the title bar",
-         Point{100, 20},
-         {1100, 800},
-         {100, 54, 1100, 746}},
-        {"past the right and bottom edges: moved in",
-         Point{1000, 700},
-         {600, 400},
-         {680, 400, 600, 400}},
+        {"new: centred below its title bar", {}, {600, 400}, {340, 227, 600, 400}},
+        {"taller: the room under the title bar", Point{100, 20}, {1100, 800}, {100, 54, 1100, 746}},
+        {"past the right and bottom: moved in", Point{1000, 700}, {600, 400}, {680, 400, 600, 400}},
         {"larger both ways: the whole room", {}, {3000, 2000}, {0, 54, 1280, 746}},
-        {"above the screen's top: moved down under it",
-         Point{10, -50},
-         {300, 200},
-         {10, 54, 300, 200}},
+        {"above the screen: moved under its top", Point{10, -50}, {300, 200}, {10, 54, 300, 200}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

@@ -58,17 +58,16 @@ public:
     void activate() override { active = true; }
     bool isActive() const override { return active; }
 
+    // Copies first: a handler may remove itself.
     void pressAt(Point p)
     {
-        auto handlers = mouseDown;
-        for (auto& [token, handler] : handlers) {
+        for (auto& [token, handler] : std::map(mouseDown)) {
             handler(p);
         }
     }
     void resignActive()
     {
-        auto handlers = resign;
-        for (auto& [token, handler] : handlers) {
+        for (auto& [token, handler] : std::map(resign)) {
             handler();
         }
     }

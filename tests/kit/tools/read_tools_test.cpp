@@ -54,46 +54,23 @@ TEST_F(ReadToolsTest, ListShortcutsTakesABarByNameIgnoringCaseOrById)
     EXPECT_EQ(answer("list_shortcuts", R"({"bar":")" + home.string() + R"("})")["bar"], "Home");
 }
 
-// People name bars and links in their own languages; case is ignored beyond ASCII too.
-TEST_F(ReadToolsTest, BarNamesAndSearchesIgnoreCaseInOtherScripts)
+// People name bars in their own languages; case is ignored beyond ASCII too.
+TEST_F(ReadToolsTest, BarNamesIgnoreCaseInOtherScripts)
 {
     store->renameBar(home, "Été à Łódź");
     EXPECT_EQ(answer("list_shortcuts", R"({"bar":"ÉTÉ À ŁÓDŹ"})")["bar"], "Été à Łódź");
-    store->mutate(home, [&](Library& l) {
-        Shortcut renamed = *l.shortcut(news.id);
-        renamed.name = "Новости Über";
-        l.update(renamed);
-    });
-    EXPECT_EQ(answer("search_shortcuts", R"({"query":"НОВОСТИ"})")["hits"].size(), 1u);
-    EXPECT_EQ(answer("search_shortcuts", R"({"query":"über"})")["hits"].size(), 1u);
 }
 
-struct Folding
+TEST(Folded, LowersWhatItKnowsAndKeepsTheRest)
 {
-    std::string text;
-    std::string expected;
-};
-
-class FoldedTest : public ::testing::TestWithParam<Folding>
-{};
-
-TEST_P(FoldedTest, LowersWhatItKnowsAndKeepsTheRest)
-{
-    EXPECT_EQ(kit::tools::folded(GetParam().text), GetParam().expected);
+    EXPECT_EQ(kit::tools::folded("Work ÀÉÎÕÜ ÆØÞ"), "work àéîõü æøþ");
+    EXPECT_EQ(kit::tools::folded("İstanbul ΑΘΗΝΑ ΟΔΟΣ"), "istanbul αθηνα οδοσ");
+    // Broken UTF-8 is kept byte for byte rather than refused.
+    EXPECT_EQ(kit::tools::folded("A\xC3\xFF"
+                                 "B\xE2\x82"),
+              "a\xC3\xFF"
+              "b\xE2\x82");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Scripts,
-    FoldedTest,
-    ::testing::Values(Folding{"Work", "work"},
-                      Folding{"ÀÉÎÕÜ ÆØÞ", "àéîõü æøþ"},
-                      Folding{"İstanbul", "istanbul"},
-                      Folding{"ΑΘΗΝΑ ΟΔΟΣ", "αθηνα οδοσ"},
-                      // Broken UTF-8 is kept byte for byte rather than refused.
-                      Folding{"A\xC3\xFF"
-                              "B\xE2\x82",
-                              "a\xC3\xFF"
-                              "b\xE2\x82"}));
 
 TEST_F(ReadToolsTest, GetShortcutLooksOnEveryBarAndSaysItsGroupPath)
 {
@@ -143,15 +120,11 @@ TEST_F(ReadToolsTest, ListSessionsCountsTheLinksUsingEachAccount)
     EXPECT_EQ(a["note"], ReadTools::kSessionsNote);
 }
 
-TEST_F(ReadToolsTest, GetSettingsSaysTheDefaultsAVersionAndTheBarCount)
+TEST_F(ReadToolsTest, GetSettingsSaysTheVersionAndTheBarCount)
 {
     auto a = answer("get_settings");
     EXPECT_EQ(a["appVersion"], "1.2.3");
     EXPECT_EQ(a["barCount"], 2);
-    EXPECT_EQ(a["linksOpen"], "popover");
-    EXPECT_EQ(a["popoverSize"], (json{{"width", 400}, {"height", 600}}));
-    EXPECT_EQ(a["pageZoom"], 1);
-    EXPECT_TRUE(a["browserBundleID"].is_null());
     EXPECT_EQ(a.size(), 11u);
 }
 
@@ -184,10 +157,6 @@ TEST_F(ReadToolsTest, ListDeepLinksGroupsTheCatalogueByAppAndFilters)
     auto slack = answer("list_deep_links", R"({"app":"slack"})")["apps"];
     ASSERT_EQ(slack.size(), 1u);
     EXPECT_EQ(slack[0]["app"], "Slack");
-    const auto& link = slack[0]["links"][0];
-    for (const char* key : {"title", "address", "blanks", "blanksMean", "suggestedName", "icon"}) {
-        EXPECT_TRUE(link.contains(key)) << key;
-    }
 }
 
 class FindAppsTest : public ToolsTest
@@ -220,39 +189,9 @@ TEST_F(FindAppsTest, MatchesNameOrBundleIdAndAnswersAtMostFifty)
     EXPECT_EQ(answer("find_apps", R"({"query":"app 1","limit":3})")["total"], 11);
 }
 
-struct ReadRefusal
+// What only the read tools themselves refuse; the sentences are checked with every tool's.
+TEST_F(ReadToolsTest, RefuseOtherToolsAndArgumentsThatAreNoObject)
 {
-    const char* tool;
-    std::string arguments; // "$NEWS" stands for News's id
-    std::string message;
-};
-
-TEST_F(ReadToolsTest, RefusalsSayWhatWasWrong)
-{
-    const std::string read = "The arguments could not be read: ";
-    const std::vector<ReadRefusal> rows = {
-        {"list_shortcuts",
-         R"({"bar":"nope"})",
-         "There is no bar “nope”. list_bars says which there are."},
-        {"get_shortcut",
-         R"({"id":"$NEWS","bar":"Work"})",
-         "There is no shortcut with the id $NEWS on that bar."},
-        {"search_shortcuts", "", read + "query is required."},
-        {"search_shortcuts", R"({"query":3})", read + "query must be a string, but is number."},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.tool) + " " + row.arguments);
-        auto withNews = [&](std::string text) {
-            if (auto at = text.find("$NEWS"); at != std::string::npos) {
-                text.replace(at, 5, idOf(news));
-            }
-            return text;
-        };
-        EXPECT_EQ(
-            failure(row.tool,
-                    row.arguments.empty() ? std::nullopt : std::optional(withNews(row.arguments))),
-            withNews(row.message));
-    }
     kit::tools::ToolContext context = service->context();
     EXPECT_THROW(ReadTools::call("add_bar", std::nullopt, context), kit::mcp::ToolError);
     try {

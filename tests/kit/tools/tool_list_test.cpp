@@ -7,147 +7,115 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 using kit::tools::ActionTools;
 using kit::tools::ReadTools;
 using kit::tools::ToolService;
 using kit::tools::WriteTools;
 using nlohmann::json;
+using Names = std::vector<std::string>;
 
 namespace {
 
-enum class Group { Read, Write, Action, Server };
-
-struct Listed
+// Names separated by spaces.
+Names words(const std::string& text)
 {
-    size_t index;
-    const char* name;
-    Group group;
-};
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
 
 // tools/list order: assistants are told to start from the first ones.
-const Listed kListed[] = {
-    {0, "list_bars", Group::Read},
-    {1, "list_shortcuts", Group::Read},
-    {2, "get_shortcut", Group::Read},
-    {3, "list_groups", Group::Read},
-    {4, "search_shortcuts", Group::Read},
-    {5, "list_sessions", Group::Read},
-    {6, "get_settings", Group::Read},
-    {7, "search_icons", Group::Read},
-    {8, "list_deep_links", Group::Read},
-    {9, "find_apps", Group::Read},
-    {10, "add_shortcuts", Group::Write},
-    {11, "add_group", Group::Write},
-    {12, "rename_shortcut", Group::Write},
-    {13, "set_open_mode", Group::Write},
-    {14, "set_icon", Group::Write},
-    {15, "move_shortcut", Group::Write},
-    {16, "show_in_menu_bar", Group::Write},
-    {17, "set_account", Group::Write},
-    {18, "set_link_options", Group::Write},
-    {19, "move_to_bar", Group::Write},
-    {20, "add_bar", Group::Write},
-    {21, "rename_bar", Group::Write},
-    {22, "add_session", Group::Write},
-    {23, "rename_session", Group::Write},
-    {24, "remove_session", Group::Write},
-    {25, "remove_shortcuts", Group::Write},
-    {26, "remove_bar", Group::Write},
-    {27, "propose", Group::Write},
-    {28, "switch_bar", Group::Action},
-    {29, "open_shortcut", Group::Action},
-    {30, "list_apple_shortcuts", Group::Server},
-    {31, "create_apple_shortcut", Group::Server},
-};
+const Names kReads = words("list_bars list_shortcuts get_shortcut list_groups search_shortcuts "
+                           "list_sessions get_settings search_icons list_deep_links find_apps");
+const Names kWrites = words(
+    "add_shortcuts add_group rename_shortcut set_open_mode set_icon move_shortcut show_in_menu_bar "
+    "set_account set_link_options move_to_bar add_bar rename_bar add_session rename_session "
+    "remove_session remove_shortcuts remove_bar propose");
+const Names kActions = words("switch_bar open_shortcut");
+const Names kServer = words("list_apple_shortcuts create_apple_shortcut");
 
-class ToolListTest : public ::testing::TestWithParam<Listed>
-{};
-
-TEST(ToolList, HoldsThirtyTwoDistinctTools)
+bool in(const Names& names, const std::string& name)
 {
-    const auto& all = ToolService::descriptions();
-    ASSERT_EQ(all.size(), std::size(kListed));
-    std::set<std::string> names;
-    for (const auto& description : all) {
-        names.insert(description.name);
-    }
-    EXPECT_EQ(names.size(), all.size());
+    return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-TEST_P(ToolListTest, StandsInItsPlaceInItsGroup)
+// Exactly one group carries out each name; the server tools none inside the app.
+TEST(ToolList, ListsEachGroupInOrderAndEachNameIsCarriedOutByItsOwnGroup)
 {
-    const Listed& listed = GetParam();
-    const auto& all = ToolService::descriptions();
-    ASSERT_LT(listed.index, all.size());
-    EXPECT_EQ(all[listed.index].name, listed.name);
-    // Exactly one group carries out each name; the server tools none inside the app.
-    EXPECT_EQ(ReadTools::handles(listed.name), listed.group == Group::Read);
-    EXPECT_EQ(WriteTools::handles(listed.name), listed.group == Group::Write);
-    EXPECT_EQ(ActionTools::handles(listed.name), listed.group == Group::Action);
+    Names expected;
+    for (const Names* group : {&kReads, &kWrites, &kActions, &kServer}) {
+        expected.insert(expected.end(), group->begin(), group->end());
+    }
+    Names listed;
+    for (const auto& description : ToolService::descriptions()) {
+        listed.push_back(description.name);
+    }
+    EXPECT_EQ(listed, expected);
+    for (const auto& name : listed) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(ReadTools::handles(name), in(kReads, name));
+        EXPECT_EQ(WriteTools::handles(name), in(kWrites, name));
+        EXPECT_EQ(ActionTools::handles(name), in(kActions, name));
+    }
 }
 
-TEST_P(ToolListTest, SchemaIsAClosedObjectWhoseRequiredKeysExist)
+TEST(ToolList, EachSchemaIsAClosedObjectWhoseRequiredKeysExist)
 {
-    const auto& description = ToolService::descriptions().at(GetParam().index);
-    json schema = json::parse(description.inputSchema, nullptr, false);
-    ASSERT_TRUE(schema.is_object()) << description.inputSchema;
-    EXPECT_EQ(schema["type"], "object");
-    EXPECT_EQ(schema["additionalProperties"], false);
-    ASSERT_TRUE(schema["properties"].is_object());
-    for (const auto& [key, property] : schema["properties"].items()) {
-        EXPECT_TRUE(property.contains("type")) << key;
-    }
-    if (schema.contains("required")) {
-        ASSERT_TRUE(schema["required"].is_array());
-        for (const auto& key : schema["required"]) {
+    for (const auto& description : ToolService::descriptions()) {
+        SCOPED_TRACE(description.name);
+        json schema = json::parse(description.inputSchema, nullptr, false);
+        ASSERT_TRUE(schema.is_object()) << description.inputSchema;
+        EXPECT_EQ(schema["type"], "object");
+        EXPECT_EQ(schema["additionalProperties"], false);
+        ASSERT_TRUE(schema["properties"].is_object());
+        for (const auto& [key, property] : schema["properties"].items()) {
+            EXPECT_TRUE(property.contains("type")) << key;
+        }
+        for (const auto& key : schema.value("required", json::array())) {
             EXPECT_TRUE(schema["properties"].contains(key.get<std::string>())) << key;
         }
     }
 }
 
-TEST_P(ToolListTest, DescriptionSaysItInThisBuildsWords)
+TEST(ToolList, EachDescriptionSaysItInThisBuildsWords)
 {
-    const auto& description = ToolService::descriptions().at(GetParam().index);
-    for (const char* macWord : {"this Mac", "SF Symbol", "macOS"}) {
-        EXPECT_EQ(description.description.find(macWord), std::string::npos) << macWord;
-        EXPECT_EQ(description.inputSchema.find(macWord), std::string::npos) << macWord;
+    for (const auto& description : ToolService::descriptions()) {
+        SCOPED_TRACE(description.name);
+        for (const char* macWord : {"this Mac", "SF Symbol", "macOS"}) {
+            EXPECT_EQ(description.description.find(macWord), std::string::npos) << macWord;
+            EXPECT_EQ(description.inputSchema.find(macWord), std::string::npos) << macWord;
+        }
+        EXPECT_EQ(description.description.ends_with(
+                      " Nothing changes until the person reviews it in Vantorel and applies; the "
+                      "answer says what would happen."),
+                  in(kWrites, description.name));
     }
-    const bool proposes = GetParam().group == Group::Write;
-    EXPECT_EQ(description.description.ends_with(
-                  " Nothing changes until the person reviews it in Vantorel and applies; the "
-                  "answer says what would happen."),
-              proposes);
 }
 
 // Clients ask the person before running a tool they take for destructive or open-world, so
 // the hints must be there for every tool and must not overstate or understate.
-TEST_P(ToolListTest, HintsTellTheTruth)
+TEST(ToolList, EachToolsHintsTellTheTruth)
 {
-    const Listed& listed = GetParam();
-    const auto& description = ToolService::descriptions().at(listed.index);
-    EXPECT_FALSE(description.title.empty());
-    ASSERT_TRUE(description.annotations.has_value());
-    const auto& hints = *description.annotations;
-    const std::string name = listed.name;
-    const bool reads = listed.group == Group::Read || name == "list_apple_shortcuts";
     const std::set<std::string> removing{
         "remove_shortcuts", "remove_bar", "remove_session", "propose"};
-    EXPECT_EQ(hints.readOnly, reads);
-    EXPECT_EQ(hints.destructive, removing.contains(name));
-    EXPECT_EQ(hints.openWorld, name == "open_shortcut");
-    if (reads) {
-        EXPECT_TRUE(hints.idempotent);
+    for (const auto& description : ToolService::descriptions()) {
+        const std::string& name = description.name;
+        SCOPED_TRACE(name);
+        EXPECT_FALSE(description.title.empty());
+        ASSERT_TRUE(description.annotations.has_value());
+        const auto& hints = *description.annotations;
+        const bool reads = in(kReads, name) || name == "list_apple_shortcuts";
+        EXPECT_EQ(hints.readOnly, reads);
+        EXPECT_EQ(hints.destructive, removing.contains(name));
+        EXPECT_EQ(hints.openWorld, name == "open_shortcut");
+        EXPECT_TRUE(!reads || hints.idempotent);
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(InOrder,
-                         ToolListTest,
-                         ::testing::ValuesIn(kListed),
-                         [](const ::testing::TestParamInfo<Listed>& info) {
-                             return std::string(info.param.name);
-                         });
 
 } // namespace

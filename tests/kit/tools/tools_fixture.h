@@ -5,6 +5,7 @@
 #include "kit/storage/library_store.h"
 #include "kit/support/main_queue.h"
 #include "kit/tools/tool_service.h"
+#include "support/manual_scheduler.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -17,31 +18,19 @@
 
 namespace testing_support {
 
-// Runs posted tasks only when told: delayed tasks wait for fireDelayed().
-class FakeMainQueue final : public kit::support::MainQueue
+// Keeps time for the tasks posted to it: advance() runs those falling due, in time order.
+class ClockQueue final : public kit::support::MainQueue
 {
 public:
-    void post(std::function<void()> task) override { m_tasks.push_back(std::move(task)); }
+    void post(std::function<void()> task) override { m_clock.after({}, std::move(task)); }
     void postAfter(std::chrono::milliseconds delay, std::function<void()> task) override
     {
-        delays.push_back(delay);
-        m_delayed.push_back(std::move(task));
+        m_clock.after(delay, std::move(task));
     }
-    void fireDelayed()
-    {
-        auto tasks = std::move(m_delayed);
-        m_delayed.clear();
-        for (auto& task : tasks) {
-            task();
-        }
-    }
-    size_t delayedCount() const { return m_delayed.size(); }
-
-    std::vector<std::chrono::milliseconds> delays;
+    void advance(std::chrono::milliseconds by) { m_clock.advance(by); }
 
 private:
-    std::vector<std::function<void()>> m_tasks;
-    std::vector<std::function<void()>> m_delayed;
+    ManualScheduler m_clock;
 };
 
 class FixedIcons final : public kit::tools::IconProvider
@@ -148,6 +137,28 @@ protected:
         return result.text();
     }
 
+    // The text with each "$Name" of a shortcut above replaced by its id.
+    std::string withIds(std::string text) const
+    {
+        const std::pair<std::string, const Shortcut*> named[] = {
+            {"$Inbox", &inbox},
+            {"$Acme", &acme},
+            {"$Clients", &clients},
+            {"$Mail", &mail},
+            {"$Docs", &docs},
+            {"$Divider", &divider},
+            {"$Calculator", &calculator},
+            {"$Report", &report},
+            {"$News", &news},
+        };
+        for (const auto& [token, shortcut] : named) {
+            for (size_t at; (at = text.find(token)) != std::string::npos;) {
+                text.replace(at, token.size(), shortcut->id.string());
+            }
+        }
+        return text;
+    }
+
     TempDir dir;
     std::unique_ptr<kit::storage::LibraryStore> store;
     BarID work;
@@ -155,7 +166,7 @@ protected:
     SessionID personal;
     Shortcut inbox, acme, clients, mail, docs, divider, calculator, report, news;
 
-    FakeMainQueue queue;
+    ClockQueue queue;
     std::shared_ptr<kit::tools::InstalledApps> apps;
     std::shared_ptr<FixedIcons> icons;
     std::unique_ptr<kit::tools::ToolService> service;

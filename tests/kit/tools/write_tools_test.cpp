@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 using namespace testing_support;
 using namespace kit::proposal;
 using kit::tools::WriteTools;
@@ -56,7 +58,6 @@ TEST_F(WriteToolsTest, AddShortcutsProposesOnTheShowingBarOrANamedOne)
     ASSERT_EQ(call.proposal.bars.size(), 1u);
     EXPECT_EQ(call.proposal.bars[0].destination, BarDestination::active());
     EXPECT_EQ(call.proposal.source, "An assistant");
-    EXPECT_EQ(call.answer.title, "Add “Wiki”");
     EXPECT_EQ(call.answer.status, WriteTools::Status::Waiting);
     ASSERT_EQ(call.answer.items.size(), 1u);
     EXPECT_EQ(call.answer.items[0].verdict, "added");
@@ -79,88 +80,8 @@ TEST_F(WriteToolsTest, AddShortcutsProposesOnTheShowingBarOrANamedOne)
     EXPECT_THAT(withAccount.answer.newSessions, ElementsAre("Side"));
 }
 
-struct Refusal
+TEST_F(WriteToolsTest, MoveShortcutPlacesInAGroupOrAtTheTop)
 {
-    const char* tool;
-    std::string arguments; // "$ID" stands for the shortcut's id
-    const char* shortcut;  // whose id
-    std::string message;
-};
-
-class WriteRefusalTest : public WriteToolsTest, public ::testing::WithParamInterface<Refusal>
-{};
-
-TEST_P(WriteRefusalTest, RefusesWithItsSentence)
-{
-    const Refusal& r = GetParam();
-    std::map<std::string, Shortcut> byName{{"Docs", docs},
-                                           {"Mail", mail},
-                                           {"News", news},
-                                           {"Calculator", calculator},
-                                           {"Acme", acme},
-                                           {"Report", report},
-                                           {"Divider", divider}};
-    std::string arguments = r.arguments;
-    if (auto at = arguments.find("$ID"); at != std::string::npos) {
-        arguments.replace(at, 3, idOf(byName.at(r.shortcut)));
-    }
-    std::string message = r.message;
-    if (auto at = message.find("$ID"); at != std::string::npos) {
-        message.replace(at, 3, idOf(byName.at(r.shortcut)));
-    }
-    EXPECT_EQ(refusal(r.tool, arguments), message);
-}
-
-const std::string kRead = "The arguments could not be read: ";
-
-INSTANTIATE_TEST_SUITE_P(
-    Tools,
-    WriteRefusalTest,
-    ::testing::Values(
-        Refusal{"add_shortcuts", R"({"shortcuts":[]})", "", kRead + "shortcuts is empty."},
-        Refusal{"add_shortcuts",
-                R"({"shortcuts":[{"name":"x"}]})",
-                "",
-                kRead + "key \"target\" is missing"},
-        Refusal{"add_shortcuts",
-                R"({"bar":"Nope","shortcuts":[{"target":{"kind":"divider"}}]})",
-                "",
-                "There is no bar “Nope”. list_bars says which there are."},
-        Refusal{"add_group", R"({"name":"  "})", "", kRead + "A group needs a name."},
-        Refusal{"set_open_mode",
-                R"({"id":"$ID","openMode":"window"})",
-                "Calculator",
-                kRead + "“Calculator” is not a link; only a link has an open mode."},
-        Refusal{"set_open_mode",
-                R"({"id":"$ID","openMode":"sideways"})",
-                "Docs",
-                kRead + "openMode must be one of system, popover, window, but is “sideways”."},
-        Refusal{"set_icon",
-                R"({"id":"$ID","colour":"red"})",
-                "Docs",
-                kRead + "“red” is not a colour; use #RRGGBB."},
-        Refusal{"show_in_menu_bar",
-                R"({"id":"$ID","shown":false})",
-                "Acme",
-                kRead + "“Acme” is inside a group; it is behind the group's icon either way."},
-        Refusal{"set_account",
-                R"({"id":"$ID","session":"Work"})",
-                "Report",
-                kRead + "“Report” is not a link; only a link has an account."},
-        Refusal{"remove_shortcuts", R"({"ids":[]})", "", kRead + "ids is empty."},
-        Refusal{"remove_shortcuts",
-                R"({"ids":["$ID"]})",
-                "News",
-                "There is no shortcut with the id $ID on that bar."},
-        Refusal{"propose",
-                R"({"bars":[{"shortcuts":[{"target":{"kind":"teleport"}}]}]})",
-                "",
-                kRead + "unknown target kind: teleport"}));
-
-TEST_F(WriteToolsTest, MoveShortcutIntoSomethingThatIsNotAGroupIsRefused)
-{
-    EXPECT_EQ(refusal("move_shortcut", withId(docs, R"("group":")" + idOf(calculator) + "\"")),
-              "The arguments could not be read: " + idOf(calculator) + " is not a group id.");
     auto moved =
         changed("move_shortcut", withId(docs, R"("group":")" + idOf(mail) + R"(","position":0)"));
     EXPECT_EQ(moved.placement, Placement::inGroup(mail.id, 0));
@@ -191,25 +112,13 @@ TEST_F(WriteToolsTest, ChangeToolsProposeTheShortcutWithOneThingChanged)
     auto icon =
         write("set_icon",
               withId(docs, R"("icon":{"kind":"symbol","value":"folder"},"colour":"#aabbcc")"));
-    EXPECT_EQ(icon.answer.title, "Change the icon of “Docs”");
     const auto& withIcon = icon.proposal.bars[0].shortcuts[0];
     EXPECT_EQ(withIcon.icon, IconOverride::symbol("folder"));
     EXPECT_EQ(withIcon.iconTint, IconTint::colour("#AABBCC"));
     EXPECT_EQ(icon.answer.items.at(0).verdict, "changed");
 
     auto hidden = write("show_in_menu_bar", withId(docs, R"("shown":false)"));
-    EXPECT_EQ(hidden.answer.title, "“Docs” off the menu bar");
     EXPECT_FALSE(hidden.proposal.bars[0].shortcuts[0].isInMenuBar);
-    EXPECT_EQ(write("show_in_menu_bar", withId(docs, R"("shown":true)")).answer.title,
-              "“Docs” in the menu bar");
-}
-
-TEST_F(WriteToolsTest, AProposalThatChangesNothingAnswersNothing)
-{
-    auto call = write("rename_shortcut", withId(docs, R"("name":"Docs")"));
-    EXPECT_EQ(call.answer.status, WriteTools::Status::Nothing);
-    EXPECT_EQ(call.answer.message, WriteTools::message(WriteTools::Status::Nothing));
-    EXPECT_EQ(call.answer.items.at(0).verdict, "already there");
 }
 
 TEST_F(WriteToolsTest, SetAccountNamesAnAccountMakesAMissingOneOrClears)
@@ -262,44 +171,61 @@ TEST_F(WriteToolsTest, MoveToBarTakesAnExistingBarOrMakesOne)
     ASSERT_EQ(existing.proposal.moves.size(), 1u);
     EXPECT_EQ(existing.proposal.moves[0].from, work);
     EXPECT_EQ(existing.proposal.moves[0].to, BarDestination::existing(home));
-    EXPECT_THAT(existing.answer.moves, ElementsAre("Docs → Home"));
 
     auto made = write("move_to_bar", withId(docs, R"("to":" Travel ")"));
     EXPECT_EQ(made.proposal.moves[0].to, BarDestination::newBar("Travel"));
-    EXPECT_EQ(made.answer.title, "Move “Docs” to “Travel”");
-    EXPECT_THAT(made.answer.newBars, ElementsAre("Travel"));
 }
 
-TEST_F(WriteToolsTest, BarAndAccountToolsCarryTheirTitles)
+// The title heads the review; the lists say what happens to bars and accounts.
+TEST_F(WriteToolsTest, EachToolTitlesItsProposalAndListsWhatItDoes)
 {
-    auto added = write("add_bar", R"({"name":"Travel"})");
-    ASSERT_EQ(added.proposal.bars.size(), 1u);
-    EXPECT_EQ(added.proposal.bars[0].destination, BarDestination::newBar("Travel"));
-    EXPECT_TRUE(added.proposal.bars[0].shortcuts.empty());
-
-    auto renamed = write("rename_bar", R"({"bar":"home","name":"House"})");
-    EXPECT_EQ(renamed.answer.title, "Rename the bar “Home”");
-    EXPECT_THAT(renamed.answer.renamedBars, ElementsAre("Home → House"));
-
-    auto removed = write("remove_bar", R"({"bar":"Home"})");
-    EXPECT_EQ(removed.answer.title, "Remove the bar “Home”");
-    EXPECT_THAT(removed.answer.removedBars, ElementsAre("Home (1 shortcut)"));
-
-    auto account = write("add_session", R"({"name":"Club"})");
-    EXPECT_EQ(account.answer.title, "Add the account “Club”");
-    EXPECT_THAT(account.answer.newSessions, ElementsAre("Club"));
-
-    EXPECT_EQ(write("rename_session", R"({"session":"Personal","name":"Me"})").answer.title,
-              "Rename the account “Personal”");
-    auto gone = write("remove_session", R"({"session":")" + personal.string() + R"("})");
-    EXPECT_EQ(gone.answer.title, "Remove the account “Personal”");
-    EXPECT_THAT(gone.answer.removedSessions,
-                ElementsAre("Personal (1 link goes back to the default account)"));
-    EXPECT_EQ(write("add_group", R"({"name":"Reading"})").answer.title, "Add the group “Reading”");
-
-    auto removal = write("remove_shortcuts", R"({"ids":[")" + idOf(mail) + R"("]})");
-    EXPECT_EQ(removal.proposal.bars[0].removals, std::vector<ShortcutID>{mail.id});
-    EXPECT_EQ(removal.answer.title, "Remove “Mail”");
+    const std::string wiki =
+        R"({"shortcuts":[{"name":"Wiki","target":{"kind":"url","url":"https://w.example/"}}]})";
+    const std::string icon = R"({"id":"$Docs","icon":{"kind":"symbol","value":"folder"}})";
+    const std::string renameHome =
+        R"({"renameBars":[{"id":")" + home.string() + R"(","name":"House"}]})";
+    const std::vector<std::array<std::string, 4>> rows = {
+        {"add_shortcuts", wiki, "Add “Wiki”", ""},
+        {"add_group", R"({"name":"Reading"})", "Add the group “Reading”", ""},
+        {"set_icon", icon, "Change the icon of “Docs”", ""},
+        {"show_in_menu_bar", R"({"id":"$Docs","shown":false})", "“Docs” off the menu bar", ""},
+        {"show_in_menu_bar", R"({"id":"$Docs","shown":true})", "“Docs” in the menu bar", ""},
+        {"move_to_bar", R"({"id":"$Docs","to":"HOME"})", "Move “Docs” to “Home”", "Docs → Home"},
+        {"move_to_bar",
+         R"({"id":"$Docs","to":" Travel "})",
+         "Move “Docs” to “Travel”",
+         "Travel; Docs → Travel"},
+        {"rename_bar", R"({"bar":"home","name":"House"})", "Rename the bar “Home”", "Home → House"},
+        {"remove_bar", R"({"bar":"Home"})", "Remove the bar “Home”", "Home (1 shortcut)"},
+        {"add_session", R"({"name":"Club"})", "Add the account “Club”", "Club"},
+        {"rename_session",
+         R"({"session":"Personal","name":"Me"})",
+         "Rename the account “Personal”",
+         ""},
+        {"remove_session",
+         R"({"session":")" + personal.string() + R"("})",
+         "Remove the account “Personal”",
+         "Personal (1 link goes back to the default account)"},
+        {"remove_shortcuts", R"({"ids":["$Mail"]})", "Remove “Mail”", ""},
+        {"propose", renameHome, "Proposed changes", "Home → House"},
+    };
+    for (const auto& [tool, arguments, title, lists] : rows) {
+        SCOPED_TRACE(tool + " " + arguments);
+        const auto answer = write(tool, withIds(arguments)).answer;
+        EXPECT_EQ(answer.title, title);
+        std::string said;
+        for (const auto* list : {&answer.newBars,
+                                 &answer.removedBars,
+                                 &answer.renamedBars,
+                                 &answer.moves,
+                                 &answer.newSessions,
+                                 &answer.removedSessions}) {
+            for (const auto& line : *list) {
+                said += (said.empty() ? "" : "; ") + line;
+            }
+        }
+        EXPECT_EQ(said, lists);
+    }
 }
 
 TEST_F(WriteToolsTest, RemovingTheOnlyBarIsRefusedInTheAnswer)
@@ -328,14 +254,12 @@ TEST_F(WriteToolsTest, AFileOutOfReachIsNamedInItsDetailAndTheHint)
                 ElementsAre(::testing::StartsWith("Out of reach: /srv/notes.txt. ")));
 }
 
-TEST_F(WriteToolsTest, ProposeReadsAWholeDocumentUnderTheGivenSource)
+TEST_F(WriteToolsTest, ProposeKeepsTheCallersSourceOverTheDocuments)
 {
     auto call = write("propose",
                       R"({"source":"elsewhere","renameBars":[{"id":")" + home.string()
                           + R"(","name":"House"}]})");
     EXPECT_EQ(call.proposal.source, "An assistant");
-    EXPECT_EQ(call.answer.title, "Proposed changes");
-    EXPECT_THAT(call.answer.renamedBars, ElementsAre("Home → House"));
 }
 
 // The rows are written as text by hand; every name must come out as the tree would write it.
@@ -390,10 +314,6 @@ TEST_F(WriteToolsTest, DecisionsBecomeTheirAnswers)
 {
     auto first = write("rename_shortcut", withId(docs, R"("name":"Documents")")).answer;
     using Decision = ProposalInbox::Decision;
-    auto replaced = first.decided(Decision{Decision::Kind::Replaced, {}, {}, {}});
-    EXPECT_EQ(replaced.status, WriteTools::Status::Replaced);
-    EXPECT_EQ(replaced.message, WriteTools::message(WriteTools::Status::Replaced));
-
     auto applied = first.decided(Decision{Decision::Kind::Applied, {}, {"Docs"}, {}});
     EXPECT_EQ(applied.status, WriteTools::Status::Applied);
     EXPECT_THAT(applied.leftOut, ElementsAre("Docs"));
