@@ -2,6 +2,7 @@
 #include "desktop/keys/portal_keys.h"
 
 #include "desktop/qt_main_queue.h"
+#include "fake_service.h"
 #include "kit/keys/bar_hot_keys.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
@@ -10,20 +11,12 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
-#include <QDBusVirtualObject>
-#include <QEventLoop>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QThread>
-
-#include <signal.h>
 
 #include <chrono>
 #include <map>
@@ -81,7 +74,7 @@ const QString kShortcutsInterface = QStringLiteral("org.freedesktop.portal.Globa
 // Response on the request's path, binds what it is asked unless the trigger is taken, and emits
 // Activated on demand. Lives on a thread of its own, as a portal is a process of its own: the
 // client's version probe blocks the test's thread. Its record is read under the lock.
-class FakePortal final : public QDBusVirtualObject
+class FakePortal final : public FakeService
 {
 public:
     struct Options
@@ -101,27 +94,21 @@ public:
     };
 
     FakePortal(const QString& address, Options options)
-        : m_options(std::move(options))
-        , m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-portal")))
+        : FakeService(address, QStringLiteral("org.freedesktop.portal.Desktop"), kPortalPath)
+        , m_options(std::move(options))
     {
         // Registering gives the object a child, which must move with it.
         m_bus.registerVirtualObject(kPortalPath, this, QDBusConnection::SubPath);
         moveToThread(&m_thread);
         m_thread.start();
-        m_bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+        m_bus.registerService(m_service);
     }
     ~FakePortal() override
     {
-        m_bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
         m_bus.unregisterObject(kPortalPath, QDBusConnection::UnregisterTree);
         m_thread.quit();
         m_thread.wait();
-        QDBusConnection::disconnectFromBus(QStringLiteral("fake-portal"));
     }
-    FakePortal(const FakePortal&) = delete;
-    FakePortal& operator=(const FakePortal&) = delete;
-
-    QString introspect(const QString&) const override { return {}; }
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
     {
@@ -256,7 +243,6 @@ private:
 
     Options m_options;
     QThread m_thread;
-    QDBusConnection m_bus;
     mutable std::mutex m_mutex;
     QString m_session;
     QString m_sessionRequest;

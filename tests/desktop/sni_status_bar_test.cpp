@@ -2,6 +2,7 @@
 #include "desktop/tray/sni_status_bar.h"
 
 #include "desktop/tray/sni_types.h"
+#include "fake_service.h"
 #include "private_bus.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +13,6 @@
 #include <QDBusPendingCall>
 #include <QDBusPendingReply>
 #include <QDBusVariant>
-#include <QDBusVirtualObject>
 #include <QTimer>
 
 #include <functional>
@@ -37,26 +37,15 @@ const QString kWatcher = QStringLiteral("org.kde.StatusNotifierWatcher");
 // A watcher and its host in one: records each registration, and like a real host reads the
 // item's properties before the next arrives, answering the registration only after a delay so
 // a bar that does not wait would register out of turn.
-class FakeWatcher final : public QDBusVirtualObject
+class FakeWatcher final : public FakeService
 {
 public:
     explicit FakeWatcher(const QString& address)
-        : m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-watcher")))
+        : FakeService(address, kWatcher, QStringLiteral("/StatusNotifierWatcher"))
     {
         sni::registerTypes();
-        m_bus.registerVirtualObject(QStringLiteral("/StatusNotifierWatcher"), this);
-        m_bus.registerService(kWatcher);
+        publish();
     }
-    ~FakeWatcher() override
-    {
-        m_bus.unregisterService(kWatcher);
-        m_bus.unregisterObject(QStringLiteral("/StatusNotifierWatcher"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("fake-watcher"));
-    }
-    FakeWatcher(const FakeWatcher&) = delete;
-    FakeWatcher& operator=(const FakeWatcher&) = delete;
-
-    QString introspect(const QString&) const override { return {}; }
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
     {
@@ -101,39 +90,23 @@ public:
         return pending.reply();
     }
 
-    QDBusConnection& bus() { return m_bus; }
-
     std::vector<QString> registered;
     std::vector<QString> senders;
     std::vector<QDBusPendingCall> reads;
-
-private:
-    QDBusConnection m_bus;
 };
 
 // The settings portal answering the colour scheme: through ReadOne, or only through the older
 // Read, which wraps the value in one more variant.
-class FakePortal final : public QDBusVirtualObject
+class FakePortal final : public FakeService
 {
 public:
     FakePortal(const QString& address, uint scheme, bool readOne)
-        : m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-portal")))
+        : FakeService(address, QStringLiteral("org.freedesktop.portal.Desktop"), kPath)
         , m_scheme(scheme)
         , m_readOne(readOne)
     {
-        m_bus.registerVirtualObject(kPath, this);
-        m_bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+        publish();
     }
-    ~FakePortal() override
-    {
-        m_bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
-        m_bus.unregisterObject(kPath);
-        QDBusConnection::disconnectFromBus(QStringLiteral("fake-portal"));
-    }
-    FakePortal(const FakePortal&) = delete;
-    FakePortal& operator=(const FakePortal&) = delete;
-
-    QString introspect(const QString&) const override { return {}; }
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
     {
@@ -160,7 +133,6 @@ public:
 
 private:
     inline static const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
-    QDBusConnection m_bus;
     uint m_scheme;
     bool m_readOne;
 };
