@@ -2,7 +2,6 @@
 #include "desktop/editor/icon_picker.h"
 #include "desktop/tray/qt_icon_renderer.h"
 #include "desktop_environment.h"
-#include "ink.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -221,23 +220,16 @@ TEST_F(IconPickerTest, ThePreviewIsTheTraysPictureOfTheChoice)
     ASSERT_EQ(picker.model().chooseImage(testing::DesktopEnvironment::get().redIcon.string()),
               std::nullopt);
     picker.model().setTint(IconTint::colour("#0000FF"));
-    const QImage tinted = picker.previewImage(Appearance::Light);
-    EXPECT_EQ(tinted.size(), QSize(22, 22));
-    EXPECT_GT(ink(tinted).blue, 200);
-    EXPECT_EQ(ink(tinted).red, 0);
-
-    picker.model().setTint(std::nullopt);
     picker.model().setOpacity(0.3);
-    const QImage faded =
-        picker.previewImage(Appearance::Dark).convertToFormat(QImage::Format_ARGB32);
-    EXPECT_NEAR(faded.pixelColor(11, 11).alphaF(), 0.3, 0.05);
-
-    // Exactly what the tray would draw for the shortcut wearing the choice.
+    EXPECT_EQ(picker.previewImage(Appearance::Light).size(), QSize(22, 22));
     Shortcut worn = m_shortcut;
     worn.icon = picker.choice().icon;
+    worn.iconTint = picker.choice().tint;
     worn.iconOpacity = picker.choice().opacity;
-    EXPECT_EQ(picker.previewImage(Appearance::Dark),
-              menuBarPicture(m_renderer, worn, 22, Appearance::Dark));
+    for (const auto appearance : {Appearance::Light, Appearance::Dark}) {
+        EXPECT_EQ(picker.previewImage(appearance),
+                  menuBarPicture(m_renderer, worn, 22, appearance));
+    }
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Real pages in the real web engine, served from a local HTTP server: sessions keep their
-// cookies apart, blocking stops what the rules name, and how fast and large a first panel is.
+// cookies apart, blocking stops what the rules name, and pages reach the desktop.
 // Exits with 77 (skipped) when the engine or its module is not there.
 #include "desktop/pages/desktop_notices.h"
 #include "desktop/pages/pages_loader.h"
@@ -9,14 +9,13 @@
 #include "kit/web/page_notifications.h"
 #include "page_fake_notifications.h"
 #include "private_bus.h"
+#include "spin.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <QApplication>
 #include <QDialog>
-#include <QElapsedTimer>
-#include <QEventLoop>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -27,9 +26,6 @@
 #include <QWebEngineView>
 #include <QWidget>
 
-#include <dirent.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -37,7 +33,6 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -91,56 +86,7 @@ HttpReply answer(const HttpRequest& request)
 
 bool waitFor(const std::function<bool()>& done, int timeoutMs = 20000)
 {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > timeoutMs) {
-            return false;
-        }
-        QEventLoop loop;
-        QTimer::singleShot(20, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return true;
-}
-
-// Resident memory of this process and every process below it, in kB.
-long treeResidentKB()
-{
-    std::map<long, long> parents;
-    std::map<long, long> resident;
-    if (DIR* proc = ::opendir("/proc")) {
-        while (dirent* entry = ::readdir(proc)) {
-            const long pid = std::atol(entry->d_name);
-            if (pid <= 0) {
-                continue;
-            }
-            std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-            std::string key;
-            long value = 0;
-            std::string line;
-            while (std::getline(status, line)) {
-                std::istringstream fields(line);
-                fields >> key >> value;
-                if (key == "PPid:") {
-                    parents[pid] = value;
-                } else if (key == "VmRSS:") {
-                    resident[pid] = value;
-                }
-            }
-        }
-        ::closedir(proc);
-    }
-    long total = 0;
-    for (const auto& [pid, kb] : resident) {
-        for (long up = pid; up > 1; up = parents.count(up) ? parents[up] : 0) {
-            if (up == ::getpid()) {
-                total += kb;
-                break;
-            }
-        }
-    }
-    return total;
+    return spinUntil(done, std::chrono::milliseconds(timeoutMs));
 }
 
 // The engine loads once per process, so every test shares one module and one server.
@@ -157,7 +103,6 @@ struct Engine
     std::map<ShortcutID, int> loads;
     std::map<ShortcutID, double> zooms;
     kit::menubar::PageCounts counts;
-    qint64 moduleMs = 0;
 
     Engine()
     {
@@ -186,16 +131,7 @@ struct Engine
                                                  makeRuleListStore(folder.path() / "unused"));
     }
 
-    Pages& pages()
-    {
-        if (!loader->loaded()) {
-            QElapsedTimer timer;
-            timer.start();
-            loader->load();
-            moduleMs = timer.elapsed();
-        }
-        return *loader->loaded();
-    }
+    Pages& pages() { return *loader->loaded(); }
 
     Shortcut shortcut(const char* host, const char* path, std::optional<SessionID> session)
     {
@@ -510,26 +446,16 @@ TEST_F(PagesEndToEnd, AHiddenPageRestsAndComesBackWhereItWasUnlessItHoldsTyping)
     host.restMinute = std::chrono::minutes(1);
 }
 
-TEST_F(PagesEndToEnd, FirstPanelFigures)
+// How fast and large the first panel is: bench/first_panel.sh.
+TEST_F(PagesEndToEnd, APanelHasItsSizeKeepsItsZoomAndASecondOpeningClosesIt)
 {
-    const long before = treeResidentKB();
     auto panel = engine.shortcut("panel.test", "/panel", std::nullopt);
-    QElapsedTimer timer;
-    timer.start();
     engine.pages().showPanel(panel, engine.settings(panel), QRect(600, 0, 24, 24));
     ASSERT_TRUE(waitFor([&] { return engine.loads[panel.id] > 0; }));
-    const qint64 shown = timer.elapsed();
     QWidget* widget = engine.pages().panel(panel.id);
     ASSERT_NE(widget, nullptr);
     EXPECT_TRUE(widget->isVisible());
     EXPECT_EQ(widget->size(), QSize(400, 600));
-    std::printf("figure: panel click to loaded page %lld ms (engine already loaded: %s)\n",
-                static_cast<long long>(shown),
-                engine.moduleMs ? "yes" : "no");
-    std::printf(
-        "figure: memory with pages open, process tree %.1f MB (before this panel %.1f MB)\n",
-        treeResidentKB() / 1024.0,
-        before / 1024.0);
 
     // Zooming in with the keys is kept for the next opening.
     for (auto* key : widget->findChildren<QShortcut*>()) {
@@ -574,14 +500,9 @@ int main(int argc, char** argv)
 
     desktop::pages::Engine engine;
     desktop::pages::gEngine = &engine;
-    QElapsedTimer timer;
-    timer.start();
     if (!engine.loader->load()) {
         std::fprintf(stderr, "skipped: %s\n", engine.loader->error().c_str());
         return 77;
     }
-    engine.moduleMs = timer.elapsed();
-    std::printf("figure: web engine module loaded and started in %lld ms\n",
-                static_cast<long long>(engine.moduleMs));
     return RUN_ALL_TESTS();
 }

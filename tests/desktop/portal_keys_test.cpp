@@ -126,7 +126,7 @@ public:
         if (message.interface() == QStringLiteral("org.freedesktop.portal.Session")
             && member == QStringLiteral("Close")) {
             const std::lock_guard lock(m_mutex);
-            m_closed.push_back(message.path());
+            m_record.closed.push_back(message.path());
             connection.send(message.createReply());
             return true;
         }
@@ -138,8 +138,8 @@ public:
             const QString request = requestPath(message, options);
             connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(request))));
             const std::lock_guard lock(m_mutex);
-            m_session = kPortalPath + "/session/" + escaped(message.service()) + '/'
-                        + options.value("session_handle_token").toString();
+            m_record.session = kPortalPath + "/session/" + escaped(message.service()) + '/'
+                               + options.value("session_handle_token").toString();
             m_sessionRequest = request;
             if (!m_options.holdSession) {
                 answerSession();
@@ -164,8 +164,8 @@ public:
             }
             {
                 const std::lock_guard lock(m_mutex);
-                m_bindings.push_back(binding);
-                m_bindSessions.push_back(session);
+                m_record.bindings.push_back(binding);
+                m_record.bindSessions.push_back(session);
             }
             respond(request, 0, {{"shortcuts", QVariant::fromValue(bound)}});
             return true;
@@ -183,30 +183,23 @@ public:
     {
         auto signal = QDBusMessage::createSignal(
             kPortalPath, kShortcutsInterface, QStringLiteral("Activated"));
-        signal << QVariant::fromValue(QDBusObjectPath(session.value_or(this->session()))) << id
+        signal << QVariant::fromValue(QDBusObjectPath(session.value_or(record().session))) << id
                << QVariant::fromValue(qulonglong{0}) << QVariantMap();
         m_bus.send(signal);
     }
 
-    QString session() const
+    // What the portal was asked, read under the lock.
+    struct Record
+    {
+        QString session;
+        std::vector<std::vector<Bound>> bindings;
+        std::vector<QString> bindSessions;
+        std::vector<QString> closed;
+    };
+    Record record() const
     {
         const std::lock_guard lock(m_mutex);
-        return m_session;
-    }
-    std::vector<std::vector<Bound>> bindings() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_bindings;
-    }
-    std::vector<QString> bindSessions() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_bindSessions;
-    }
-    std::vector<QString> closed() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_closed;
+        return m_record;
     }
 
 private:
@@ -228,7 +221,7 @@ private:
             respond(m_sessionRequest, 2, {});
         } else {
             // A string, as the common portal sends it.
-            respond(m_sessionRequest, 0, {{"session_handle", m_session}});
+            respond(m_sessionRequest, 0, {{"session_handle", m_record.session}});
         }
         m_sessionRequest.clear();
     }
@@ -244,11 +237,8 @@ private:
     Options m_options;
     QThread m_thread;
     mutable std::mutex m_mutex;
-    QString m_session;
     QString m_sessionRequest;
-    std::vector<std::vector<FakePortal::Bound>> m_bindings;
-    std::vector<QString> m_bindSessions;
-    std::vector<QString> m_closed;
+    Record m_record;
 };
 
 struct Press
@@ -322,7 +312,7 @@ protected:
     std::set<QString> lastBoundIds() const
     {
         std::set<QString> ids;
-        const auto bindings = m_portal->bindings();
+        const auto bindings = m_portal->record().bindings;
         if (!bindings.empty()) {
             for (const auto& bound : bindings.back()) {
                 ids.insert(bound.id);
@@ -367,12 +357,12 @@ TEST_F(PortalHotKeysTest,
     ASSERT_NE(one, nullptr);
     ASSERT_NE(menu, nullptr);
     spinFor(200ms);
-    EXPECT_TRUE(m_portal->bindings().empty()) << "bound before the session existed";
+    EXPECT_TRUE(m_portal->record().bindings.empty()) << "bound before the session existed";
     EXPECT_FALSE(keys.isSettled());
 
     m_portal->releaseSession();
     ASSERT_TRUE(settle());
-    const auto bindings = m_portal->bindings();
+    const auto bindings = m_portal->record().bindings;
     ASSERT_EQ(bindings.size(), 1U);
     std::map<QString, QString> triggers;
     for (const auto& bound : bindings.front()) {
@@ -382,7 +372,7 @@ TEST_F(PortalHotKeysTest,
     EXPECT_EQ(
         triggers,
         (std::map<QString, QString>{{"vntl-201", "ALT+LOGO+1"}, {"vntl-100", "CTRL+LOGO+g"}}));
-    EXPECT_EQ(m_portal->bindSessions().front(), m_portal->session());
+    EXPECT_EQ(m_portal->record().bindSessions.front(), m_portal->record().session);
     EXPECT_TRUE(keys.refused().empty());
 
     EXPECT_TRUE(pressed("vntl-100", {kHotKeySignature, 100}));
@@ -435,13 +425,13 @@ TEST_F(PortalHotKeysTest, ReplacingTheWholeSetSendsTheFinalSetOnceAndAnUnchanged
     barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
     ASSERT_TRUE(settle());
 
-    ASSERT_EQ(m_portal->bindings().size(), 1U);
+    ASSERT_EQ(m_portal->record().bindings.size(), 1U);
     EXPECT_EQ(lastBoundIds(),
               (std::set<QString>{"vntl-201", "vntl-202", "vntl-203", "vntl-300", "vntl-301"}));
     // The same set again, as when the showing bar changes to one of as many icons.
     barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
     ASSERT_TRUE(settle());
-    EXPECT_EQ(m_portal->bindings().size(), 1U);
+    EXPECT_EQ(m_portal->record().bindings.size(), 1U);
     m_portal->activate("vntl-203");
     ASSERT_TRUE(spinUntil([&] { return !items.empty(); }));
     EXPECT_EQ(items, std::vector<int>{3});
@@ -453,10 +443,10 @@ TEST_F(PortalHotKeysTest, DestroyingTheServiceClosesItsSession)
     startKeys();
     auto one = digit(1);
     ASSERT_TRUE(settle());
-    const QString session = m_portal->session();
+    const QString session = m_portal->record().session;
     m_keys.reset();
-    ASSERT_TRUE(spinUntil([&] { return !m_portal->closed().empty(); }));
-    EXPECT_EQ(m_portal->closed(), std::vector<QString>{session});
+    ASSERT_TRUE(spinUntil([&] { return !m_portal->record().closed.empty(); }));
+    EXPECT_EQ(m_portal->record().closed, std::vector<QString>{session});
     // A handle outliving its service ends quietly.
     one.reset();
 }
@@ -492,7 +482,7 @@ TEST_F(PortalHotKeysTest, RefusedSessionLeavesEveryKeyUnbound)
     ASSERT_TRUE(settled);
     EXPECT_EQ(keys.refused(), std::vector<std::string>{"Alt+Super+1"});
     EXPECT_NE(log.find("session"), std::string::npos) << log;
-    EXPECT_TRUE(m_portal->bindings().empty());
+    EXPECT_TRUE(m_portal->record().bindings.empty());
     EXPECT_EQ(digit(2), nullptr);
 }
 

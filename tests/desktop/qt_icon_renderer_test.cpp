@@ -160,31 +160,10 @@ TEST_F(QtIconRendererTest, MarksGoInTheirCornersAndStayOpaque)
     // A dark disc on a light bar, with the number in light ink.
     EXPECT_GT(badge.dark, 40);
     EXPECT_GT(badge.light, 5);
-}
-
-TEST_F(QtIconRendererTest, DifferentNumbersDrawDifferentBadges)
-{
-    Glyph one = glyphOf(Glyph::Source::Letters, "A");
-    one.number = 1;
-    Glyph eight = one;
+    Glyph eight = glyph;
     eight.number = 8;
-    EXPECT_NE(m_renderer.draw(one, 22, Appearance::Dark),
+    EXPECT_NE(m_renderer.draw(glyph, 22, Appearance::Dark),
               m_renderer.draw(eight, 22, Appearance::Dark));
-}
-
-TEST_F(QtIconRendererTest, SiteIconsComeFromTheSourceWhenFetched)
-{
-    QImage green(16, 16, QImage::Format_ARGB32);
-    green.fill(Qt::green);
-    std::string askedFor;
-    m_renderer.setSiteIconSource([&](const std::string& address) -> std::optional<QImage> {
-        askedFor = address;
-        return green;
-    });
-    const Ink drawn = ink(m_renderer.draw(
-        glyphOf(Glyph::Source::SiteIcon, "https://mail.example.com/"), 16, Appearance::Light));
-    EXPECT_EQ(askedFor, "https://mail.example.com/");
-    EXPECT_EQ(drawn.green, 16 * 16);
 }
 
 TEST_F(QtIconRendererTest, AppIconGaugesAndAlertAddInk)
