@@ -23,16 +23,9 @@ namespace {
 
 using kit::library::ShortcutID;
 
-class DesktopNoticesTest : public testing::Test
+class DesktopNoticesTest : public PrivateBusTest
 {
 protected:
-    void SetUp() override
-    {
-        if (m_bus.address().isEmpty()) {
-            GTEST_SKIP() << "no dbus-daemon to run a private bus";
-        }
-    }
-
     QDBusConnection client(const QString& name)
     {
         m_clients.push_back(name);
@@ -46,7 +39,6 @@ protected:
         }
     }
 
-    PrivateBus m_bus;
     std::vector<QString> m_clients;
 };
 

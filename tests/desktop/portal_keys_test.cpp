@@ -248,26 +248,13 @@ struct Press
     bool operator==(const Press&) const = default;
 };
 
-class PortalHotKeysTest : public ::testing::Test
+class PortalHotKeysTest : public PrivateBusTest
 {
 protected:
     static void SetUpTestSuite()
     {
         qDBusRegisterMetaType<Shortcut>();
         qDBusRegisterMetaType<QList<Shortcut>>();
-        s_bus = new PrivateBus;
-    }
-    static void TearDownTestSuite()
-    {
-        delete s_bus;
-        s_bus = nullptr;
-    }
-
-    void SetUp() override
-    {
-        if (s_bus->address().isEmpty()) {
-            GTEST_SKIP() << "dbus-daemon is not installed or did not start";
-        }
     }
 
     void TearDown() override
@@ -281,7 +268,7 @@ protected:
 
     void startPortal(FakePortal::Options options = {})
     {
-        m_portal = std::make_unique<FakePortal>(s_bus->address(), std::move(options));
+        m_portal = std::make_unique<FakePortal>(m_bus.address(), std::move(options));
     }
 
     PortalHotKeys& startKeys()
@@ -289,7 +276,7 @@ protected:
         m_clientName = QStringLiteral("portal-client-%1").arg(++s_clients);
         m_client = true;
         m_keys = std::make_unique<PortalHotKeys>(
-            QDBusConnection::connectToBus(s_bus->address(), m_clientName));
+            QDBusConnection::connectToBus(m_bus.address(), m_clientName));
         m_keys->installHandler([this](uint32_t signature, uint32_t id) {
             m_presses.push_back({signature, id});
         });
@@ -330,8 +317,7 @@ protected:
     }
 
     static constexpr ModifierSet kPair{Modifier::Option, Modifier::Command};
-    static PrivateBus* s_bus;
-    static int s_clients;
+    static inline int s_clients = 0;
 
     std::unique_ptr<FakePortal> m_portal;
     std::unique_ptr<PortalHotKeys> m_keys;
@@ -339,9 +325,6 @@ protected:
     bool m_client = false;
     std::vector<Press> m_presses;
 };
-
-PrivateBus* PortalHotKeysTest::s_bus = nullptr;
-int PortalHotKeysTest::s_clients = 0;
 
 TEST_F(PortalHotKeysTest,
        KeysRegisteredBeforeTheSessionAreBoundTogetherOnceItExistsAndOnlyTheirsCount)
@@ -411,43 +394,39 @@ TEST_F(PortalHotKeysTest, RefusedKeyIsReportedAndTheOthersStillWork)
     EXPECT_TRUE(pressed("vntl-203", {kHotKeySignature, 203}));
 }
 
-TEST_F(PortalHotKeysTest, ReplacingTheWholeSetSendsTheFinalSetOnceAndAnUnchangedSetNever)
+TEST_F(PortalHotKeysTest, ReplacingTheWholeSetSendsTheFinalSetOnceAnUnchangedSetNever)
 {
     startPortal();
     PortalHotKeys& keys = startKeys();
     ASSERT_TRUE(settle());
-    QtMainQueue queue;
-    kit::keys::BarHotKeys barKeys(keys, queue);
-    std::vector<int> items;
-    barKeys.onItem = [&](int n) { items.push_back(n); };
-    const kit::keys::NumberKeys pair{kPair};
-    barKeys.registerKeys(12, pair, HotKeyCombo(5, 0x140000), std::nullopt);
-    barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
-    ASSERT_TRUE(settle());
+    {
+        QtMainQueue queue;
+        kit::keys::BarHotKeys barKeys(keys, queue);
+        std::vector<int> items;
+        barKeys.onItem = [&](int n) { items.push_back(n); };
+        const kit::keys::NumberKeys pair{kPair};
+        barKeys.registerKeys(12, pair, HotKeyCombo(5, 0x140000), std::nullopt);
+        barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
+        ASSERT_TRUE(settle());
+        ASSERT_EQ(m_portal->record().bindings.size(), 1U);
+        EXPECT_EQ(lastBoundIds(),
+                  (std::set<QString>{"vntl-201", "vntl-202", "vntl-203", "vntl-300", "vntl-301"}));
+        // The same set again, as when the showing bar changes to one of as many icons.
+        barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
+        ASSERT_TRUE(settle());
+        EXPECT_EQ(m_portal->record().bindings.size(), 1U);
+        m_portal->activate("vntl-203");
+        ASSERT_TRUE(spinUntil([&] { return !items.empty(); }));
+        EXPECT_EQ(items, std::vector<int>{3});
+    }
 
-    ASSERT_EQ(m_portal->record().bindings.size(), 1U);
-    EXPECT_EQ(lastBoundIds(),
-              (std::set<QString>{"vntl-201", "vntl-202", "vntl-203", "vntl-300", "vntl-301"}));
-    // The same set again, as when the showing bar changes to one of as many icons.
-    barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
-    ASSERT_TRUE(settle());
-    EXPECT_EQ(m_portal->record().bindings.size(), 1U);
-    m_portal->activate("vntl-203");
-    ASSERT_TRUE(spinUntil([&] { return !items.empty(); }));
-    EXPECT_EQ(items, std::vector<int>{3});
-}
-
-TEST_F(PortalHotKeysTest, DestroyingTheServiceClosesItsSession)
-{
-    startPortal();
-    startKeys();
+    // Destroying the service closes its session; a handle outliving it ends quietly.
     auto one = digit(1);
     ASSERT_TRUE(settle());
     const QString session = m_portal->record().session;
     m_keys.reset();
     ASSERT_TRUE(spinUntil([&] { return !m_portal->record().closed.empty(); }));
     EXPECT_EQ(m_portal->record().closed, std::vector<QString>{session});
-    // A handle outliving its service ends quietly.
     one.reset();
 }
 
@@ -463,8 +442,7 @@ TEST_F(PortalHotKeysTest, UnavailableWithoutAPortalThatOffersGlobalShortcuts)
     FakePortal::Options older;
     older.offersShortcuts = false;
     startPortal(older);
-    EXPECT_FALSE(
-        PortalHotKeys::isOffered(QDBusConnection::connectToBus(s_bus->address(), "probe")));
+    EXPECT_FALSE(PortalHotKeys::isOffered(QDBusConnection::connectToBus(m_bus.address(), "probe")));
     QDBusConnection::disconnectFromBus("probe");
     EXPECT_FALSE(startKeys().isAvailable());
 }

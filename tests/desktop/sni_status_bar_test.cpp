@@ -137,16 +137,9 @@ private:
     bool m_readOne;
 };
 
-class SniStatusBarTest : public ::testing::Test
+class SniStatusBarTest : public PrivateBusTest
 {
 protected:
-    void SetUp() override
-    {
-        if (m_bus.address().isEmpty()) {
-            GTEST_SKIP() << "no dbus-daemon";
-        }
-    }
-
     std::unique_ptr<SniStatusBar> makeBar(TrayHostKind kind)
     {
         return std::make_unique<SniStatusBar>(m_icons, trayHost(kind), m_bus.address());
@@ -174,18 +167,6 @@ protected:
                      MenuItem::command(m_lastRow, [] {})}};
     }
 
-    QDBusMessage itemCall(FakeWatcher& watcher,
-                          const QString& service,
-                          const QString& member,
-                          const QVariantList& arguments)
-    {
-        return watcher.call(service,
-                            QStringLiteral("/StatusNotifierItem"),
-                            QStringLiteral("org.kde.StatusNotifierItem"),
-                            member,
-                            arguments);
-    }
-
     sni::MenuLayout layout(FakeWatcher& watcher, const QString& service)
     {
         const auto reply = watcher.call(service,
@@ -197,7 +178,6 @@ protected:
         return qdbus_cast<sni::MenuLayout>(reply.arguments().value(1));
     }
 
-    PrivateBus m_bus;
     QtIconRenderer m_icons;
     int m_menuAsks = 0;
     int m_opened = 0;
@@ -308,7 +288,11 @@ TEST_F(SniStatusBarTest, HostCallsBecomeClicksAnchorsAndBarSteps)
         steps.clear();
         bar->setScrolled([&](int step) { steps.push_back(step); });
         const auto handle = add(*bar, "uuid", &clicks);
-        const auto reply = itemCall(watcher, bar->serviceName(handle), row.member, row.arguments);
+        const auto reply = watcher.call(bar->serviceName(handle),
+                                        "/StatusNotifierItem",
+                                        "org.kde.StatusNotifierItem",
+                                        row.member,
+                                        row.arguments);
         EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage);
         spinFor(50ms);
         EXPECT_EQ(clicks, row.clicks);
