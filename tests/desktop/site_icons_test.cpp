@@ -7,13 +7,13 @@
 #include "desktop/tray/qt_icon_renderer.h"
 #include "http_server.h"
 #include "kit/library/fixtures.h"
+#include "spin.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
 #include <QBuffer>
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QImageReader>
 #include <QPainter>
 #include <QtEndian>
@@ -79,16 +79,12 @@ class SiteIconsTest : public ::testing::TestWithParam<Case>
 {};
 
 // Runs the event loop until the searches end; false when they did not within the time.
-bool settle(SiteIcons& icons, int milliseconds = 20000)
+bool settle(SiteIcons& icons)
 {
-    QElapsedTimer clock;
-    clock.start();
-    while (icons.isSearching() && clock.elapsed() < milliseconds) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    }
+    const bool ended = spinUntil([&] { return !icons.isSearching(); }, 20s);
     icons.flush();
     QCoreApplication::processEvents();
-    return !icons.isSearching();
+    return ended;
 }
 
 SiteIcons::Options options(const TempDir& folder)
