@@ -464,44 +464,35 @@ TEST_F(PortalHotKeysTest, RefusedSessionLeavesEveryKeyUnbound)
     EXPECT_EQ(digit(2), nullptr);
 }
 
-// ---- triggers ----
-
-struct TriggerCase
+TEST(PortalTriggerTest, NamesTheKeyInThePortalsFormat)
 {
-    uint16_t keyCode;
-    ModifierSet modifiers;
-    std::optional<std::string> trigger;
-};
-
-class TriggerTest : public ::testing::TestWithParam<TriggerCase>
-{};
-
-TEST_P(TriggerTest, NamesTheKeyInThePortalsFormat)
-{
-    EXPECT_EQ(PortalHotKeys::triggerFor(GetParam().keyCode, GetParam().modifiers),
-              GetParam().trigger)
-        << "key code " << GetParam().keyCode;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Keys,
-    TriggerTest,
-    ::testing::Values(
+    const struct
+    {
+        uint16_t keyCode;
+        ModifierSet modifiers;
+        std::optional<std::string> trigger;
+    } rows[] = {
         // Modifiers always in one order, whatever the set was built from.
-        TriggerCase{kit::keys::digitKeyCode(1),
-                    {Modifier::Command, Modifier::Shift, Modifier::Option, Modifier::Control},
-                    "CTRL+ALT+SHIFT+LOGO+1"},
-        TriggerCase{kit::keys::digitKeyCode(0), {Modifier::Control}, "CTRL+0"},
+        {kit::keys::digitKeyCode(1),
+         {Modifier::Command, Modifier::Shift, Modifier::Option, Modifier::Control},
+         "CTRL+ALT+SHIFT+LOGO+1"},
+        {kit::keys::digitKeyCode(0), {Modifier::Control}, "CTRL+0"},
         // Letters by their unshifted keysym.
-        TriggerCase{key_code::kG, {Modifier::Shift, Modifier::Control}, "CTRL+SHIFT+g"},
-        TriggerCase{key_code::kLeftArrow, {Modifier::Option, Modifier::Command}, "ALT+LOGO+Left"},
-        TriggerCase{27, {Modifier::Control}, "CTRL+minus"},
-        TriggerCase{49, {Modifier::Command}, "LOGO+space"},
-        TriggerCase{89, {Modifier::Control}, "CTRL+KP_7"},
+        {key_code::kG, {Modifier::Shift, Modifier::Control}, "CTRL+SHIFT+g"},
+        {key_code::kLeftArrow, {Modifier::Option, Modifier::Command}, "ALT+LOGO+Left"},
+        {27, {Modifier::Control}, "CTRL+minus"},
+        {49, {Modifier::Command}, "LOGO+space"},
+        {89, {Modifier::Control}, "CTRL+KP_7"},
         // Function keys stand alone.
-        TriggerCase{96, {}, "F5"},
-        TriggerCase{74, {}, "XF86AudioMute"},
-        TriggerCase{200, {Modifier::Control}, std::nullopt}));
+        {96, {}, "F5"},
+        {74, {}, "XF86AudioMute"},
+        {200, {Modifier::Control}, std::nullopt},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(PortalHotKeys::triggerFor(row.keyCode, row.modifiers), row.trigger)
+            << "key code " << row.keyCode;
+    }
+}
 
 } // namespace
 } // namespace desktop

@@ -14,7 +14,6 @@
 
 #include <QBuffer>
 #include <QCoreApplication>
-#include <QImageReader>
 #include <QPainter>
 #include <QtEndian>
 
@@ -201,15 +200,6 @@ INSTANTIATE_TEST_SUITE_P(
              "",
              0}),
     [](const auto& info) { return info.param.label; });
-
-TEST(SiteIcons, WebPWhenItsPluginIsInstalled)
-{
-    if (!QImageReader::supportedImageFormats().contains("webp")) {
-        GTEST_SKIP() << "no WebP image plug-in";
-    }
-    QImage decoded = decodeSiteIcon(picture("WEBP", 40), 64);
-    EXPECT_EQ(decoded.size(), QSize(40, 40));
-}
 
 TEST(SiteIcons, AnIcoGivesTheFrameNearestAboveTheSizeDrawn)
 {
