@@ -115,6 +115,16 @@ TEST_F(SettingsWindowTest, ControlsWriteTheSettingsAtOnce)
 
     choose("digitKeys", "off");
     EXPECT_EQ(m_settings.shortcutKeys(), DigitKeys::Off);
+
+    // Start at login follows the autostart entry, also when it is switched on elsewhere.
+    auto* start = control<QCheckBox>("startAtLogin");
+    start->setChecked(true);
+    EXPECT_TRUE(std::filesystem::exists(m_loginItem.file()));
+    start->setChecked(false);
+    EXPECT_FALSE(std::filesystem::exists(m_loginItem.file()));
+    ASSERT_TRUE(m_loginItem.enable());
+    m_window.reload();
+    EXPECT_TRUE(start->isChecked());
 }
 
 TEST_F(SettingsWindowTest, AChangeMadeElsewhereShows)
@@ -177,21 +187,6 @@ TEST_F(SettingsWindowTest, HiddenPagesUnloadAfterAnOfferedTime)
     EXPECT_FALSE(m_pageOptions.notificationsAllowed());
     m_pageOptions.setNotificationsAllowed(true);
     EXPECT_TRUE(notifications->isChecked());
-}
-
-TEST_F(SettingsWindowTest, StartAtLoginFollowsTheAutostartEntry)
-{
-    auto* start = control<QCheckBox>("startAtLogin");
-    EXPECT_FALSE(start->isChecked());
-    start->setChecked(true);
-    EXPECT_TRUE(std::filesystem::exists(m_loginItem.file()));
-    start->setChecked(false);
-    EXPECT_FALSE(std::filesystem::exists(m_loginItem.file()));
-
-    // Switched on elsewhere: shown as on.
-    ASSERT_TRUE(m_loginItem.enable());
-    m_window.reload();
-    EXPECT_TRUE(start->isChecked());
 }
 
 TEST_F(SettingsWindowTest, RecordingAHotKeyKeepsItOrSaysWhyNot)
