@@ -296,6 +296,16 @@ protected:
         return spinUntil([&] { return m_keys->isSettled(); });
     }
 
+    // Settles, and gives what was said on standard error meanwhile.
+    std::string settleQuietly() const
+    {
+        ::testing::internal::CaptureStderr();
+        const bool settled = settle();
+        const std::string log = ::testing::internal::GetCapturedStderr();
+        EXPECT_TRUE(settled);
+        return log;
+    }
+
     std::set<QString> lastBoundIds() const
     {
         std::set<QString> ids;
@@ -379,13 +389,10 @@ TEST_F(PortalHotKeysTest, RefusedKeyIsReportedAndTheOthersStillWork)
     taken.takenTriggers = {"ALT+LOGO+2"};
     startPortal(taken);
     PortalHotKeys& keys = startKeys();
-    ::testing::internal::CaptureStderr();
     auto one = digit(1);
     auto two = digit(2);
     auto three = digit(3);
-    const bool settled = settle();
-    const std::string log = ::testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(settled);
+    const std::string log = settleQuietly();
 
     EXPECT_EQ(keys.refused(), std::vector<std::string>{"Alt+Super+2"});
     EXPECT_NE(log.find("Alt+Super+2"), std::string::npos) << log;
@@ -454,10 +461,7 @@ TEST_F(PortalHotKeysTest, RefusedSessionLeavesEveryKeyUnbound)
     startPortal(refusing);
     PortalHotKeys& keys = startKeys();
     auto one = digit(1);
-    ::testing::internal::CaptureStderr();
-    const bool settled = settle();
-    const std::string log = ::testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(settled);
+    const std::string log = settleQuietly();
     EXPECT_EQ(keys.refused(), std::vector<std::string>{"Alt+Super+1"});
     EXPECT_NE(log.find("session"), std::string::npos) << log;
     EXPECT_TRUE(m_portal->record().bindings.empty());

@@ -24,13 +24,15 @@ Glyph glyphOf(Glyph::Source source, std::string name = {})
     return glyph;
 }
 
-kit::library::Bytes png(const QImage& image)
+Glyph pictureOf(const QImage& image)
 {
     QByteArray bytes;
     QBuffer buffer(&bytes);
     buffer.open(QIODevice::WriteOnly);
     image.save(&buffer, "PNG");
-    return {bytes.begin(), bytes.end()};
+    Glyph glyph = glyphOf(Glyph::Source::Picture);
+    glyph.data = {bytes.begin(), bytes.end()};
+    return glyph;
 }
 
 class QtIconRendererTest : public ::testing::Test
@@ -91,8 +93,7 @@ TEST_F(QtIconRendererTest, APictureKeepsItsProportionsAndColours)
 {
     QImage wide(40, 20, QImage::Format_ARGB32);
     wide.fill(Qt::red);
-    Glyph glyph = glyphOf(Glyph::Source::Picture);
-    glyph.data = png(wide);
+    Glyph glyph = pictureOf(wide);
     const QImage image = m_renderer.draw(glyph, 32, Appearance::Light);
     // 32 wide and 16 high, centred.
     EXPECT_EQ(ink(image).red, 32 * 16);
@@ -105,8 +106,7 @@ TEST_F(QtIconRendererTest, ATintColoursThePictureButKeepsItsShape)
     dot.fill(Qt::transparent);
     dot.setPixel(10, 10, qRgba(0, 0, 255, 255));
     dot.setPixel(20, 20, qRgba(255, 255, 255, 255));
-    Glyph glyph = glyphOf(Glyph::Source::Picture);
-    glyph.data = png(dot);
+    Glyph glyph = pictureOf(dot);
     glyph.tint = "#FF0000";
     const Ink drawn = ink(m_renderer.draw(glyph, 32, Appearance::Light));
     EXPECT_EQ(drawn.visible, 2);
@@ -132,8 +132,7 @@ TEST_F(QtIconRendererTest, OpacityFadesThePicture)
 {
     QImage solid(16, 16, QImage::Format_ARGB32);
     solid.fill(Qt::red);
-    Glyph glyph = glyphOf(Glyph::Source::Picture);
-    glyph.data = png(solid);
+    Glyph glyph = pictureOf(solid);
     glyph.opacity = 0.4;
     const QImage image =
         m_renderer.draw(glyph, 16, Appearance::Light).convertToFormat(QImage::Format_ARGB32);

@@ -86,6 +86,15 @@ protected:
         QApplication::sendEvent(widget, &event);
     }
 
+    // A modifier held, then Super with it, and both let go.
+    void pressPair(QWidget* field, int key, Qt::KeyboardModifier modifier)
+    {
+        press(field, QEvent::KeyPress, key, Qt::NoModifier);
+        press(field, QEvent::KeyPress, Qt::Key_Meta, modifier);
+        press(field, QEvent::KeyRelease, Qt::Key_Meta, modifier | Qt::MetaModifier);
+        press(field, QEvent::KeyRelease, key, modifier);
+    }
+
     testing_support::TempDir m_dir;
     MemoryKeyValueStore m_store;
     AppSettings m_settings;
@@ -216,18 +225,12 @@ TEST_F(SettingsWindowTest, ACustomPairMustFollowTheRules)
     auto* pair = control<QPushButton>("customPair");
     pair->click();
     // Shift+Super takes screenshots: refused, with the rule beside the field.
-    press(pair, QEvent::KeyPress, Qt::Key_Shift, Qt::NoModifier);
-    press(pair, QEvent::KeyPress, Qt::Key_Meta, Qt::ShiftModifier);
-    press(pair, QEvent::KeyRelease, Qt::Key_Meta, Qt::ShiftModifier | Qt::MetaModifier);
-    press(pair, QEvent::KeyRelease, Qt::Key_Shift, Qt::ShiftModifier);
+    pressPair(pair, Qt::Key_Shift, Qt::ShiftModifier);
     EXPECT_EQ(m_settings.customShortcutModifiers(), AppSettings::kCustomModifiersDefault);
     EXPECT_NE(m_settings.shortcutKeys(), DigitKeys::Custom);
 
     pair->click();
-    press(pair, QEvent::KeyPress, Qt::Key_Alt, Qt::NoModifier);
-    press(pair, QEvent::KeyPress, Qt::Key_Meta, Qt::AltModifier);
-    press(pair, QEvent::KeyRelease, Qt::Key_Meta, Qt::AltModifier | Qt::MetaModifier);
-    press(pair, QEvent::KeyRelease, Qt::Key_Alt, Qt::AltModifier);
+    pressPair(pair, Qt::Key_Alt, Qt::AltModifier);
     EXPECT_EQ(m_settings.customShortcutModifiers(), modifier::kOption | modifier::kCommand);
     EXPECT_EQ(m_settings.shortcutKeys(), DigitKeys::Custom);
     EXPECT_EQ(control<QComboBox>("digitKeys")->currentData().toString(), "custom");
