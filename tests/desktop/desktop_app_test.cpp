@@ -74,26 +74,23 @@ protected:
     std::filesystem::path runtime() const { return root() / "run"; }
     std::filesystem::path socketPath() const { return runtime() / "vantorel.sock"; }
 
-    // Two bars: "Work" showing with three shortcuts, "Home" with one.
-    void prepareLibrary(int workShortcuts = 3)
-    {
-        LibraryStore store(SupportDirectory{support(), false});
-        store.mutate([&](kit::library::Library& library) {
-            for (int i = 1; i <= workShortcuts; ++i) {
-                library.add(testing_support::webLink(
-                    "Work " + std::to_string(i), "https://work.example.org/" + std::to_string(i)));
-            }
-        });
-        store.renameBar(store.activeBarID(), "Work");
-        m_homeBar = *store.addBar("Home");
-        store.mutate(m_homeBar, [](kit::library::Library& library) {
-            library.add(testing_support::webLink("Recipes", "https://recipes.example.org/"));
-        });
-        store.flush();
-    }
-
+    // Starts on two bars: "Work" showing with three shortcuts, "Home" with one.
     DesktopApp& start(TrayStatusBar::Host host = TrayStatusBar::Host::XEmbed)
     {
+        {
+            LibraryStore store(SupportDirectory{support(), false});
+            store.mutate([&](kit::library::Library& library) {
+                for (const char* name : {"Work 1", "Work 2", "Work 3"}) {
+                    library.add(testing_support::webLink(name));
+                }
+            });
+            store.renameBar(store.activeBarID(), "Work");
+            m_homeBar = *store.addBar("Home");
+            store.mutate(m_homeBar, [](kit::library::Library& library) {
+                library.add(testing_support::webLink("Recipes"));
+            });
+            store.flush();
+        }
         DesktopApp::Options options;
         const auto homeFolder = home();
         options.dependencies.environment =
@@ -181,37 +178,39 @@ protected:
     std::unique_ptr<DesktopApp> m_app;
 };
 
-TEST_F(DesktopAppTest, TheAppMenuSwitchesBarsAndOpensTheManagerAndSettings)
+TEST_F(DesktopAppTest, TheMenusSwitchBarsAndOpenTheManagerOnAShortcutOrSettings)
 {
-    prepareLibrary();
     start();
-
     chooseFromAppMenu("Home");
-    EXPECT_EQ(dependencies().libraryStore().activeBarID(), m_homeBar);
     EXPECT_EQ(iconNames(), std::vector<std::string>{"Recipes"});
-
     chooseFromAppMenu(QStringLiteral("Manage Bars…"));
     ASSERT_NE(m_app->managerWindow(), nullptr);
-    EXPECT_TRUE(m_app->managerWindow()->isVisible());
     EXPECT_EQ(m_app->managerWindow()->currentBar(), m_homeBar);
     chooseFromAppMenu(QStringLiteral("Settings…"));
     EXPECT_EQ(m_app->managerWindow()->currentPane(), ManagerWindow::Pane::Settings);
     ASSERT_NE(m_app->settingsWindow(), nullptr);
     EXPECT_TRUE(m_app->settingsWindow()->isVisible());
+
+    // Edit in a shortcut's own menu brings the manager up on it.
+    QMenu* menu = shortcutMenu(0);
+    ASSERT_NE(menu, nullptr);
+    QAction* edit = findAction(*menu, QStringLiteral("Edit…"));
+    ASSERT_NE(edit, nullptr) << ::testing::PrintToString(describe(*menu));
+    const auto recipes = dependencies().libraryStore().library().shortcuts[0].id;
+    edit->trigger();
+    EXPECT_TRUE(spinUntil([&] { return m_app->managerWindow()->selectedShortcut() == recipes; }));
+    EXPECT_EQ(dependencies().libraryStore().editRequest(), std::nullopt);
 }
 
 TEST_F(DesktopAppTest, AddFromClipboardMakesAShortcutOfALinkOrAFileOrSaysWhyNot)
 {
-    prepareLibrary();
     start();
 
     QGuiApplication::clipboard()->setText(QStringLiteral("https://news.example.org/today"));
     chooseFromAppMenu(QStringLiteral("Add from clipboard"));
     ASSERT_TRUE(spinUntil([&] { return iconNames().size() == 4; }));
-    const auto& shortcuts = dependencies().libraryStore().library().shortcuts;
-    ASSERT_EQ(shortcuts.size(), 4U);
-    EXPECT_EQ(shortcuts.back().target.urlTarget()->url, "https://news.example.org/today");
-    EXPECT_EQ(m_app->alerts().current(), nullptr);
+    EXPECT_EQ(dependencies().libraryStore().library().shortcuts.back().target.urlTarget()->url,
+              "https://news.example.org/today");
 
     // A file manager's copied files arrive as URLs.
     const auto file = root() / "Report.pdf";
@@ -229,33 +228,12 @@ TEST_F(DesktopAppTest, AddFromClipboardMakesAShortcutOfALinkOrAFileOrSaysWhyNot)
     QMessageBox* box = m_app->alerts().current();
     ASSERT_NE(box, nullptr);
     EXPECT_TRUE(box->isVisible());
-    const std::string text = box->text().toStdString();
-    EXPECT_THAT(text, HasSubstr("“two words”"));
-    EXPECT_EQ(text.back(), '.') << text;
-    EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+    EXPECT_THAT(box->text().toStdString(), HasSubstr("“two words”"));
     EXPECT_EQ(dependencies().libraryStore().library().shortcuts.size(), 5U);
-}
-
-TEST_F(DesktopAppTest, EditInAShortcutsMenuBringsUpTheManagerOnIt)
-{
-    prepareLibrary();
-    start();
-
-    const Shortcut second = dependencies().libraryStore().library().shortcuts[1];
-    QMenu* menu = shortcutMenu(1);
-    ASSERT_NE(menu, nullptr);
-    QAction* edit = findAction(*menu, QStringLiteral("Edit…"));
-    ASSERT_NE(edit, nullptr) << ::testing::PrintToString(describe(*menu));
-    edit->trigger();
-    ASSERT_TRUE(spinUntil([&] { return m_app->managerWindow() != nullptr; }));
-    EXPECT_TRUE(m_app->managerWindow()->isVisible());
-    EXPECT_EQ(m_app->managerWindow()->selectedShortcut(), second.id);
-    EXPECT_EQ(dependencies().libraryStore().editRequest(), std::nullopt);
 }
 
 TEST_F(DesktopAppTest, OffersTheLoginItemAndWritesItOnYes)
 {
-    prepareLibrary();
     start();
     const auto entry = config() / "autostart" / "vantorel.desktop";
 
@@ -269,18 +247,8 @@ TEST_F(DesktopAppTest, OffersTheLoginItemAndWritesItOnYes)
     EXPECT_TRUE(std::filesystem::exists(entry));
 }
 
-TEST_F(DesktopAppTest, ShowsTheIntroductionAtOnceWhenTheHostCannotPlaceIcons)
-{
-    prepareLibrary();
-    start(TrayStatusBar::Host::StatusNotifier);
-    ASSERT_NE(m_app->welcomeWindow(), nullptr);
-    EXPECT_TRUE(m_app->welcomeWindow()->isVisible());
-    EXPECT_TRUE(dependencies().settings().welcomeShown());
-}
-
 TEST_F(DesktopAppTest, ADocumentBringsUpTheReviewWindow)
 {
-    prepareLibrary();
     start();
     const auto document = root() / "Shared.vantorel";
     testing_support::writeFile(
@@ -302,7 +270,6 @@ TEST_F(DesktopAppTest, ADocumentBringsUpTheReviewWindow)
 
 TEST_F(DesktopAppTest, QuitRemovesTheSocketAndGivesTheLockBack)
 {
-    prepareLibrary();
     start();
     dependencies().settings().setAssistantsEnabled(true);
     ASSERT_TRUE(isSocket(socketPath()));

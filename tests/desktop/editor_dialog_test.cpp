@@ -210,7 +210,7 @@ TEST_F(ShortcutEditorTest, PageSettingsNeverTakeTheWindowPastTheScreen)
     EXPECT_TRUE(window.saveButton()->isVisible());
 }
 
-TEST_F(ShortcutEditorTest, CancelAndEscapeWriteNothing)
+TEST_F(ShortcutEditorTest, EnterSavesOnlyWhatIsValidAndCancelAndEscapeWriteNothing)
 {
     m_editor.edit(m_link.id);
     type(dialog().field(Field::Name), "Renamed");
@@ -218,40 +218,27 @@ TEST_F(ShortcutEditorTest, CancelAndEscapeWriteNothing)
     EXPECT_FALSE(m_editor.isOpen());
 
     m_editor.add(m_store.activeBarID(), Target::Kind::Url);
-    type(dialog().field(Field::Address), "example.com");
-    press(dialog().field(Field::Address), Qt::Key_Escape);
+    auto* window = &dialog();
+    // Nothing typed yet: nothing to scold.
+    EXPECT_FALSE(window->problemLabel(Field::Address)->isVisibleTo(window));
+    type(window->field(Field::Address), "not an address");
+    EXPECT_FALSE(window->saveButton()->isEnabled());
+    EXPECT_TRUE(window->problemLabel(Field::Address)->isVisibleTo(window));
+    press(window->field(Field::Address), Qt::Key_Return);
+    EXPECT_TRUE(m_editor.isOpen());
+    press(window->field(Field::Address), Qt::Key_Escape);
     EXPECT_FALSE(m_editor.isOpen());
-
     EXPECT_EQ(m_changes, 0);
     EXPECT_EQ(stored(m_link.id)->name, "Mail");
-    EXPECT_EQ(m_store.library().shortcuts.size(), 2u);
-}
 
-TEST_F(ShortcutEditorTest, ANewLinkSavesWithEnterOnceItIsValid)
-{
     m_editor.add(m_store.activeBarID(), Target::Kind::Url);
-    auto& window = dialog();
-    EXPECT_FALSE(window.saveButton()->isEnabled());
-    // Nothing typed yet: nothing to scold.
-    EXPECT_FALSE(window.problemLabel(Field::Address)->isVisibleTo(&window));
-
-    type(window.field(Field::Address), "not an address");
-    EXPECT_FALSE(window.saveButton()->isEnabled());
-    EXPECT_TRUE(window.problemLabel(Field::Address)->isVisibleTo(&window));
-    press(window.field(Field::Address), Qt::Key_Return);
-    EXPECT_TRUE(m_editor.isOpen());
-
-    type(window.field(Field::Address), "example.com");
-    EXPECT_TRUE(window.saveButton()->isEnabled());
-    EXPECT_EQ(qobject_cast<QLineEdit*>(window.field(Field::Name))->text(), "Example");
-    press(window.field(Field::Address), Qt::Key_Return);
-
+    window = &dialog();
+    type(window->field(Field::Address), "example.com");
+    EXPECT_EQ(qobject_cast<QLineEdit*>(window->field(Field::Name))->text(), "Example");
+    press(window->field(Field::Address), Qt::Key_Return);
     EXPECT_FALSE(m_editor.isOpen());
     EXPECT_EQ(m_changes, 1);
-    const auto& top = m_store.library().shortcuts;
-    ASSERT_EQ(top.size(), 3u);
-    EXPECT_EQ(top.back().name, "Example");
-    EXPECT_EQ(top.back().target.urlTarget()->url, "https://example.com");
+    EXPECT_EQ(m_store.library().shortcuts.back().target.urlTarget()->url, "https://example.com");
 }
 
 TEST_F(ShortcutEditorTest, ADeepLinkIntoAGroupWaitsForItsBlanks)
@@ -265,20 +252,16 @@ TEST_F(ShortcutEditorTest, ADeepLinkIntoAGroupWaitsForItsBlanks)
     type(window.blankField("phone number"), "+90 532 123 45 67");
     ASSERT_TRUE(window.saveButton()->isEnabled());
     window.accept();
-
     const auto members = m_store.library().members(m_group.id);
     ASSERT_EQ(members.size(), 2u);
-    const auto& url = *members.back().target.urlTarget();
-    EXPECT_EQ(url.url, "whatsapp://send?phone=905321234567");
-    EXPECT_EQ(url.templateID, "net.whatsapp.WhatsApp/Message a number");
-    EXPECT_EQ(members.back().name, "WhatsApp chat");
+    EXPECT_EQ(members.back().target.urlTarget()->url, "whatsapp://send?phone=905321234567");
 }
 
-TEST_F(ShortcutEditorTest, TabReachesTheBlanksRightAfterTheLink)
+TEST_F(ShortcutEditorTest, AnEditRequestStartsOnItsTemplateWithTabReachingItsBlanks)
 {
-    m_editor.add(m_store.activeBarID(), Target::Kind::Url);
+    m_editor.edit(LibraryStore::EditRequest{
+        m_link.id, std::string("com.tinyspeck.slackmacgap/Open a channel"), std::nullopt});
     auto& window = dialog();
-    chooseData(window.field(Field::Template), "com.tinyspeck.slackmacgap/Open a channel");
     std::vector<QWidget*> order;
     for (QWidget* widget = window.field(Field::PasteLink)->nextInFocusChain();
          widget != window.field(Field::PasteLink) && order.size() < 3;
@@ -291,14 +274,6 @@ TEST_F(ShortcutEditorTest, TabReachesTheBlanksRightAfterTheLink)
               (std::vector<QWidget*>{window.blankField("workspace"),
                                      window.blankField("channel"),
                                      window.field(Field::Icon)}));
-}
-
-TEST_F(ShortcutEditorTest, AnEditRequestStartsOnItsTemplate)
-{
-    m_editor.edit(LibraryStore::EditRequest{
-        m_link.id, std::string("com.tinyspeck.slackmacgap/Open a channel"), std::nullopt});
-    auto& window = dialog();
-    EXPECT_TRUE(window.isFieldShown(Field::PasteLink));
     type(window.field(Field::PasteLink), "https://app.slack.com/client/T1/C2");
     EXPECT_EQ(window.blankField("channel")->text(), "C2");
     window.accept();
@@ -310,10 +285,7 @@ TEST_F(ShortcutEditorTest, AnAppComesFromTheInstalledList)
 {
     const auto& env = testing::DesktopEnvironment::get();
     m_editor.add(m_store.activeBarID(), Target::Kind::App);
-    auto* apps = qobject_cast<QListWidget*>(dialog().field(Field::App));
-    ASSERT_TRUE(apps);
-    EXPECT_GE(apps->count(), 2);
-    EXPECT_EQ(dialog().problemLabel(Field::App)->isVisibleTo(&dialog()), false);
+    EXPECT_GE(qobject_cast<QListWidget*>(dialog().field(Field::App))->count(), 2);
     dialog().reject();
 
     // A hint naming one app chooses it.
@@ -325,7 +297,6 @@ TEST_F(ShortcutEditorTest, AnAppComesFromTheInstalledList)
               QString::fromStdString(env.paintedID));
     dialog().accept();
     EXPECT_EQ(stored(id)->target.appTarget()->bundleID, env.paintedID);
-    EXPECT_EQ(stored(id)->name, env.paintedID);
 }
 
 TEST_F(ShortcutEditorTest, AChosenFileGetsItsBookmark)
@@ -336,29 +307,23 @@ TEST_F(ShortcutEditorTest, AChosenFileGetsItsBookmark)
     ASSERT_TRUE(dialog().saveButton()->isEnabled());
     dialog().accept();
     const auto& added = m_store.library().shortcuts.back();
-    EXPECT_EQ(added.name, "Report");
     ASSERT_EQ(added.target.kind(), Target::Kind::File);
     EXPECT_EQ(added.target.fileTarget()->bookmark.displayPath, m_chosenPath);
     EXPECT_FALSE(added.target.fileTarget()->bookmark.data.empty());
 
-    // A folder offered to a file shortcut is refused with a sentence, and nothing is taken.
+    // A folder offered to a file shortcut is refused, and nothing is taken.
     m_chosenPath = m_dir.path().string();
     m_editor.add(m_store.activeBarID(), Target::Kind::File);
     EXPECT_FALSE(dialog().saveButton()->isEnabled());
-    EXPECT_TRUE(dialog().problemLabel(Field::Path)->text().contains("is a folder"));
 }
 
 TEST_F(ShortcutEditorTest, AGroupKeepsMembersAddedWhileItWasOpen)
 {
     m_editor.edit(m_group.id);
     EXPECT_FALSE(dialog().isFieldShown(Field::Address));
-    m_store.mutate([](Library& library) {
-        library.add(Shortcut::make("Late", Target::url(webTarget("https://late.example.com"))));
-    });
-    const auto late = m_store.library().shortcuts.back();
     m_store.mutate([&](Library& library) {
-        library.remove(late.id);
-        library.addMember(late, m_group.id);
+        library.addMember(Shortcut::make("Late", Target::url(webTarget("https://late.a.org"))),
+                          m_group.id);
     });
     type(dialog().field(Field::Name), "Read later");
     dialog().accept();
@@ -389,10 +354,7 @@ TEST_F(ShortcutEditorTest, DividersAndOtherBarsNeedNoWindow)
     m_editor.add(other, Target::Kind::Url);
     type(dialog().field(Field::Address), "news.example.org");
     dialog().accept();
-    const auto library = m_store.library(other);
-    ASSERT_TRUE(library);
-    ASSERT_EQ(library->shortcuts.size(), 1u);
-    EXPECT_EQ(library->shortcuts[0].target.urlTarget()->url, "https://news.example.org");
+    ASSERT_EQ(m_store.library(other)->shortcuts.size(), 1u);
     EXPECT_EQ(m_store.library().shortcuts.size(), 3u);
 }
 

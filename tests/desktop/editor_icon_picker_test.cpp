@@ -2,7 +2,6 @@
 #include "desktop/editor/icon_picker.h"
 #include "desktop/tray/qt_icon_renderer.h"
 #include "desktop_environment.h"
-#include "ink.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
@@ -185,30 +184,22 @@ protected:
     Shortcut m_shortcut;
 };
 
-TEST_F(IconPickerTest, TheListFollowsSearchAndCategory)
+TEST_F(IconPickerTest, OpensReadyToSearchAndTheListAndFieldsFollowTheModel)
 {
     m_shortcut.icon = IconOverride::symbol("user-home");
     IconPicker picker(m_renderer, m_shortcut, themeIcons());
-    EXPECT_EQ(picker.iconList()->count(), 6);
-    ASSERT_TRUE(picker.iconList()->currentItem());
+    // Given the focus once the window is active.
+    EXPECT_EQ(picker.focusWidget(), picker.searchField());
+    ASSERT_EQ(picker.iconList()->count(), 6);
     EXPECT_EQ(picker.iconList()->currentItem()->text(), "user-home");
-
     picker.searchField()->setText("folder");
     EXPECT_EQ(picker.iconList()->count(), 2);
     picker.categoryBox()->setCurrentIndex(picker.categoryBox()->findText("Emblems"));
-    EXPECT_EQ(picker.iconList()->count(), 0);
     picker.searchField()->clear();
     ASSERT_EQ(picker.iconList()->count(), 1);
-
     picker.iconList()->setCurrentRow(0);
     EXPECT_EQ(picker.choice().icon, IconOverride::symbol("music-note"));
-}
 
-TEST_F(IconPickerTest, OpensReadyToSearchAndCutsTypedText)
-{
-    IconPicker picker(m_renderer, m_shortcut, themeIcons());
-    // Given the focus once the window is active.
-    EXPECT_EQ(picker.focusWidget(), picker.searchField());
     picker.textField()->setText("WXYZ");
     Q_EMIT picker.textField()->textEdited("WXYZ");
     EXPECT_EQ(picker.textField()->text(), "WXY");
@@ -221,23 +212,16 @@ TEST_F(IconPickerTest, ThePreviewIsTheTraysPictureOfTheChoice)
     ASSERT_EQ(picker.model().chooseImage(testing::DesktopEnvironment::get().redIcon.string()),
               std::nullopt);
     picker.model().setTint(IconTint::colour("#0000FF"));
-    const QImage tinted = picker.previewImage(Appearance::Light);
-    EXPECT_EQ(tinted.size(), QSize(22, 22));
-    EXPECT_GT(ink(tinted).blue, 200);
-    EXPECT_EQ(ink(tinted).red, 0);
-
-    picker.model().setTint(std::nullopt);
     picker.model().setOpacity(0.3);
-    const QImage faded =
-        picker.previewImage(Appearance::Dark).convertToFormat(QImage::Format_ARGB32);
-    EXPECT_NEAR(faded.pixelColor(11, 11).alphaF(), 0.3, 0.05);
-
-    // Exactly what the tray would draw for the shortcut wearing the choice.
+    EXPECT_EQ(picker.previewImage(Appearance::Light).size(), QSize(22, 22));
     Shortcut worn = m_shortcut;
     worn.icon = picker.choice().icon;
+    worn.iconTint = picker.choice().tint;
     worn.iconOpacity = picker.choice().opacity;
-    EXPECT_EQ(picker.previewImage(Appearance::Dark),
-              menuBarPicture(m_renderer, worn, 22, Appearance::Dark));
+    for (const auto appearance : {Appearance::Light, Appearance::Dark}) {
+        EXPECT_EQ(picker.previewImage(appearance),
+                  menuBarPicture(m_renderer, worn, 22, appearance));
+    }
 }
 
 } // namespace

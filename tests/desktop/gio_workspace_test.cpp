@@ -109,15 +109,11 @@ TEST_F(GioWorkspaceTest, AMissingAppIsReportedInOneSentence)
     EXPECT_EQ(error->back(), '.');
 }
 
-TEST_F(GioWorkspaceTest, OpensALinkWithItsDefaultHandler)
+TEST_F(GioWorkspaceTest, OpensALinkWithItsDefaultHandlerOrSaysWhyNot)
 {
     EXPECT_TRUE(m_workspace.open("vantorel-test://bar/1"));
     EXPECT_EQ(recorded(), "vantorel-test://bar/1\n");
     EXPECT_FALSE(m_workspace.open("no-handler-for-this://x"));
-}
-
-TEST_F(GioWorkspaceTest, SaysWhyAFileDidNotOpen)
-{
     using kit::opening::OpenFailure;
     using kit::opening::OpenResult;
     const std::filesystem::path dir = std::filesystem::temp_directory_path() / "vantorel-gio-why";

@@ -3,76 +3,30 @@
 // and hidden elements are not displayed. Runs on the offscreen platform without the sandbox.
 #include "desktop/blocking/page_blocking.h"
 
+#include "http_server.h"
 #include "kit/blocking/disk_rule_list_store.h"
 #include "kit/blocking/filter_list.h"
+#include "spin.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QGuiApplication>
-#include <QSet>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QUrl>
 #include <QWebEnginePage>
 #include <QWebEngineProfile>
 
-#include <functional>
 #include <memory>
 
 namespace {
+
+using desktop::spinFor;
+using desktop::spinUntil;
+using namespace std::chrono_literals;
 
 const char* const kPage = R"(<!doctype html><html><body>
 <img src="/ads/banner.png"><img src="/ok.png"><script src="/track.js"></script>
 <div class="ad-box">advert</div><div class="story">story</div>
 </body></html>)";
-
-// Serves the page at "/" and an empty 200 for anything else, remembering every path asked for.
-class PageServer
-{
-public:
-    QSet<QString> paths;
-
-    PageServer()
-    {
-        QObject::connect(&m_server, &QTcpServer::newConnection, [this] {
-            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
-                QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
-                    QByteArray request = socket->readAll();
-                    QString path = QString::fromLatin1(request.split(' ').value(1));
-                    paths.insert(path);
-                    QByteArray body = path == QLatin1String("/") ? QByteArray(kPage) : QByteArray();
-                    QByteArray type = path == QLatin1String("/") ? "text/html" : "text/plain";
-                    socket->write("HTTP/1.1 200 OK\r\nContent-Type: " + type
-                                  + "\r\nConnection: close\r\nContent-Length: "
-                                  + QByteArray::number(body.size()) + "\r\n\r\n" + body);
-                    socket->disconnectFromHost();
-                });
-                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-            }
-        });
-        m_server.listen(QHostAddress::LocalHost);
-    }
-
-    QUrl url() const
-    {
-        return QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(m_server.serverPort()));
-    }
-
-private:
-    QTcpServer m_server;
-};
-
-bool waitFor(const std::function<bool()>& done, int ms = 20000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < ms) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    }
-    return done();
-}
 
 kit::web::ContentRuleListPtr ruleList(const char* filters)
 {
@@ -87,7 +41,11 @@ kit::web::ContentRuleListPtr ruleList(const char* filters)
 class PageBlockingTest : public testing::Test
 {
 protected:
-    PageServer server;
+    // The page at "/" and an empty answer for anything else.
+    desktop::HttpServer server{[](const desktop::HttpRequest& request) {
+        return request.path == "/" ? desktop::HttpReply{200, "text/html", kPage}
+                                   : desktop::HttpReply{200, "text/plain"};
+    }};
     QWebEngineProfile profile;
     QWebEnginePage page{&profile};
 
@@ -96,13 +54,15 @@ protected:
         bool finished = false;
         auto connection =
             QObject::connect(&page, &QWebEnginePage::loadFinished, [&](bool) { finished = true; });
-        page.load(server.url());
-        bool ok = waitFor([&] { return finished; });
+        page.load(QUrl(QString::fromLatin1(server.address("/"))));
+        const bool ok = spinUntil([&] { return finished; }, 20s);
         QObject::disconnect(connection);
         // Subresources may still be arriving after the load signal; give them a moment.
-        waitFor([] { return false; }, 500);
+        spinFor(500ms);
         return ok;
     }
+
+    bool asked(const char* path) const { return !server.seenAt(path).empty(); }
 
     QString displayOf(const QString& selector)
     {
@@ -114,7 +74,7 @@ protected:
                 result = value.toString();
                 done = true;
             });
-        waitFor([&] { return done; });
+        spinUntil([&] { return done; }, 20s);
         return result;
     }
 };
@@ -123,9 +83,9 @@ TEST_F(PageBlockingTest, BlockedResourcesNeverReachTheServerAndAdsAreHidden)
 {
     desktop::blocking::enableBlocking(page, ruleList("/ads/*\n/track.js\n##.ad-box\n"));
     ASSERT_TRUE(load());
-    EXPECT_TRUE(server.paths.contains("/ok.png"));
-    EXPECT_FALSE(server.paths.contains("/ads/banner.png"));
-    EXPECT_FALSE(server.paths.contains("/track.js"));
+    EXPECT_TRUE(asked("/ok.png"));
+    EXPECT_FALSE(asked("/ads/banner.png"));
+    EXPECT_FALSE(asked("/track.js"));
     EXPECT_EQ(displayOf(".ad-box"), "none");
     EXPECT_EQ(displayOf(".story"), "block");
 }
@@ -135,7 +95,7 @@ TEST_F(PageBlockingTest, DisablingLetsEverythingThroughAgain)
     desktop::blocking::enableBlocking(page, ruleList("/ads/*\n##.ad-box\n"));
     desktop::blocking::disableBlocking(page);
     ASSERT_TRUE(load());
-    EXPECT_TRUE(server.paths.contains("/ads/banner.png"));
+    EXPECT_TRUE(asked("/ads/banner.png"));
     EXPECT_EQ(displayOf(".ad-box"), "block");
 }
 
@@ -148,7 +108,7 @@ TEST_F(PageBlockingTest, AListOfAnotherKindIsIgnored)
     desktop::blocking::enableBlocking(page, std::make_shared<Foreign>());
     desktop::blocking::enableBlocking(page, nullptr);
     ASSERT_TRUE(load());
-    EXPECT_TRUE(server.paths.contains("/ads/banner.png"));
+    EXPECT_TRUE(asked("/ads/banner.png"));
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "fake_service.h"
+
 #include <QDBusArgument>
-#include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusVirtualObject>
 #include <QSize>
 #include <QStringList>
 
@@ -18,7 +18,7 @@ inline const QString kNoticesInterface = QStringLiteral("org.freedesktop.Notific
 // The desktop's notification service as far as showing and clicking go: records each Notify,
 // answers with a fresh id, and emits ActionInvoked or NotificationClosed on demand. Answers on
 // the test's thread, as every call made to it is asynchronous.
-class FakeNotifications final : public QDBusVirtualObject
+class FakeNotifications final : public FakeService
 {
 public:
     struct Shown
@@ -31,22 +31,11 @@ public:
     };
 
     FakeNotifications(const QString& address, bool hasActions)
-        : m_hasActions(hasActions)
-        , m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-notifications")))
+        : FakeService(address, kNoticesInterface, kNoticesPath)
+        , m_hasActions(hasActions)
     {
-        m_bus.registerVirtualObject(kNoticesPath, this);
-        m_bus.registerService(kNoticesInterface);
+        publish();
     }
-    ~FakeNotifications() override
-    {
-        m_bus.unregisterService(kNoticesInterface);
-        m_bus.unregisterObject(kNoticesPath);
-        QDBusConnection::disconnectFromBus(QStringLiteral("fake-notifications"));
-    }
-    FakeNotifications(const FakeNotifications&) = delete;
-    FakeNotifications& operator=(const FakeNotifications&) = delete;
-
-    QString introspect(const QString&) const override { return {}; }
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
     {
@@ -97,7 +86,6 @@ public:
 
 private:
     bool m_hasActions;
-    QDBusConnection m_bus;
     std::vector<Shown> m_shown;
 };
 

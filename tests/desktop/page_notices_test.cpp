@@ -23,16 +23,9 @@ namespace {
 
 using kit::library::ShortcutID;
 
-class DesktopNoticesTest : public testing::Test
+class DesktopNoticesTest : public PrivateBusTest
 {
 protected:
-    void SetUp() override
-    {
-        if (m_bus.address().isEmpty()) {
-            GTEST_SKIP() << "no dbus-daemon to run a private bus";
-        }
-    }
-
     QDBusConnection client(const QString& name)
     {
         m_clients.push_back(name);
@@ -46,7 +39,6 @@ protected:
         }
     }
 
-    PrivateBus m_bus;
     std::vector<QString> m_clients;
 };
 
@@ -79,12 +71,9 @@ TEST_F(DesktopNoticesTest, ANotificationReachesTheServiceAndItsClickOpensItsShor
         icon.fill(Qt::red);
         notices.show(mail, {"Mail", "Mail: New message", "From &lt;Ann&gt;"}, icon);
         ASSERT_TRUE(spinUntil([&] { return !service.shown().empty(); }));
-        const auto& shown = service.shown().front();
-        EXPECT_EQ(shown.appName, "Mail");
-        EXPECT_EQ(shown.summary, "Mail: New message");
-        EXPECT_EQ(shown.body, "From &lt;Ann&gt;");
-        EXPECT_TRUE(shown.actions.contains(QStringLiteral("default")));
-        EXPECT_EQ(shown.image, QSize(64, 64));
+        // The texts as the service reads them: pages_e2e.
+        EXPECT_TRUE(service.shown().front().actions.contains(QStringLiteral("default")));
+        EXPECT_EQ(service.shown().front().image, QSize(64, 64));
 
         // Let the reply with the id and the capabilities arrive before the click.
         spinFor(100ms);

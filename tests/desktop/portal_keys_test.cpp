@@ -2,6 +2,7 @@
 #include "desktop/keys/portal_keys.h"
 
 #include "desktop/qt_main_queue.h"
+#include "fake_service.h"
 #include "kit/keys/bar_hot_keys.h"
 #include "kit/keys/hot_key_combo.h"
 #include "kit/keys/number_keys.h"
@@ -10,20 +11,12 @@
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVariant>
-#include <QDBusVirtualObject>
-#include <QEventLoop>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QThread>
-
-#include <signal.h>
 
 #include <chrono>
 #include <map>
@@ -81,7 +74,7 @@ const QString kShortcutsInterface = QStringLiteral("org.freedesktop.portal.Globa
 // Response on the request's path, binds what it is asked unless the trigger is taken, and emits
 // Activated on demand. Lives on a thread of its own, as a portal is a process of its own: the
 // client's version probe blocks the test's thread. Its record is read under the lock.
-class FakePortal final : public QDBusVirtualObject
+class FakePortal final : public FakeService
 {
 public:
     struct Options
@@ -101,27 +94,21 @@ public:
     };
 
     FakePortal(const QString& address, Options options)
-        : m_options(std::move(options))
-        , m_bus(QDBusConnection::connectToBus(address, QStringLiteral("fake-portal")))
+        : FakeService(address, QStringLiteral("org.freedesktop.portal.Desktop"), kPortalPath)
+        , m_options(std::move(options))
     {
         // Registering gives the object a child, which must move with it.
         m_bus.registerVirtualObject(kPortalPath, this, QDBusConnection::SubPath);
         moveToThread(&m_thread);
         m_thread.start();
-        m_bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
+        m_bus.registerService(m_service);
     }
     ~FakePortal() override
     {
-        m_bus.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop"));
         m_bus.unregisterObject(kPortalPath, QDBusConnection::UnregisterTree);
         m_thread.quit();
         m_thread.wait();
-        QDBusConnection::disconnectFromBus(QStringLiteral("fake-portal"));
     }
-    FakePortal(const FakePortal&) = delete;
-    FakePortal& operator=(const FakePortal&) = delete;
-
-    QString introspect(const QString&) const override { return {}; }
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
     {
@@ -139,7 +126,7 @@ public:
         if (message.interface() == QStringLiteral("org.freedesktop.portal.Session")
             && member == QStringLiteral("Close")) {
             const std::lock_guard lock(m_mutex);
-            m_closed.push_back(message.path());
+            m_record.closed.push_back(message.path());
             connection.send(message.createReply());
             return true;
         }
@@ -151,8 +138,8 @@ public:
             const QString request = requestPath(message, options);
             connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(request))));
             const std::lock_guard lock(m_mutex);
-            m_session = kPortalPath + "/session/" + escaped(message.service()) + '/'
-                        + options.value("session_handle_token").toString();
+            m_record.session = kPortalPath + "/session/" + escaped(message.service()) + '/'
+                               + options.value("session_handle_token").toString();
             m_sessionRequest = request;
             if (!m_options.holdSession) {
                 answerSession();
@@ -177,8 +164,8 @@ public:
             }
             {
                 const std::lock_guard lock(m_mutex);
-                m_bindings.push_back(binding);
-                m_bindSessions.push_back(session);
+                m_record.bindings.push_back(binding);
+                m_record.bindSessions.push_back(session);
             }
             respond(request, 0, {{"shortcuts", QVariant::fromValue(bound)}});
             return true;
@@ -196,30 +183,23 @@ public:
     {
         auto signal = QDBusMessage::createSignal(
             kPortalPath, kShortcutsInterface, QStringLiteral("Activated"));
-        signal << QVariant::fromValue(QDBusObjectPath(session.value_or(this->session()))) << id
+        signal << QVariant::fromValue(QDBusObjectPath(session.value_or(record().session))) << id
                << QVariant::fromValue(qulonglong{0}) << QVariantMap();
         m_bus.send(signal);
     }
 
-    QString session() const
+    // What the portal was asked, read under the lock.
+    struct Record
+    {
+        QString session;
+        std::vector<std::vector<Bound>> bindings;
+        std::vector<QString> bindSessions;
+        std::vector<QString> closed;
+    };
+    Record record() const
     {
         const std::lock_guard lock(m_mutex);
-        return m_session;
-    }
-    std::vector<std::vector<Bound>> bindings() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_bindings;
-    }
-    std::vector<QString> bindSessions() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_bindSessions;
-    }
-    std::vector<QString> closed() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_closed;
+        return m_record;
     }
 
 private:
@@ -241,7 +221,7 @@ private:
             respond(m_sessionRequest, 2, {});
         } else {
             // A string, as the common portal sends it.
-            respond(m_sessionRequest, 0, {{"session_handle", m_session}});
+            respond(m_sessionRequest, 0, {{"session_handle", m_record.session}});
         }
         m_sessionRequest.clear();
     }
@@ -256,13 +236,9 @@ private:
 
     Options m_options;
     QThread m_thread;
-    QDBusConnection m_bus;
     mutable std::mutex m_mutex;
-    QString m_session;
     QString m_sessionRequest;
-    std::vector<std::vector<FakePortal::Bound>> m_bindings;
-    std::vector<QString> m_bindSessions;
-    std::vector<QString> m_closed;
+    Record m_record;
 };
 
 struct Press
@@ -272,26 +248,13 @@ struct Press
     bool operator==(const Press&) const = default;
 };
 
-class PortalHotKeysTest : public ::testing::Test
+class PortalHotKeysTest : public PrivateBusTest
 {
 protected:
     static void SetUpTestSuite()
     {
         qDBusRegisterMetaType<Shortcut>();
         qDBusRegisterMetaType<QList<Shortcut>>();
-        s_bus = new PrivateBus;
-    }
-    static void TearDownTestSuite()
-    {
-        delete s_bus;
-        s_bus = nullptr;
-    }
-
-    void SetUp() override
-    {
-        if (s_bus->address().isEmpty()) {
-            GTEST_SKIP() << "dbus-daemon is not installed or did not start";
-        }
     }
 
     void TearDown() override
@@ -305,7 +268,7 @@ protected:
 
     void startPortal(FakePortal::Options options = {})
     {
-        m_portal = std::make_unique<FakePortal>(s_bus->address(), std::move(options));
+        m_portal = std::make_unique<FakePortal>(m_bus.address(), std::move(options));
     }
 
     PortalHotKeys& startKeys()
@@ -313,7 +276,7 @@ protected:
         m_clientName = QStringLiteral("portal-client-%1").arg(++s_clients);
         m_client = true;
         m_keys = std::make_unique<PortalHotKeys>(
-            QDBusConnection::connectToBus(s_bus->address(), m_clientName));
+            QDBusConnection::connectToBus(m_bus.address(), m_clientName));
         m_keys->installHandler([this](uint32_t signature, uint32_t id) {
             m_presses.push_back({signature, id});
         });
@@ -333,10 +296,20 @@ protected:
         return spinUntil([&] { return m_keys->isSettled(); });
     }
 
+    // Settles, and gives what was said on standard error meanwhile.
+    std::string settleQuietly() const
+    {
+        ::testing::internal::CaptureStderr();
+        const bool settled = settle();
+        const std::string log = ::testing::internal::GetCapturedStderr();
+        EXPECT_TRUE(settled);
+        return log;
+    }
+
     std::set<QString> lastBoundIds() const
     {
         std::set<QString> ids;
-        const auto bindings = m_portal->bindings();
+        const auto bindings = m_portal->record().bindings;
         if (!bindings.empty()) {
             for (const auto& bound : bindings.back()) {
                 ids.insert(bound.id);
@@ -354,8 +327,7 @@ protected:
     }
 
     static constexpr ModifierSet kPair{Modifier::Option, Modifier::Command};
-    static PrivateBus* s_bus;
-    static int s_clients;
+    static inline int s_clients = 0;
 
     std::unique_ptr<FakePortal> m_portal;
     std::unique_ptr<PortalHotKeys> m_keys;
@@ -363,9 +335,6 @@ protected:
     bool m_client = false;
     std::vector<Press> m_presses;
 };
-
-PrivateBus* PortalHotKeysTest::s_bus = nullptr;
-int PortalHotKeysTest::s_clients = 0;
 
 TEST_F(PortalHotKeysTest,
        KeysRegisteredBeforeTheSessionAreBoundTogetherOnceItExistsAndOnlyTheirsCount)
@@ -381,12 +350,12 @@ TEST_F(PortalHotKeysTest,
     ASSERT_NE(one, nullptr);
     ASSERT_NE(menu, nullptr);
     spinFor(200ms);
-    EXPECT_TRUE(m_portal->bindings().empty()) << "bound before the session existed";
+    EXPECT_TRUE(m_portal->record().bindings.empty()) << "bound before the session existed";
     EXPECT_FALSE(keys.isSettled());
 
     m_portal->releaseSession();
     ASSERT_TRUE(settle());
-    const auto bindings = m_portal->bindings();
+    const auto bindings = m_portal->record().bindings;
     ASSERT_EQ(bindings.size(), 1U);
     std::map<QString, QString> triggers;
     for (const auto& bound : bindings.front()) {
@@ -396,7 +365,7 @@ TEST_F(PortalHotKeysTest,
     EXPECT_EQ(
         triggers,
         (std::map<QString, QString>{{"vntl-201", "ALT+LOGO+1"}, {"vntl-100", "CTRL+LOGO+g"}}));
-    EXPECT_EQ(m_portal->bindSessions().front(), m_portal->session());
+    EXPECT_EQ(m_portal->record().bindSessions.front(), m_portal->record().session);
     EXPECT_TRUE(keys.refused().empty());
 
     EXPECT_TRUE(pressed("vntl-100", {kHotKeySignature, 100}));
@@ -420,13 +389,10 @@ TEST_F(PortalHotKeysTest, RefusedKeyIsReportedAndTheOthersStillWork)
     taken.takenTriggers = {"ALT+LOGO+2"};
     startPortal(taken);
     PortalHotKeys& keys = startKeys();
-    ::testing::internal::CaptureStderr();
     auto one = digit(1);
     auto two = digit(2);
     auto three = digit(3);
-    const bool settled = settle();
-    const std::string log = ::testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(settled);
+    const std::string log = settleQuietly();
 
     EXPECT_EQ(keys.refused(), std::vector<std::string>{"Alt+Super+2"});
     EXPECT_NE(log.find("Alt+Super+2"), std::string::npos) << log;
@@ -435,43 +401,39 @@ TEST_F(PortalHotKeysTest, RefusedKeyIsReportedAndTheOthersStillWork)
     EXPECT_TRUE(pressed("vntl-203", {kHotKeySignature, 203}));
 }
 
-TEST_F(PortalHotKeysTest, ReplacingTheWholeSetSendsTheFinalSetOnceAndAnUnchangedSetNever)
+TEST_F(PortalHotKeysTest, ReplacingTheWholeSetSendsTheFinalSetOnceAnUnchangedSetNever)
 {
     startPortal();
     PortalHotKeys& keys = startKeys();
     ASSERT_TRUE(settle());
-    QtMainQueue queue;
-    kit::keys::BarHotKeys barKeys(keys, queue);
-    std::vector<int> items;
-    barKeys.onItem = [&](int n) { items.push_back(n); };
-    const kit::keys::NumberKeys pair{kPair};
-    barKeys.registerKeys(12, pair, HotKeyCombo(5, 0x140000), std::nullopt);
-    barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
-    ASSERT_TRUE(settle());
+    {
+        QtMainQueue queue;
+        kit::keys::BarHotKeys barKeys(keys, queue);
+        std::vector<int> items;
+        barKeys.onItem = [&](int n) { items.push_back(n); };
+        const kit::keys::NumberKeys pair{kPair};
+        barKeys.registerKeys(12, pair, HotKeyCombo(5, 0x140000), std::nullopt);
+        barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
+        ASSERT_TRUE(settle());
+        ASSERT_EQ(m_portal->record().bindings.size(), 1U);
+        EXPECT_EQ(lastBoundIds(),
+                  (std::set<QString>{"vntl-201", "vntl-202", "vntl-203", "vntl-300", "vntl-301"}));
+        // The same set again, as when the showing bar changes to one of as many icons.
+        barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
+        ASSERT_TRUE(settle());
+        EXPECT_EQ(m_portal->record().bindings.size(), 1U);
+        m_portal->activate("vntl-203");
+        ASSERT_TRUE(spinUntil([&] { return !items.empty(); }));
+        EXPECT_EQ(items, std::vector<int>{3});
+    }
 
-    ASSERT_EQ(m_portal->bindings().size(), 1U);
-    EXPECT_EQ(lastBoundIds(),
-              (std::set<QString>{"vntl-201", "vntl-202", "vntl-203", "vntl-300", "vntl-301"}));
-    // The same set again, as when the showing bar changes to one of as many icons.
-    barKeys.registerKeys(3, pair, std::nullopt, std::nullopt);
-    ASSERT_TRUE(settle());
-    EXPECT_EQ(m_portal->bindings().size(), 1U);
-    m_portal->activate("vntl-203");
-    ASSERT_TRUE(spinUntil([&] { return !items.empty(); }));
-    EXPECT_EQ(items, std::vector<int>{3});
-}
-
-TEST_F(PortalHotKeysTest, DestroyingTheServiceClosesItsSession)
-{
-    startPortal();
-    startKeys();
+    // Destroying the service closes its session; a handle outliving it ends quietly.
     auto one = digit(1);
     ASSERT_TRUE(settle());
-    const QString session = m_portal->session();
+    const QString session = m_portal->record().session;
     m_keys.reset();
-    ASSERT_TRUE(spinUntil([&] { return !m_portal->closed().empty(); }));
-    EXPECT_EQ(m_portal->closed(), std::vector<QString>{session});
-    // A handle outliving its service ends quietly.
+    ASSERT_TRUE(spinUntil([&] { return !m_portal->record().closed.empty(); }));
+    EXPECT_EQ(m_portal->record().closed, std::vector<QString>{session});
     one.reset();
 }
 
@@ -487,8 +449,7 @@ TEST_F(PortalHotKeysTest, UnavailableWithoutAPortalThatOffersGlobalShortcuts)
     FakePortal::Options older;
     older.offersShortcuts = false;
     startPortal(older);
-    EXPECT_FALSE(
-        PortalHotKeys::isOffered(QDBusConnection::connectToBus(s_bus->address(), "probe")));
+    EXPECT_FALSE(PortalHotKeys::isOffered(QDBusConnection::connectToBus(m_bus.address(), "probe")));
     QDBusConnection::disconnectFromBus("probe");
     EXPECT_FALSE(startKeys().isAvailable());
 }
@@ -500,54 +461,42 @@ TEST_F(PortalHotKeysTest, RefusedSessionLeavesEveryKeyUnbound)
     startPortal(refusing);
     PortalHotKeys& keys = startKeys();
     auto one = digit(1);
-    ::testing::internal::CaptureStderr();
-    const bool settled = settle();
-    const std::string log = ::testing::internal::GetCapturedStderr();
-    ASSERT_TRUE(settled);
+    const std::string log = settleQuietly();
     EXPECT_EQ(keys.refused(), std::vector<std::string>{"Alt+Super+1"});
     EXPECT_NE(log.find("session"), std::string::npos) << log;
-    EXPECT_TRUE(m_portal->bindings().empty());
+    EXPECT_TRUE(m_portal->record().bindings.empty());
     EXPECT_EQ(digit(2), nullptr);
 }
 
-// ---- triggers ----
-
-struct TriggerCase
+TEST(PortalTriggerTest, NamesTheKeyInThePortalsFormat)
 {
-    uint16_t keyCode;
-    ModifierSet modifiers;
-    std::optional<std::string> trigger;
-};
-
-class TriggerTest : public ::testing::TestWithParam<TriggerCase>
-{};
-
-TEST_P(TriggerTest, NamesTheKeyInThePortalsFormat)
-{
-    EXPECT_EQ(PortalHotKeys::triggerFor(GetParam().keyCode, GetParam().modifiers),
-              GetParam().trigger)
-        << "key code " << GetParam().keyCode;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Keys,
-    TriggerTest,
-    ::testing::Values(
+    const struct
+    {
+        uint16_t keyCode;
+        ModifierSet modifiers;
+        std::optional<std::string> trigger;
+    } rows[] = {
         // Modifiers always in one order, whatever the set was built from.
-        TriggerCase{kit::keys::digitKeyCode(1),
-                    {Modifier::Command, Modifier::Shift, Modifier::Option, Modifier::Control},
-                    "CTRL+ALT+SHIFT+LOGO+1"},
-        TriggerCase{kit::keys::digitKeyCode(0), {Modifier::Control}, "CTRL+0"},
+        {kit::keys::digitKeyCode(1),
+         {Modifier::Command, Modifier::Shift, Modifier::Option, Modifier::Control},
+         "CTRL+ALT+SHIFT+LOGO+1"},
+        {kit::keys::digitKeyCode(0), {Modifier::Control}, "CTRL+0"},
         // Letters by their unshifted keysym.
-        TriggerCase{key_code::kG, {Modifier::Shift, Modifier::Control}, "CTRL+SHIFT+g"},
-        TriggerCase{key_code::kLeftArrow, {Modifier::Option, Modifier::Command}, "ALT+LOGO+Left"},
-        TriggerCase{27, {Modifier::Control}, "CTRL+minus"},
-        TriggerCase{49, {Modifier::Command}, "LOGO+space"},
-        TriggerCase{89, {Modifier::Control}, "CTRL+KP_7"},
+        {key_code::kG, {Modifier::Shift, Modifier::Control}, "CTRL+SHIFT+g"},
+        {key_code::kLeftArrow, {Modifier::Option, Modifier::Command}, "ALT+LOGO+Left"},
+        {27, {Modifier::Control}, "CTRL+minus"},
+        {49, {Modifier::Command}, "LOGO+space"},
+        {89, {Modifier::Control}, "CTRL+KP_7"},
         // Function keys stand alone.
-        TriggerCase{96, {}, "F5"},
-        TriggerCase{74, {}, "XF86AudioMute"},
-        TriggerCase{200, {Modifier::Control}, std::nullopt}));
+        {96, {}, "F5"},
+        {74, {}, "XF86AudioMute"},
+        {200, {Modifier::Control}, std::nullopt},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(PortalHotKeys::triggerFor(row.keyCode, row.modifiers), row.trigger)
+            << "key code " << row.keyCode;
+    }
+}
 
 } // namespace
 } // namespace desktop

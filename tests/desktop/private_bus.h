@@ -4,6 +4,8 @@
 #include "spin.h"
 #include "support/temp_dir.h"
 
+#include <gtest/gtest.h>
+
 #include <QProcess>
 #include <QStandardPaths>
 #include <QString>
@@ -63,6 +65,20 @@ private:
     testing_support::TempDir m_folder;
     QString m_address;
     int m_pid = 0;
+};
+
+// Each test on a bus of its own; skipped where no bus can be started.
+class PrivateBusTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (m_bus.address().isEmpty()) {
+            GTEST_SKIP() << "dbus-daemon is not installed or did not start";
+        }
+    }
+
+    PrivateBus m_bus;
 };
 
 } // namespace desktop
