@@ -134,7 +134,7 @@ std::vector<std::string> ProposalInbox::leftOutNames() const
         }
     }
     for (const auto* item : m_review->items()) {
-        name(ProposalEntry::shortcut(item->id), item->name);
+        name(ProposalEntry::shortcut(item->id), std::string(item->name()));
     }
     for (const auto& row : m_review->barRenames) {
         name(ProposalEntry::barRename(row.id), row.from);

@@ -42,7 +42,9 @@ public:
     {
         const Shortcut* shortcut = nullptr;
         const Shortcut* parent = nullptr;
-        size_t index = 0;
+        uint32_t index = 0;
+        // Set and cleared by one walk that must meet each shortcut once.
+        mutable bool isMarked = false;
     };
 
     explicit LibraryIndex(const Library& library)
@@ -102,7 +104,7 @@ private:
     void add(const std::vector<Shortcut>& list, const Shortcut* parent)
     {
         for (size_t i = 0; i < list.size(); ++i) {
-            insert(list[i].id, Entry{&list[i], parent, i});
+            insert(list[i].id, Entry{&list[i], parent, static_cast<uint32_t>(i)});
             add(list[i].target.members(), &list[i]);
         }
     }
@@ -391,9 +393,12 @@ std::optional<std::string> pathOf(const Target& target)
     return std::nullopt;
 }
 
-std::vector<FieldChange> differences(const Shortcut& a, const Shortcut& b, const SessionName& name)
+// Appends the differences to `changes`.
+void differences(const Shortcut& a,
+                 const Shortcut& b,
+                 const SessionName& name,
+                 std::vector<FieldChange>& changes)
 {
-    std::vector<FieldChange> changes;
     auto add = [&](std::string_view field, std::string from, std::string to) {
         changes.push_back({std::string(field), std::move(from), std::move(to)});
     };
@@ -499,10 +504,79 @@ std::vector<FieldChange> differences(const Shortcut& a, const Shortcut& b, const
             add("Zoom", text(ua.pageZoom), text(ub->pageZoom));
         }
     }
-    return changes;
 }
 
 constexpr const char* kPlaceLabel = "Place";
+
+} // namespace
+
+// Adds a bar review's rows, keeping their names, notes, changes and shortcuts in the bar's store.
+class ItemRows
+{
+public:
+    explicit ItemRows(BarReview& bar)
+        : m_rows(bar.items)
+        , m_store(std::make_shared<ItemStore>())
+    {
+        bar.m_store = m_store;
+    }
+
+    void reserve(size_t rows) { m_rows.reserve(rows); }
+
+    size_t add(const ShortcutID& id, std::string_view name, Target::Kind kind, int depth)
+    {
+        ItemReview row;
+        row.id = id;
+        row.kind = kind;
+        row.depth = depth;
+        row.m_store = m_store.get();
+        row.m_name = put(name);
+        m_rows.push_back(std::move(row));
+        return m_rows.size() - 1;
+    }
+
+    ItemReview& operator[](size_t row) { return m_rows[row]; }
+
+    void setName(size_t row, std::string_view name) { m_rows[row].m_name = put(name); }
+    void setNote(size_t row, std::string_view note) { m_rows[row].m_note = put(note); }
+
+    void setShortcut(size_t row, Shortcut shortcut)
+    {
+        auto& chunks = m_store->m_shortcuts;
+        if (chunks.empty() || chunks.back().size() == ItemStore::kChunk) {
+            chunks.emplace_back().reserve(ItemStore::kChunk);
+        }
+        chunks.back().push_back(std::move(shortcut));
+        m_rows[row].m_shortcut = static_cast<uint32_t>((chunks.size() - 1) * ItemStore::kChunk
+                                                       + chunks.back().size() - 1);
+    }
+
+    // A row's changes are appended between the two calls, nothing else's in between.
+    std::vector<FieldChange>& beginChanges(size_t row)
+    {
+        m_rows[row].m_changes = static_cast<uint32_t>(m_store->m_changes.size());
+        return m_store->m_changes;
+    }
+    void endChanges(size_t row)
+    {
+        ItemReview& item = m_rows[row];
+        item.m_changeCount = static_cast<uint32_t>(m_store->m_changes.size() - item.m_changes);
+    }
+
+private:
+    ItemReview::Text put(std::string_view text)
+    {
+        ItemReview::Text range{static_cast<uint32_t>(m_store->m_text.size()),
+                               static_cast<uint32_t>(text.size())};
+        m_store->m_text += text;
+        return range;
+    }
+
+    std::vector<ItemReview>& m_rows;
+    std::shared_ptr<ItemStore> m_store;
+};
+
+namespace {
 
 class Reviewer
 {
@@ -731,12 +805,13 @@ private:
         }
         const LibraryIndex& index = indexOf(*library);
         const size_t proposedCount = countIn(proposed.shortcuts);
-        bar.items.reserve(proposedCount + proposed.removals.size());
+        ItemRows rows(bar);
+        rows.reserve(proposedCount + proposed.removals.size());
         m_seen.reserve(m_seen.size() + proposedCount);
         for (const auto& shortcut : proposed.shortcuts) {
-            reviewShortcut(shortcut, 0, nullptr, index, bar.items);
+            reviewShortcut(shortcut, 0, nullptr, index, rows);
         }
-        reviewRemovals(proposed.removals, index, bar.items);
+        reviewRemovals(proposed.removals, index, rows);
         m_review.bars.push_back(std::move(bar));
     }
 
@@ -745,11 +820,9 @@ private:
                                            int depth,
                                            const ProposedShortcut* parent,
                                            const LibraryIndex& index,
-                                           std::vector<ItemReview>& rows)
+                                           ItemRows& rows)
     {
-        size_t at = rows.size();
-        rows.push_back(
-            {proposed.id, proposed.name, proposed.target.kind, depth, {}, {}, {}, {}, {}});
+        const size_t at = rows.add(proposed.id, proposed.name, proposed.target.kind, depth);
         rows[at].placement = depth == 0 ? proposed.placement : std::nullopt;
 
         std::optional<Refusal> refusal;
@@ -846,7 +919,7 @@ private:
         }
         if (unreachable) {
             row.verdict = Verdict::needsAccess(*unreachable);
-            row.note = kNotReachedNote;
+            rows.setNote(at, kNotReachedNote);
             return kept && existing ? std::optional<Shortcut>(*existing) : std::nullopt;
         }
         Shortcut shortcut{proposed.id,
@@ -862,34 +935,38 @@ private:
                 shortcut.id = ShortcutID::make();
             }
             row.verdict = Verdict::added();
-            return written(row, std::move(shortcut), kept);
+            return written(rows, at, std::move(shortcut), kept);
         }
-        row.changes = differences(
-            *existing, shortcut, [this](const SessionID& id) { return sessionName(id); });
+        std::vector<FieldChange>& changes = rows.beginChanges(at);
+        const size_t first = changes.size();
+        differences(
+            *existing, shortcut, [this](const SessionID& id) { return sessionName(id); }, changes);
         if (depth == 0 && placement && !isAlready(existingEntry, *placement)) {
-            row.changes.push_back(
+            changes.push_back(
                 {kPlaceLabel, describePlace(existingEntry), describe(index, *placement)});
         } else if (depth > 0
                    && (!existingEntry->parent || existingEntry->parent->id != parent->id)) {
-            row.changes.push_back(
+            changes.push_back(
                 {kPlaceLabel, describePlace(existingEntry), "In " + quoted(parent->name)});
         }
-        if (row.changes.empty()) {
+        rows.endChanges(at);
+        const size_t count = changes.size() - first;
+        if (count == 0) {
             row.verdict = Verdict::unchanged();
             return kept ? std::optional<Shortcut>(*existing) : std::nullopt;
         }
-        bool onlyPlace = row.changes.size() == 1 && row.changes.front().field == kPlaceLabel;
+        bool onlyPlace = count == 1 && changes[first].field == kPlaceLabel;
         row.verdict = onlyPlace ? Verdict::moved() : Verdict::changed();
-        return written(row, std::move(shortcut), kept);
+        return written(rows, at, std::move(shortcut), kept);
     }
 
-    static std::optional<Shortcut> written(ItemReview& row, Shortcut shortcut, bool kept)
+    static std::optional<Shortcut> written(ItemRows& rows, size_t at, Shortcut shortcut, bool kept)
     {
         if (!kept) {
-            row.shortcut = std::move(shortcut);
+            rows.setShortcut(at, std::move(shortcut));
             return std::nullopt;
         }
-        row.shortcut = shortcut;
+        rows.setShortcut(at, shortcut);
         return shortcut;
     }
 
@@ -921,30 +998,40 @@ private:
 
     void reviewRemovals(const std::vector<ShortcutID>& removals,
                         const LibraryIndex& index,
-                        std::vector<ItemReview>& rows)
+                        ItemRows& rows)
     {
-        std::unordered_set<ShortcutID> taken;
+        // Ids on the bar are marked in its index rather than gathered in a table of their own:
+        // a big table freed at the heap's top would be handed back and faulted in again.
+        std::unordered_set<ShortcutID> unknown;
         for (const auto& id : removals) {
-            if (!taken.insert(id).second) {
-                continue;
-            }
-            ItemReview row{id, {}, Target::Kind::Divider, 0, {}, {}, {}, {}, {}};
             const auto* entry = index.find(id);
             if (entry == nullptr) {
-                row.verdict = Verdict::refused(Refusal::UnknownShortcut);
-            } else {
-                const Shortcut& shortcut = *entry->shortcut;
-                row.name = shortcut.name;
-                row.kind = shortcut.target.kind();
-                row.verdict = Verdict::removed();
-                size_t inside = Library::flatten(shortcut.target.members()).size();
-                if (inside == 1) {
-                    row.note = "The item inside it goes too.";
-                } else if (inside > 1) {
-                    row.note = "The " + std::to_string(inside) + " items inside it go too.";
+                if (unknown.insert(id).second) {
+                    const size_t at = rows.add(id, {}, Target::Kind::Divider, 0);
+                    rows[at].verdict = Verdict::refused(Refusal::UnknownShortcut);
                 }
+                continue;
             }
-            rows.push_back(std::move(row));
+            if (std::exchange(entry->isMarked, true)) {
+                continue;
+            }
+            const size_t at = rows.add(id, {}, Target::Kind::Divider, 0);
+            ItemReview& row = rows[at];
+            const Shortcut& shortcut = *entry->shortcut;
+            rows.setName(at, shortcut.name);
+            row.kind = shortcut.target.kind();
+            row.verdict = Verdict::removed();
+            size_t inside = Library::flatten(shortcut.target.members()).size();
+            if (inside == 1) {
+                rows.setNote(at, "The item inside it goes too.");
+            } else if (inside > 1) {
+                rows.setNote(at, "The " + std::to_string(inside) + " items inside it go too.");
+            }
+        }
+        for (const auto& id : removals) {
+            if (const auto* entry = index.find(id)) {
+                entry->isMarked = false;
+            }
         }
     }
 
@@ -1138,6 +1225,23 @@ std::string_view word(Verdict::Kind kind)
         return "refused";
     }
     return {};
+}
+
+bool ItemReview::operator==(const ItemReview& other) const
+{
+    auto same = [](const Shortcut* a, const Shortcut* b) { return a ? b && *a == *b : !b; };
+    auto changes = this->changes();
+    auto otherChanges = other.changes();
+    return id == other.id && kind == other.kind && depth == other.depth && verdict == other.verdict
+           && placement == other.placement && name() == other.name() && note() == other.note()
+           && same(shortcut(), other.shortcut())
+           && std::equal(changes.begin(), changes.end(), otherChanges.begin(), otherChanges.end());
+}
+
+bool BarReview::operator==(const BarReview& other) const
+{
+    return destination == other.destination && name == other.name && barID == other.barID
+           && isNew == other.isNew && refusal == other.refusal && items == other.items;
 }
 
 bool BarReview::writes() const
@@ -1357,14 +1461,20 @@ std::vector<FieldChange> ShortcutDifference::changes(const Shortcut& from,
                                                      const Shortcut& to,
                                                      const std::vector<Session>& sessions)
 {
-    return differences(from, to, [&](const SessionID& id) {
-        for (const auto& session : sessions) {
-            if (session.id == id) {
-                return session.name;
+    std::vector<FieldChange> changes;
+    differences(
+        from,
+        to,
+        [&](const SessionID& id) {
+            for (const auto& session : sessions) {
+                if (session.id == id) {
+                    return session.name;
+                }
             }
-        }
-        return std::string("Unknown account");
-    });
+            return std::string("Unknown account");
+        },
+        changes);
+    return changes;
 }
 
 } // namespace kit::proposal

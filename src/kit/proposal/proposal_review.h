@@ -4,9 +4,11 @@
 #include "kit/proposal/library_snapshot.h"
 #include "kit/proposal/proposal.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -112,69 +114,84 @@ struct FieldChange
     bool operator==(const FieldChange&) const = default;
 };
 
-// An optional value kept on the heap, copied and compared as the value itself: a review row holds
-// the whole shortcut it would write only when it writes one, so the rest stay small.
-template <class T> class Boxed
+class ItemRows;
+
+// What a bar's rows keep out of line, each kind in a few large blocks rather than a block per row:
+// the shortcuts the rows would write, their field changes, and their names and notes end to end.
+// Filled while the review is made and only read afterwards.
+class ItemStore
 {
 public:
-    Boxed() = default;
-    // Implicit, as std::optional's, so it stands in for one.
-    Boxed(std::nullopt_t) {} // NOLINT(google-explicit-constructor)
-    Boxed(T value)           // NOLINT(google-explicit-constructor)
-        : m_value(std::make_unique<T>(std::move(value)))
-    {}
-    Boxed(const Boxed& other)
-        : m_value(other.m_value ? std::make_unique<T>(*other.m_value) : nullptr)
-    {}
-    Boxed(Boxed&&) noexcept = default;
-    Boxed& operator=(const Boxed& other)
+    const Shortcut& shortcut(uint32_t index) const
     {
-        if (this != &other) {
-            m_value = other.m_value ? std::make_unique<T>(*other.m_value) : nullptr;
-        }
-        return *this;
-    }
-    Boxed& operator=(Boxed&&) noexcept = default;
-    Boxed& operator=(T&& value)
-    {
-        m_value = std::make_unique<T>(std::move(value));
-        return *this;
-    }
-    ~Boxed() = default;
-
-    explicit operator bool() const { return m_value != nullptr; }
-    bool has_value() const { return m_value != nullptr; } // NOLINT(readability-identifier-naming)
-    const T& operator*() const { return *m_value; }
-    T& operator*() { return *m_value; }
-    const T* operator->() const { return m_value.get(); }
-    T* operator->() { return m_value.get(); }
-    std::optional<T> optional() const
-    {
-        return m_value ? std::optional<T>(*m_value) : std::nullopt;
-    }
-
-    bool operator==(const Boxed& other) const
-    {
-        return m_value ? other.m_value && *m_value == *other.m_value : !other.m_value;
+        return m_shortcuts[index / kChunk][index % kChunk];
     }
 
 private:
-    std::unique_ptr<T> m_value;
+    friend class ItemRows;
+    friend class ItemReview;
+    // Chunks of a few dozen kilobytes: freed, they serve the next review, where blocks of a
+    // megabyte at the heap's top would be handed back to the system and faulted in again.
+    static constexpr uint32_t kChunk = 64;
+
+    std::vector<std::vector<Shortcut>> m_shortcuts;
+    std::vector<FieldChange> m_changes;
+    std::string m_text;
 };
 
-struct ItemReview
+// One row of a bar's review. Its name, note, changes and shortcut are read from the store of the
+// bar review it belongs to: a row is valid while that review, or a copy of it, lives.
+class ItemReview
 {
+public:
     ShortcutID id;
-    std::string name;
     Target::Kind kind = Target::Kind::Divider;
     int depth = 0;
     Verdict verdict;
-    Boxed<Shortcut> shortcut; // what applying would write
     std::optional<Placement> placement;
-    std::vector<FieldChange> changes;
-    std::optional<std::string> note;
 
-    bool operator==(const ItemReview&) const = default;
+    std::string_view name() const { return text(m_name); }
+    // What applying would write; null when the row writes no shortcut.
+    const Shortcut* shortcut() const
+    {
+        return m_shortcut == kNone ? nullptr : &m_store->shortcut(m_shortcut);
+    }
+    std::span<const FieldChange> changes() const
+    {
+        return m_changeCount == 0 ? std::span<const FieldChange>()
+                                  : std::span(m_store->m_changes).subspan(m_changes, m_changeCount);
+    }
+    std::optional<std::string_view> note() const
+    {
+        return m_note.size == kNone ? std::nullopt : std::optional(text(m_note));
+    }
+
+    // As values: where the parts are kept does not matter.
+    bool operator==(const ItemReview& other) const;
+
+private:
+    friend class ItemRows;
+    static constexpr uint32_t kNone = UINT32_MAX;
+
+    // A stretch of the store's text; documents are bounded far below 4 GiB.
+    struct Text
+    {
+        uint32_t at = 0;
+        uint32_t size = 0;
+    };
+    std::string_view text(Text range) const
+    {
+        return range.size == 0 || range.size == kNone
+                   ? std::string_view()
+                   : std::string_view(m_store->m_text).substr(range.at, range.size);
+    }
+
+    const ItemStore* m_store = nullptr;
+    Text m_name;
+    Text m_note{0, kNone};
+    uint32_t m_changes = 0;
+    uint32_t m_changeCount = 0;
+    uint32_t m_shortcut = kNone;
 };
 
 struct BarReview
@@ -192,7 +209,12 @@ struct BarReview
     // Writes the top-level rows that write into the bar's library; members come with their group.
     void apply(Library& library) const;
 
-    bool operator==(const BarReview&) const = default;
+    bool operator==(const BarReview& other) const;
+
+private:
+    friend class ItemRows;
+    // What the rows keep out of line; copies of the review share it.
+    std::shared_ptr<const ItemStore> m_store;
 };
 
 struct BarRemovalReview

@@ -279,7 +279,8 @@ void BarReview::apply(Library& library) const
             writer.remove(row.id);
             continue;
         }
-        if (!row.shortcut) {
+        const Shortcut* shortcut = row.shortcut();
+        if (shortcut == nullptr) {
             continue;
         }
         bool isNew = row.verdict.kind == Verdict::Kind::Added;
@@ -287,17 +288,17 @@ void BarReview::apply(Library& library) const
             row.placement
             && (row.placement->kind == Placement::Kind::Group || row.placement->position || !isNew);
         // A group brings members that may be mentioned elsewhere, so it is placed on its own.
-        if (positioned && !isNew && !row.placement->position && !row.shortcut->target.isGroup()) {
-            run.push_back({&*row.shortcut, row.placement->groupID()});
+        if (positioned && !isNew && !row.placement->position && !shortcut->target.isGroup()) {
+            run.push_back({shortcut, row.placement->groupID()});
             continue;
         }
         flushRun();
         if (positioned) {
-            writer.place(*row.shortcut, *row.placement, isNew);
+            writer.place(*shortcut, *row.placement, isNew);
         } else if (isNew) {
-            writer.append(*row.shortcut);
+            writer.append(*shortcut);
         } else {
-            writer.replace(*row.shortcut);
+            writer.replace(*shortcut);
         }
     }
     flushRun();

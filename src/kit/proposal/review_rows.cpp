@@ -81,7 +81,7 @@ std::string itemName(const ItemReview& item)
     if (item.kind == Target::Kind::Divider) {
         return "Divider";
     }
-    return item.name.empty() ? "(no name)" : inQuotes(item.name);
+    return item.name().empty() ? "(no name)" : inQuotes(std::string(item.name()));
 }
 
 // What a shortcut opens, and with what, so the person can judge it before it is on a bar.
@@ -133,9 +133,12 @@ ReviewRow itemRow(const ItemReview& item, size_t bar, const AccountName& account
     row.verdict = std::string(word(item.verdict.kind));
     row.tone = tone(item.verdict);
     row.depth = item.depth;
-    row.shortcut = item.shortcut.optional();
-    if (item.shortcut && item.verdict.kind == Verdict::Kind::Added) {
-        row.details = whatItIs(*item.shortcut, accountName);
+    const Shortcut* shortcut = item.shortcut();
+    if (shortcut != nullptr) {
+        row.shortcut = *shortcut;
+    }
+    if (shortcut != nullptr && item.verdict.kind == Verdict::Kind::Added) {
+        row.details = whatItIs(*shortcut, accountName);
     }
     if (item.verdict.kind == Verdict::Kind::Refused) {
         row.details.emplace_back(description(item.verdict.refusal));
@@ -143,10 +146,10 @@ ReviewRow itemRow(const ItemReview& item, size_t bar, const AccountName& account
         row.details.push_back(item.verdict.path + kNotReachedNote);
     }
     // The review notes a row out of reach itself; the path line above already says it.
-    if (item.note && *item.note != kNotReachedNote) {
-        row.details.push_back(*item.note);
+    if (auto note = item.note(); note && *note != kNotReachedNote) {
+        row.details.emplace_back(*note);
     }
-    for (const auto& change : item.changes) {
+    for (const auto& change : item.changes()) {
         row.details.push_back(changeText(change));
     }
     if (item.verdict.writes()) {

@@ -922,7 +922,10 @@ WriteTools::Answer WriteTools::Answer::of(const ProposalReview& review, std::str
             addOnce(answer.newBars, bar.name);
         }
         for (const auto& row : bar.items) {
-            Item entry{row.id.string(), row.name, verdictWord(row.verdict.kind), std::nullopt};
+            Item entry{row.id.string(),
+                       std::string(row.name()),
+                       verdictWord(row.verdict.kind),
+                       std::nullopt};
             if (row.verdict.kind == Verdict::Kind::Refused) {
                 entry.detail = std::string(proposal::description(row.verdict.refusal));
             } else if (row.verdict.kind == Verdict::Kind::NeedsAccess) {

@@ -119,7 +119,7 @@ TEST_F(ProposalInboxTest, ASecondProposalReplacesTheFirstAndItsProposerHearsSo)
     EXPECT_EQ(decisions[0].kind, Decision::Kind::Replaced);
     ASSERT_TRUE(inboxUnderTest.review());
     ASSERT_EQ(inboxUnderTest.review()->items().size(), 1u);
-    EXPECT_EQ(inboxUnderTest.review()->items()[0]->name, "Second");
+    EXPECT_EQ(inboxUnderTest.review()->items()[0]->name(), "Second");
     EXPECT_EQ(inboxUnderTest.fileName(), "second.vantorel");
     EXPECT_TRUE(second.empty());
     inboxUnderTest.dismiss();

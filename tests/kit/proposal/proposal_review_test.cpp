@@ -161,8 +161,8 @@ TEST_F(ProposalReviewTest, AnAccountNamedLikeAnExistingOneIsMatchedAndItsLinksUs
     EXPECT_EQ(result.sessions[1].verdict.kind, SessionReview::Verdict::Kind::Added);
     EXPECT_EQ(result.sessions[1].session.name, "Session");
     const ItemReview& row = result.bars[0].items[0];
-    ASSERT_TRUE(row.shortcut);
-    EXPECT_EQ(row.shortcut->target.urlTarget()->sessionID, work.id);
+    ASSERT_TRUE(row.shortcut());
+    EXPECT_EQ(row.shortcut()->target.urlTarget()->sessionID, work.id);
     EXPECT_EQ(result.sessionsToWrite().size(), 1u);
 }
 
@@ -206,14 +206,14 @@ TEST_F(ProposalReviewTest, APlacementAloneIsAMoveAndWithARenameAChange)
     ProposalReview moved = reviewOf(onActiveBar({proposed(docs, Placement::inGroup(mail.id, 0))}));
     const ItemReview& row = moved.bars[0].items[0];
     EXPECT_EQ(row.verdict, Verdict::moved());
-    EXPECT_THAT(row.changes,
+    EXPECT_THAT(row.changes(),
                 ElementsAre(FieldChange{"Place", "On the bar, at 2", "In \u201CMail\u201D, at 1"}));
 
     ProposedShortcut renamed = proposed(docs, Placement::top(0));
     renamed.name = "Documents";
     ProposalReview changed = reviewOf(onActiveBar({renamed}));
     EXPECT_EQ(changed.bars[0].items[0].verdict, Verdict::changed());
-    EXPECT_EQ(changed.bars[0].items[0].changes.size(), 2u);
+    EXPECT_EQ(changed.bars[0].items[0].changes().size(), 2u);
 }
 
 struct PlacementCase
@@ -276,11 +276,11 @@ TEST_F(ProposalReviewTest, AFileOutsideEveryGrantedFolderNeedsAccessAndStaysOut)
     };
     ProposalReview result = reviewOf(onActiveBar({inside, outside, smuggled}), reach);
     EXPECT_EQ(result.bars[0].items[0].verdict, Verdict::added());
-    EXPECT_EQ(result.bars[0].items[0].shortcut->target.fileTarget()->bookmark.displayPath,
+    EXPECT_EQ(result.bars[0].items[0].shortcut()->target.fileTarget()->bookmark.displayPath,
               "/granted/a.txt");
     EXPECT_EQ(result.bars[0].items[1].verdict, Verdict::needsAccess("/elsewhere"));
-    EXPECT_EQ(result.bars[0].items[1].note, kNotReachedNote);
-    EXPECT_FALSE(result.bars[0].items[1].shortcut);
+    EXPECT_EQ(result.bars[0].items[1].note(), kNotReachedNote);
+    EXPECT_FALSE(result.bars[0].items[1].shortcut());
     EXPECT_EQ(result.bars[0].items[2].verdict, Verdict::needsAccess("/etc/shadow"));
 }
 
@@ -295,11 +295,39 @@ TEST_F(ProposalReviewTest, RemovalsCountWhatGoesWithAGroup)
         review(onActiveBar({}, {full.id, empty.id, single.id, full.id, unknown}), one, {});
     const auto& items = result.bars[0].items;
     ASSERT_EQ(items.size(), 4u);
-    EXPECT_EQ(items[0].note, "The 3 items inside it go too.");
-    EXPECT_FALSE(items[1].note);
-    EXPECT_EQ(items[2].note, "The item inside it goes too.");
+    EXPECT_EQ(items[0].note(), "The 3 items inside it go too.");
+    EXPECT_FALSE(items[1].note());
+    EXPECT_EQ(items[2].note(), "The item inside it goes too.");
     EXPECT_EQ(items[3].verdict, Verdict::refused(Refusal::UnknownShortcut));
     EXPECT_EQ(result.count(Verdict::Kind::Removed), 3);
+}
+
+// Rows keep their parts out of line, shared by copies: a copy reads them after the original is
+// gone, compares as a value, and a second bar on the same library sees its removals afresh.
+TEST_F(ProposalReviewTest, ACopyOfAReviewReadsItsRowsOnItsOwn)
+{
+    ProposedShortcut renamed = proposed(docs);
+    renamed.name = "Documents";
+    Proposal proposal = onActiveBar({renamed, app("Notes")}, {mail.id, mail.id});
+    proposal.bars.push_back(
+        {BarDestination::existing(bars[0].id), {}, {mail.id, ShortcutID::make()}});
+
+    std::optional<ProposalReview> original = reviewOf(proposal);
+    ProposalReview copy = *original;
+    original.reset();
+
+    ASSERT_EQ(copy.bars.size(), 2u);
+    const auto& items = copy.bars[0].items;
+    ASSERT_EQ(items.size(), 3u);
+    EXPECT_EQ(items[0].name(), "Documents");
+    EXPECT_THAT(items[0].changes(), ElementsAre(FieldChange{"Name", "Docs", "Documents"}));
+    ASSERT_TRUE(items[1].shortcut());
+    EXPECT_EQ(items[1].shortcut()->name, "Notes");
+    EXPECT_EQ(items[2].name(), "Mail");
+    EXPECT_EQ(items[2].note(), "The item inside it goes too.");
+    EXPECT_THAT(verdicts(copy.bars[1]),
+                ElementsAre(Verdict::Kind::Removed, Verdict::Kind::Refused));
+    EXPECT_EQ(copy, reviewOf(proposal));
 }
 
 TEST_F(ProposalReviewTest, RemovingEveryBarKeepsTheLastOneListed)
@@ -378,11 +406,11 @@ TEST_F(ProposalReviewTest, AMemberChangedInsideAGroupChangesTheGroupToo)
     const auto& items = result.bars[0].items;
     ASSERT_EQ(items.size(), 3u);
     EXPECT_EQ(items[0].verdict, Verdict::changed());
-    EXPECT_EQ(items[0].changes[0].field, "Members");
-    EXPECT_EQ(items[0].changes[0].to, "Inbox, Docs");
+    EXPECT_EQ(items[0].changes()[0].field, "Members");
+    EXPECT_EQ(items[0].changes()[0].to, "Inbox, Docs");
     EXPECT_EQ(items[1].verdict, Verdict::changed());
     EXPECT_EQ(items[2].verdict, Verdict::moved());
-    EXPECT_EQ(items[2].changes[0].to, "In \u201CMail\u201D");
+    EXPECT_EQ(items[2].changes()[0].to, "In \u201CMail\u201D");
 }
 
 TEST(ShortcutDifferenceTest, ValuesReadAsThePersonReadsThem)
@@ -463,7 +491,7 @@ TEST_F(ProposalReviewTest, AShortcutThatStandsOnAnotherBarIsWrittenUnderANewID)
         ProposalReview result = reviewOf(proposal);
         const ItemReview& item = result.bars[0].items[0];
         ASSERT_EQ(item.verdict, Verdict::added());
-        ASSERT_TRUE(item.shortcut);
-        EXPECT_EQ(item.shortcut->id == row.shortcut.id, row.keepsID);
+        ASSERT_TRUE(item.shortcut());
+        EXPECT_EQ(item.shortcut()->id == row.shortcut.id, row.keepsID);
     }
 }
