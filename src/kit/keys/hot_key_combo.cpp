@@ -92,17 +92,6 @@ uint16_t digitKeyCode(int digit)
     return kDigitCodes.at(static_cast<size_t>(digit));
 }
 
-uint32_t HotKeyCombo::carbonModifiers() const
-{
-    ModifierSet set = modifierSet();
-    uint32_t out = 0;
-    out |= set.contains(Modifier::Command) ? 256U : 0U;
-    out |= set.contains(Modifier::Shift) ? 512U : 0U;
-    out |= set.contains(Modifier::Option) ? 2048U : 0U;
-    out |= set.contains(Modifier::Control) ? 4096U : 0U;
-    return out;
-}
-
 bool HotKeyCombo::isUsable() const
 {
     return !modifierSet().empty() || functionNumber(keyCode).has_value();

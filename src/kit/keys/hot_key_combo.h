@@ -44,9 +44,6 @@ struct HotKeyCombo
     {}
 
     ModifierSet modifierSet() const { return ModifierSet::fromRaw(modifiers); }
-    // The modifiers in the hot-key service's encoding: Command 256, Shift 512, Option 2048,
-    // Control 4096.
-    uint32_t carbonModifiers() const;
     // The modifiers' words and the key's name joined by +, such as "Ctrl+Super+G" or
     // "Alt+Shift+F5".
     std::string display() const;

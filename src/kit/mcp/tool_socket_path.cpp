@@ -27,16 +27,6 @@ std::string ToolSocketPath::inside(std::string_view containerHome)
     return path;
 }
 
-std::string ToolSocketPath::outside(std::string_view realHome, std::string_view bundleID)
-{
-    std::string path(realHome);
-    path += "/Library/Containers/";
-    path += bundleID;
-    path += "/Data/";
-    path += kFileName;
-    return path;
-}
-
 std::optional<std::string> ToolSocketPath::containerHome(const Environment& environment)
 {
     if (auto runtime = absolute(environment, "XDG_RUNTIME_DIR")) {

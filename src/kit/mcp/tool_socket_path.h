@@ -15,7 +15,6 @@ namespace kit::mcp {
 struct ToolSocketPath
 {
     static constexpr std::string_view kFileName = "vantorel.sock";
-    static constexpr std::string_view kBundleID = "com.quennick.Vantorel";
     // The longest path a Unix-domain address holds on this platform (its field ends in a zero).
     static constexpr std::size_t kMaxPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 
@@ -24,8 +23,6 @@ struct ToolSocketPath
 
     // The socket in the folder the app listens in.
     static std::string inside(std::string_view containerHome);
-    // The same file as seen from outside a macOS sandbox container.
-    static std::string outside(std::string_view realHome, std::string_view bundleID = kBundleID);
 
     // The folder of the socket on this system: $XDG_RUNTIME_DIR (private to the user and cleared
     // at logout), else the support folder ($XDG_DATA_HOME/Vantorel or ~/.local/share/Vantorel).
