@@ -14,6 +14,7 @@
 #include <QSystemTrayIcon>
 #include <QTextDocument>
 
+#include <array>
 #include <vector>
 
 namespace desktop {
@@ -155,6 +156,26 @@ TEST_P(TrayClickTest, ReportsWhatTheHostSaid)
     EXPECT_EQ(m_clicks[0], row.expected);
 }
 
+std::string rowName(const ClickRow& row)
+{
+    // QSystemTrayIcon's reasons in the order of their values.
+    static constexpr std::array<const char*, 5> kReasons{
+        "Unknown", "Context", "DoubleClick", "Trigger", "MiddleClick"};
+    return std::string(kReasons.at(static_cast<std::size_t>(row.reason)))
+           + (row.withContextMenu ? "WithMenu" : "WithoutMenu");
+}
+
+// Names the rows in test lists instead of their bytes.
+void PrintTo(const ClickRow& row, std::ostream* out)
+{
+    *out << rowName(row);
+}
+
+std::string clickRowName(const ::testing::TestParamInfo<ClickRow>& info)
+{
+    return rowName(info.param);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Reasons,
     TrayClickTest,
@@ -165,7 +186,8 @@ INSTANTIATE_TEST_SUITE_P(
         ClickRow{QSystemTrayIcon::Context, true, std::nullopt, false},
         ClickRow{QSystemTrayIcon::Context, false, Click{Click::Kind::Secondary, false}, true},
         ClickRow{QSystemTrayIcon::DoubleClick, true, Click{Click::Kind::DoubleClick, false}, true},
-        ClickRow{QSystemTrayIcon::Unknown, true, std::nullopt, true}));
+        ClickRow{QSystemTrayIcon::Unknown, true, std::nullopt, true}),
+    clickRowName);
 
 TEST_F(TrayStatusBarTest, TheContextMenuAsksForItsRowsEachTimeItOpens)
 {
