@@ -938,7 +938,6 @@ private:
             return written(rows, at, std::move(shortcut), kept);
         }
         std::vector<FieldChange>& changes = rows.beginChanges(at);
-        const size_t first = changes.size();
         differences(
             *existing, shortcut, [this](const SessionID& id) { return sessionName(id); }, changes);
         if (depth == 0 && placement && !isAlready(existingEntry, *placement)) {
@@ -950,12 +949,12 @@ private:
                 {kPlaceLabel, describePlace(existingEntry), "In " + quoted(parent->name)});
         }
         rows.endChanges(at);
-        const size_t count = changes.size() - first;
-        if (count == 0) {
+        const auto made = row.changes();
+        if (made.empty()) {
             row.verdict = Verdict::unchanged();
             return kept ? std::optional<Shortcut>(*existing) : std::nullopt;
         }
-        bool onlyPlace = count == 1 && changes[first].field == kPlaceLabel;
+        bool onlyPlace = made.size() == 1 && made.front().field == kPlaceLabel;
         row.verdict = onlyPlace ? Verdict::moved() : Verdict::changed();
         return written(rows, at, std::move(shortcut), kept);
     }
